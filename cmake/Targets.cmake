@@ -1,0 +1,52 @@
+# The two kinds of targets this project has, so that every folder's list stays a few lines.
+
+set(UPDATER_WARNINGS
+    -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wconversion -Wsign-conversion -Wold-style-cast
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wmissing-declarations -Wcast-qual -Wcast-align
+    -Wdouble-promotion -Wnull-dereference -Wundef -Wunused -Wextra-semi)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  list(APPEND UPDATER_WARNINGS -Wsuggest-override -Wduplicated-cond -Wduplicated-branches -Wlogical-op)
+else()
+  list(APPEND UPDATER_WARNINGS -Winconsistent-missing-override)
+endif()
+if(UPDATER_WERROR)
+  list(APPEND UPDATER_WARNINGS -Werror)
+endif()
+
+add_library(updater-flags INTERFACE)
+target_compile_options(updater-flags INTERFACE ${UPDATER_WARNINGS})
+target_include_directories(updater-flags INTERFACE ${CMAKE_SOURCE_DIR})
+if(UPDATER_SANITIZE)
+  target_compile_options(updater-flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                                                 -fno-omit-frame-pointer)
+  target_link_options(updater-flags INTERFACE -fsanitize=address,undefined)
+endif()
+if(UPDATER_HARDENED)
+  target_compile_options(updater-flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS
+                                                 -fstack-protector-strong -fstack-clash-protection -fPIE)
+  target_link_options(updater-flags INTERFACE -pie -Wl,-z,relro,-z,now)
+endif()
+
+# updater_library(<name> SOURCES <file>... [LINK <target>...])
+function(updater_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC updater-flags ${ARG_LINK})
+endfunction()
+
+# updater_program(<name> SOURCES <file>... [LINK <target>...])
+function(updater_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE updater-flags ${ARG_LINK})
+endfunction()
+
+# updater_test(<name> SOURCES <file>... [LINK <target>...]): a GoogleTest program, one ctest entry a case.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+function(updater_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE updater-flags ${ARG_LINK} GTest::gmock GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+endfunction()

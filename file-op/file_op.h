@@ -1,0 +1,54 @@
+// Operations on files and folders. Paths are plain byte strings and are never normalised. Messages go through
+// the component logger under "file_op_debug" at level error.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace file_op {
+
+// Odd result values, kept as callers know them.
+inline constexpr int kFileOpFailed = -1;
+inline constexpr int kCopyDiskFull = -2;       // FSCopy: the disk or the quota is full
+inline constexpr int kMoveNoSource = -2;       // FSMove: the source does not exist or cannot be examined
+inline constexpr int kMoveFailed = -3;         // FSMove: any other failure
+inline constexpr int kMoveNameTooLong = -100;  // FSMove: rename said ENAMETOOLONG
+inline constexpr std::size_t kCopyBufferSize = 33554432;  // 32 MiB
+
+// True when the path itself exists; a symbolic link counts and is not followed.
+[[nodiscard]] bool FSExists(const std::string& path);
+
+// Renames `source` to `target`; across file systems a regular file is copied (its source stays where it was),
+// a folder is made at the target, its entries are moved and the emptied source is removed, anything else is
+// left alone with result 0. `flag` has no effect. Returns 0, -1 when a path is empty, or one of the kMove
+// values.
+[[nodiscard]] int FSMove(const std::string& source, const std::string& target, bool flag);
+
+// Copies one regular file, mode 0666 less the umask. A non-zero `flag` removes the source afterwards. Returns
+// 0, kCopyDiskFull, or -1; a partial target stays. Owner and mode are not copied (see CopyOwnerAndMode).
+[[nodiscard]] int FSCopy(const std::string& source, const std::string& target, int flag);
+
+// Makes a folder, mode 0755; with `parents` also the missing folders above it. One that exists is success.
+// Returns 0, or -1 with errno set.
+[[nodiscard]] int FSMKDir(const std::string& path, bool parents);
+
+// Removes the path and everything under it; links are removed, never followed; a path that does not exist is
+// success. `flag` is 0. Returns 0, or -1 with errno of the first thing that could not be removed.
+[[nodiscard]] int FSRemoveTree(const std::string& path, int flag);
+
+// Copies the folder `source` with everything under it to `target`, which must not exist: folders, regular
+// files (with FSCopy) and symbolic links (as links, never followed), each with owner and mode; other types
+// are left out. Returns 0, or a negative value as FSCopy; what was copied stays.
+[[nodiscard]] int FSCopyTree(const std::string& source, const std::string& target);
+
+// Gives `target` the owner and the permission bits of `source`. A process that may not change owners keeps
+// its own, which is success. Returns 0, or -1 with errno set.
+[[nodiscard]] int CopyOwnerAndMode(const std::string& source, const std::string& target);
+
+// The names of the folders in `folder`, in directory order, "." and ".." excluded; links are no folders. An
+// entry whose type the file system does not tell is asked for. Returns 0, or -1 with errno set.
+[[nodiscard]] int ListFolders(const std::string& folder, std::vector<std::string>& names);
+
+}  // namespace file_op

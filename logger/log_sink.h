@@ -1,0 +1,73 @@
+// Where every log line of the program goes.
+//
+// The process has one sink. It is the system log unless another one is installed; tests and the companion
+// command install theirs with a ScopedSink. Not for use by several threads while a sink is being changed.
+#pragma once
+
+#include <syslog.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "logger/format.h"
+
+namespace logger {
+
+class LogSink {
+ public:
+  LogSink() = default;
+  LogSink(const LogSink&) = delete;
+  LogSink& operator=(const LogSink&) = delete;
+  virtual ~LogSink() = default;
+
+  // `priority` is one of syslog's (LOG_ERR ...). `text` is one message as written by the caller, with its
+  // line feed if it has one. Never fails: a log that cannot be written has nowhere to say so.
+  virtual void Write(int priority, std::string_view text) = 0;
+};
+
+// Writes one already formatted message to the sink of the process.
+void WriteToSink(int priority, std::string_view text);
+
+// Installs a sink for its own lifetime and puts the one before back. The sink is borrowed.
+class ScopedSink {
+ public:
+  explicit ScopedSink(LogSink& sink);
+  ~ScopedSink();
+  ScopedSink(const ScopedSink&) = delete;
+  ScopedSink& operator=(const ScopedSink&) = delete;
+
+ private:
+  LogSink* before_;
+};
+
+// Keeps every message in memory, for tests that compare whole lines.
+class RecordingSink : public LogSink {
+ public:
+  struct Line {
+    int priority;
+    std::string text;
+  };
+
+  void Write(int priority, std::string_view text) override;
+
+  [[nodiscard]] const std::vector<Line>& lines() const { return lines_; }
+  // The texts with each source line number "(123)" behind a name or colon and number ":123 " replaced by
+  // "(N)" and ":N ", so that a test may compare whole lines.
+  [[nodiscard]] std::vector<std::string> Texts() const;
+  // How many messages equal `text` after that replacement.
+  [[nodiscard]] int Count(std::string_view text) const;
+  void Clear() { lines_.clear(); }
+
+ private:
+  std::vector<Line> lines_;
+};
+
+// Logs to the system log at LOG_ERR, which is the priority of all messages of the driver and the updaters.
+template <typename... Args>
+void SystemLog(const PrintfFormat<Args...>& format, const Args&... args) {
+  WriteToSink(LOG_ERR, FormatText<Args...>(format, args...));
+}
+
+}  // namespace logger

@@ -1,0 +1,32 @@
+// The user accounts of the machine.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "platform/lookup.h"
+
+namespace platform {
+
+struct Account {
+  std::string name;
+  uid_t uid = 0;
+  gid_t gid = 0;         // primary group
+  bool expired = false;  // the account's expiry date has passed; mirrored in the user table's attribute bit 2
+};
+
+class Accounts {
+ public:
+  Accounts() = default;
+  Accounts(const Accounts&) = delete;
+  Accounts& operator=(const Accounts&) = delete;
+  virtual ~Accounts() = default;
+
+  [[nodiscard]] virtual Lookup FindByUid(uid_t uid, Account& account) = 0;
+
+  // The home folder of the account as a real path (links resolved); empty when it cannot be resolved.
+  [[nodiscard]] virtual std::string GetRealHomeFolder(const std::string& name) = 0;
+};
+
+}  // namespace platform

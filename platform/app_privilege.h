@@ -1,0 +1,21 @@
+// Which users may use which application of the machine.
+#pragma once
+
+#include <string>
+
+namespace platform {
+
+class AppPrivilege {
+ public:
+  AppPrivilege() = default;
+  AppPrivilege(const AppPrivilege&) = delete;
+  AppPrivilege& operator=(const AppPrivilege&) = delete;
+  virtual ~AppPrivilege() = default;
+
+  // Allows the user the application; allowing twice is success. Returns 0, or a negative value when the user
+  // is refused (an unknown account) or the privilege could not be stored.
+  [[nodiscard]] virtual int PLIBAppPrivUserAddOne(const std::string& user,
+                                                  const std::string& application_id) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,29 @@
+// One edge of the version graph: brings databases from one version to another.
+#pragma once
+
+#include <string>
+
+#include "updater/framework/version.h"
+
+namespace updater {
+
+class AbstractUpdater {
+ public:
+  AbstractUpdater() = default;
+  AbstractUpdater(const AbstractUpdater&) = delete;
+  AbstractUpdater& operator=(const AbstractUpdater&) = delete;
+  virtual ~AbstractUpdater() = default;
+
+  // Performs the upgrade. Returns 0, or a negative value on failure. Run at most once per object.
+  [[nodiscard]] virtual int Update() { return -1; }
+  [[nodiscard]] virtual Version GetFromVersion() const = 0;
+  [[nodiscard]] virtual Version GetToVersion() const = 0;
+
+  // Why Update() failed, in words of the updater; empty when it says nothing beyond the system log.
+  [[nodiscard]] const std::string& GetLastError() const { return last_error_; }
+
+ protected:
+  std::string last_error_;
+};
+
+}  // namespace updater

@@ -1,0 +1,53 @@
+// The view databases (one folder per view) and file databases (one folder per volume) of a working copy.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "updater/framework/version.h"
+
+namespace updater {
+
+using ViewId = unsigned long long;  // fits %llu
+
+class FolderDatabases {
+ public:
+  FolderDatabases(std::string view_folder, std::string file_folder);
+
+  [[nodiscard]] const std::string& view_folder() const { return view_folder_; }
+  [[nodiscard]] const std::string& file_folder() const { return file_folder_; }
+
+  [[nodiscard]] std::string ViewFolder(const std::string& name) const;
+  [[nodiscard]] std::string ViewDatabase(const std::string& name) const;
+  [[nodiscard]] std::string ViewDatabase(ViewId view) const { return ViewDatabase(std::to_string(view)); }
+  [[nodiscard]] std::string FileFolder(const std::string& name) const;
+  [[nodiscard]] std::string FileDatabase(const std::string& name) const;
+
+  // Lists the view folders, then the file folders. Returns 0, or -1 after logging
+  // "Failed to get views in folder %s\n" or "Failed to get files in folder %s\n", both with the view folder.
+  [[nodiscard]] int List();
+
+  // Writes version and branch into every database listed, view databases first, through `db`, each attached,
+  // written and detached in one script. Returns 0, or -1 at the first failure after logging
+  // "Failed to update version and branch to view-db %s" (or file-db) with the database's path.
+  [[nodiscard]] int WriteVersion(sqlite3* db, const Version& version) const;
+
+ private:
+  std::string view_folder_;
+  std::string file_folder_;
+  std::vector<std::string> view_names_;
+  std::vector<std::string> file_names_;
+};
+
+// "SELECT view_id FROM user_table;" on the connection, in result order. Returns 0 or -1 after logging the
+// failure of the query; the caller adds its own line.
+[[nodiscard]] int ReadViewIds(sqlite3* db, std::vector<ViewId>& views);
+
+// Statements that follow every ATTACH: a working copy is disposable until the run is committed, so nothing is
+// flushed for it. Neither setting leaves a trace in the file.
+[[nodiscard]] int TuneSchema(sqlite3* db, const char* schema);
+
+}  // namespace updater
