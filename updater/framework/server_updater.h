@@ -120,6 +120,7 @@ class ServerUpdater : public AbstractUpdater {
     Version client;
   };
 
+  [[nodiscard]] int AttachDatabases();
   void Disconnect();
   [[nodiscard]] int RunConnected();
   [[nodiscard]] int CheckVersions();

@@ -1,0 +1,97 @@
+#include "updater/framework/view_databases.h"
+
+#include "db-util/database.h"
+#include "db-util/query.h"
+#include "file-op/file_op.h"
+#include "logger/updater_log.h"
+
+namespace updater {
+namespace {
+
+constexpr const char* kViewDatabaseName = "/view-db.sqlite";
+constexpr const char* kFileDatabaseName = "/file-db.sqlite";
+
+// 32 MiB a schema: the five that are attached at once stay below what the smallest appliance has free.
+constexpr int kCacheKiB = 32768;
+
+int WriteOneVersion(sqlite3* db, const char* schema, const std::string& path, const Version& version) {
+  return db_util::ExecSql(db,
+                          "ATTACH DATABASE %Q AS %s; PRAGMA %s.synchronous = OFF; "
+                          "UPDATE %s.config_table SET value = %d WHERE key = 'version';"
+                          "INSERT OR REPLACE INTO %s.config_table (key, value) VALUES ('branch', %Q); "
+                          "DETACH DATABASE %s;",
+                          path, schema, schema, schema, version.number, schema, version.branch, schema);
+}
+
+}  // namespace
+
+FolderDatabases::FolderDatabases(std::string view_folder, std::string file_folder)
+    : view_folder_(std::move(view_folder)), file_folder_(std::move(file_folder)) {}
+
+std::string FolderDatabases::ViewFolder(const std::string& name) const { return view_folder_ + "/" + name; }
+
+std::string FolderDatabases::ViewDatabase(const std::string& name) const {
+  return ViewFolder(name) + kViewDatabaseName;
+}
+
+std::string FolderDatabases::FileFolder(const std::string& name) const { return file_folder_ + "/" + name; }
+
+std::string FolderDatabases::FileDatabase(const std::string& name) const {
+  return FileFolder(name) + kFileDatabaseName;
+}
+
+int FolderDatabases::List() {
+  view_names_.clear();
+  file_names_.clear();
+  // The second message names the view folder too; keep it so.
+  return logger::Succeeded(file_op::ListFolders(view_folder_, view_names_),
+                           "Failed to get views in folder %s\n", view_folder_) &&
+                 logger::Succeeded(file_op::ListFolders(file_folder_, file_names_),
+                                   "Failed to get files in folder %s\n", view_folder_)
+             ? 0
+             : -1;
+}
+
+int FolderDatabases::WriteVersion(sqlite3* db, const Version& version) const {
+  for (const std::string& name : view_names_) {
+    const std::string path = ViewDatabase(name);
+    if (!logger::Succeeded(WriteOneVersion(db, "view_db", path, version),
+                           "Failed to update version and branch to view-db %s", path)) {
+      return -1;
+    }
+  }
+  for (const std::string& name : file_names_) {
+    const std::string path = FileDatabase(name);
+    if (!logger::Succeeded(WriteOneVersion(db, "file_db", path, version),
+                           "Failed to update version and branch to file-db %s", path)) {
+      return -1;
+    }
+  }
+  return 0;
+}
+
+int ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
+  views.clear();
+  const db_util::QueryResult result =
+      db_util::ForEachRow(db, "SELECT view_id FROM user_table;", [&views](sqlite3_stmt* row) {
+        views.push_back(static_cast<ViewId>(sqlite3_column_int64(row, 0)));
+        return true;
+      });
+  if (result.ok()) return 0;
+  if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
+    logger::UpdaterLog("sqlite3_prepare_v2: %s (%d)\n", result.message, result.code);
+  } else {
+    logger::UpdaterLog("sqlite3_step: %s\n", result.message);
+  }
+  return -1;
+}
+
+int TuneSchema(sqlite3* db, const char* schema) {
+  return db_util::ExecSql(db,
+                          "PRAGMA %s.synchronous = OFF;"
+                          "PRAGMA %s.secure_delete = OFF;"
+                          "PRAGMA %s.cache_size = -%d;",
+                          schema, schema, schema, kCacheKiB);
+}
+
+}  // namespace updater
