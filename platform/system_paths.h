@@ -25,8 +25,10 @@ struct SystemPaths {
   std::string nsswitch = "/etc/nsswitch.conf";
   std::string samba = "/etc/samba/smb.conf";
 
+  std::string null_device = "/dev/null";
+
   // The same paths below another root folder, for a run in a folder of its own. `root` has no trailing slash.
-  // The views of the kernel (below /proc) stay where they are.
+  // What the kernel shows (below /proc and /dev) stays where it is.
   [[nodiscard]] static SystemPaths Under(const std::string& root);
 };
 

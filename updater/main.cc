@@ -1,0 +1,38 @@
+// updater-svr: composes the program for the machine it runs on. No logic of its own.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <iostream>
+
+#include "platform/host/host_platform.h"
+#include "updater/run_updater.h"
+
+namespace {
+
+// Started with a standard stream closed, the next file opened would take its number, and the progress lines
+// would be written into a database copy.
+void KeepStandardStreamsTaken(const char* null_device) {
+  int fd = 0;
+  do {
+    fd = open(null_device, O_RDWR | O_CLOEXEC);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) (void)close(fd);  // one too many, never used
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const platform::SystemPaths paths;
+  KeepStandardStreamsTaken(paths.null_device.c_str());
+  platform::host::HostPlatform host(paths);
+  updater::legacy::NoLegacySteps legacy;
+  updater::PassingCheck check;
+  const std::span<const char* const> arguments(argv + 1, argc > 0 ? static_cast<std::size_t>(argc) - 1 : 0);
+  return updater::RunUpdater(arguments, {.paths = paths,
+                                         .platform = host.platform(),
+                                         .legacy = legacy,
+                                         .check = check,
+                                         .out = std::cout,
+                                         .err = std::cerr});
+}

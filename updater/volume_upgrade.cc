@@ -1,0 +1,171 @@
+#include "updater/volume_upgrade.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <ostream>
+
+#include "db-util/database.h"
+#include "db-util/query.h"
+#include "file-op/file_op.h"
+#include "logger/log_sink.h"
+#include "updater/placement.h"
+#include "updater/working_copies.h"
+
+namespace updater {
+namespace {
+
+constexpr std::array kLegacyStepsBeforeClientCopy = {1, 3, 4, 5, 6};
+constexpr std::array kLegacyStepsAfterClientCopy = {7, 8, 9, 10, 11};
+
+// SQLite's folder for temporary files, for as long as the object lives: the system's own may be a small
+// tmpfs.
+class SqliteTemporaryDirectory {
+ public:
+  explicit SqliteTemporaryDirectory(const std::string& path) : path_(path) {
+    sqlite3_temp_directory = sqlite3_mprintf("%s", path.c_str());
+  }
+  ~SqliteTemporaryDirectory() {
+    sqlite3_free(sqlite3_temp_directory);
+    sqlite3_temp_directory = nullptr;
+  }
+  SqliteTemporaryDirectory(const SqliteTemporaryDirectory&) = delete;
+  SqliteTemporaryDirectory& operator=(const SqliteTemporaryDirectory&) = delete;
+
+  // SQLite falls back to a small system folder when the one it was given is missing, so a missing one is
+  // made; shared with other programs of the machine, hence the mode of a temporary folder.
+  void MakeIfMissing() const {
+    if (mkdir(path_.c_str(), 0777) == 0) (void)chmod(path_.c_str(), 01777);  // best effort, like the folder
+  }
+
+ private:
+  std::string path_;
+};
+
+// The number in config_table; 0 without a row, -1 after a failure, which counts as an old version.
+int ReadDatabaseVersion(sqlite3* db) {
+  int version = 0;
+  const db_util::QueryResult result =
+      db_util::QueryInt(db, "SELECT value FROM config_table WHERE key = 'version';", version);
+  if (result.ok()) return version;
+  if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
+    logger::SystemLog("sqlite3_prepare_v2: %s (%d)\n", result.message, result.code);
+  } else {
+    logger::SystemLog("sqlite3_step: %s (%d)\n", result.message, result.code);
+  }
+  return -1;
+}
+
+using BackupOperation = int (*)(const std::string&, const std::string&);
+using BackupMessage = logger::PrintfFormat<std::string, std::string>;
+
+int CopyOrLog(BackupOperation backup, const std::string& live, const std::string& copy,
+              const BackupMessage& failure) {
+  if (backup(live, copy) >= 0) return 0;
+  logger::SystemLog<std::string, std::string>(failure, live, copy);
+  return -1;
+}
+
+int CopyIfThere(BackupOperation backup, const std::string& live, const std::string& copy,
+                const BackupMessage& failure) {
+  return file_op::FSExists(live) ? CopyOrLog(backup, live, copy, failure) : 0;
+}
+
+}  // namespace
+
+VolumeUpgrade::VolumeUpgrade(RunPaths paths, bool with_legacy_steps, const RunDependencies& dependencies)
+    : paths_(std::move(paths)), with_legacy_steps_(with_legacy_steps), dependencies_(dependencies) {}
+
+VolumeUpgrade::Result VolumeUpgrade::Run() {
+  const SqliteTemporaryDirectory temporary(paths_.temporary_folder);
+  if (access(paths_.data_db.c_str(), F_OK) != 0) return Result::kNothingToDo;
+  if (IsNewerOrCannotBeOpened()) {
+    logger::SystemLog("exist db is newer than package");
+    return Result::kNewer;
+  }
+  temporary.MakeIfMissing();
+  if (MakeWorkingCopies() < 0 || RunUpdaters() < 0 || PreparePlacement(paths_) < 0) return Result::kFailed;
+  PlaceWorkingCopies(paths_);
+  return Result::kUpgraded;
+}
+
+bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
+  db_util::Database db;
+  if (db_util::OpenDatabase(paths_.data_db, db, db_util::OpenMode::kReadWrite) < 0) return true;
+  // Looking at the version must not write: without this, closing would move the write-ahead log into the
+  // file.
+  (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+  const int version = ReadDatabaseVersion(db.get());
+  if (version <= kTargetVersion) return false;
+  logger::SystemLog("exist db is newer, exist: %d, target: %d", version, kTargetVersion);
+  return true;
+}
+
+int VolumeUpgrade::MakeWorkingCopies() {
+  if (CopyOrLog(BackupDatabaseFile, paths_.user_db, paths_.user_copy, "cannot backup db from %s to %s") < 0 ||
+      CopyOrLog(BackupDatabaseFile, paths_.data_db, paths_.data_copy, "cannot backup db from %s to %s") < 0) {
+    return -1;
+  }
+  if (with_legacy_steps_ && RunLegacySteps() < 0) return -1;
+  return CopyRemaining();
+}
+
+int VolumeUpgrade::RunLegacySteps() {
+  const legacy::LegacyPaths legacy_paths = {.data = paths_.data_copy,
+                                            .user = paths_.user_copy,
+                                            .client = paths_.client_copy,
+                                            .client_sync_folder = paths_.client_sync_folder,
+                                            .volume = paths_.volume};
+  const auto run = [&](const std::array<int, 5>& steps) {
+    for (const int step : steps) {
+      if (dependencies_.legacy.RunStep(step, legacy_paths) >= 0) continue;
+      logger::SystemLog("Update V%d Fail", step);
+      return -1;
+    }
+    return 0;
+  };
+  if (run(kLegacyStepsBeforeClientCopy) < 0) return -1;
+  if (CopyOrLog(BackupDatabaseFile, paths_.client_db, paths_.client_copy, "cannot backup from %s to %s.") <
+      0) {
+    return -1;
+  }
+  return run(kLegacyStepsAfterClientCopy);
+}
+
+// A part of the package that is not there is skipped. The client database is copied here also when the legacy
+// steps have worked on an earlier copy of it, which this one replaces; keep it so.
+int VolumeUpgrade::CopyRemaining() {
+  if (CopyIfThere(BackupDatabaseFile, paths_.log_db, paths_.log_copy, "cannot backup from %s to %s.") < 0 ||
+      CopyIfThere(BackupViewFolder, paths_.view_folder, paths_.view_copy,
+                  "cannot backup view from %s to %s.") < 0 ||
+      CopyIfThere(BackupDatabaseFile, paths_.client_db, paths_.client_copy, "cannot backup from %s to %s.") <
+          0) {
+    return -1;
+  }
+  return CopyIfThere(BackupFileFolder, paths_.file_folder, paths_.file_copy,
+                     "cannot backup file from %s to %s.");
+}
+
+int VolumeUpgrade::RunUpdaters() {
+  UpdaterFramework framework(dependencies_.out, dependencies_.observer);
+  const UpdaterContext context = {dependencies_.paths.scratch_database, dependencies_.out,
+                                  dependencies_.platform};
+  for (auto& updater : server::CreateServerUpdaters(context, paths_.ForUpdaters())) {
+    framework.AddUpdater(std::move(updater));
+  }
+  Version current;
+  if (UpdaterFramework::GetCurrentVersion(paths_.data_copy, current) < 0) {
+    logger::SystemLog("Updater Cannot get database version");
+    return -1;
+  }
+  const Version target = {kMasterBranch, kTargetVersion};
+  dependencies_.out << "update from " << current << "to " << target << std::endl;
+  if (framework.Run(current, target) == 0) return 0;
+  logger::SystemLog("UpdaterFramework: %s", framework.GetLastError());
+  dependencies_.err << framework.GetLastError() << std::endl;
+  return -1;
+}
+
+}  // namespace updater

@@ -1,0 +1,37 @@
+// The upgrade of one volume's databases: copies, updaters, and the copies put in place.
+#pragma once
+
+#include "updater/run_paths.h"
+#include "updater/run_updater.h"
+
+namespace updater {
+
+inline constexpr int kTargetVersion = 4150;
+
+class VolumeUpgrade {
+ public:
+  enum class Result {
+    kNothingToDo,  // there is no data database
+    kNewer,        // the data database is newer than this program, or cannot be opened
+    kFailed,       // live databases are as they were
+    kUpgraded,     // the upgraded databases are in place
+  };
+
+  VolumeUpgrade(RunPaths paths, bool with_legacy_steps, const RunDependencies& dependencies);
+
+  [[nodiscard]] Result Run();
+  [[nodiscard]] const RunPaths& paths() const { return paths_; }
+
+ private:
+  [[nodiscard]] bool IsNewerOrCannotBeOpened() const;
+  [[nodiscard]] int MakeWorkingCopies();
+  [[nodiscard]] int RunLegacySteps();
+  [[nodiscard]] int CopyRemaining();
+  [[nodiscard]] int RunUpdaters();
+
+  RunPaths paths_;
+  bool with_legacy_steps_;
+  const RunDependencies& dependencies_;
+};
+
+}  // namespace updater
