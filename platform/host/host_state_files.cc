@@ -1,0 +1,99 @@
+#include "platform/host/host_state_files.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+
+#include "platform/host/file_descriptor.h"
+#include "platform/host/key_value_text.h"
+#include "platform/host/retry.h"
+#include "platform/host/text.h"
+#include "platform/host/text_file.h"
+
+namespace platform::host {
+namespace {
+
+constexpr mode_t kMode = 0644;
+
+// The mode is set on its own: the process's umask must not hide a state from the package's programs.
+int FillPidFile(int file) {
+  const std::string text = std::to_string(::getpid()) + '\n';
+  if (::fchmod(file, kMode) != 0) return errno;
+  const ssize_t written = RetryInterrupted([&] { return ::write(file, text.data(), text.size()); });
+  if (written < 0) return errno;
+  return static_cast<std::size_t>(written) == text.size() ? 0 : ENOSPC;
+}
+
+}  // namespace
+
+int HostStateFiles::Fail(int error) {
+  last_error_ = error;
+  errno = error;
+  return -1;
+}
+
+int HostStateFiles::PLIBCFileGetKeyValue(const std::string& file, const std::string& key,
+                                         std::span<char> buffer, int /*flags*/) {
+  if (buffer.empty()) return Fail(EINVAL);
+  std::string text;
+  if (const int error = ReadTextFile(file, text); error != 0) return Fail(error);
+  const auto value = FindValue(text, key);
+  if (!value) return Fail(ENODATA);
+  const std::size_t length = std::min(value->size(), buffer.size() - 1);
+  std::copy_n(value->begin(), length, buffer.begin());
+  buffer[length] = '\0';
+  if (length == 0) last_error_ = ENODATA;
+  return static_cast<int>(length);
+}
+
+int HostStateFiles::PLIBCFileSetKeyValue(const std::string& file, const std::string& key,
+                                         const std::string& value, int /*flags*/) {
+  if (!IsKeyValuePair(key, value)) return Fail(EINVAL);
+  const int error = EditTextFile(file, {.mode = kMode, .keep_mode = true},
+                                 [&](std::string& text) { SetValue(text, key, value); });
+  return error == 0 ? 0 : Fail(error);
+}
+
+int HostStateFiles::PLIBCProcPidFileCreate(const std::string& path) {
+  // Exclusive: a link planted at the path is not followed.
+  const FileDescriptor file(
+      ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));
+  if (!file.is_open()) return Fail(errno);
+  const int error = FillPidFile(file.get());
+  if (error == 0) return 0;
+  (void)::unlink(path.c_str());  // half a pid could be somebody else's
+  return Fail(error);
+}
+
+pid_t HostStateFiles::PLIBCReadPidFile(const std::string& path) {
+  std::string text;
+  if (const int error = ReadTextFile(path, text); error != 0) return Fail(error);
+  std::string_view rest = text;
+  const std::string_view number = Trim(TakeUntil(rest, "\n"));
+  pid_t pid = 0;
+  const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), pid);
+  if (error != std::errc{} || end != number.data() + number.size() || pid <= 0) return Fail(EINVAL);
+  return pid;
+}
+
+int HostStateFiles::PLIBCProcAlive(pid_t pid) {
+  if (pid <= 0) return 0;
+  std::string text;
+  if (ReadTextFile("/proc/" + std::to_string(pid) + "/stat", text) == 0) {
+    // "123 (name) S ...": the name may hold anything, also parentheses and blanks.
+    const std::size_t name_end = text.rfind(") ");
+    if (name_end != std::string::npos && name_end + 2 < text.size()) {
+      const char state = text[name_end + 2];
+      return state != 'Z' && state != 'X' && state != 'x' ? 1 : 0;
+    }
+  }
+  // Other users' processes may be hidden from /proc.
+  return ::kill(pid, 0) == 0 || errno == EPERM ? 1 : 0;
+}
+
+}  // namespace platform::host

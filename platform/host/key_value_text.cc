@@ -1,0 +1,49 @@
+#include "platform/host/key_value_text.h"
+
+#include "platform/host/text.h"
+
+namespace platform::host {
+namespace {
+
+using namespace std::string_view_literals;
+
+// The first line with the key, without its line feed; a null view when there is none.
+std::string_view FindLine(std::string_view text, std::string_view key) {
+  while (!text.empty()) {
+    const std::string_view line = TakeUntil(text, "\n");
+    const std::size_t equals = line.find('=');
+    if (equals != std::string_view::npos && Trim(line.substr(0, equals)) == key) return line;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::optional<std::string_view> FindValue(std::string_view text, std::string_view key) {
+  const std::string_view line = FindLine(text, key);
+  if (line.data() == nullptr) return std::nullopt;
+  std::string_view value = Trim(line.substr(line.find('=') + 1));
+  if (value.starts_with('"')) {
+    value.remove_prefix(1);
+    value = value.substr(0, value.find('"'));
+  }
+  return value.substr(0, value.find('\0'));
+}
+
+bool IsKeyValuePair(std::string_view key, std::string_view value) {
+  return !key.empty() && key == Trim(key) && key.front() != '#' &&
+         key.find_first_of("=\"\n\0"sv) == std::string_view::npos &&
+         value.find_first_of("\"\n\0"sv) == std::string_view::npos;
+}
+
+void SetValue(std::string& text, std::string_view key, std::string_view value) {
+  const std::string new_line = std::string(key) + "=\"" + std::string(value) + '"';
+  if (const std::string_view line = FindLine(text, key); line.data() != nullptr) {
+    text.replace(static_cast<std::size_t>(line.data() - text.data()), line.size(), new_line);
+    return;
+  }
+  if (!text.empty() && text.back() != '\n') text += '\n';
+  text += new_line + '\n';
+}
+
+}  // namespace platform::host

@@ -1,0 +1,24 @@
+// The few things that every line-based configuration file needs.
+#pragma once
+
+#include <string_view>
+
+namespace platform::host {
+
+inline constexpr std::string_view kBlanks = " \t\r\v\f";
+
+// The text without the blanks at both ends.
+[[nodiscard]] inline std::string_view Trim(std::string_view text) {
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+// Takes everything up to the first of `separators`, and that separator, off the front of `rest`.
+[[nodiscard]] inline std::string_view TakeUntil(std::string_view& rest, std::string_view separators) {
+  const std::string_view taken = rest.substr(0, rest.find_first_of(separators));
+  rest.remove_prefix(taken.size() < rest.size() ? taken.size() + 1 : taken.size());
+  return taken;
+}
+
+}  // namespace platform::host

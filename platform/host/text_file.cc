@@ -1,0 +1,144 @@
+#include "platform/host/text_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+#include "platform/host/file_descriptor.h"
+#include "platform/host/retry.h"
+
+namespace platform::host {
+namespace {
+
+constexpr off_t kMaxSize = off_t{16} << 20;
+constexpr mode_t kPermissions = 07777;
+
+// Opens for reading without ever waiting for a pipe's other end.
+int OpenRegular(const std::string& path, int extra_flags, FileDescriptor& file, struct stat& status) {
+  const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | extra_flags;
+  FileDescriptor opened(RetryInterrupted([&] { return ::open(path.c_str(), flags); }));
+  if (!opened.is_open() || ::fstat(opened.get(), &status) != 0) return errno;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  if (status.st_size > kMaxSize) return EFBIG;
+  file = std::move(opened);
+  return 0;
+}
+
+int ReadAll(int file, std::string& text) {
+  std::string read_text;
+  std::array<char, 65536> buffer{};
+  for (;;) {
+    const ssize_t length = RetryInterrupted([&] { return ::read(file, buffer.data(), buffer.size()); });
+    if (length < 0) return errno;
+    if (length == 0) break;
+    read_text.append(buffer.data(), static_cast<std::size_t>(length));
+    if (read_text.size() > static_cast<std::size_t>(kMaxSize)) return EFBIG;
+  }
+  text = std::move(read_text);
+  return 0;
+}
+
+int WriteAll(int file, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t length = RetryInterrupted([&] { return ::write(file, text.data(), text.size()); });
+    if (length < 0) return errno;
+    text.remove_prefix(static_cast<std::size_t>(length));
+  }
+  return 0;
+}
+
+// Finds the file that `path` stands for: itself, or what it links to.
+int FindTarget(const std::string& path, std::string& target) {
+  struct stat link {};
+  target = path;
+  if (::lstat(path.c_str(), &link) != 0) return errno == ENOENT ? 0 : errno;
+  if (!S_ISLNK(link.st_mode)) return 0;
+  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+  struct stat status {};
+  if (!resolved || ::stat(resolved.get(), &status) != 0) return errno;
+  if (link.st_uid != ::geteuid() && link.st_uid != status.st_uid) return ELOOP;
+  target = resolved.get();
+  return 0;
+}
+
+std::string FolderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Owner before mode: a change of owner takes mode bits away.
+int FillNewFile(int file, const struct stat& status, std::string_view text) {
+  struct stat made {};
+  if (::fstat(file, &made) != 0) return errno;
+  if ((made.st_uid != status.st_uid || made.st_gid != status.st_gid) &&
+      ::fchown(file, status.st_uid, status.st_gid) != 0) {
+    return errno;
+  }
+  if (::fchmod(file, status.st_mode & kPermissions) != 0) return errno;
+  if (const int error = WriteAll(file, text); error != 0) return error;
+  return RetryInterrupted([&] { return ::fsync(file); }) == 0 ? 0 : errno;
+}
+
+int ReplaceFile(const std::string& path, const struct stat& status, std::string_view text) {
+  const std::string folder = FolderOf(path);
+  std::string temporary = folder + "/.new-text.XXXXXX";
+  const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));  // exclusive: nothing planted is opened
+  if (!file.is_open()) return errno;
+  int error = FillNewFile(file.get(), status, text);
+  if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
+  if (error != 0) {
+    (void)::unlink(temporary.c_str());  // best effort: the failure is already told
+    return error;
+  }
+  // The new text stands from here on; a folder that cannot be flushed only leaves open which of the two
+  // whole texts survives a crash.
+  const FileDescriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.is_open()) (void)::fsync(directory.get());
+  return 0;
+}
+
+}  // namespace
+
+int ReadTextFile(const std::string& path, std::string& text) {
+  FileDescriptor file;
+  struct stat status {};
+  const int error = OpenRegular(path, 0, file, status);
+  return error != 0 ? error : ReadAll(file.get(), text);
+}
+
+int EditTextFile(const std::string& path, const EditOptions& options,
+                 const std::function<void(std::string&)>& edit) {
+  std::string target;
+  if (const int error = FindTarget(path, target); error != 0) return error;
+
+  FileDescriptor file;
+  struct stat status {};
+  std::string old_text;
+  int error = OpenRegular(target, O_NOFOLLOW, file, status);
+  const bool is_new = error == ENOENT;
+  if (is_new) {
+    status.st_uid = ::geteuid();
+    status.st_gid = ::getegid();
+    error = 0;
+  } else if (error == 0) {
+    error = ReadAll(file.get(), old_text);
+  }
+  if (error != 0) return error;
+
+  std::string text = old_text;
+  edit(text);
+  const mode_t mode = is_new || !options.keep_mode ? options.mode : status.st_mode & kPermissions;
+  if (!is_new && text == old_text && mode == (status.st_mode & kPermissions)) return 0;
+  status.st_mode = mode;
+  return ReplaceFile(target, status, text);
+}
+
+}  // namespace platform::host
