@@ -1,0 +1,1 @@
+UPDATE version_table SET acl_attribute = 'acl "a"', acl_hash = 'acl hash', share_priv_disabled = 1, share_priv_deny_list = 'O''Brien', share_priv_ro_list = '100%', share_priv_rw_list = '%s', share_priv_hash = 'share hash' WHERE ver_id = 3;

@@ -1,0 +1,181 @@
+CREATE TABLE config_table (key VARCHAR PRIMARY KEY ON CONFLICT REPLACE, value VARCHAR DEFAULT '');
+CREATE TABLE node_table (
+  node_id INTEGER PRIMARY KEY AUTOINCREMENT,
+  parent_id INTEGER,
+  view_id INTEGER,
+  attribute INTEGER,
+  max_id INTEGER,
+  sync_id INTEGER,
+  ver_cnt INTEGER,
+  ctime DATETIME DEFAULT (strftime('%s','now')),
+  mtime DATETIME DEFAULT (strftime('%s','now')),
+  name VARCHAR NOT NULL COLLATE NOCASE,
+  path VARCHAR NOT NULL COLLATE NOCASE,
+  data VARCHAR DEFAULT NULL,
+  v_base_id INTEGER,
+  v_file_id INTEGER,
+  v_file_size INTEGER,
+  v_file_hash VARCHAR(40),
+  v_mtime DATETIME,
+  v_exec_bit INTEGER,
+  v_uid INTEGER,
+  v_gid INTEGER,
+  v_mode INTEGER,
+  v_sess_id INTEGER,
+  v_client_id VARCHAR,
+  v_mac_attr BLOB DEFAULT NULL,
+  v_acl_attribute TEXT DEFAULT NULL,
+  v_acl_hash TEXT DEFAULT NULL,
+  v_share_priv_disabled INTEGER DEFAULT 0,
+  v_share_priv_deny_list TEXT DEFAULT '',
+  v_share_priv_ro_list TEXT DEFAULT '',
+  v_share_priv_rw_list TEXT DEFAULT '',
+  v_share_priv_hash TEXT DEFAULT '',
+  node_delta_file_id INTEGER);
+CREATE TABLE version_table (
+  ver_id INTEGER PRIMARY KEY AUTOINCREMENT,
+  node_id INTEGER,
+  attribute INTEGER,
+  sync_id INTEGER,
+  base_id INTEGER,
+  ctime DATATIME DEFAULT (strftime('%s','now')),
+  file_id INTEGER,
+  file_size INTEGER,
+  file_hash VARCHAR(40),
+  mtime DATETIME,
+  exec_bit INTEGER,
+  uid INTEGER,
+  gid INTEGER,
+  sess_id INTEGER,
+  client_id VARCHAR,
+  win_attr BLOB DEFAULT NULL,
+  linux_attr BLOB DEFAULT NULL,
+  mac_attr BLOB DEFAULT NULL,
+  plat_attr BLOB DEFAULT NULL,
+  mode INTEGER,
+  acl_attribute TEXT DEFAULT NULL,
+  acl_hash TEXT DEFAULT NULL,
+  share_priv_disabled INTEGER DEFAULT 0,
+  share_priv_deny_list TEXT DEFAULT '',
+  share_priv_ro_list TEXT DEFAULT '',
+  share_priv_rw_list TEXT DEFAULT '',
+  share_priv_hash TEXT DEFAULT '');
+CREATE TABLE tree_table (node_id INTEGER NOT NULL, parent_id INTEGER NOT NULL, distance INTEGER NOT NULL);
+CREATE TABLE file_table (
+  file_id INTEGER PRIMARY KEY,
+  attribute INTEGER DEFAULT 0,
+  ref_cnt INTEGER DEFAULT 0,
+  size INTEGER DEFAULT 0,
+  hash VARCHAR(40) DEFAULT '');
+CREATE TABLE delta_table (
+  node_id INTEGER,
+  from_id INTEGER,
+  to_id INTEGER,
+  attribute INTEGER,
+  delta_file_id INTEGER);
+CREATE TABLE log_table (
+  type INTEGER NOT NULL,
+  uid INTEGER,
+  username VARCHAR,
+  view_id INTEGER,
+  share_name VARCHAR,
+  share_type INTEGER,
+  time INTEGER NOT NULL,
+  s1 VARCHAR COLLATE NOCASE,
+  s2 VARCHAR COLLATE NOCASE,
+  s3 VARCHAR COLLATE NOCASE,
+  s4 VARCHAR COLLATE NOCASE,
+  s5 VARCHAR COLLATE NOCASE,
+  p1 VARCHAR COLLATE NOCASE,
+  p2 VARCHAR COLLATE NOCASE,
+  p3 VARCHAR COLLATE NOCASE,
+  p4 VARCHAR COLLATE NOCASE,
+  p5 VARCHAR COLLATE NOCASE);
+CREATE INDEX node_table_node_id_index ON node_table (node_id);
+CREATE INDEX node_table_parent_id_index ON node_table (parent_id);
+CREATE INDEX node_table_view_id_index ON node_table (view_id);
+CREATE INDEX node_table_attribute_index ON node_table (attribute);
+CREATE INDEX node_table_max_id_index ON node_table (max_id);
+CREATE INDEX node_table_sync_id_index ON node_table (sync_id);
+CREATE INDEX node_table_name_index ON node_table (name);
+CREATE INDEX node_table_path_index ON node_table (path);
+CREATE INDEX log_table_type_index ON log_table (type);
+CREATE INDEX log_table_uid_index ON log_table (uid);
+CREATE INDEX log_table_username_index ON log_table (username);
+CREATE INDEX log_table_view_id_index ON log_table (view_id);
+CREATE INDEX log_table_share_name_index ON log_table (share_name);
+CREATE INDEX log_table_time_index ON log_table (time);
+CREATE INDEX log_table_s1_index ON log_table (s1);
+CREATE INDEX log_table_s2_index ON log_table (s2);
+CREATE INDEX log_table_s3_index ON log_table (s3);
+CREATE INDEX log_table_s4_index ON log_table (s4);
+CREATE INDEX log_table_s5_index ON log_table (s5);
+CREATE INDEX version_table_sync_id_index ON version_table (sync_id);
+
+-- The key log_del_cnt is one that 3200 adds: the value that was there before stays. own_key is nobody's.
+INSERT INTO config_table (key, value) VALUES
+  ('row1', '1'),
+  ('serial', 'it''s "100%" S/N'),
+  ('sync_id', '42'),
+  ('file_id', '9'),
+  ('delta_file_id', '4'),
+  ('rotate_cnt', '8'),
+  ('rotate_span', '7776000'),
+  ('log_del_cnt', '500'),
+  ('own_key', 'x'),
+  ('node_delta_file_id', '1'),
+  ('remove_repo', '0'),
+  ('use_log_del_cnt', '1'),
+  ('use_log_del_span', '1'),
+  ('log_del_span', '2592000');
+
+-- View 1: a file of two versions, a removed file of three, a name of 255 bytes, a removed folder of none.
+-- View 4294967297: a root whose version is another one than its own, and no mac attribute of the same kind
+-- twice. View 17: a shared folder. View 5 has no node; view 77 has no user.
+INSERT INTO node_table (node_id, parent_id, view_id, attribute, max_id, sync_id, ver_cnt, ctime, mtime, name, path, data, v_base_id, v_file_id, v_file_size, v_file_hash, v_mtime, v_exec_bit, v_uid, v_gid, v_mode, v_sess_id, v_client_id, v_mac_attr, node_delta_file_id) VALUES
+  (1, 0, 1, 2, 13, 1, 1, 1400000001, 1390000001, '', '/', NULL, 0, 0, 0, '', 1390000001, 0, 0, 0, 1877, 1, 'localhost', NULL, 0),
+  (2, 1, 1, 0, 12, 12, 2, 1400000002, 1390000012, 'it''s 100% "done" %s.txt', '/it''s 100% "done" %s.txt', '', 2, 3, 5000000000, 'a9993e364706816aba3e25717850c26c9cd0d89d', 1390000012, 1, 1026, 100, 1877, 2, 'localhost', 'name=O''Brien 100%&x=1', 0),
+  (3, 1, 1, 1, 13, 13, 7, 1400000003, 1390000013, 'Größe 文件 🗂.txt', '/Größe 文件 🗂.txt', '100% of ''it''', 5, 1, 10, 'da39a3ee5e6b4b0d3255bfef95601890afd80709', 1390000013, 0, 1026, 100, NULL, 3, 'localhost', X'66696E6465723D31', 0),
+  (4, 1, 1, 0, 5, 5, 9, 1400000005, 1390000005, replace(hex(zeroblob(126)), '00', 'é') || '.md', '/' || replace(hex(zeroblob(126)), '00', 'é') || '.md', NULL, 0, 4, 7, '', 1390000005, 1, 4000000000, 4000000001, 1877, 9000000000, 'localhost', NULL, 0),
+  (7, 6, 4294967297, 0, 20, 20, 1, 1400000020, 1390000020, '%d%n', '/%d%n', NULL, 0, NULL, NULL, NULL, 1390000020, NULL, 0, 0, 1877, 4, '', X'', 0),
+  (8, 6, 4294967297, 3, 21, 21, 4, 1400000021, 1390000021, 'a;b--', '/a;b--', NULL, 0, 5, 1, 'x', 1390000021, 0, 0, 0, NULL, 4, 'Admin@StorageHost', 'uuid', 0),
+  (9, 0, 17, 2, 11, 11, 1, 1400000011, 1390000011, '', '/', NULL, 0, 0, 0, '', 1390000011, 0, 0, 0, 1877, 1, 'localhost', '', 0),
+  (10, 9, 17, 2, 14, 14, 1, 1400000014, 1390000014, 'Docs', '/Docs', NULL, 0, 0, 0, '', 1390000014, 1, 0, 0, 1877, 5, 'c', NULL, 0),
+  (11, 10, 17, 0, 15, 15, 1, 1400000015, 1390000015, 'a\b.TXT', '/Docs/a\b.TXT', NULL, 0, 6, 2, 'y', 1390000015, 0, 0, 0, 1604, 5, 'c', 'k=v', 0),
+  (12, 0, 77, 2, 16, 16, 1, 1400000016, 1390000016, '', '/', NULL, 0, 0, 0, '', 1390000016, 0, 0, 0, 1877, 1, 'c', NULL, 0);
+-- Nodes without their version: the joined columns are NULL, not their defaults.
+INSERT INTO node_table (node_id, parent_id, view_id, attribute, max_id, sync_id, ver_cnt, ctime, mtime, name, path, data, v_share_priv_disabled, v_share_priv_deny_list, v_share_priv_ro_list, v_share_priv_rw_list, v_share_priv_hash, node_delta_file_id) VALUES
+  (5, 1, 1, 3, 6, 6, 5, 1400000006, 1390000006, 'gone', '/gone', NULL, NULL, NULL, NULL, NULL, NULL, 0),
+  (6, 0, 4294967297, 2, 21, 7, 1, 1400000007, 1390000007, '', '/', NULL, NULL, NULL, NULL, NULL, NULL, 0);
+
+INSERT INTO version_table (ver_id, node_id, attribute, sync_id, base_id, ctime, file_id, file_size, file_hash, mtime, exec_bit, uid, gid, mode, sess_id, client_id, win_attr, linux_attr, mac_attr, plat_attr) VALUES
+  (1, 1, 2, 1, 0, 1400000001, 0, 0, '', 1390000001, 0, 0, 0, 1877, 1, 'localhost', NULL, NULL, NULL, NULL),
+  (2, 2, 0, 2, 0, 1400000002, 0, 0, NULL, 1390000002, 0, 1026, 100, 1604, 2, 'it''s a 100% "client"', X'0001FF', NULL, '', NULL),
+  (3, 2, 0, 12, 2, 1400000012, 3, 5000000000, 'a9993e364706816aba3e25717850c26c9cd0d89d', 1390000012, 1, 1026, 100, 1877, 2, 'localhost', NULL, X'00', 'name=O''Brien 100%&x=1', X''),
+  (4, 3, 0, 3, 0, 1400000003, 1, 10, 'da39a3ee5e6b4b0d3255bfef95601890afd80709', 1390000003, 0, 1026, 100, 1604, 3, 'ß client', NULL, NULL, NULL, NULL),
+  (5, 3, 2, 4, 4, 1400000004, NULL, NULL, NULL, 1390000004, 1, NULL, NULL, 1877, NULL, NULL, NULL, NULL, '', NULL),
+  (6, 3, 1, 13, 5, 1400000013, 1, 10, 'da39a3ee5e6b4b0d3255bfef95601890afd80709', 1390000013, 0, 1026, 100, NULL, 3, 'localhost', NULL, NULL, X'66696E6465723D31', NULL),
+  (7, 4, 0, 5, 0, 1400000005, 4, 7, '', 1390000005, 1, 4000000000, 4000000001, 1877, 9000000000, 'localhost', NULL, NULL, NULL, NULL),
+  (8, 6, 2, 6, 0, 1400000007, 0, 0, '', 1390000007, 0, 0, 0, 1877, 1, 'localhost', NULL, NULL, NULL, NULL),
+  (9, 7, 0, 20, 0, 1400000020, NULL, NULL, NULL, 1390000020, NULL, 0, 0, 1877, 4, '', NULL, NULL, X'', NULL),
+  (10, 8, 3, 21, 0, 1400000021, 5, 1, 'x', 1390000021, 0, 0, 0, NULL, 4, 'Admin@StorageHost', NULL, NULL, 'uuid', NULL),
+  (11, 9, 2, 11, 0, 1400000011, 0, 0, '', 1390000011, 0, 0, 0, 1877, 1, 'localhost', NULL, NULL, '', NULL),
+  (12, 10, 2, 14, 0, 1400000014, 0, 0, '', 1390000014, 1, 0, 0, 1877, 5, 'c', NULL, NULL, NULL, NULL),
+  (13, 11, 0, 15, 0, 1400000015, 6, 2, 'y', 1390000015, 0, 0, 0, 1604, 5, 'c', NULL, NULL, 'k=v', NULL),
+  (14, 12, 2, 16, 0, 1400000016, 0, 0, '', 1390000016, 0, 0, 0, 1877, 1, 'c', NULL, NULL, NULL, NULL),
+  (15, 99, 0, 17, 0, 1400000017, 6, 2, 'y', 1390000017, 0, 0, 0, 1604, 5, 'c', NULL, NULL, NULL, NULL);
+INSERT INTO tree_table (node_id, parent_id, distance) VALUES
+  (2, 1, 1), (3, 1, 1), (4, 1, 1), (5, 1, 1),
+  (7, 6, 1), (8, 6, 1),
+  (10, 9, 1), (11, 10, 1), (11, 9, 2),
+  (12, 77, 1), (99, 1, 1);
+INSERT INTO file_table (file_id, attribute, ref_cnt, size, hash) VALUES
+  (0, 0, 0, 0, ''),
+  (1, 0, 2, 10, 'da39a3ee5e6b4b0d3255bfef95601890afd80709'),
+  (3, 1, 1, 5000000000, 'a9993e364706816aba3e25717850c26c9cd0d89d'),
+  (4, 0, 1, 7, NULL),
+  (5, NULL, NULL, NULL, 'it''s 100%'),
+  (6, 0, 2, 2, 'y');
+INSERT INTO delta_table (node_id, from_id, to_id, attribute, delta_file_id) VALUES
+  (2, 2, 12, 0, 3),
+  (3, NULL, NULL, NULL, 0);

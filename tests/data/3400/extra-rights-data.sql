@@ -1,0 +1,1 @@
+-- Kept in the view databases from here on.

@@ -1,0 +1,2 @@
+UPDATE version_table SET acl_attribute = 'acl "a"', acl_hash = 'acl hash', share_priv_disabled = 1, share_priv_deny_list = 'O''Brien', share_priv_ro_list = '100%', share_priv_rw_list = '%s', share_priv_hash = 'share hash' WHERE ver_id = 3;
+UPDATE node_table SET v_acl_attribute = 'acl "a"', v_acl_hash = 'acl hash', v_share_priv_disabled = 1, v_share_priv_deny_list = 'O''Brien', v_share_priv_ro_list = '100%', v_share_priv_rw_list = '%s', v_share_priv_hash = 'share hash' WHERE node_id = 2;

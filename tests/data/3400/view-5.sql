@@ -1,0 +1,1 @@
+-- A view without nodes.

@@ -1,0 +1,6 @@
+INSERT INTO config_table (key, value) VALUES
+  ('sync_id', '42'),
+  ('sign_id', '0'),
+  ('rotate_cnt', '8'),
+  ('rotate_span', '7776000'),
+  ('rotate_policy', 'fifo');
