@@ -21,18 +21,33 @@ inline constexpr std::size_t kCopyBufferSize = 33554432;  // 32 MiB
 [[nodiscard]] bool FSExists(const std::string& path);
 
 // Renames `source` to `target`; across file systems a regular file is copied (its source stays where it was),
-// a folder is made at the target, its entries are moved and the emptied source is removed, anything else is
-// left alone with result 0. `flag` has no effect. Returns 0, -1 when a path is empty, or one of the kMove
-// values.
+// a folder is made at the target, its entries are moved and the emptied source is removed (so a folder with a
+// regular file in it ends with kMoveFailed), anything else is left alone with result 0. `flag` has no effect.
+// Returns 0, -1 when a path is empty, or one of the kMove values.
 [[nodiscard]] int FSMove(const std::string& source, const std::string& target, bool flag);
 
-// Copies one regular file, mode 0666 less the umask. A non-zero `flag` removes the source afterwards. Returns
-// 0, kCopyDiskFull, or -1; a partial target stays. Owner and mode are not copied (see CopyOwnerAndMode).
+// Copies one regular file, mode 0666 less the umask; links in the paths are followed. Where the file system
+// can share the blocks of the source it does, otherwise the bytes are copied through one buffer. A pipe,
+// device or socket as source, or a target that is the source itself, is refused like a file that cannot be
+// opened (EINVAL), and the target is left alone. A non-zero `flag` removes the source afterwards. Returns 0,
+// kCopyDiskFull, or -1; a partial target stays. Owner and mode are not copied (see FSCopyKeepingOwner).
 [[nodiscard]] int FSCopy(const std::string& source, const std::string& target, int flag);
+
+// The same for a copy that must be as private as its source: nobody but this process's user can read the copy
+// while it is being made, and then it gets the owner and the mode of the source. Results as FSCopy.
+[[nodiscard]] int FSCopyKeepingOwner(const std::string& source, const std::string& target);
 
 // Makes a folder, mode 0755; with `parents` also the missing folders above it. One that exists is success.
 // Returns 0, or -1 with errno set.
 [[nodiscard]] int FSMKDir(const std::string& path, bool parents);
+
+// Brings the entries of a folder (what was made, renamed or removed in it) to the disk. Returns 0, or -1 with
+// errno set.
+[[nodiscard]] int FSSyncFolder(const std::string& folder);
+
+// Brings everything written to the file system that holds `path` to the disk. Returns 0, or -1 with errno
+// set, also when an earlier write could not be brought there.
+[[nodiscard]] int FSSyncFileSystem(const std::string& path);
 
 // Removes the path and everything under it; links are removed, never followed; a path that does not exist is
 // success. `flag` is 0. Returns 0, or -1 with errno of the first thing that could not be removed.
@@ -40,11 +55,12 @@ inline constexpr std::size_t kCopyBufferSize = 33554432;  // 32 MiB
 
 // Copies the folder `source` with everything under it to `target`, which must not exist: folders, regular
 // files (with FSCopy) and symbolic links (as links, never followed), each with owner and mode; other types
-// are left out. Returns 0, or a negative value as FSCopy; what was copied stays.
+// are left out. A `source` that is itself a link is refused. Returns 0, or a negative value as FSCopy; what
+// was copied stays.
 [[nodiscard]] int FSCopyTree(const std::string& source, const std::string& target);
 
-// Gives `target` the owner and the permission bits of `source`. A process that may not change owners keeps
-// its own, which is success. Returns 0, or -1 with errno set.
+// Gives `target`, which must not be a link, the owner and the permission bits of `source`. A process that may
+// not change owners keeps its own, which is success. Returns 0, or -1 with errno set.
 [[nodiscard]] int CopyOwnerAndMode(const std::string& source, const std::string& target);
 
 // The names of the folders in `folder`, in directory order, "." and ".." excluded; links are no folders. An

@@ -1,0 +1,129 @@
+#include "file-op/copy_file.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "file-op/file_handle.h"
+#include "file-op/file_op.h"
+
+namespace file_op {
+namespace {
+
+// A pipe without its other end must not hold the run up, and no terminal becomes ours.
+constexpr int kOpenAnything = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+int LogOpenFailure(const FilePlace& place) {
+  const int error = errno;
+  logger::ComponentError(kFileOpComponent, "CopyFile: open(%s): %s (%d)\n", place.path, std::strerror(error),
+                         error);
+  return kFileOpFailed;
+}
+
+int LogWriteFailure() {
+  const int error = errno;
+  logger::ComponentError(kFileOpComponent, "CopyFile: write: %s (%d)\n", std::strerror(error), error);
+  return error == ENOSPC || error == EDQUOT ? kCopyDiskFull : kFileOpFailed;
+}
+
+FileHandle Open(const FilePlace& place, int flags, mode_t mode) {
+  return FileHandle(
+      RetryInterrupted([&] { return openat(place.at, place.name.c_str(), flags | kOpenAnything, mode); }));
+}
+
+// A folder passes: reading it fails, with a message that says what it is.
+bool OpenSource(const FilePlace& place, int flags, FileHandle& file, struct stat& status) {
+  file = Open(place, O_RDONLY | flags, 0);
+  if (!file.IsOpen() || fstat(file.get(), &status) < 0) return false;
+  if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) return true;
+  errno = EINVAL;
+  return false;
+}
+
+// Empties the target only after making sure that it is not the source.
+bool OpenTarget(const FilePlace& place, const CopyOptions& options, const struct stat& source,
+                FileHandle& file) {
+  file = Open(place, O_WRONLY | O_CREAT | options.target_flags, options.mode);
+  struct stat status {};
+  if (!file.IsOpen() || fstat(file.get(), &status) < 0) return false;
+  if (status.st_dev == source.st_dev && status.st_ino == source.st_ino) {
+    errno = EINVAL;
+    return false;
+  }
+  return !S_ISREG(status.st_mode) || RetryInterrupted([&] { return ftruncate(file.get(), 0); }) == 0;
+}
+
+// False with errno set; errno is 0 for a write that took nothing.
+bool WriteAll(int fd, std::string_view data) {
+  while (!data.empty()) {
+    errno = 0;
+    const ssize_t written = RetryInterrupted([&] { return write(fd, data.data(), data.size()); });
+    if (written <= 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+int CopyBytes(int source, int target) {
+  // Not filled: a small file then touches only the pages that it needs.
+  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBufferSize]);
+  if (!buffer) {
+    logger::ComponentError(kFileOpComponent, "FSCopy: malloc(%d): %s (%d)\n",
+                           static_cast<int>(kCopyBufferSize), std::strerror(ENOMEM), ENOMEM);
+    return kFileOpFailed;
+  }
+  for (;;) {
+    const ssize_t length = RetryInterrupted([&] { return read(source, buffer.get(), kCopyBufferSize); });
+    if (length < 0) {
+      const int error = errno;
+      logger::ComponentError(kFileOpComponent, "CopyFile: read: %s (%d)\n", std::strerror(error), error);
+      return kFileOpFailed;
+    }
+    if (length == 0) return 0;
+    if (!WriteAll(target, {buffer.get(), static_cast<std::size_t>(length)})) return LogWriteFailure();
+  }
+}
+
+// Shares the blocks at once where the file system can. Whatever keeps it from that, copying the bytes either
+// works or fails with the message that belongs to it.
+int CopyContent(int source, int target) {
+  return ioctl(target, FICLONE, source) == 0 ? 0 : CopyBytes(source, target);
+}
+
+}  // namespace
+
+int CopyFile(const FilePlace& source, const FilePlace& target, const CopyOptions& options) {
+  FileHandle from;
+  struct stat status {};
+  if (!OpenSource(source, options.source_flags, from, status)) return LogOpenFailure(source);
+  FileHandle to;
+  if (!OpenTarget(target, options, status, to)) return LogOpenFailure(target);
+  const int result = CopyContent(from.get(), to.get());
+  if (result < 0) return result;
+  if (options.keep_owner && ApplyOwnerAndMode(to.get(), status) < 0) {
+    const int error = errno;
+    logger::ComponentError(kFileOpComponent, "CopyFile: keep owner of %s: %s (%d)\n", target.path,
+                           std::strerror(error), error);
+    return kFileOpFailed;
+  }
+  return to.Close() == 0 ? 0 : LogWriteFailure();  // some file systems tell here that a write failed
+}
+
+int ApplyOwnerAndMode(int fd, const struct stat& status) {
+  mode_t bits = status.st_mode & ALLPERMS;
+  if (fchown(fd, status.st_uid, status.st_gid) < 0) {
+    if (errno != EPERM) return -1;
+    (void)fchown(fd, static_cast<uid_t>(-1), status.st_gid);  // the group alone, if this process is in it
+    bits &= ACCESSPERMS;  // what runs as the owner must not run as somebody else
+  }
+  return fchmod(fd, bits);
+}
+
+}  // namespace file_op

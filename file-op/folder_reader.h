@@ -1,0 +1,34 @@
+// Reading the entries of one folder.
+#pragma once
+
+#include <dirent.h>
+
+#include <memory>
+#include <string>
+
+namespace file_op {
+
+struct Entry {
+  enum class Type { kFolder, kFile, kLink, kOther };
+  std::string name;
+  Type type = Type::kOther;
+};
+
+class FolderReader {
+ public:
+  // Opens `path`, relative to the open folder `at` (AT_FDCWD for none). Returns 0, or -1 with errno set.
+  [[nodiscard]] int Open(int at, const std::string& path);
+
+  // Reads the next entry other than "." and "..", in directory order. An entry whose type the file system
+  // does not tell is asked for; one that has gone by then is passed over. Returns 1, 0 at the end, or -1 with
+  // errno set.
+  [[nodiscard]] int Next(Entry& entry);
+
+ private:
+  struct CloseFolder {
+    void operator()(DIR* folder) const noexcept;
+  };
+  std::unique_ptr<DIR, CloseFolder> folder_;
+};
+
+}  // namespace file_op

@@ -1,0 +1,39 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "file-op/file_op.h"
+#include "file-op/tree_walk.h"
+
+namespace file_op {
+namespace {
+
+// Unlinks every entry of a tree, each folder after what is in it.
+class FSRemover : public TraverseHandler {
+ public:
+  int OnEntry(const FolderCursor& folder, const Entry& entry) override {
+    return entry.type == Entry::Type::kFolder ? 0 : Unlink(folder, entry.name, 0);
+  }
+  int OnLeave(const FolderCursor& folder, const std::string& name) override {
+    return Unlink(folder, name, AT_REMOVEDIR);
+  }
+
+ private:
+  static int Unlink(const FolderCursor& folder, const std::string& name, int flags) {
+    return unlinkat(folder.fd(), name.c_str(), flags) == 0 || errno == ENOENT ? 0 : -1;
+  }
+};
+
+}  // namespace
+
+int FSRemoveTree(const std::string& path, int /*flag*/) {
+  if (unlink(path.c_str()) == 0 || errno == ENOENT) return 0;
+  if (errno != EISDIR) return -1;
+  FolderCursor cursor;
+  FSRemover remover;
+  if (cursor.OpenTop(path) < 0 || WalkTree(cursor, remover) < 0) return -1;
+  return rmdir(path.c_str());
+}
+
+}  // namespace file_op

@@ -1,0 +1,131 @@
+#include "updater/placement.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "db-util/database_files.h"
+#include "file-op/file_op.h"
+#include "logger/log_sink.h"
+#include "updater/framework/view_databases.h"
+#include "updater/working_copies.h"
+
+namespace updater {
+namespace {
+
+struct DatabasePair {
+  const std::string& copy;
+  const std::string& live;
+};
+
+// In the order in which they are put in place.
+std::array<DatabasePair, 4> Databases(const RunPaths& paths) {
+  return {{{paths.user_copy, paths.user_db},
+           {paths.data_copy, paths.data_db},
+           {paths.log_copy, paths.log_db},
+           {paths.client_copy, paths.client_db}}};
+}
+
+std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
+// A file without companions is the whole database as it is: nothing to open, be there thousands of them.
+int Fold(const std::string& database) {
+  const auto files = db_util::DatabaseFiles(database);
+  for (std::size_t i = 1; i < files.size(); ++i) {
+    if (file_op::FSExists(files[i])) return db_util::FoldDatabase(database);
+  }
+  return 0;
+}
+
+int ListCopies(const std::string& folder, std::vector<std::string>& names) {
+  if (!file_op::FSExists(folder) || file_op::ListFolders(folder, names) == 0) return 0;
+  const int error = errno;
+  logger::SystemLog("cannot list working copies in %s: %s (%d)\n", folder, std::strerror(error), error);
+  return -1;
+}
+
+int FoldCopies(const RunPaths& paths) {
+  for (const DatabasePair& database : Databases(paths)) {
+    if (Fold(database.copy) < 0) return -1;
+  }
+  std::vector<std::string> views;
+  std::vector<std::string> volumes;
+  if (ListCopies(paths.view_copy, views) < 0 || ListCopies(paths.file_copy, volumes) < 0) return -1;
+  const FolderDatabases copies(paths.view_copy, paths.file_copy);
+  for (const std::string& view : views) {
+    if (Fold(copies.ViewDatabase(view)) < 0) return -1;
+  }
+  for (const std::string& volume : volumes) {
+    if (Fold(copies.FileDatabase(volume)) < 0) return -1;
+  }
+  return 0;
+}
+
+int FoldLiveDatabases(const RunPaths& paths) {
+  for (const DatabasePair& database : Databases(paths)) {
+    if (file_op::FSExists(database.copy) && Fold(database.live) < 0) return -1;
+  }
+  return 0;
+}
+
+// Working copies are written without flushing anything. From here on they must survive a power failure: once
+// they are renamed, nothing else is left. Folders of the package may be file systems of their own.
+int FlushCopies(const RunPaths& paths) {
+  std::vector<dev_t> flushed;
+  for (const std::string& folder :
+       {paths.volume, paths.sync_folder, FolderOf(paths.client_copy), paths.view_copy, paths.file_copy}) {
+    struct stat status {};
+    if (stat(folder.c_str(), &status) < 0 && errno == ENOENT) continue;
+    if (std::find(flushed.begin(), flushed.end(), status.st_dev) != flushed.end()) continue;
+    if (file_op::FSSyncFileSystem(folder) < 0) {
+      const int error = errno;
+      logger::SystemLog("cannot flush file system of %s: %s (%d)\n", folder, std::strerror(error), error);
+      return -1;
+    }
+    flushed.push_back(status.st_dev);
+  }
+  return 0;
+}
+
+void PlaceDatabase(const DatabasePair& database) {
+  if (file_op::FSMove(database.copy, database.live, true) < 0) return;  // also when there is no copy
+  // Both were folded, so there are none unless somebody opened one in between. The files are in place by now:
+  // a companion that stays is as bad as none was before, and nothing is left to fall back to.
+  (void)db_util::RemoveCompanions(database.live);
+  (void)db_util::RemoveCompanions(database.copy);
+}
+
+void FlushFolder(const std::string& folder) {
+  if (file_op::FSSyncFolder(folder) == 0 || errno == ENOENT) return;
+  const int error = errno;
+  logger::SystemLog("cannot flush folder %s: %s (%d)\n", folder, std::strerror(error), error);
+}
+
+// Every folder in which something was renamed or removed.
+void FlushFolders(const RunPaths& paths) {
+  FlushFolder(paths.sync_folder);
+  FlushFolder(FolderOf(paths.client_db));
+  std::vector<std::string> views;
+  if (file_op::ListFolders(paths.view_folder, views) < 0) return;  // there is none
+  const FolderDatabases live(paths.view_folder, paths.file_folder);
+  for (const std::string& view : views) FlushFolder(live.ViewFolder(view));
+}
+
+}  // namespace
+
+int PreparePlacement(const RunPaths& paths) {
+  return FoldCopies(paths) < 0 || FlushCopies(paths) < 0 || FoldLiveDatabases(paths) < 0 ? -1 : 0;
+}
+
+void PlaceWorkingCopies(const RunPaths& paths) {
+  for (const DatabasePair& database : Databases(paths)) PlaceDatabase(database);
+  (void)RestoreViewFolder(paths.view_copy, paths.view_folder);  // logged; the rest goes in place all the same
+  (void)RestoreFileFolder(paths.file_copy, paths.file_folder);  // the same
+  FlushFolders(paths);
+}
+
+}  // namespace updater

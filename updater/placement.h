@@ -1,0 +1,26 @@
+// Putting the upgraded working copies in place of the live databases.
+//
+// A write-ahead log or rollback journal is not tied to its database: left beside a path, it is replayed into
+// whatever file is renamed there, and the upgraded database silently goes back to old content. Removing it
+// blindly is no way out either, for a copy's own log may hold committed rows. So every database is folded
+// first, live and copy, until its file alone is the whole database; then a rename is all it takes.
+#pragma once
+
+#include "updater/run_paths.h"
+
+namespace updater {
+
+// Makes everything ready that can fail. Folds the working copies, brings them to the disk, and only then
+// folds their live counterparts, which are not replaced yet; a live database that is not there loses the
+// companions that a former one left. Live view and file databases are not folded: their restores remove them
+// with their companions before the copy moves in, so nothing that is still wanted can be in there.
+//
+// Returns 0, or -1 after a line in the system log; no live database has lost or changed content then.
+[[nodiscard]] int PreparePlacement(const RunPaths& paths);
+
+// Moves every working copy over its live database or folder, and brings the folders to the disk. A part that
+// has no working copy is skipped, a part that cannot be moved does not keep the others back. No companion
+// file of a moved database is left. To be called after PreparePlacement succeeded.
+void PlaceWorkingCopies(const RunPaths& paths);
+
+}  // namespace updater

@@ -1,0 +1,34 @@
+// The working copies: what every upgrade step works on, instead of the live databases.
+//
+// Operations return 0, or -1 after a line in the system log. Nothing is retried and nothing that was copied
+// or moved is undone: a partial working copy stays until the next run removes it.
+#pragma once
+
+#include <string>
+
+namespace updater {
+
+// Removes a database with its companion files, as far as they exist; whatever stands at those paths goes,
+// links are not followed. Stops at the first that cannot be removed. No line in the log.
+[[nodiscard]] int RemoveDatabaseFiles(const std::string& database);
+
+// Copies a database with its companion files, as far as they exist, over whatever stands at `target`. The
+// copy has the owner and the mode of its source. A source that does not exist is success without a copy. What
+// failed is logged by the file operation that did.
+[[nodiscard]] int BackupDatabaseFile(const std::string& source, const std::string& target);
+
+// Copies the database of every view; other files of the view folders are left out.
+[[nodiscard]] int BackupViewFolder(const std::string& view_folder, const std::string& view_copy);
+
+// Puts the copies of the view databases in place of the live ones and removes the rest of the working copy.
+// The views are those of the live folder: one that is in the working copy only is dropped. A live folder that
+// does not exist gets the whole working copy.
+[[nodiscard]] int RestoreViewFolder(const std::string& view_copy, const std::string& view_folder);
+
+// Copies the file folder with everything in it.
+[[nodiscard]] int BackupFileFolder(const std::string& file_folder, const std::string& file_copy);
+
+// Puts the copy in place of the live file folder, which is removed. Without a copy the live folder stays.
+[[nodiscard]] int RestoreFileFolder(const std::string& file_copy, const std::string& file_folder);
+
+}  // namespace updater

@@ -1,0 +1,256 @@
+#include "updater/working_copies.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "db-util/database.h"
+#include "db-util/query.h"
+#include "logger/log_sink.h"
+#include "updater/placement.h"
+
+namespace updater {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+
+class WorkingCopiesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directories(paths_.sync_folder);
+    fs::create_directories(fs::path(paths_.client_db).parent_path());
+  }
+  void TearDown() override { fs::remove_all(paths_.volume); }
+
+  static std::string Make(const std::string& path, const std::string& content) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+  }
+  static std::string Read(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  // Every file under the folder with its content, sorted.
+  static std::vector<std::string> Files(const std::string& folder) {
+    std::vector<std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+      if (!entry.is_directory()) {
+        files.push_back(fs::relative(entry, folder).string() + "=" + Read(entry.path()));
+      }
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+  }
+
+  // A database as a killed process leaves it: `in_file` in the file, `in_log` committed but only in its
+  // companions, which are those of the journal mode.
+  static void MakeKilled(const std::string& path, const std::string& mode, const std::string& in_file,
+                         const std::string& in_log) {
+    const std::string made = path + ".made";
+    db_util::Database db;
+    ASSERT_EQ(db_util::OpenDatabase(made, db), 0);
+    ASSERT_EQ(
+        db_util::ExecSql(db.get(), "PRAGMA journal_mode = %s; CREATE TABLE t (v); INSERT INTO t VALUES (%Q);",
+                         mode, in_file),
+        0);
+    if (mode == "wal") {
+      ASSERT_EQ(db_util::ExecScript(db.get(), "PRAGMA wal_checkpoint(TRUNCATE);"), 0);
+    }
+    // With a cache of one page the transaction spills: the file changes before it is committed.
+    ASSERT_EQ(db_util::ExecSql(db.get(),
+                               "PRAGMA cache_size = 1; BEGIN; UPDATE t SET v = %Q; CREATE TABLE x (v);"
+                               "INSERT INTO x VALUES (zeroblob(100000));",
+                               in_log),
+              0);
+    if (mode == "wal") {
+      ASSERT_EQ(db_util::ExecScript(db.get(), "COMMIT;"), 0);
+    }
+    for (const char* suffix : {"", "-wal", "-journal"}) {
+      if (fs::exists(made + suffix)) fs::copy_file(made + suffix, path + suffix);
+    }
+    db.reset();
+    fs::remove(made);
+  }
+  static std::string Value(const std::string& path) {
+    db_util::Database db;
+    std::string value = "(no row)";
+    EXPECT_EQ(db_util::OpenDatabase(path, db, db_util::OpenMode::kReadWrite), 0);
+    EXPECT_TRUE(db_util::ForEachRow(db.get(), "SELECT v FROM t;", [&](sqlite3_stmt* row) {
+                  value = db_util::ColumnText(row, 0);
+                  return true;
+                }).ok());
+    return value;
+  }
+
+  RunPaths paths_{(fs::path(::testing::TempDir()) / ("copies-" + std::to_string(getpid()))).string()};
+  logger::RecordingSink sink_;
+  logger::ScopedSink scope_{sink_};
+};
+
+TEST_F(WorkingCopiesTest, DatabaseIsCopiedWithTheCompanionsItHasAndReplacesAnOldCopy) {
+  EXPECT_EQ(BackupDatabaseFile(paths_.log_db, paths_.log_copy), 0);  // no such database
+  for (const char* suffix : {"", "-wal", "-shm", "-journal"}) Make(paths_.user_copy + suffix, "old");
+  Make(paths_.user_db, "main");
+  Make(paths_.user_db + "-wal", "wal");
+  EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
+  EXPECT_THAT(Files(paths_.sync_folder), ElementsAre("user-db.sqlite-wal=wal", "user-db.sqlite.bak-wal=wal",
+                                                     "user-db.sqlite.bak=main", "user-db.sqlite=main");
+  fs::remove(paths_.user_db + "-wal");
+  Make(paths_.user_db + "-journal", "hot");
+  EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
+  EXPECT_EQ(Read(paths_.user_copy + "-journal"), "hot");
+  EXPECT_FALSE(fs::exists(paths_.user_copy + "-wal"));
+  EXPECT_EQ(RemoveDatabaseFiles(paths_.user_copy), 0);
+  EXPECT_EQ(Files(paths_.sync_folder).size(), 2U);
+  fs::create_directories(paths_.data_db);
+  EXPECT_EQ(BackupDatabaseFile(paths_.data_db, paths_.data_copy), -1);
+}
+
+TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsBesideIt) {
+  const std::string elsewhere = Make(paths_.volume + "/elsewhere", "main");
+  Make(elsewhere + "-wal", "wal");
+  fs::create_symlink(elsewhere, paths_.user_db);
+  EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
+  EXPECT_FALSE(fs::is_symlink(paths_.user_copy));
+  EXPECT_EQ(Read(paths_.user_copy) + Read(paths_.user_copy + "-wal"), "mainwal");
+  fs::create_directories(paths_.file_folder + "/uuid");
+  fs::create_symlink(elsewhere, paths_.file_folder + "/uuid/file-db.sqlite");
+  EXPECT_EQ(BackupFileFolder(paths_.file_folder, paths_.file_copy), 0);
+  EXPECT_FALSE(fs::is_symlink(paths_.file_copy + "/uuid/file-db.sqlite"));
+}
+
+TEST_F(WorkingCopiesTest, CopiesBelongToTheOwnerOfTheirSource) {
+  const std::string database = Make(paths_.view_folder + "/7/view-db.sqlite", "seven");
+  const std::vector<std::string> live = {paths_.view_folder, paths_.view_folder + "/7", database};
+  const std::vector<std::string> copies = {paths_.view_copy, paths_.view_copy + "/7",
+                                           paths_.view_copy + "/7/view-db.sqlite"};
+  for (const std::string& path : live) {
+    if (geteuid() == 0) {
+      ASSERT_EQ(chown(path.c_str(), 1234, 5678), 0);
+    }
+    ASSERT_EQ(chmod(path.c_str(), path == database ? 0600 : 0711), 0);
+  }
+  ASSERT_EQ(BackupViewFolder(paths_.view_folder, paths_.view_copy), 0);
+  for (std::size_t i = 0; i < live.size(); ++i) {
+    struct stat expected {};
+    struct stat status {};
+    ASSERT_EQ(stat(live[i].c_str(), &expected), 0);
+    ASSERT_EQ(stat(copies[i].c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, expected.st_mode) << copies[i];
+    EXPECT_EQ(status.st_uid, expected.st_uid) << copies[i];
+    EXPECT_EQ(status.st_gid, expected.st_gid) << copies[i];
+  }
+}
+
+TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
+  Make(paths_.view_folder + "/7/view-db.sqlite", "old");
+  Make(paths_.view_folder + "/7/view-db.sqlite-wal", "old");
+  Make(paths_.view_folder + "/7/sign/.0", "");
+  Make(paths_.view_folder + "/name/view-db.sqlite", "old");
+  Make(paths_.view_folder + "/file", "");
+  const std::string outside = Make(paths_.volume + "/outside/view-db.sqlite", "precious");
+  fs::create_symlink(paths_.volume + "/outside", paths_.view_folder + "/8");
+  Make(paths_.view_copy + "/99/view-db.sqlite", "of a former run");
+  ASSERT_EQ(BackupViewFolder(paths_.view_folder, paths_.view_copy), 0);
+  EXPECT_THAT(Files(paths_.view_copy),
+              ElementsAre("7/view-db.sqlite-wal=old", "7/view-db.sqlite=old", "name/view-db.sqlite=old"));
+  for (const char* view : {"/7", "/8", "/9", "/name"}) {
+    Make(paths_.view_copy + view + "/view-db.sqlite", "new");
+  }
+  fs::remove(paths_.view_copy + "/7/view-db.sqlite-wal");
+  ASSERT_EQ(RestoreViewFolder(paths_.view_copy, paths_.view_folder), 0);
+  fs::remove(paths_.view_folder + "/8");
+  EXPECT_THAT(Files(paths_.view_folder),
+              ElementsAre("7/sign/.0=", "7/view-db.sqlite=new", "file=", "name/view-db.sqlite=new"));
+  EXPECT_EQ(Read(outside), "precious");
+  EXPECT_FALSE(fs::exists(paths_.view_copy));
+}
+
+TEST_F(WorkingCopiesTest, MissingLiveFoldersGetTheWholeCopies) {
+  Make(paths_.view_copy + "/9/view-db.sqlite", "new");
+  Make(paths_.view_copy + "/9/sign/.0", "");
+  EXPECT_EQ(RestoreViewFolder(paths_.view_copy, paths_.view_folder), 0);
+  EXPECT_THAT(Files(paths_.view_folder), ElementsAre("9/sign/.0=", "9/view-db.sqlite=new"));
+  Make(paths_.file_copy + "/uuid/file-db.sqlite", "new");
+  EXPECT_EQ(RestoreFileFolder(paths_.file_copy, paths_.file_folder), 0);
+  EXPECT_THAT(Files(paths_.file_folder), ElementsAre("uuid/file-db.sqlite=new"));
+}
+
+TEST_F(WorkingCopiesTest, FailuresAreNamed) {
+  const std::string view = paths_.view_folder;
+  const std::string view_copy = paths_.view_copy;
+  EXPECT_EQ(BackupViewFolder(view, view_copy), -1);
+  fs::remove_all(view_copy);
+  EXPECT_EQ(RestoreViewFolder(view_copy, view), -1);
+  Make(view, "a file");
+  EXPECT_EQ(BackupViewFolder(view, view + "/x"), -1);
+  fs::create_directories(view_copy);
+  EXPECT_EQ(RestoreViewFolder(view_copy, view), -1);
+  fs::remove(view);
+  fs::create_directories(view + "/7/view-db.sqlite");
+  EXPECT_EQ(BackupViewFolder(view, view_copy), -1);
+  fs::remove_all(view_copy);
+  EXPECT_EQ(RestoreViewFolder(view_copy, view), -1);
+  Make(paths_.file_folder + "/kept", "");
+  EXPECT_EQ(RestoreFileFolder(paths_.file_copy, paths_.file_folder), -1);
+  EXPECT_TRUE(fs::exists(paths_.file_folder + "/kept"));
+  const std::string database = "/7/view-db.sqlite";
+  EXPECT_THAT(sink_.Texts(),
+              ElementsAre("Cannot get views to backup view folder at " + view + "\n",
+                          "Failed to rename from " + view_copy + " to " + view + "\n",
+                          "Cannot remove old backup at " + view + "/x: Not a directory (20)",
+                          "Failed to get views to restore in " + view + "\n",
+                          "[ERROR] file-op(N): CopyFile: read: Is a directory (21)\n",
+                          "Cannot backup view from " + view + database + " to " + view_copy + database,
+                          "Cannot restore " + view_copy + " to " + view,
+                          "Cannot restore " + paths_.file_copy + " to " + paths_.file_folder));
+}
+
+// Both modes of SQLite leave something beside the live database that would be replayed into the new file.
+TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedIntoTheNewOne) {
+  MakeKilled(paths_.user_db, "wal", "old", "newer");
+  MakeKilled(paths_.data_db, "delete", "old", "never committed");
+  ASSERT_TRUE(fs::exists(paths_.user_db + "-wal") && fs::exists(paths_.data_db + "-journal"));
+  Make(paths_.client_db + "-wal", "of a database that is gone");
+  MakeKilled(paths_.user_copy, "wal", "?", "upgraded user");
+  MakeKilled(paths_.data_copy, "delete", "upgraded data", "never committed");
+  MakeKilled(paths_.client_copy, "wal", "?", "upgraded client");
+  fs::create_directories(paths_.view_folder + "/7");
+  MakeKilled(paths_.view_folder + "/7/view-db.sqlite", "wal", "old", "newer");
+  fs::create_directories(paths_.view_copy + "/7");
+  MakeKilled(paths_.view_copy + "/7/view-db.sqlite", "wal", "?", "upgraded view");
+  fs::create_directories(paths_.file_copy + "/uuid");
+  MakeKilled(paths_.file_copy + "/uuid/file-db.sqlite", "wal", "?", "upgraded file");
+
+  ASSERT_EQ(PreparePlacement(paths_), 0);
+  fs::copy_file(paths_.user_db, paths_.volume + "/user-before");
+  EXPECT_EQ(Value(paths_.volume + "/user-before"), "newer");  // whole in its file, and not replaced yet
+  EXPECT_TRUE(sink_.lines().empty());
+  PlaceWorkingCopies(paths_);
+  for (const auto& entry : fs::recursive_directory_iterator(paths_.volume + "/@stratofolder")) {
+    EXPECT_TRUE(entry.is_directory() || entry.path().extension() == ".sqlite") << entry.path();
+  }
+  EXPECT_EQ(Value(paths_.user_db), "upgraded user");
+  EXPECT_EQ(Value(paths_.data_db), "upgraded data");
+  EXPECT_EQ(Value(paths_.client_db), "upgraded client");
+  EXPECT_EQ(Value(paths_.view_folder + "/7/view-db.sqlite"), "upgraded view");
+  EXPECT_EQ(Value(paths_.file_folder + "/uuid/file-db.sqlite"), "upgraded file");
+}
+
+TEST_F(WorkingCopiesTest, DamagedCopyIsNotPlaced) {
+  Make(paths_.user_db, "live");
+  Make(paths_.user_copy, std::string(4096, 'x'));
+  Make(paths_.user_copy + "-wal", "log");
+  EXPECT_EQ(PreparePlacement(paths_), -1);
+  EXPECT_EQ(Read(paths_.user_db), "live");
+  EXPECT_EQ(sink_.Count("cannot fold database " + paths_.user_copy + ": file is not a database (26)\n"), 1);
+}
+
+}  // namespace
+}  // namespace updater
