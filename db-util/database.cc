@@ -88,11 +88,15 @@ int Execute(sqlite3* db, const std::string& text, std::string& error) {
   return code;
 }
 
+void LogExecFailure(const std::string& text, const std::string& error, int code) {
+  logger::UpdaterLog("sqlite3_exec(%s): %s (%d)\n", text, error, code);
+}
+
 int ExecScript(sqlite3* db, const std::string& text) {
   std::string error;
   const int code = Execute(db, text, error);
   if (code == SQLITE_OK) return 0;
-  logger::UpdaterLog("sqlite3_exec(%s): %s (%d)\n", text, error, code);
+  LogExecFailure(text, error, code);
   return -1;
 }
 

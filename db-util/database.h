@@ -45,8 +45,11 @@ inline constexpr int kBusyTimeoutMs = 300000;
 // transaction that the script began stays open.
 [[nodiscard]] int Execute(sqlite3* db, const std::string& text, std::string& error);
 
-// Executes text that is complete, and never used as a format. Returns 0, or -1 after logging
-// "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with the text, the message and the code.
+// Logs "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with the text, the message and the code.
+void LogExecFailure(const std::string& text, const std::string& error, int code);
+
+// Executes text that is complete, and never used as a format. Returns 0, or -1 after
+// LogExecFailure().
 [[nodiscard]] int ExecScript(sqlite3* db, const std::string& text);
 
 // `format` with its arguments put in by SQLite's printf (%Q quotes, %q escapes). Returns false, with `out`

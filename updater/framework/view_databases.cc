@@ -15,12 +15,13 @@ constexpr const char* kFileDatabaseName = "/file-db.sqlite";
 constexpr int kCacheKiB = 32768;
 
 int WriteOneVersion(sqlite3* db, const char* schema, const std::string& path, const Version& version) {
-  return db_util::ExecSql(db,
-                          "ATTACH DATABASE %Q AS %s; PRAGMA %s.synchronous = OFF; "
-                          "UPDATE %s.config_table SET value = %d WHERE key = 'version';"
-                          "INSERT OR REPLACE INTO %s.config_table (key, value) VALUES ('branch', %Q); "
-                          "DETACH DATABASE %s;",
-                          path, schema, schema, schema, version.number, schema, version.branch, schema);
+  std::string body;
+  return db_util::FormatSql(body,
+                            " UPDATE %s.config_table SET value = %d WHERE key = 'version';"
+                            "INSERT OR REPLACE INTO %s.config_table (key, value) VALUES ('branch', %Q); ",
+                            schema, version.number, schema, version.branch)
+             ? ExecAttached(db, schema, path, body)
+             : -1;
 }
 
 }  // namespace
@@ -83,6 +84,25 @@ int ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
   } else {
     logger::UpdaterLog("sqlite3_step: %s\n", result.message);
   }
+  return -1;
+}
+
+int AttachDatabase(sqlite3* db, const char* schema, const std::string& path) {
+  return db_util::ExecSql(db, "ATTACH DATABASE %Q AS %s;", path, schema) == 0 ? TuneSchema(db, schema) : -1;
+}
+
+int ExecAttached(sqlite3* db, const char* schema, const std::string& path, const std::string& body) {
+  std::string attach;
+  if (!db_util::FormatSql(attach, "ATTACH DATABASE %Q AS %s;", path, schema)) return -1;
+  const std::string rest = body + "DETACH DATABASE " + schema + ";";
+  std::string error;
+  int code = db_util::Execute(db, attach, error);
+  if (code == SQLITE_OK) {
+    (void)TuneSchema(db, schema);  // only costs time when it fails, and then the body fails too
+    code = db_util::Execute(db, rest, error);
+  }
+  if (code == SQLITE_OK) return 0;
+  db_util::LogExecFailure(attach + rest, error, code);
   return -1;
 }
 

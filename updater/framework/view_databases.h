@@ -46,6 +46,15 @@ class FolderDatabases {
 // failure of the query; the caller adds its own line.
 [[nodiscard]] int ReadViewIds(sqlite3* db, std::vector<ViewId>& views);
 
+// Attaches the database at `path` as `schema`, tuned. Returns 0 or -1 after logging the failing statement.
+[[nodiscard]] int AttachDatabase(sqlite3* db, const char* schema, const std::string& path);
+
+// Runs "ATTACH DATABASE '<path>' AS <schema>;", `body` and "DETACH DATABASE <schema>;" as one script, tuned
+// in between. Returns 0, or -1 after logging the whole script; what a failing body has attached stays
+// attached.
+[[nodiscard]] int ExecAttached(sqlite3* db, const char* schema, const std::string& path,
+                               const std::string& body);
+
 // Statements that follow every ATTACH: a working copy is disposable until the run is committed, so nothing is
 // flushed for it. Neither setting leaves a trace in the file.
 [[nodiscard]] int TuneSchema(sqlite3* db, const char* schema);
