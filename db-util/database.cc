@@ -1,10 +1,8 @@
 #include "db-util/database.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
 
 #include "db-util/database_files.h"
 #include "logger/updater_log.h"
@@ -24,41 +22,43 @@ int OpenFlags(OpenMode mode) {
   return SQLITE_OPEN_READONLY;
 }
 
-int OpenWithFlags(const std::string& path, Database& out, int flags) {
-  out.reset();
-  sqlite3* db = nullptr;
-  const int code = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
-  Database opened(db);  // SQLite hands out a handle with most failures too
-  if (code == SQLITE_OK) out = std::move(opened);
-  return code;
-}
-
 int LogOpenFailure(const std::string& path, int code) {
   logger::SystemLog("StratoFolder: Open database: %s failed (error code %d)\n", path, code);
   return -1;
 }
 
-// The path with its folder resolved: SQLite's "no links" flag refuses a link anywhere in the path, but only
-// the last component is the attacker's.
-std::string ResolveFolder(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(folder.c_str(), nullptr), &std::free);
-  if (!resolved) return path;
-  return std::string(resolved.get()) + "/" + path.substr(slash == std::string::npos ? 0 : slash + 1);
-}
+// A file descriptor that is closed with its scope.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd) : fd_(fd) {}
+  ~FileDescriptor() {
+    if (fd_ >= 0) (void)close(fd_);  // nothing was written through it
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  [[nodiscard]] int get() const { return fd_; }
 
-bool CreateExclusively(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  (void)close(fd);  // nothing was written
-  return true;
+ private:
+  int fd_;
+};
+
+// True when the file at `path` still is the one that was opened.
+bool IsStillAt(int fd, const std::string& path) {
+  struct stat opened {};
+  struct stat present {};
+  return fstat(fd, &opened) == 0 && lstat(path.c_str(), &present) == 0 && opened.st_dev == present.st_dev &&
+         opened.st_ino == present.st_ino;
 }
 
 }  // namespace
 
 int OpenQuietly(const std::string& path, Database& out, OpenMode mode) {
-  return OpenWithFlags(path, out, OpenFlags(mode));
+  out.reset();
+  sqlite3* db = nullptr;
+  const int code = sqlite3_open_v2(path.c_str(), &db, OpenFlags(mode), nullptr);
+  Database opened(db);  // SQLite hands out a handle with most failures too
+  if (code == SQLITE_OK) out = std::move(opened);
+  return code;
 }
 
 int OpenDatabase(const std::string& path, Database& out, OpenMode mode) {
@@ -71,13 +71,18 @@ int OpenDatabase(const std::string& path, Database& out, OpenMode mode) {
 int OpenScratchDatabase(const std::string& path, Database& out) {
   out.reset();
   if (path.empty()) return -1;
-  const std::string resolved = ResolveFolder(path);
-  for (const std::string& file : DatabaseFiles(resolved)) {
+  for (const std::string& file : DatabaseFiles(path)) {
     (void)unlink(file.c_str());  // the exclusive creation below tells whether it worked
   }
-  if (!CreateExclusively(resolved)) return LogOpenFailure(path, SQLITE_CANTOPEN);
-  const int code = OpenWithFlags(resolved, out, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
-  return code == SQLITE_OK ? 0 : LogOpenFailure(path, code);
+  const FileDescriptor created(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (created.get() < 0) return LogOpenFailure(path, SQLITE_CANTOPEN);
+  // ATTACH inherits the flags: without the one for creation it could not make a database that is missing, and
+  // with the one against links it would refuse a volume that is reached through one.
+  const int code = OpenQuietly(path, out, OpenMode::kCreate);
+  if (code != SQLITE_OK) return LogOpenFailure(path, code);
+  if (IsStillAt(created.get(), path)) return 0;
+  out.reset();
+  return LogOpenFailure(path, SQLITE_CANTOPEN);
 }
 
 int Execute(sqlite3* db, const std::string& text, std::string& error) {
