@@ -1,0 +1,103 @@
+#include "db/manager.h"
+
+#include <cerrno>
+#include <map>
+
+#include "db-util/query.h"
+#include "db/component.h"
+#include "db/view_db.h"
+#include "file-op/file_op.h"
+
+namespace db {
+namespace {
+
+constexpr const char* kDataTables = "'volume_table', 'config_table'";
+constexpr int kDataTableCount = 2;
+
+struct State {
+  std::string folder;
+  db_util::Database data;
+  std::map<ViewId, std::weak_ptr<SqliteViewDb>> views;  // those handed out
+};
+
+State& GetState() {
+  static State state;
+  return state;
+}
+
+std::string ViewFolder(ViewId view_id) { return GetState().folder + "/view/" + std::to_string(view_id); }
+
+void CloseView(ViewId view_id) {
+  const auto found = GetState().views.find(view_id);
+  if (found == GetState().views.end()) return;
+  if (const std::shared_ptr<SqliteViewDb> view = found->second.lock()) view->Close();
+  GetState().views.erase(found);
+}
+
+int Fail(const char* operation, const std::string& message, int code) {
+  logger::ComponentError(kComponent, "%s: %s (%d)\n", operation, message, code);
+  return -1;
+}
+
+}  // namespace
+
+int Manager::Initialize(const std::string& folder) {
+  Destroy(false);
+  const std::string path = folder + "/syncfolder-db.sqlite";
+  db_util::Database data;
+  const int code = db_util::OpenQuietly(path, data, db_util::OpenMode::kReadWrite);
+  if (code != SQLITE_OK) return Fail("Initialize", "cannot open " + path + ": " + sqlite3_errstr(code), code);
+  (void)sqlite3_busy_timeout(data.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
+  if (!HasLayout(data.get(), path, kDataTables, kDataTableCount)) return -1;
+  GetState().folder = folder;
+  GetState().data = std::move(data);
+  return 0;
+}
+
+void Manager::Destroy(bool /*flag*/) {
+  while (!GetState().views.empty()) CloseView(GetState().views.begin()->first);
+  GetState().data.reset();
+  GetState().folder.clear();
+}
+
+int Manager::EnumVolumeTable(std::map<std::string, std::string>& volumes) {
+  if (!GetState().data) return -1;
+  std::map<std::string, std::string> found;
+  const db_util::QueryResult result = db_util::ForEachRow(
+      GetState().data.get(), "SELECT uuid, repo_path FROM volume_table;", [&found](sqlite3_stmt* row) {
+        found.insert_or_assign(db_util::ColumnText(row, 0), db_util::ColumnText(row, 1));
+        return true;
+      });
+  if (!result.ok()) return Fail("EnumVolumeTable", result.message, result.code);
+  volumes = std::move(found);
+  return 0;
+}
+
+int Manager::DeleteUuidFromVolumeTable(const std::string& uuid) {
+  if (!GetState().data) return -1;
+  std::string statement;
+  if (!db_util::FormatSql(statement, "DELETE FROM volume_table WHERE uuid = %Q;", uuid)) return -1;
+  std::string error;
+  const int code = db_util::Execute(GetState().data.get(), statement, error);
+  return code == SQLITE_OK ? 0 : Fail("DeleteUuidFromVolumeTable", error, code);
+}
+
+int Manager::GetViewDB(ViewId view_id, std::shared_ptr<ViewDBInterface>& view_db) {
+  if (!GetState().data) return -1;
+  std::shared_ptr<SqliteViewDb> opened = SqliteViewDb::Open(ViewFolder(view_id) + "/view-db.sqlite");
+  if (!opened) return -1;
+  GetState().views.insert_or_assign(view_id, opened);
+  view_db = std::move(opened);
+  return 0;
+}
+
+int Manager::DeleteView(ViewId view_id) {
+  if (!GetState().data) return -1;
+  CloseView(view_id);
+  const std::string folder = ViewFolder(view_id);
+  if (file_op::FSRemoveTree(folder, 0) == 0) return 0;
+  const int error = errno;
+  return Fail("DeleteView", "cannot remove " + folder, error);
+}
+
+}  // namespace db
