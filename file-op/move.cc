@@ -24,8 +24,9 @@ int ListEntries(const std::string& folder, std::vector<std::string>& names) {
 int MoveFolderAcross(const std::string& source, const std::string& target) {
   std::vector<std::string> names;
   if (FSMKDir(target, true) < 0 || ListEntries(source, names) < 0) return kMoveFailed;
+  const auto in = [](std::string folder, const std::string& name) { return folder.append("/").append(name); };
   for (const std::string& name : names) {
-    if (FSMove(source + "/" + name, target + "/" + name, true) < 0) return kMoveFailed;
+    if (FSMove(in(source, name), in(target, name), true) < 0) return kMoveFailed;
   }
   if (CopyOwnerAndMode(source, target) < 0) return kMoveFailed;
   return std::remove(source.c_str()) == 0 ? 0 : kMoveFailed;

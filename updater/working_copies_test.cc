@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 
@@ -48,29 +50,22 @@ class WorkingCopiesTest : public ::testing::Test {
     return files;
   }
 
-  // A database as a killed process leaves it: `in_file` in the file, `in_log` committed but only in its
-  // companions, which are those of the journal mode.
+  // A database as a killed process leaves it. Mode "wal": `in_file` in the file, `in_log` committed but only
+  // in the write-ahead log. Mode "delete": `in_file` committed, `in_log` half written over it.
   static void MakeKilled(const std::string& path, const std::string& mode, const std::string& in_file,
                          const std::string& in_log) {
-    const std::string made = path + ".made";
+    const std::string made = Make(path + ".made", "");
     db_util::Database db;
     ASSERT_EQ(db_util::OpenDatabase(made, db), 0);
-    ASSERT_EQ(
-        db_util::ExecSql(db.get(), "PRAGMA journal_mode = %s; CREATE TABLE t (v); INSERT INTO t VALUES (%Q);",
-                         mode, in_file),
-        0);
-    if (mode == "wal") {
-      ASSERT_EQ(db_util::ExecScript(db.get(), "PRAGMA wal_checkpoint(TRUNCATE);"), 0);
-    }
     // With a cache of one page the transaction spills: the file changes before it is committed.
-    ASSERT_EQ(db_util::ExecSql(db.get(),
-                               "PRAGMA cache_size = 1; BEGIN; UPDATE t SET v = %Q; CREATE TABLE x (v);"
-                               "INSERT INTO x VALUES (zeroblob(100000));",
-                               in_log),
-              0);
-    if (mode == "wal") {
-      ASSERT_EQ(db_util::ExecScript(db.get(), "COMMIT;"), 0);
-    }
+    ASSERT_EQ(
+        db_util::ExecSql(db.get(),
+                         "PRAGMA journal_mode = %s; PRAGMA cache_size = 1;"
+                         "CREATE TABLE t (v); INSERT INTO t VALUES (%Q); PRAGMA wal_checkpoint(TRUNCATE);"
+                         "BEGIN; UPDATE t SET v = %Q; CREATE TABLE x (v);"
+                         "INSERT INTO x VALUES (zeroblob(100000)); %s",
+                         mode, in_file, in_log, mode == "wal" ? "COMMIT;" : ""),
+        0);
     for (const char* suffix : {"", "-wal", "-journal"}) {
       if (fs::exists(made + suffix)) fs::copy_file(made + suffix, path + suffix);
     }
@@ -100,7 +95,7 @@ TEST_F(WorkingCopiesTest, DatabaseIsCopiedWithTheCompanionsItHasAndReplacesAnOld
   Make(paths_.user_db + "-wal", "wal");
   EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
   EXPECT_THAT(Files(paths_.sync_folder), ElementsAre("user-db.sqlite-wal=wal", "user-db.sqlite.bak-wal=wal",
-                                                     "user-db.sqlite.bak=main", "user-db.sqlite=main");
+                                                     "user-db.sqlite.bak=main", "user-db.sqlite=main"));
   fs::remove(paths_.user_db + "-wal");
   Make(paths_.user_db + "-journal", "hot");
   EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
@@ -126,25 +121,21 @@ TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsBesideIt) 
 }
 
 TEST_F(WorkingCopiesTest, CopiesBelongToTheOwnerOfTheirSource) {
-  const std::string database = Make(paths_.view_folder + "/7/view-db.sqlite", "seven");
-  const std::vector<std::string> live = {paths_.view_folder, paths_.view_folder + "/7", database};
-  const std::vector<std::string> copies = {paths_.view_copy, paths_.view_copy + "/7",
-                                           paths_.view_copy + "/7/view-db.sqlite"};
-  for (const std::string& path : live) {
-    if (geteuid() == 0) {
-      ASSERT_EQ(chown(path.c_str(), 1234, 5678), 0);
-    }
-    ASSERT_EQ(chmod(path.c_str(), path == database ? 0600 : 0711), 0);
+  Make(paths_.view_folder + "/7/view-db.sqlite", "seven");
+  const std::vector<std::string> parts = {"", "/7", "/7/view-db.sqlite"};
+  for (const std::string& part : parts) {
+    const std::string live = paths_.view_folder + part;
+    ASSERT_TRUE(geteuid() != 0 || chown(live.c_str(), 1234, 5678) == 0);
+    ASSERT_EQ(chmod(live.c_str(), part.size() > 2 ? 0600 : 0711), 0);
   }
   ASSERT_EQ(BackupViewFolder(paths_.view_folder, paths_.view_copy), 0);
-  for (std::size_t i = 0; i < live.size(); ++i) {
-    struct stat expected {};
-    struct stat status {};
-    ASSERT_EQ(stat(live[i].c_str(), &expected), 0);
-    ASSERT_EQ(stat(copies[i].c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, expected.st_mode) << copies[i];
-    EXPECT_EQ(status.st_uid, expected.st_uid) << copies[i];
-    EXPECT_EQ(status.st_gid, expected.st_gid) << copies[i];
+  for (const std::string& part : parts) {
+    struct stat live {};
+    struct stat copy {};
+    ASSERT_EQ(stat((paths_.view_folder + part).c_str(), &live), 0);
+    ASSERT_EQ(stat((paths_.view_copy + part).c_str(), &copy), 0);
+    EXPECT_THAT((std::array{copy.st_mode, copy.st_uid, copy.st_gid}),
+                ElementsAre(live.st_mode, live.st_uid, live.st_gid));
   }
 }
 
@@ -173,13 +164,11 @@ TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
 }
 
 TEST_F(WorkingCopiesTest, MissingLiveFoldersGetTheWholeCopies) {
-  Make(paths_.view_copy + "/9/view-db.sqlite", "new");
-  Make(paths_.view_copy + "/9/sign/.0", "");
+  Make(paths_.view_copy + "/9/sign/.0", "new");
   EXPECT_EQ(RestoreViewFolder(paths_.view_copy, paths_.view_folder), 0);
-  EXPECT_THAT(Files(paths_.view_folder), ElementsAre("9/sign/.0=", "9/view-db.sqlite=new"));
   Make(paths_.file_copy + "/uuid/file-db.sqlite", "new");
   EXPECT_EQ(RestoreFileFolder(paths_.file_copy, paths_.file_folder), 0);
-  EXPECT_THAT(Files(paths_.file_folder), ElementsAre("uuid/file-db.sqlite=new"));
+  EXPECT_THAT(Files(paths_.sync_folder), ElementsAre("file/uuid/file-db.sqlite=new", "view/9/sign/.0=new"));
 }
 
 TEST_F(WorkingCopiesTest, FailuresAreNamed) {
@@ -221,11 +210,9 @@ TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedIntoTheNewOne)
   MakeKilled(paths_.user_copy, "wal", "?", "upgraded user");
   MakeKilled(paths_.data_copy, "delete", "upgraded data", "never committed");
   MakeKilled(paths_.client_copy, "wal", "?", "upgraded client");
-  fs::create_directories(paths_.view_folder + "/7");
-  MakeKilled(paths_.view_folder + "/7/view-db.sqlite", "wal", "old", "newer");
-  fs::create_directories(paths_.view_copy + "/7");
-  MakeKilled(paths_.view_copy + "/7/view-db.sqlite", "wal", "?", "upgraded view");
-  fs::create_directories(paths_.file_copy + "/uuid");
+  const std::string view = "/7/view-db.sqlite";
+  MakeKilled(paths_.view_folder + view, "wal", "old", "newer");
+  MakeKilled(paths_.view_copy + view, "wal", "?", "upgraded view");
   MakeKilled(paths_.file_copy + "/uuid/file-db.sqlite", "wal", "?", "upgraded file");
 
   ASSERT_EQ(PreparePlacement(paths_), 0);
@@ -239,7 +226,7 @@ TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedIntoTheNewOne)
   EXPECT_EQ(Value(paths_.user_db), "upgraded user");
   EXPECT_EQ(Value(paths_.data_db), "upgraded data");
   EXPECT_EQ(Value(paths_.client_db), "upgraded client");
-  EXPECT_EQ(Value(paths_.view_folder + "/7/view-db.sqlite"), "upgraded view");
+  EXPECT_EQ(Value(paths_.view_folder + view), "upgraded view");
   EXPECT_EQ(Value(paths_.file_folder + "/uuid/file-db.sqlite"), "upgraded file");
 }
 
