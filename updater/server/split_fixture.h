@@ -116,13 +116,11 @@ class SplitTest : public ::testing::Test {
 
   // Runs the units up to a version.
   void Reach(int version) {
-    using namespace updater::server;  // NOLINT(google-build-using-namespace): six names, in this function
-                                      // only
     ASSERT_EQ(RunSplit(), 0);
-    if (version >= 3450) ASSERT_EQ(Run<SvrUpdater3400to3450>(), 0);
-    if (version >= 4000) ASSERT_EQ(Run<SvrUpdater3450to4000>(), 0);
-    if (version >= 4060) ASSERT_EQ(Run<SvrUpdater4000to4060>(), 0);
-    if (version >= 4100) ASSERT_EQ(Run<SvrUpdater4060to4100>(), 0);
+    ASSERT_TRUE(version < 3450 || Run<updater::server::SvrUpdater3400to3450>() == 0);
+    ASSERT_TRUE(version < 4000 || Run<updater::server::SvrUpdater3450to4000>() == 0);
+    ASSERT_TRUE(version < 4060 || Run<updater::server::SvrUpdater4000to4060>() == 0);
+    ASSERT_TRUE(version < 4100 || Run<updater::server::SvrUpdater4060to4100>() == 0);
     sink_.Clear();
   }
 

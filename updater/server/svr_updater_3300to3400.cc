@@ -198,8 +198,8 @@ int SvrUpdater3300to3400::SplitView(ViewId view) const {
 int SvrUpdater3300to3400::CopyViewRows(ViewId view) const {
   const bool copied = ExecSql(db(), kCopyViewRows, home_uuid_, home_uuid_, home_uuid_, view, home_uuid_,
                               home_uuid_, view, view) == 0 &&
-                      ExecScript(db(), CreateViewIndexes()) == 0 &&
-                      ExecScript(db(), kCountVersionsOfRemovedNodes) == 0;
+                      ExecScript(db(), "BEGIN TRANSACTION;" + CreateViewIndexes() +
+                                           kCountVersionsOfRemovedNodes + "END TRANSACTION;") == 0;
   return Succeeded(copied ? 0 : -1, "Failed to dump record from data_db to view_db for view %llu\n", view)
              ? 0
              : -1;
@@ -218,7 +218,8 @@ int SvrUpdater3300to3400::SplitFiles() const {
 }
 
 int SvrUpdater3300to3400::CopyFileRows() const {
-  const bool copied = ExecScript(db(), kCopyFileRows) == 0 && ExecScript(db(), CreateFileIndexes()) == 0;
+  const bool copied = ExecScript(db(), kCopyFileRows) == 0 &&
+                      ExecScript(db(), "BEGIN TRANSACTION;" + CreateFileIndexes() + "END TRANSACTION;") == 0;
   return Succeeded(copied ? 0 : -1, "Failed to dump record from data_db to file_db for home_uuid %s\n",
                    home_uuid_)
              ? 0

@@ -51,7 +51,7 @@ TEST_F(SvrUpdater3300to3400Test, SplitsIntoViewFileAndNewDataDatabase) {
 
 TEST_F(SvrUpdater3300to3400Test, NewFilesBelongToTheOwnerOfTheOldOnes) {
   if (geteuid() != 0) GTEST_SKIP() << "only root gives files away";
-  for (const std::string& path : {folder_, data_})
+  for (const std::string& path : {folder_, folder_ + "/rm", data_})
     ASSERT_EQ(chown(path.c_str(), kServiceUser, kServiceUser), 0);
   ASSERT_EQ(chmod(data_.c_str(), 0600), 0);
   ASSERT_EQ(RunSplit(), 0);
