@@ -1,0 +1,62 @@
+#include <algorithm>
+
+#include "user-mgr/check_user.h"
+#include "user-mgr/statement.h"
+#include "user-mgr/user_manager.h"
+
+namespace user_mgr {
+namespace {
+
+bool IsReplica(const platform::Share& share) {
+  return share.is_replica && std::any_of(share.flags.begin(), share.flags.end(), [](const std::string& flag) {
+           return flag == "dhos" || flag == "share_replica_demote";
+         });
+}
+
+// kFound: the user stays; kNotFound: its share cannot be synchronised (any more); kFailed after logging.
+platform::Lookup FindShare(const UserRecord& user, CheckRun& run, platform::Share& share) {
+  const platform::Lookup opened = run.platform().shares.Open(user.name, share);
+  if (opened == platform::Lookup::kFailed) {
+    logger::ComponentError(kComponent, "UserManager::CheckShareUser fail to look up share '%s'\n", user.name);
+  }
+  if (opened != platform::Lookup::kFound) return opened;
+
+  const MountTable* mounts = run.Mounts();
+  if (mounts == nullptr) return platform::Lookup::kFailed;
+  const bool may_hold_mounts = (user.attribute & kSuspended) != 0;
+  if (!may_hold_mounts && mounts->HasMountAtOrBelow(share.path)) return platform::Lookup::kNotFound;
+  return IsReplica(share) ? platform::Lookup::kNotFound : platform::Lookup::kFound;
+}
+
+int KeepShareUser(const UserRecord& user, const platform::Share& share) {
+  if (share.path == user.watch_path) return 0;
+  return Checked(UpdateWatchPath(user.view_id, share.path),
+                 "UserManager::CheckShareUser fail to update watch path %s to share '%s'.\n", share.path,
+                 user.name);
+}
+
+// Sessions and backup tasks of the share user stay.
+int RemoveShareUserOf(const UserRecord& user, CheckRun& run) {
+  if (UserManager::RemoveShareUser(user.name) < 0) {
+    return Checked(-1, "UserManager::CheckShareUser fail to RemoveShareUser %s\n", user.name);
+  }
+  run.removed_views.push_back(user.view_id);
+  return 0;
+}
+
+}  // namespace
+
+int CheckShareUser(const UserRecord& user, CheckRun& run) {
+  platform::Share share;
+  switch (FindShare(user, run, share)) {
+    case platform::Lookup::kFound:
+      return KeepShareUser(user, share);
+    case platform::Lookup::kNotFound:
+      return RemoveShareUserOf(user, run);
+    case platform::Lookup::kFailed:
+      break;
+  }
+  return -1;
+}
+
+}  // namespace user_mgr

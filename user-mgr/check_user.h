@@ -1,0 +1,41 @@
+// The rules of the self-check for one user.
+#pragma once
+
+#include <list>
+#include <optional>
+
+#include "platform/platform.h"
+#include "user-mgr/mount_table.h"
+#include "user-mgr/records.h"
+
+namespace user_mgr {
+
+// What the users of one check share. The state of the machine is asked for when it is first needed, and then
+// stands for the whole check.
+class CheckRun {
+ public:
+  explicit CheckRun(const platform::Platform& platform) : platform_(platform) {}
+
+  [[nodiscard]] const platform::Platform& platform() const { return platform_; }
+  [[nodiscard]] bool IsUserHomeEnabled();
+  // Null, after logging, when the mount points cannot be read.
+  [[nodiscard]] const MountTable* Mounts();
+
+  // The views of the users that this check removed, in the order of their removal.
+  std::list<ViewId> removed_views;
+
+ private:
+  const platform::Platform& platform_;
+  std::optional<bool> user_home_enabled_;
+  std::optional<MountTable> mounts_;
+};
+
+// Each brings one user in line with the machine, or removes it. Returns 0, or -1 after logging; a question
+// that the machine could not answer is a failure, never a reason to remove.
+[[nodiscard]] int CheckShareUser(const UserRecord& user, CheckRun& run);
+[[nodiscard]] int CheckNormalUser(const UserRecord& user, CheckRun& run);
+
+// Writes the folder that is synchronised for a view's user. Returns 0, or -1 after logging SQLite's message.
+[[nodiscard]] int UpdateWatchPath(ViewId view_id, const std::string& watch_path);
+
+}  // namespace user_mgr

@@ -1,0 +1,34 @@
+// Scripts of any length, for the values that have no bound: contexts of profiles, paths of tasks, lists.
+#pragma once
+
+#include <string>
+
+#include "db-util/database.h"
+
+namespace user_mgr {
+
+class Script {
+ public:
+  explicit Script(std::string text) : text_(std::move(text)) {}
+
+  // Appends one piece. A piece that SQLite cannot make (only when memory is short) spoils the whole script:
+  // what is left out must not be executed around.
+  template <typename... Args>
+  void Add(const logger::SqlFormat<Args...>& format, const Args&... args) {
+    std::string piece;
+    complete_ = complete_ && db_util::FormatSql<Args...>(piece, format, args...);
+    text_ += piece;
+  }
+
+  // The script; text that fails as a statement when it is not complete.
+  [[nodiscard]] const std::string& text() const {
+    static const std::string incomplete = "out of memory";
+    return complete_ ? text_ : incomplete;
+  }
+
+ private:
+  std::string text_;
+  bool complete_ = true;
+};
+
+}  // namespace user_mgr

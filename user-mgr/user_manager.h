@@ -1,0 +1,155 @@
+// The access layer of the user database: users, sessions, backup tasks, rotation settings and profiles.
+//
+// There is one manager per process, and all of its state is static. Life: Configure, Initialize, any
+// operations, Destroy. Every operation returns 0 on success and -1 on failure, after logging the reason under
+// "user_mgr_debug", unless it says otherwise. An operation that fails changes nothing in the database, and
+// leaves its out argument as it was. Operations on a closed manager fail.
+//
+// Operations run under the lock: a mutex for the threads of the process, and an exclusive flock of the lock
+// file for the processes of the package. BeginTransaction, EndTransaction and RollbackTransaction do not take
+// it.
+//
+// "stored name": a share user's is "@" and the name of the share, everybody else's is the account's name.
+// Names compare without regard to (ASCII) case.
+#pragma once
+
+#include <list>
+#include <mutex>
+#include <string>
+
+#include "db-util/database.h"
+#include "platform/platform.h"
+#include "platform/system_paths.h"
+#include "user-mgr/records.h"
+
+namespace user_mgr {
+
+class UserManager {
+ public:
+  UserManager() = delete;
+
+  // Before Initialize: the machine that SelfCheck asks, borrowed until another one is configured, and the
+  // lock file.
+  static void Configure(const platform::Platform& platform,
+                        std::string lock_path = platform::SystemPaths().user_lock);
+
+  // Opens the user database, creating it or whatever its schema lacks. A manager that is open already stays
+  // as it is, whatever the path (0). After a failure the manager is closed.
+  [[nodiscard]] static int Initialize(const std::string& path);
+
+  // Closes the database, which rolls an open transaction back, and the lock file. No effect when closed.
+  static void Destroy();
+
+  // Brings the users in line with the accounts, shares and services of the machine. The view ids of the users
+  // that were removed because their account or share is gone are appended to `removed_views`, in the order of
+  // the table; users removed because their service is off are not reported.
+  //
+  // After a failure the transaction of the check stays open: close the manager, or end the process.
+  [[nodiscard]] static int SelfCheck(std::list<ViewId>& removed_views);
+
+  [[nodiscard]] static int BeginTransaction();
+  [[nodiscard]] static int EndTransaction();
+  [[nodiscard]] static int RollbackTransaction();
+
+  // --- Users ---
+
+  // Adds a user with the next view id; `id` and `view_id` of the record are not used. A stored name that is
+  // taken already is success and changes nothing, the next view id included.
+  [[nodiscard]] static int AddUser(const UserRecord& user);
+  // Removes a user that is not a share user, with its sessions and their backup tasks. A name that there is
+  // not is success, here and in the other operations that remove or change rows.
+  [[nodiscard]] static int RemoveUser(const std::string& name);
+  // Removes the user of a share, with the rotation setting of its view. `share_name` is without "@". Sessions
+  // and backup tasks stay.
+  [[nodiscard]] static int RemoveShareUser(const std::string& share_name);
+  // Removes all users of a type, with their sessions and backup tasks.
+  [[nodiscard]] static int DeleteUserByUserType(UserType type);
+  // Both are stored names. A new name that is taken already is a failure.
+  [[nodiscard]] static int RenameUser(const std::string& name, const std::string& new_name);
+
+  // One user. None is -1, with a line at level info.
+  [[nodiscard]] static int GetUserByViewId(ViewId view_id, UserRecord& user);
+  [[nodiscard]] static int GetUser(const std::string& name, UserRecord& user);  // never a share user
+  [[nodiscard]] static int GetShareUser(const std::string& share_name, UserRecord& user);
+
+  // Lists replace what `users` held. EnumAllUser has them in the order of the table.
+  [[nodiscard]] static int EnumAllUser(UserList& users);
+  [[nodiscard]] static int EnumShareUser(bool ordered_by_name, UserList& users);
+  [[nodiscard]] static int EnumUserByType(UserType type, UserList& users);
+
+  // How many users that are neither disabled nor suspended there are, of a type or of all other types.
+  [[nodiscard]] static int CountEnabledUser(UserType type, int& count);
+  [[nodiscard]] static int CountEnabledUserExcept(UserType type, int& count);
+
+  // Disabling sets the bits of `mask` in the attribute, enabling clears them. The longer forms touch the user
+  // only if it is of one of the two types.
+  [[nodiscard]] static int DisableUser(const std::string& stored_name, int mask);
+  [[nodiscard]] static int DisableUser(const std::string& stored_name, int mask, UserType type,
+                                       UserType other);
+  [[nodiscard]] static int EnableUser(const std::string& stored_name, int mask);
+  [[nodiscard]] static int EnableUser(const std::string& stored_name, int mask, UserType type,
+                                      UserType other);
+  [[nodiscard]] static int SetUserAttribute(const std::string& stored_name, int attribute);
+
+  // --- Sessions ---
+
+  // A session of the user, or of nobody when there is no such user. A session id that is taken is a failure.
+  [[nodiscard]] static int CreateSession(const std::string& stored_name, const ClientInfo& client,
+                                         const std::string& ip);
+  // None is -1, with a line at level info. A session of nobody is none, here and in EnumSession.
+  [[nodiscard]] static int GetSession(const std::string& sess_id, SessionRecord& session);
+  [[nodiscard]] static int EnumSession(const SessionPage& page, std::list<SessionRecord>& sessions);
+  [[nodiscard]] static int EnumSession(const std::string& stored_name, const SessionPage& page,
+                                       std::list<SessionRecord>& sessions);
+  [[nodiscard]] static int CountSession(int& count);
+  [[nodiscard]] static int CountSession(const std::string& stored_name, int& count);
+  // With its backup tasks.
+  [[nodiscard]] static int RemoveSession(const std::string& sess_id);
+  // Gives the session a new client, id included; its backup tasks follow to the new id.
+  [[nodiscard]] static int UpdateClient(const std::string& sess_id, const ClientInfo& client);
+  [[nodiscard]] static int UpdateClientType(const std::string& sess_id, int client_type);
+  // Removes every session and every backup task.
+  [[nodiscard]] static int ClearSession();
+
+  // --- Backup tasks ---
+
+  [[nodiscard]] static int EnumBackupTask(std::list<BackupTask>& tasks);
+  [[nodiscard]] static int EnumBackupTask(const std::string& session, std::list<BackupTask>& tasks);
+  // Puts `tasks` in place of the session's tasks; the session named in them is not used.
+  [[nodiscard]] static int SetBackupTask(const std::string& session, const std::list<BackupTask>& tasks);
+  // The folders of a view that backup tasks of other sessions use; of all sessions when `session` is empty.
+  [[nodiscard]] static int EnumConflictPath(const std::string& session, ViewId view_id,
+                                            std::list<std::string>& relative_paths);
+
+  // --- Rotation settings ---
+
+  // Writes all of them or none. No settings is success.
+  [[nodiscard]] static int SetRotateSetting(const std::list<RotateSetting>& settings);
+  // The view's own row; none is -1, with a line at level info.
+  [[nodiscard]] static int GetRotateSetting(ViewId view_id, RotateSetting& setting);
+
+  // --- Profiles ---
+
+  [[nodiscard]] static int EnumProfile(std::list<Profile>& profiles);
+  [[nodiscard]] static int EnumProfileApply(std::list<ProfileApply>& applied);
+  // All changes in one transaction.
+  [[nodiscard]] static int CommitProfile(const ProfileChanges& changes);
+  // Every user with every profile that applies to its account, then with every profile that applies to its
+  // view.
+  [[nodiscard]] static int CollectUserData(std::list<UserProfile>& users);
+
+ private:
+  friend class Access;      // gives the layer's own files the connection
+  friend class ScopedLock;  // takes the mutex and the lock file
+
+  static db_util::Database db;  // null when closed
+  static int lock;              // descriptor of the lock file, -1 when closed
+  static std::mutex mutex;  // lives as long as the process: a late caller finds it, and then a closed manager
+  static std::string seed;  // a random number in decimal digits
+  static bool g_is_cached;  // set by other operations of the package
+
+  static const platform::Platform* platform_;
+  static std::string lock_path_;
+};
+
+}  // namespace user_mgr

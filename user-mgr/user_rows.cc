@@ -1,0 +1,56 @@
+#include "user-mgr/user_rows.h"
+
+#include <limits>
+
+#include "db-util/query.h"
+
+namespace user_mgr {
+
+unsigned ColumnUnsigned(sqlite3_stmt* row, int column) {
+  const sqlite3_int64 value = sqlite3_column_int64(row, column);
+  // Negative 32-bit numbers are ids that were once written as signed.
+  const bool fits = value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<unsigned>::max();
+  return fits ? static_cast<unsigned>(value) : std::numeric_limits<unsigned>::max();
+}
+
+UserType ColumnUserType(sqlite3_stmt* row, int column) {
+  const sqlite3_int64 value = sqlite3_column_int64(row, column);
+  const bool fits = sqlite3_column_type(row, column) == SQLITE_INTEGER &&
+                    value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max();
+  return static_cast<UserType>(fits ? static_cast<int>(value) : -1);
+}
+
+ViewId ColumnId(sqlite3_stmt* row, int column) {
+  return static_cast<ViewId>(sqlite3_column_int64(row, column));
+}
+
+bool ReadName(sqlite3_stmt* row, int column, UserType type, std::string& name) {
+  name = db_util::ColumnText(row, column);
+  if (type != UserType::kShare) return true;
+  if (!name.starts_with('@')) {
+    const bool known = sqlite3_column_type(row, column) != SQLITE_NULL;
+    logger::ComponentLog(kComponent, logger::Level::kWarning,
+                         "UserManager::EnumShareUser: skipping share user '%s'\n",
+                         known ? name : std::string("(unknown)"));
+    return false;
+  }
+  name.erase(0, 1);
+  return true;
+}
+
+bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
+  user.id = ColumnId(row, 1);
+  user.view_id = ColumnId(row, 2);
+  user.attribute = sqlite3_column_int(row, 3);
+  user.uid = ColumnUnsigned(row, 4);
+  user.gid = ColumnUnsigned(row, 5);
+  user.user_type = ColumnUserType(row, 6);
+  user.watch_path = db_util::ColumnText(row, 7);
+  return ReadName(row, 0, user.user_type, user.name);
+}
+
+int EnumUser(const std::string& query, UserList& users) {
+  return ReadList<UserRecord>("EnumUser", query, &ReadUser, users);
+}
+
+}  // namespace user_mgr

@@ -1,0 +1,29 @@
+// Reading rows of users.
+#pragma once
+
+#include "user-mgr/records.h"
+#include "user-mgr/statement.h"
+
+namespace user_mgr {
+
+// What most queries of users begin with; a condition may follow.
+inline constexpr char kSelectUser[] =
+    "SELECT name, id, view_id, attribute, uid, gid, user_type, watch_path FROM user_table ";
+
+// Columns as they must be taken from a table that holds whatever was once written: what is no number of the
+// field's range must not turn into another user's number.
+[[nodiscard]] unsigned ColumnUnsigned(sqlite3_stmt* row, int column);  // beyond 32 bits: the highest number
+[[nodiscard]] UserType ColumnUserType(sqlite3_stmt* row, int column);  // not an integer of 32 bits: -1
+[[nodiscard]] ViewId ColumnId(sqlite3_stmt* row, int column);
+
+// Makes the name of a record from the stored name: a share user loses its "@". Returns false, with a warning,
+// for a share user that has none.
+[[nodiscard]] bool ReadName(sqlite3_stmt* row, int column, UserType type, std::string& name);
+
+// Reads a row whose first columns are those of kSelectUser. Returns false when it is to be left out.
+[[nodiscard]] bool ReadUser(sqlite3_stmt* row, UserRecord& user);
+
+// Lists the users of a query that begins with the columns of kSelectUser.
+[[nodiscard]] int EnumUser(const std::string& query, UserList& users);
+
+}  // namespace user_mgr
