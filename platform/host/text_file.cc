@@ -5,13 +5,12 @@
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
+#include <optional>
 #include <string_view>
 
 #include "platform/host/file_descriptor.h"
+#include "platform/host/real_path.h"
 #include "platform/host/retry.h"
 
 namespace platform::host {
@@ -60,11 +59,11 @@ int FindTarget(const std::string& path, std::string& target) {
   target = path;
   if (::lstat(path.c_str(), &link) != 0) return errno == ENOENT ? 0 : errno;
   if (!S_ISLNK(link.st_mode)) return 0;
-  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+  const std::optional<std::string> resolved = RealPath(path);
   struct stat status {};
-  if (!resolved || ::stat(resolved.get(), &status) != 0) return errno;
+  if (!resolved || ::stat(resolved->c_str(), &status) != 0) return errno;
   if (link.st_uid != ::geteuid() && link.st_uid != status.st_uid) return ELOOP;
-  target = resolved.get();
+  target = *resolved;
   return 0;
 }
 

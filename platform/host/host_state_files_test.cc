@@ -1,0 +1,176 @@
+#include "platform/host/host_state_files.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+
+#include "tests/support/temporary_folder.h"
+
+namespace {
+
+using platform::host::HostStateFiles;
+
+struct Status {
+  mode_t mode;
+  uid_t owner;
+};
+
+Status StatusOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+  return {status.st_mode & 07777, status.st_uid};
+}
+
+class StateFilesTest : public ::testing::Test {
+ protected:
+  StateFilesTest() : mask_(::umask(077)) {}  // a mode that is promised holds under any mask
+  ~StateFilesTest() override { ::umask(mask_); }
+
+  std::string Get(const std::string& path) {
+    std::array<char, 32> buffer{};
+    const int length = files_.PLIBCFileGetKeyValue(path, "status", buffer, 0);
+    return length < 1 ? "(failed)" : std::string(buffer.data(), static_cast<std::size_t>(length));
+  }
+  int Set(const std::string& path, const std::string& value) {
+    return files_.PLIBCFileSetKeyValue(path, "status", value, 0);
+  }
+
+  tests::TemporaryFolder folder_;
+  HostStateFiles files_;
+
+ private:
+  mode_t mask_;
+};
+
+TEST_F(StateFilesTest, ReadsTheFirstLineWithTheKeyWithOrWithoutQuotesAndBlanks) {
+  const std::array<std::pair<std::string, std::string>, 9> cases = {{
+      {"status=\"done\"\n", "done"},
+      {"a=b\n  status \t= \"in work\" # x\r\n", "in work"},
+      {"status=done  \r\n", "done"},
+      {"#status=\"old\"\nstatus=\"new\"\nstatus=\"later\"", "new"},
+      {"xstatus=\"no\"\nstatusx=no\n", "(failed)"},
+      {"status\n", "(failed)"},
+      {"status=\"\"\n", "(failed)"},
+      {"status=\"torn", "torn"},
+      {"status=\"a=b\"\n", "a=b"},
+  }};
+  for (const auto& [text, value] : cases) EXPECT_EQ(Get(folder_.Write("file", text)), value) << text;
+}
+
+TEST_F(StateFilesTest, CutsAValueThatDoesNotFitAndEndsItWithAZeroByte) {
+  const std::string path = folder_.Write("file", "status=\"" + std::string(40, 'x') + "\"\n");
+  std::array<char, 34> buffer{};
+  buffer.fill('#');
+  EXPECT_EQ(files_.PLIBCFileGetKeyValue(path, "status", std::span(buffer).first(32), 0), 31);
+  EXPECT_EQ(std::string(buffer.data(), buffer.size()), std::string(31, 'x') + '\0' + "##");
+  EXPECT_LT(files_.PLIBCFileGetKeyValue(path, "status", {}, 0), 1);
+}
+
+TEST_F(StateFilesTest, KeepsTheCodeOfTheLastFailure) {
+  EXPECT_EQ(files_.PLIBCErrGet(), 0);
+  EXPECT_EQ(Get(folder_ / "missing"), "(failed)");
+  EXPECT_EQ(files_.PLIBCErrGet(), ENOENT);
+  EXPECT_EQ(Get(folder_.Write("file", "other=1\n")), "(failed)");
+  EXPECT_EQ(Set(folder_ / "file", "done"), 0);
+  EXPECT_EQ(files_.PLIBCErrGet(), ENODATA);
+  EXPECT_LT(Set(folder_ / "no-folder/file", "done"), 0);
+  EXPECT_EQ(files_.PLIBCErrGet(), ENOENT);
+}
+
+TEST_F(StateFilesTest, SettingKeepsEveryOtherByteTheModeAndTheOwner) {
+  const std::string path = folder_.Write("file", "# note\r\n\n a = b\nstatus = old # x\nstatus=\"2\"\nz");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  const bool is_root = ::geteuid() == 0;
+  if (is_root) {
+    ASSERT_EQ(::chown(path.c_str(), 1234, 1234), 0);
+  }
+  EXPECT_EQ(Set(path, "up%s"), 0);
+  EXPECT_EQ(tests::ReadFile(path), "# note\r\n\n a = b\nstatus=\"up%s\"\nstatus=\"2\"\nz");
+  EXPECT_EQ(files_.PLIBCFileSetKeyValue(path, "new", "1", 0), 0);
+  EXPECT_TRUE(tests::ReadFile(path).ends_with("\nz\nnew=\"1\"\n"));
+  EXPECT_EQ(StatusOf(path).mode, 0640U);
+  EXPECT_EQ(StatusOf(path).owner, is_root ? 1234U : ::geteuid());
+
+  EXPECT_EQ(Set(folder_ / "made", "done"), 0);
+  EXPECT_EQ(tests::ReadFile(folder_ / "made"), "status=\"done\"\n");
+  EXPECT_EQ(StatusOf(folder_ / "made").mode, 0644U);
+}
+
+TEST_F(StateFilesTest, RefusesWhatCouldNotBeReadBackAndLeavesNothingBehind) {
+  const std::string path = folder_.Write("file", "status=\"old\"\n");
+  for (const std::string& value : {std::string("a\nb"), std::string("a\"b"), std::string("a\0b", 3)}) {
+    EXPECT_LT(Set(path, value), 0);
+  }
+  EXPECT_LT(files_.PLIBCFileSetKeyValue(path, "a=b", "1", 0), 0);
+  ASSERT_EQ(std::filesystem::create_directory(folder_ / "sub"), true);
+  EXPECT_LT(Set(folder_ / "sub", "done"), 0);
+  EXPECT_EQ(tests::ReadFile(path), "status=\"old\"\n");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 2);
+}
+
+TEST_F(StateFilesTest, ALinkToTheFileStaysALinkUnlessItIsBrokenOrAStrangersOne) {
+  const std::string target = folder_.Write("real/file", "status=\"old\"\n");
+  std::filesystem::create_symlink("real/file", folder_ / "link");
+  EXPECT_EQ(Set(folder_ / "link", "new"), 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(folder_ / "link"));
+  EXPECT_EQ(tests::ReadFile(target), "status=\"new\"\n");
+
+  std::filesystem::create_symlink("nowhere", folder_ / "broken");
+  EXPECT_LT(Set(folder_ / "broken", "new"), 0);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "nowhere"));
+
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to give a link to another user";
+  ASSERT_EQ(::lchown((folder_ / "link").c_str(), 1234, 1234), 0);
+  EXPECT_LT(Set(folder_ / "link", "bad"), 0);
+  EXPECT_EQ(files_.PLIBCErrGet(), ELOOP);
+  EXPECT_EQ(tests::ReadFile(target), "status=\"new\"\n");
+}
+
+TEST_F(StateFilesTest, APidFileIsAlwaysNew) {
+  const std::string path = folder_ / "pid";
+  EXPECT_EQ(files_.PLIBCProcPidFileCreate(path), 0);
+  EXPECT_EQ(tests::ReadFile(path), std::to_string(::getpid()) + "\n");
+  EXPECT_EQ(StatusOf(path).mode, 0644U);
+  EXPECT_EQ(files_.PLIBCReadPidFile(path), ::getpid());
+
+  EXPECT_NE(files_.PLIBCProcPidFileCreate(path), 0);
+  EXPECT_EQ(errno, EEXIST);
+  std::filesystem::create_symlink("planted", folder_ / "link");
+  EXPECT_NE(files_.PLIBCProcPidFileCreate(folder_ / "link"), 0);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "planted"));
+  EXPECT_NE(files_.PLIBCProcPidFileCreate(folder_ / "none/pid"), 0);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "none"));
+}
+
+TEST_F(StateFilesTest, APidFileHoldsOneWholeNumberAboveZero) {
+  const std::array<std::pair<std::string, pid_t>, 6> good_and_bad = {
+      {{" 12 \nmore\n", 12}, {"12", 12}, {"12x\n", -1}, {"-12\n", -1}, {"0\n", -1}, {"99999999999\n", -1}}};
+  for (const auto& [text, pid] : good_and_bad) {
+    EXPECT_EQ(files_.PLIBCReadPidFile(folder_.Write("pid", text)), pid) << text;
+  }
+  EXPECT_LE(files_.PLIBCReadPidFile(folder_ / "missing"), 0);
+  ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+  EXPECT_LE(files_.PLIBCReadPidFile(folder_ / "pipe"), 0);  // and does not wait for a writer
+}
+
+TEST_F(StateFilesTest, AZombieIsNotAlive) {
+  EXPECT_NE(files_.PLIBCProcAlive(::getpid()), 0);
+  EXPECT_EQ(files_.PLIBCProcAlive(0), 0);
+  EXPECT_EQ(files_.PLIBCProcAlive(-1), 0);
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  siginfo_t info{};
+  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);  // dead, not yet reaped
+  EXPECT_EQ(files_.PLIBCProcAlive(child), 0);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(files_.PLIBCProcAlive(child), 0);
+}
+
+}  // namespace

@@ -1,0 +1,183 @@
+#include "platform/host/host_volumes.h"
+
+#include <blkid/blkid.h>
+#include <fcntl.h>
+#include <linux/btrfs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include "platform/host/file_descriptor.h"
+#include "platform/host/real_path.h"
+#include "platform/host/retry.h"
+
+namespace platform::host {
+namespace {
+
+// Where a btrfs file system says who it is, on its first device.
+constexpr off_t kBtrfsSuperblock = 65536;
+constexpr std::size_t kBtrfsFsidOffset = 32;
+constexpr std::size_t kBtrfsMagicOffset = 64;
+constexpr std::size_t kBtrfsHeadSize = kBtrfsMagicOffset + sizeof(unsigned long long);
+
+struct ProbeReleaser {
+  void operator()(blkid_struct_probe* probe) const { blkid_free_probe(probe); }
+};
+
+FileDescriptor Open(const std::string& path, int flags) {
+  return FileDescriptor(
+      RetryInterrupted([&] { return ::open(path.c_str(), flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+}
+
+// btrfs has a number of its own for each mount, which no device carries.
+bool HasDeviceNumber(const Mount& mount) { return major(mount.device_number) != 0; }
+
+bool IsDeviceOf(const FileDescriptor& device, const Mount& mount) {
+  struct stat status {};
+  if (!device.is_open() || ::fstat(device.get(), &status) != 0 || !S_ISBLK(status.st_mode)) return false;
+  return !HasDeviceNumber(mount) || status.st_rdev == mount.device_number;
+}
+
+// Opens the device of a mount: by the name in the mount table, or by its number where that name is no path
+// ("/dev/root"), or is by now another
+// device's.
+FileDescriptor OpenDevice(const Mount& mount) {
+  if (mount.source.starts_with('/')) {
+    FileDescriptor device = Open(mount.source, 0);
+    if (IsDeviceOf(device, mount)) return device;
+  }
+  if (!HasDeviceNumber(mount)) return {};
+  const std::unique_ptr<char, decltype(&std::free)> name(blkid_devno_to_devname(mount.device_number),
+                                                         &std::free);
+  if (!name) return {};
+  FileDescriptor device = Open(name.get(), 0);
+  return IsDeviceOf(device, mount) ? std::move(device) : FileDescriptor();
+}
+
+// Says in errno, too, that a failure was not one of a system call.
+int SafeProbe(blkid_probe probe) {
+  errno = 0;
+  return blkid_do_safeprobe(probe);
+}
+
+// Reads the uuid of an ext2, ext3 or ext4 file system from its device.
+std::optional<std::string> ProbeExtUuid(int device) {
+  std::array<char, 5> ext2 = {"ext2"};
+  std::array<char, 5> ext3 = {"ext3"};
+  std::array<char, 5> ext4 = {"ext4"};
+  std::array<char*, 4> types = {ext2.data(), ext3.data(), ext4.data(), nullptr};
+  const std::unique_ptr<blkid_struct_probe, ProbeReleaser> probe(blkid_new_probe());
+  const char* uuid = nullptr;
+  if (!probe || blkid_probe_set_device(probe.get(), device, 0, 0) != 0 ||
+      blkid_probe_enable_superblocks(probe.get(), 1) != 0 ||
+      blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_UUID) != 0 ||
+      blkid_probe_filter_superblocks_type(probe.get(), BLKID_FLTR_ONLYIN, types.data()) != 0 ||
+      RetryInterrupted([&] { return SafeProbe(probe.get()); }) != 0 ||
+      blkid_probe_lookup_value(probe.get(), "UUID", &uuid, nullptr) != 0) {
+    return std::nullopt;
+  }
+  return uuid;
+}
+
+}  // namespace
+
+int HostVolumes::FindMount(const std::string& path, Mount& mount, bool* is_mount_point) const {
+  // The path first: resolving it may be what mounts the volume.
+  const std::optional<std::string> resolved = RealPath(path);
+  std::vector<Mount> mounts;
+  if (!resolved || ReadMountTable(mount_info_, mounts) != 0) return -1;
+  const Mount* found = FindMountOf(mounts, *resolved);
+  if (found == nullptr) return -1;
+  if (is_mount_point != nullptr) *is_mount_point = found->mount_point == *resolved;
+  mount = *found;
+  return 0;
+}
+
+int HostVolumes::PLATMountVolInfoGet(const std::string& path, VolumeInfo& info) {
+  Mount mount;
+  bool is_mount_point = false;
+  if (FindMount(path, mount, &is_mount_point) != 0 || !is_mount_point) return -1;
+  info = {mount.mount_point, mount.source, mount.file_system};
+  return 0;
+}
+
+int HostVolumes::GetShareBinPath(const std::string& path, std::string& bin_path) {
+  Mount mount;
+  if (FindMount(path, mount) != 0) return -1;
+  bin_path = mount.mount_point;
+  return 0;
+}
+
+int HostVolumes::GetFileSystemType(const std::string& path, FileSystemType& type) {
+  struct Name {
+    const char* name;
+    FileSystemType type;
+  };
+  static constexpr std::array<Name, 4> kNames = {{{"ext4", FileSystemType::kExt4},
+                                                  {"btrfs", FileSystemType::kBtrfs},
+                                                  {"ecryptfs", FileSystemType::kEcryptfs},
+                                                  {"ext3", FileSystemType::kExt3}}};
+  Mount mount;
+  if (FindMount(path, mount) != 0) return -1;
+  const auto* known = std::find_if(kNames.begin(), kNames.end(),
+                                   [&](const Name& name) { return mount.file_system == name.name; });
+  type = known == kNames.end() ? FileSystemType::kOther : known->type;
+  return 0;
+}
+
+int HostVolumes::GetBtrfsUuid(const std::string& path, FileSystemUuid& uuid) {
+  Mount mount;
+  if (FindMount(path, mount) != 0 || mount.file_system != "btrfs") return -1;
+  const FileDescriptor folder = Open(mount.mount_point, 0);
+  btrfs_ioctl_fs_info_args info{};
+  if (!folder.is_open() ||
+      RetryInterrupted([&] { return ::ioctl(folder.get(), BTRFS_IOC_FS_INFO, &info); }) != 0) {
+    return -1;
+  }
+  static_assert(sizeof(info.fsid) == std::tuple_size_v<FileSystemUuid>);
+  std::copy_n(std::begin(info.fsid), uuid.size(), uuid.begin());
+  return 0;
+}
+
+int HostVolumes::ReadBtrfsSuperblock(const std::string& path, BtrfsSuperblock& superblock) {
+  Mount mount;
+  if (FindMount(path, mount) != 0 || mount.file_system != "btrfs") return -1;
+  const FileDescriptor device = OpenDevice(mount);
+  if (!device.is_open()) return -1;
+  std::array<std::uint8_t, kBtrfsHeadSize> head{};
+  const ssize_t length =
+      RetryInterrupted([&] { return ::pread(device.get(), head.data(), head.size(), kBtrfsSuperblock); });
+  if (length != static_cast<ssize_t>(head.size())) return -1;
+  std::memcpy(&superblock.magic, &head[kBtrfsMagicOffset], sizeof(superblock.magic));
+  std::copy_n(&head[kBtrfsFsidOffset], superblock.fsid.size(), superblock.fsid.begin());
+  return 0;
+}
+
+int HostVolumes::GetExtUuid(const std::string& path, std::string& uuid) {
+  Mount mount;
+  if (FindMount(path, mount) != 0 || !mount.file_system.starts_with("ext")) return -1;
+  const FileDescriptor device = OpenDevice(mount);
+  if (!device.is_open()) return -1;
+  const std::optional<std::string> probed = ProbeExtUuid(device.get());
+  if (!probed) return -1;
+  uuid = *probed;
+  return 0;
+}
+
+int HostVolumes::ListMountPoints(std::vector<std::string>& mount_points) {
+  std::vector<Mount> mounts;
+  if (ReadMountTable(mounts_, mounts) != 0) return -1;
+  mount_points.clear();
+  for (Mount& mount : mounts) mount_points.push_back(std::move(mount.mount_point));
+  return 0;
+}
+
+}  // namespace platform::host
