@@ -119,12 +119,12 @@ bool HasLeadingIndex(sqlite3* db, const Lookup& lookup) {
 void IndexViewLookups(sqlite3* db) {
   for (const Lookup& lookup : kViewLookups) {
     if (HasLeadingIndex(db, lookup)) continue;
-    const std::string table = lookup.table;
+    std::string statement;
     std::string error;
-    (void)db_util::Execute(db,
-                           "CREATE INDEX IF NOT EXISTS data_db.split_" + table + "_index ON " + table + "(" +
-                               lookup.column + ");",
-                           error);
+    if (db_util::FormatSql(statement, "CREATE INDEX IF NOT EXISTS data_db.split_%s_index ON %s(%s);",
+                           lookup.table, lookup.table, lookup.column)) {
+      (void)db_util::Execute(db, statement, error);
+    }
   }
 }
 

@@ -17,26 +17,26 @@ class SvrUpdater3450to4000Test : public tests::SplitTest {
     Exec(data_, "UPDATE volume_table SET uuid = '" + stored_uuid + "';");
     if (stored_uuid != kNewForm) fs::rename(file_ + "/" + kNewForm, file_ + "/" + stored_uuid);
     const std::string rename = "'" + std::string(kNewForm) + "', '" + stored_uuid + "')";
-    for (const char* view : {"1", "2"}) {
-      Exec(View(view), "UPDATE node_table SET v_file_uuid = replace(v_file_uuid, " + rename +
-                           ", node_delta_file_uuid = replace(node_delta_file_uuid, " + rename +
-                           ", v_mac_attr = replace(v_mac_attr, " + rename + ";" +
-                           "UPDATE version_table SET file_uuid = replace(file_uuid, " + rename +
-                           ", mac_attr = replace(mac_attr, " + rename + " || '&again=" + stored_uuid + "';");
-    }
+    std::string script;
+    ASSERT_TRUE(db_util::FormatSql(
+        script,
+        "UPDATE node_table SET v_file_uuid = replace(v_file_uuid, %s, "
+        "node_delta_file_uuid = replace(node_delta_file_uuid, %s, v_mac_attr = replace(v_mac_attr, %s;"
+        "UPDATE version_table SET file_uuid = replace(file_uuid, %s, mac_attr = replace(mac_attr, %s || %Q;",
+        rename, rename, rename, rename, rename, "&again=" + stored_uuid));
+    for (const char* view : {"1", "2"}) Exec(View(view), script);
     sink_.Clear();
   }
   // How many values of the views hold the uuid.
   [[nodiscard]] std::string Holding(const std::string& uuid) const {
-    std::string counts;
-    for (const char* view : {"1", "2"}) {
-      counts += Column(
-          View(view),
-          "SELECT (SELECT total(v_file_uuid = '" + uuid + "') + total(node_delta_file_uuid = '" + uuid +
-              "') + total(v_mac_attr LIKE '%" + uuid + "%') FROM node_table) + total(file_uuid = '" + uuid +
-              "') + total(mac_attr = 'uuid=" + uuid + "&x=1&again=" + uuid + "') FROM version_table;");
-    }
-    return counts;
+    std::string query;
+    EXPECT_TRUE(
+        db_util::FormatSql(query,
+                           "SELECT (SELECT total(v_file_uuid = %Q) + total(node_delta_file_uuid = %Q) + "
+                           "total(v_mac_attr LIKE '%%%q%%') FROM node_table) + total(file_uuid = %Q) + "
+                           "total(mac_attr = 'uuid=%q&x=1&again=%q') FROM version_table;",
+                           uuid, uuid, uuid, uuid, uuid, uuid));
+    return Column(View("1"), query) + Column(View("2"), query);
   }
 };
 
