@@ -82,13 +82,6 @@ constexpr const char* kCreateVolumeTable =
 
 constexpr Index kDataIndexes[] = {{"volume_table", "uuid"}, {"config_table", "key"}};
 
-// Gives a new file or folder the owner of the folder it is in; best effort, as it may not be ours to give.
-void TakeOwnerOfParent(const std::string& path) {
-  struct stat parent {};
-  if (stat(path.substr(0, path.rfind('/') + 1).c_str(), &parent) < 0) return;
-  (void)(lchown(path.c_str(), parent.st_uid, parent.st_gid) == 0);
-}
-
 int MakeEmptyFile(const std::string& path) {
   const std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "w"), &std::fclose);
   if (!file) {
@@ -129,6 +122,12 @@ int CreateDatabase(const std::string& path, const std::string& data_database, co
 }
 
 }  // namespace
+
+void TakeOwnerOfParent(const std::string& path) {
+  struct stat parent {};
+  if (stat(path.substr(0, path.rfind('/') + 1).c_str(), &parent) < 0) return;
+  (void)(lchown(path.c_str(), parent.st_uid, parent.st_gid) == 0);
+}
 
 int MakeFolder(const std::string& path) {
   const bool existed = file_op::FSExists(path);

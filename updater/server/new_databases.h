@@ -13,6 +13,9 @@
 
 namespace updater::server {
 
+// Gives a new file or folder the owner of the folder it is in; best effort, as it may not be ours to give.
+void TakeOwnerOfParent(const std::string& path);
+
 // Makes one folder, mode 0755; one that exists is success. Logs "mkdir(%s): %s (%d)\n".
 [[nodiscard]] int MakeFolder(const std::string& path);
 

@@ -1,0 +1,59 @@
+#include "updater/server/svr_updater_3200to3300.h"
+
+#include "updater/framework/view_databases.h"
+#include "updater/server/maintenance.h"
+#include "updater/server/sql/log_table.h"
+
+namespace updater::server {
+namespace {
+
+constexpr const char* kSetJournal =
+    "PRAGMA log_db.journal_mode = WAL;"
+    "PRAGMA log_db.synchronous = NORMAL;";
+
+// "earlist_time" is how the server spells it. The settings are looked up with LIKE, and one that is missing
+// becomes NULL.
+constexpr const char* kCreateConfig =
+    "CREATE TABLE IF NOT EXISTS log_db.config_table (    "
+    "key       VARCHAR PRIMARY KEY ON CONFLICT REPLACE,    value     VARCHAR DEFAULT '' );"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('version', '3300');"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('branch', 'master');"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('min_index', '0');"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('earlist_time', '0');"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('use_log_del_cnt', "
+    "(SELECT value FROM data_db.config_table WHERE key like 'use_log_del_cnt'));"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('log_del_cnt', "
+    "(SELECT value FROM data_db.config_table WHERE key like 'log_del_cnt'));"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('use_log_del_span', "
+    "(SELECT value FROM data_db.config_table WHERE key like 'use_log_del_span'));"
+    "INSERT OR REPLACE INTO log_db.config_table (key, value) VALUES ('log_del_span', "
+    "(SELECT value FROM data_db.config_table WHERE key like 'log_del_span'));";
+
+constexpr const char* kMoveRows =
+    "INSERT INTO log_db.log_table SELECT * FROM data_db.log_table;"
+    "DROP TABLE data_db.log_table;"
+    "DELETE FROM data_db.config_table WHERE key like 'use_log_del_cnt';"
+    "DELETE FROM data_db.config_table WHERE key like 'log_del_cnt';"
+    "DELETE FROM data_db.config_table WHERE key like 'use_log_del_span';"
+    "DELETE FROM data_db.config_table WHERE key like 'log_del_span';";
+
+}  // namespace
+
+SvrUpdater3200to3300::SvrUpdater3200to3300(const UpdaterContext& context, const std::string& data,
+                                           const std::string& log, const std::string& user,
+                                           const std::string& client)
+    : EarlyUpdater(context, {kMasterBranch, 3200}, {kMasterBranch, 3300}, DatabaseSet::kWithLog,
+                   {.data = data, .log = log, .user = user, .client = client}) {}
+
+int SvrUpdater3200to3300::UpdateDatabases() {
+  // The journal settings name their own level of flushing, so the working copy is tuned again behind them.
+  if (db_util::ExecScript(db(), kSetJournal) < 0 || TuneSchema(db(), "log_db") < 0) return -1;
+  return db_util::ExecScript(db(), "BEGIN TRANSACTION; " + sql::CreateLogTable("log_db") + kCreateConfig +
+                                       sql::CreateLogIndexes("log_db") + kMoveRows + "END TRANSACTION; ");
+}
+
+void SvrUpdater3200to3300::AfterDisconnect() {
+  (void)RunMaintenance(paths().data, "ANALYZE; VACUUM;");  // the result of the run is known already
+}
+
+}  // namespace updater::server
