@@ -15,13 +15,15 @@ class SvrUpdater3400to3450Test : public tests::SplitTest {
 TEST_F(SvrUpdater3400to3450Test, SharedEntryReachesUsersViewsOnly) {
   Exec(user_, "INSERT INTO user_table VALUES (3, '@other', 0, 0, 3, 1);");
   Reach(3400);
-  fs::copy(view_ + "/1", view_ + "/abc");  // stands for no view, not for view 0
+  for (const char* name : {"abc", "1abc"})
+    fs::copy(view_ + "/1", view_ + "/" + name);  // no view's, so not 0's
   Exec(user_, "INSERT INTO customized_rotate_cnt_table VALUES (0, 5), (1, 9), (2, 0);");
   ASSERT_EQ(Run<SvrUpdater3400to3450>(), 0);
   EXPECT_EQ(Rotation("1"), "remove_repo=0 rotate_cnt=5 version=3450 ");
   EXPECT_EQ(Rotation("2"), "remove_repo=1 rotate_cnt=1 version=3450 ");
   EXPECT_EQ(Rotation("3"), "remove_repo=0 rotate_cnt=32 version=3450 ");
   EXPECT_EQ(Rotation("abc"), "remove_repo=0 rotate_cnt=32 version=3450 ");
+  EXPECT_EQ(Rotation("1abc"), "remove_repo=0 rotate_cnt=32 version=3450 ");
   EXPECT_EQ(Config(File(fake_.volumes.everywhere.ext_uuid), "'version'"), "version=3450 ");
   EXPECT_EQ(Config(log_, "'version'"), "version=3450 ");
 }
