@@ -1,7 +1,6 @@
 // The check of the upgraded databases against the users, shares and volumes of the machine.
 #pragma once
 
-#include "logger/log_sink.h"
 #include "updater/run_paths.h"
 
 namespace updater {
@@ -16,15 +15,6 @@ class ConsistencyCheck {
   // Checks the live databases, which are in place by then. Returns 0, or a negative value when the run has to
   // end in "upgradefail"; what was removed until then stays removed.
   [[nodiscard]] virtual int Run(const RunPaths& paths) = 0;
-};
-
-// Checks nothing, and says so in the system log.
-class PassingCheck : public ConsistencyCheck {
- public:
-  [[nodiscard]] int Run(const RunPaths& /*paths*/) override {
-    logger::SystemLog("no consistency check is built in: users, shares and volumes were not looked at\n");
-    return 0;
-  }
 };
 
 }  // namespace updater

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "platform/host/host_platform.h"
+#include "updater/database_check.h"
 #include "updater/run_updater.h"
 
 namespace {
@@ -27,7 +28,7 @@ int main(int argc, char** argv) {
   KeepStandardStreamsTaken(paths.null_device.c_str());
   platform::host::HostPlatform host(paths);
   updater::legacy::NoLegacySteps legacy;
-  updater::PassingCheck check;
+  updater::DatabaseCheck check(paths, host.platform());
   const std::span<const char* const> arguments(argv + 1, argc > 0 ? static_cast<std::size_t>(argc) - 1 : 0);
   return updater::RunUpdater(arguments, {.paths = paths,
                                          .platform = host.platform(),

@@ -1,0 +1,33 @@
+// The consistency check against the machine: users who are gone lose their views, volumes that are gone or
+// were made anew lose their records.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "platform/system_paths.h"
+#include "updater/consistency_check.h"
+
+namespace updater {
+
+// Both arguments of the constructor are borrowed. All messages go to the system log at LOG_ERR.
+class DatabaseCheck : public ConsistencyCheck {
+ public:
+  DatabaseCheck(const platform::SystemPaths& paths, const platform::Platform& platform)
+      : paths_(paths), platform_(platform) {}
+
+  // Works on the live databases of the run. Nothing that was deleted is restored when a later step fails.
+  // After a failure while the records of a changed volume are being removed, the databases are left open: the
+  // process ends shortly after.
+  [[nodiscard]] int Run(const RunPaths& paths) override;
+
+ private:
+  [[nodiscard]] int CheckUsers(const RunPaths& paths);
+  [[nodiscard]] int FindChangedVolumes(std::vector<std::string>& changed);
+
+  const platform::SystemPaths& paths_;
+  const platform::Platform& platform_;
+};
+
+}  // namespace updater
