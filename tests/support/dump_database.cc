@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -35,6 +34,14 @@ std::string NormalizeSql(std::string_view sql) {
     if (letter == '\'') quoted = !quoted;
     text += letter;
   }
+  return text;
+}
+
+template <typename... Args>
+std::string Sql(const logger::SqlFormat<Args...>& format, const Args&... args) {
+  std::string text;
+  if (!db_util::FormatSql<Args...>(text, format, args...))
+    throw std::runtime_error("cannot make a statement");
   return text;
 }
 
@@ -76,7 +83,7 @@ class Dumper {
   }
 
   bool Has(const std::string& table) {
-    return !Query("SELECT 1 FROM sqlite_master WHERE name = '" + table + "'").empty();
+    return !Query(Sql("SELECT 1 FROM sqlite_master WHERE name = %Q", table)).empty();
   }
 
   void List(const std::string& head, const std::string& sql) {
@@ -84,29 +91,30 @@ class Dumper {
   }
 
   void DumpTable(const std::string& table) {
-    const std::string name = "'" + table + "'";
     out_ << "table " << table << '\n';
-    DumpColumns(table);
-    List(" reference ",
-         "SELECT \"from\" || ' to ' || \"table\" || '.' || \"to\" FROM pragma_foreign_key_list(" + name +
-             ") ORDER BY 1");
-    DumpConflictClauses(name);
+    const std::vector<std::string> columns = Query(Sql("SELECT name FROM pragma_table_xinfo(%Q)", table));
+    DumpColumns(table, columns);
+    List(
+        " reference ",
+        Sql("SELECT \"from\" || ' to ' || \"table\" || '.' || \"to\" FROM pragma_foreign_key_list(%Q) ORDER BY 1",
+            table));
+    DumpConflictClauses(table);
     List(
         " index ",
-        "SELECT CASE origin WHEN 'c' THEN name ELSE origin END || ' unique ' || \"unique\" || ' partial ' || "
-        "partial || ':' || (SELECT group_concat(' ' || coalesce(name, '-') || ' ' || coll || ' ' || desc) FROM "
-        "pragma_index_xinfo(list.name) WHERE key = 1) FROM pragma_index_list(" +
-            name + ") AS list ORDER BY 1");
-    for (const std::string& sql :
-         Query("SELECT sql FROM sqlite_master WHERE type = 'trigger' AND tbl_name = " + name +
-               " ORDER BY name")) {
-      out_ << " " << NormalizeSql(sql) << '\n';
+        Sql("SELECT CASE origin WHEN 'c' THEN name ELSE origin END || ' unique ' || \"unique\" || ' partial ' || "
+            "partial || ':' || (SELECT group_concat(' ' || coalesce(name, '-') || ' ' || coll || ' ' || desc) "
+            "FROM pragma_index_xinfo(list.name) WHERE key = 1) FROM pragma_index_list(%Q) AS list ORDER BY 1",
+            table));
+    for (const std::string& trigger :
+         Query(Sql("SELECT sql FROM sqlite_master WHERE type = 'trigger' AND tbl_name = %Q ORDER BY name",
+                   table))) {
+      out_ << " " << NormalizeSql(trigger) << '\n';
     }
-    DumpRows(table);
+    DumpRows(table, columns);
   }
 
-  void DumpColumns(const std::string& table) {
-    for (const std::string& column : Query("SELECT name FROM pragma_table_xinfo('" + table + "')")) {
+  void DumpColumns(const std::string& table, const std::vector<std::string>& columns) {
+    for (const std::string& column : columns) {
       const char* type = nullptr;
       const char* collation = nullptr;
       int not_null = 0;
@@ -116,9 +124,10 @@ class Dumper {
                                         &not_null, &primary, &autoincrement) != SQLITE_OK) {
         throw std::runtime_error(path_ + ": no column " + column);
       }
-      const std::string initial = Query("SELECT coalesce(dflt_value, 'none') FROM pragma_table_xinfo('" +
-                                        table + "') WHERE name = '" + column + "'")
-                                      .front();
+      const std::string initial =
+          Query(Sql("SELECT coalesce(dflt_value, 'none') FROM pragma_table_xinfo(%Q) WHERE name = %Q", table,
+                    column))
+              .front();
       out_ << " column " << column << ' ' << type << " collate " << collation << " not null " << not_null
            << " key " << primary << " autoincrement " << autoincrement << " default " << NormalizeSql(initial)
            << '\n';
@@ -126,22 +135,23 @@ class Dumper {
   }
 
   // No pragma tells what a column does on a conflict.
-  void DumpConflictClauses(const std::string& quoted_table) {
-    static const std::regex clause("ON\\s+CONFLICT\\s+(\\w+)", std::regex::icase);
+  void DumpConflictClauses(const std::string& table) {
+    constexpr std::string_view kClause = "ON CONFLICT ";
     const std::string sql =
-        Query("SELECT sql FROM sqlite_master WHERE type = 'table' AND name = " + quoted_table).front();
-    for (std::sregex_iterator match(sql.begin(), sql.end(), clause), end; match != end; ++match) {
-      out_ << " on conflict " << (*match)[1] << '\n';
+        NormalizeSql(Query(Sql("SELECT upper(sql) FROM sqlite_master WHERE name = %Q", table)).front());
+    for (std::size_t at = sql.find(kClause); at != std::string::npos; at = sql.find(kClause, at + 1)) {
+      const std::size_t action = at + kClause.size();
+      out_ << " on conflict " << sql.substr(action, sql.find_first_of(" ,)", action) - action) << '\n';
     }
   }
 
   // quote() tells the types apart: 1, '1', 1.0 and X'31'.
-  void DumpRows(const std::string& table) {
-    std::string row;
-    for (const std::string& column : Query("SELECT name FROM pragma_table_xinfo('" + table + "')")) {
-      row += (row.empty() ? "'" : " || ' ") + column + "=' || quote(\"" + column + "\")";
+  void DumpRows(const std::string& table, const std::vector<std::string>& columns) {
+    std::string row = "''";
+    for (const std::string& column : columns) {
+      row += Sql(" || '%q=' || quote(\"%s\") || ' '", column, column);
     }
-    List(" row ", "SELECT " + row + " FROM \"" + table + "\" ORDER BY 1");
+    List(" row ", Sql("SELECT %s FROM %Q ORDER BY 1", row, table));
   }
 
   std::string path_;
