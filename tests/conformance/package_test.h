@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -62,7 +63,7 @@ class PackageTest : public ::testing::Test {
   std::vector<std::unique_ptr<updater::AbstractUpdater>> Updaters() {
     return updater::server::CreateServerUpdaters({scratch_, out_, fake_.platform()}, package_);
   }
-  // Null, and a failed test, when no updater has that edge.
+  // An edge that no updater has ends the test.
   std::unique_ptr<updater::AbstractUpdater> UpdaterOf(int from, int to) {
     for (std::unique_ptr<updater::AbstractUpdater>& updater : Updaters()) {
       if (updater->GetFromVersion() == VersionOf(from) && updater->GetToVersion() == VersionOf(to)) {
