@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/file_descriptor.h"
 #include "db-util/database_files.h"
 #include "logger/updater_log.h"
 
@@ -26,21 +27,6 @@ int LogOpenFailure(const std::string& path, int code) {
   logger::SystemLog("StratoFolder: Open database: %s failed (error code %d)\n", path, code);
   return -1;
 }
-
-// A file descriptor that is closed with its scope.
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  ~FileDescriptor() {
-    if (fd_ >= 0) (void)close(fd_);  // nothing was written through it
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  [[nodiscard]] int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 // True when the file at `path` still is the one that was opened.
 bool IsStillAt(int fd, const std::string& path) {
@@ -74,8 +60,9 @@ int OpenScratchDatabase(const std::string& path, Database& out) {
   for (const std::string& file : DatabaseFiles(path)) {
     (void)unlink(file.c_str());  // the exclusive creation below tells whether it worked
   }
-  const FileDescriptor created(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (created.get() < 0) return LogOpenFailure(path, SQLITE_CANTOPEN);
+  const base::FileDescriptor created(
+      open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!created.is_open()) return LogOpenFailure(path, SQLITE_CANTOPEN);
   // ATTACH inherits the flags: without the one for creation it could not make a database that is missing, and
   // with the one against links it would refuse a volume that is reached through one.
   const int code = OpenQuietly(path, out, OpenMode::kCreate);

@@ -8,7 +8,7 @@
 #include "db-util/database.h"
 #include "db-util/database_files.h"
 #include "db-util/query.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 
 namespace {
 

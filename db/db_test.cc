@@ -8,7 +8,7 @@
 #include "db-util/query.h"
 #include "db/mac_attribute.h"
 #include "db/manager.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 
 namespace {
 

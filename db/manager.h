@@ -9,9 +9,11 @@
 #include <memory>
 #include <string>
 
+#include "base/view_id.h"
+
 namespace db {
 
-using ViewId = unsigned long long;
+using base::ViewId;
 
 // One open view database.
 class ViewDBInterface {

@@ -1,8 +1,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/file_descriptor.h"
+#include "base/retry.h"
 #include "file-op/copy_file.h"
-#include "file-op/file_handle.h"
 #include "file-op/file_op.h"
 
 namespace file_op {
@@ -21,9 +22,9 @@ int FSCopyKeepingOwner(const std::string& source, const std::string& target) {
 int CopyOwnerAndMode(const std::string& source, const std::string& target) {
   struct stat status {};
   if (stat(source.c_str(), &status) < 0) return -1;
-  const FileHandle file(RetryInterrupted(
+  const base::FileDescriptor file(base::RetryInterrupted(
       [&] { return open(target.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
-  return file.IsOpen() ? ApplyOwnerAndMode(file.get(), status) : -1;
+  return file.is_open() ? ApplyOwnerAndMode(file.get(), status) : -1;
 }
 
 }  // namespace file_op

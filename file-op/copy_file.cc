@@ -11,7 +11,8 @@
 #include <new>
 #include <string_view>
 
-#include "file-op/file_handle.h"
+#include "base/file_descriptor.h"
+#include "base/retry.h"
 #include "file-op/file_op.h"
 
 namespace file_op {
@@ -33,15 +34,15 @@ int LogWriteFailure() {
   return error == ENOSPC || error == EDQUOT ? kCopyDiskFull : kFileOpFailed;
 }
 
-FileHandle Open(const FilePlace& place, int flags, mode_t mode) {
-  return FileHandle(
-      RetryInterrupted([&] { return openat(place.at, place.name.c_str(), flags | kOpenAnything, mode); }));
+base::FileDescriptor Open(const FilePlace& place, int flags, mode_t mode) {
+  return base::FileDescriptor(base::RetryInterrupted(
+      [&] { return openat(place.at, place.name.c_str(), flags | kOpenAnything, mode); }));
 }
 
 // A folder passes: reading it fails, with a message that says what it is.
-bool OpenSource(const FilePlace& place, int flags, FileHandle& file, struct stat& status) {
+bool OpenSource(const FilePlace& place, int flags, base::FileDescriptor& file, struct stat& status) {
   file = Open(place, O_RDONLY | flags, 0);
-  if (!file.IsOpen() || fstat(file.get(), &status) < 0) return false;
+  if (!file.is_open() || fstat(file.get(), &status) < 0) return false;
   if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) return true;
   errno = EINVAL;
   return false;
@@ -49,22 +50,22 @@ bool OpenSource(const FilePlace& place, int flags, FileHandle& file, struct stat
 
 // Empties the target only after making sure that it is not the source.
 bool OpenTarget(const FilePlace& place, const CopyOptions& options, const struct stat& source,
-                FileHandle& file) {
+                base::FileDescriptor& file) {
   file = Open(place, O_WRONLY | O_CREAT | options.target_flags, options.mode);
   struct stat status {};
-  if (!file.IsOpen() || fstat(file.get(), &status) < 0) return false;
+  if (!file.is_open() || fstat(file.get(), &status) < 0) return false;
   if (status.st_dev == source.st_dev && status.st_ino == source.st_ino) {
     errno = EINVAL;
     return false;
   }
-  return !S_ISREG(status.st_mode) || RetryInterrupted([&] { return ftruncate(file.get(), 0); }) == 0;
+  return !S_ISREG(status.st_mode) || base::RetryInterrupted([&] { return ftruncate(file.get(), 0); }) == 0;
 }
 
 // False with errno set; errno is 0 for a write that took nothing.
 bool WriteAll(int fd, std::string_view data) {
   while (!data.empty()) {
     errno = 0;
-    const ssize_t written = RetryInterrupted([&] { return write(fd, data.data(), data.size()); });
+    const ssize_t written = base::RetryInterrupted([&] { return write(fd, data.data(), data.size()); });
     if (written <= 0) return false;
     data.remove_prefix(static_cast<std::size_t>(written));
   }
@@ -80,7 +81,8 @@ int CopyBytes(int source, int target) {
     return kFileOpFailed;
   }
   for (;;) {
-    const ssize_t length = RetryInterrupted([&] { return read(source, buffer.get(), kCopyBufferSize); });
+    const ssize_t length =
+        base::RetryInterrupted([&] { return read(source, buffer.get(), kCopyBufferSize); });
     if (length < 0) {
       const int error = errno;
       logger::ComponentError(kFileOpComponent, "CopyFile: read: %s (%d)\n", std::strerror(error), error);
@@ -100,10 +102,10 @@ int CopyContent(int source, int target) {
 }  // namespace
 
 int CopyFile(const FilePlace& source, const FilePlace& target, const CopyOptions& options) {
-  FileHandle from;
+  base::FileDescriptor from;
   struct stat status {};
   if (!OpenSource(source, options.source_flags, from, status)) return LogOpenFailure(source);
-  FileHandle to;
+  base::FileDescriptor to;
   if (!OpenTarget(target, options, status, to)) return LogOpenFailure(target);
   const int result = CopyContent(from.get(), to.get());
   if (result < 0) return result;

@@ -13,9 +13,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "file-op/file_handle.h"
+#include "base/file_descriptor.h"
 #include "file-op/tree_walk.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 
 namespace file_op {
 namespace {
@@ -187,12 +187,12 @@ TEST_F(FileOpTest, TreesDeeperThanAPathOrTheDescriptorsReach) {
   const rlimit few = {64, before.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
   fs::create_directories(Path("deep"));
-  FileHandle here(open(Path("deep").c_str(), O_RDONLY | O_DIRECTORY));
+  base::FileDescriptor here(open(Path("deep").c_str(), O_RDONLY | O_DIRECTORY));
   for (int i = 0; i < kDepth; ++i) {
     ASSERT_EQ(mkdirat(here.get(), kLongName.c_str(), 0755), 0);
-    here = FileHandle(openat(here.get(), kLongName.c_str(), O_RDONLY | O_DIRECTORY));
+    here = base::FileDescriptor(openat(here.get(), kLongName.c_str(), O_RDONLY | O_DIRECTORY));
   }
-  ASSERT_TRUE(FileHandle(openat(here.get(), "file", O_WRONLY | O_CREAT, 0600)).IsOpen());
+  ASSERT_TRUE(base::FileDescriptor(openat(here.get(), "file", O_WRONLY | O_CREAT, 0600)).is_open());
   ASSERT_EQ(FSCopyTree(Path("deep"), Path("copy")), 0);
   FolderCursor cursor;
   ASSERT_EQ(cursor.OpenTop(Path("copy")), 0);

@@ -5,7 +5,8 @@
 
 #include <cerrno>
 
-#include "file-op/file_handle.h"
+#include "base/file_descriptor.h"
+#include "base/retry.h"
 
 namespace file_op {
 namespace {
@@ -27,11 +28,11 @@ void FolderReader::CloseFolder::operator()(DIR* folder) const noexcept {
 int FolderReader::Open(int at, const std::string& path) {
   folder_.reset();
   const int fd =
-      RetryInterrupted([&] { return openat(at, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+      base::RetryInterrupted([&] { return openat(at, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (fd < 0) return -1;
   folder_.reset(fdopendir(fd));
   if (folder_) return 0;
-  const FileHandle unused(fd);
+  const base::FileDescriptor unused(fd);
   return -1;
 }
 
@@ -43,7 +44,7 @@ int FolderReader::Next(Entry& entry) {
     entry.name = read->d_name;
     if (entry.name == "." || entry.name == "..") continue;
     if (read->d_type != DT_UNKNOWN) {
-      entry.type = TypeOfMode(DTTOIF(read->d_type));
+      entry.type = TypeOfMode(static_cast<mode_t>(DTTOIF(read->d_type)));
       return 1;
     }
     struct stat status {};

@@ -4,7 +4,8 @@
 
 #include <cerrno>
 
-#include "file-op/file_handle.h"
+#include "base/file_descriptor.h"
+#include "base/retry.h"
 #include "file-op/file_op.h"
 #include "file-op/folder_reader.h"
 
@@ -23,8 +24,9 @@ std::string Parent(const std::string& path) {
   return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
-FileHandle OpenFolder(const std::string& path) {
-  return FileHandle(RetryInterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+base::FileDescriptor OpenFolder(const std::string& path) {
+  return base::FileDescriptor(
+      base::RetryInterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
 }  // namespace
@@ -52,13 +54,13 @@ int FSMKDir(const std::string& path, bool parents) {
 }
 
 int FSSyncFolder(const std::string& folder) {
-  const FileHandle handle = OpenFolder(folder);
-  return handle.IsOpen() ? RetryInterrupted([&] { return fsync(handle.get()); }) : -1;
+  const base::FileDescriptor handle = OpenFolder(folder);
+  return handle.is_open() ? base::RetryInterrupted([&] { return fsync(handle.get()); }) : -1;
 }
 
 int FSSyncFileSystem(const std::string& path) {
-  const FileHandle handle = OpenFolder(path);
-  return handle.IsOpen() ? RetryInterrupted([&] { return syncfs(handle.get()); }) : -1;
+  const base::FileDescriptor handle = OpenFolder(path);
+  return handle.is_open() ? base::RetryInterrupted([&] { return syncfs(handle.get()); }) : -1;
 }
 
 int ListFolders(const std::string& folder, std::vector<std::string>& names) {

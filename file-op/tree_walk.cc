@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "base/retry.h"
+
 namespace file_op {
 namespace {
 
@@ -51,8 +53,9 @@ int FinishLevel(FolderCursor& cursor, TraverseHandler& handler, std::vector<Leve
 }  // namespace
 
 int FolderCursor::OpenTop(const std::string& path) {
-  FileHandle top(RetryInterrupted([&] { return open(path.c_str(), kOpenFolder | O_NOFOLLOW); }));
-  if (!top.IsOpen()) return -1;
+  base::FileDescriptor top(
+      base::RetryInterrupted([&] { return open(path.c_str(), kOpenFolder | O_NOFOLLOW); }));
+  if (!top.is_open()) return -1;
   folder_ = std::move(top);
   path_ = path;
   above_.clear();
@@ -62,9 +65,9 @@ int FolderCursor::OpenTop(const std::string& path) {
 int FolderCursor::Enter(const std::string& name) {
   struct stat here {};
   if (fstat(folder_.get(), &here) < 0) return -1;
-  FileHandle below(
-      RetryInterrupted([&] { return openat(folder_.get(), name.c_str(), kOpenFolder | O_NOFOLLOW); }));
-  if (!below.IsOpen()) return -1;
+  base::FileDescriptor below(
+      base::RetryInterrupted([&] { return openat(folder_.get(), name.c_str(), kOpenFolder | O_NOFOLLOW); }));
+  if (!below.is_open()) return -1;
   above_.push_back({here.st_dev, here.st_ino, path_.size()});
   path_ += '/';
   path_ += name;
@@ -73,9 +76,10 @@ int FolderCursor::Enter(const std::string& name) {
 }
 
 int FolderCursor::Leave() {
-  FileHandle parent(RetryInterrupted([&] { return openat(folder_.get(), "..", kOpenFolder); }));
+  base::FileDescriptor parent(
+      base::RetryInterrupted([&] { return openat(folder_.get(), "..", kOpenFolder); }));
   struct stat there {};
-  if (!parent.IsOpen() || fstat(parent.get(), &there) < 0) return -1;
+  if (!parent.is_open() || fstat(parent.get(), &there) < 0) return -1;
   const Above& expected = above_.back();
   if (there.st_dev != expected.device || there.st_ino != expected.inode) {
     errno = ESTALE;

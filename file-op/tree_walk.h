@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "file-op/file_handle.h"
+#include "base/file_descriptor.h"
 #include "file-op/folder_reader.h"
 
 namespace file_op {
@@ -34,7 +34,7 @@ class FolderCursor {
     ino_t inode;
     std::size_t path_length;
   };
-  FileHandle folder_;
+  base::FileDescriptor folder_;
   std::string path_;
   std::vector<Above> above_;
 };

@@ -1,9 +1,6 @@
 #include "logger/component_log.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <array>
 #include <map>
@@ -11,6 +8,8 @@
 #include <sstream>
 #include <string_view>
 
+#include "base/read_text_file.h"
+#include "base/text.h"
 #include "logger/log_sink.h"
 
 namespace logger {
@@ -31,20 +30,12 @@ constexpr std::array kLevels = {
 };
 
 constexpr Level kDefaultLevel = Level::kInfo;
-constexpr std::size_t kLargestConfiguration = 65536;  // anything larger is not a debug configuration
 
 const LevelRow& RowOf(Level level) { return kLevels[static_cast<std::size_t>(level)]; }
 
 std::map<std::string, Level, std::less<>>& Levels() {
   static std::map<std::string, Level, std::less<>> levels;
   return levels;
-}
-
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 std::optional<Level> ParseLevel(std::string_view word) {
@@ -55,34 +46,19 @@ std::optional<Level> ParseLevel(std::string_view word) {
   return std::nullopt;
 }
 
-// The whole file; empty when there is none or it cannot be one. O_NONBLOCK: a FIFO there must not stop the
-// run.
-std::string ReadSmallFile(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return {};
-  std::string text;
-  struct stat status {};
-  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
-      static_cast<unsigned long long>(status.st_size) <= kLargestConfiguration) {
-    text.resize(static_cast<std::size_t>(status.st_size));
-    const ssize_t length = read(fd, text.data(), text.size());
-    text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
-  }
-  (void)close(fd);  // only read from
-  return text;
-}
-
 }  // namespace
 
 void SetUpComponentLog(const std::string& configuration_path) {
   Levels().clear();
-  std::istringstream lines(ReadSmallFile(configuration_path));
+  std::string configuration;
+  if (base::ReadTextFile(configuration_path, configuration) != 0) return;
+  std::istringstream lines(configuration);
   for (std::string line; std::getline(lines, line);) {
-    const std::string_view text = Trim(line);
+    const std::string_view text = base::Trim(line);
     const std::size_t sign = text.find('=');
     if (text.starts_with('#') || sign == std::string_view::npos) continue;
-    const std::optional<Level> level = ParseLevel(Trim(text.substr(sign + 1)));
-    if (level) Levels().insert_or_assign(std::string(Trim(text.substr(0, sign))), *level);
+    const std::optional<Level> level = ParseLevel(base::Trim(text.substr(sign + 1)));
+    if (level) Levels().insert_or_assign(std::string(base::Trim(text.substr(0, sign))), *level);
   }
 }
 

@@ -9,7 +9,7 @@
 #include "db-util/database.h"
 #include "db-util/query.h"
 #include "db/manager.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "user-mgr/user_manager.h"
 

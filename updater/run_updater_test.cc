@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "db-util/database.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "updater/service_status.h"
 

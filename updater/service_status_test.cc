@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "platform/host/host_state_files.h"
 
 namespace {

@@ -12,7 +12,7 @@
 
 #include "db-util/database.h"
 #include "db-util/query.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "updater/placement.h"
 
 namespace updater {

@@ -4,9 +4,11 @@
 #include <list>
 #include <string>
 
+#include "base/view_id.h"
+
 namespace user_mgr {
 
-using ViewId = unsigned long long;
+using base::ViewId;
 
 // The kind of account that a user is. Rows may hold other numbers; they are kept as they are, and a value
 // that is no number of 32 bits reads as -1.

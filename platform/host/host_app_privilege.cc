@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <string_view>
 
+#include "base/text.h"
 #include "platform/host/account_lookup.h"
-#include "platform/host/text.h"
 #include "platform/host/text_file.h"
 
 namespace platform::host {
@@ -28,7 +28,7 @@ bool IsFileName(std::string_view name) {
 
 void AddLine(std::string& text, const std::string& line) {
   for (std::string_view rest = text; !rest.empty();) {
-    if (TakeUntil(rest, "\n") == line) return;
+    if (base::TakeUntil(rest, "\n") == line) return;
   }
   if (!text.empty() && text.back() != '\n') text += '\n';
   text += line + '\n';

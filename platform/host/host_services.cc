@@ -4,8 +4,9 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "base/read_text_file.h"
+#include "base/text.h"
 #include "platform/host/samba_configuration.h"
-#include "platform/host/text.h"
 #include "platform/host/text_file.h"
 
 namespace platform::host {
@@ -15,7 +16,7 @@ namespace {
 bool NamesSource(std::string_view sources, std::initializer_list<std::string_view> wanted) {
   bool in_brackets = false;
   while (!sources.empty()) {
-    const std::string_view word = TakeUntil(sources, kBlanks);
+    const std::string_view word = base::TakeUntil(sources, base::kBlanks);
     if (word.starts_with('[')) in_brackets = true;
     if (!in_brackets && std::find(wanted.begin(), wanted.end(), word) != wanted.end()) return true;
     if (word.ends_with(']')) in_brackets = false;
@@ -25,11 +26,11 @@ bool NamesSource(std::string_view sources, std::initializer_list<std::string_vie
 
 bool AccountsMayComeFrom(const std::string& nsswitch, std::initializer_list<std::string_view> wanted) {
   std::string text;
-  if (ReadTextFile(nsswitch, text) != 0) return true;
+  if (base::ReadTextFile(nsswitch, text) != 0) return true;
   for (std::string_view rest = text; !rest.empty();) {
-    std::string_view line = TakeUntil(rest, "\n");
+    std::string_view line = base::TakeUntil(rest, "\n");
     line = line.substr(0, line.find('#'));
-    if (Trim(TakeUntil(line, ":")) == "passwd" && NamesSource(line, wanted)) return true;
+    if (base::Trim(base::TakeUntil(line, ":")) == "passwd" && NamesSource(line, wanted)) return true;
   }
   return false;
 }

@@ -4,7 +4,7 @@
 #include <array>
 #include <cerrno>
 
-#include "platform/host/text.h"
+#include "base/text.h"
 
 namespace platform::host {
 namespace {
@@ -19,7 +19,7 @@ std::string_view PathOf(const SambaSection& section) {
 std::vector<std::string> SplitWords(std::string_view text) {
   std::vector<std::string> words;
   while (!text.empty()) {
-    const std::string_view word = TakeUntil(text, " \t,");
+    const std::string_view word = base::TakeUntil(text, " \t,");
     if (!word.empty()) words.emplace_back(word);
   }
   return words;

@@ -9,10 +9,11 @@
 #include <cerrno>
 #include <charconv>
 
-#include "platform/host/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "base/read_text_file.h"
+#include "base/retry.h"
+#include "base/text.h"
 #include "platform/host/key_value_text.h"
-#include "platform/host/retry.h"
-#include "platform/host/text.h"
 #include "platform/host/text_file.h"
 
 namespace platform::host {
@@ -24,7 +25,7 @@ constexpr mode_t kMode = 0644;
 int FillPidFile(int file) {
   const std::string text = std::to_string(::getpid()) + '\n';
   if (::fchmod(file, kMode) != 0) return errno;
-  const ssize_t written = RetryInterrupted([&] { return ::write(file, text.data(), text.size()); });
+  const ssize_t written = base::RetryInterrupted([&] { return ::write(file, text.data(), text.size()); });
   if (written < 0) return errno;
   return static_cast<std::size_t>(written) == text.size() ? 0 : ENOSPC;
 }
@@ -41,7 +42,7 @@ int HostStateFiles::PLIBCFileGetKeyValue(const std::string& file, const std::str
                                          std::span<char> buffer, int /*flags*/) {
   if (buffer.empty()) return Fail(EINVAL);
   std::string text;
-  if (const int error = ReadTextFile(file, text); error != 0) return Fail(error);
+  if (const int error = base::ReadTextFile(file, text); error != 0) return Fail(error);
   const auto value = FindValue(text, key);
   if (!value) return Fail(ENODATA);
   const std::size_t length = std::min(value->size(), buffer.size() - 1);
@@ -61,7 +62,7 @@ int HostStateFiles::PLIBCFileSetKeyValue(const std::string& file, const std::str
 
 int HostStateFiles::PLIBCProcPidFileCreate(const std::string& path) {
   // Exclusive: a link planted at the path is not followed.
-  const FileDescriptor file(
+  const base::FileDescriptor file(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));
   if (!file.is_open()) return Fail(errno);
   const int error = FillPidFile(file.get());
@@ -72,9 +73,9 @@ int HostStateFiles::PLIBCProcPidFileCreate(const std::string& path) {
 
 pid_t HostStateFiles::PLIBCReadPidFile(const std::string& path) {
   std::string text;
-  if (const int error = ReadTextFile(path, text); error != 0) return Fail(error);
+  if (const int error = base::ReadTextFile(path, text); error != 0) return Fail(error);
   std::string_view rest = text;
-  const std::string_view number = Trim(TakeUntil(rest, "\n"));
+  const std::string_view number = base::Trim(base::TakeUntil(rest, "\n"));
   pid_t pid = 0;
   const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), pid);
   if (error != std::errc{} || end != number.data() + number.size() || pid <= 0) return Fail(EINVAL);
@@ -84,7 +85,7 @@ pid_t HostStateFiles::PLIBCReadPidFile(const std::string& path) {
 int HostStateFiles::PLIBCProcAlive(pid_t pid) {
   if (pid <= 0) return 0;
   std::string text;
-  if (ReadTextFile("/proc/" + std::to_string(pid) + "/stat", text) == 0) {
+  if (base::ReadTextFile("/proc/" + std::to_string(pid) + "/stat", text) == 0) {
     // "123 (name) S ...": the name may hold anything, also parentheses and blanks.
     const std::size_t name_end = text.rfind(") ");
     if (name_end != std::string::npos && name_end + 2 < text.size()) {

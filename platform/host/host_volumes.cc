@@ -15,9 +15,9 @@
 #include <memory>
 #include <optional>
 
-#include "platform/host/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "base/retry.h"
 #include "platform/host/real_path.h"
-#include "platform/host/retry.h"
 
 namespace platform::host {
 namespace {
@@ -32,15 +32,15 @@ struct ProbeReleaser {
   void operator()(blkid_struct_probe* probe) const { blkid_free_probe(probe); }
 };
 
-FileDescriptor Open(const std::string& path, int flags) {
-  return FileDescriptor(
-      RetryInterrupted([&] { return ::open(path.c_str(), flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+base::FileDescriptor Open(const std::string& path, int flags) {
+  return base::FileDescriptor(
+      base::RetryBusy([&] { return ::open(path.c_str(), flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
 }
 
 // btrfs has a number of its own for each mount, which no device carries.
 bool HasDeviceNumber(const Mount& mount) { return major(mount.device_number) != 0; }
 
-bool IsDeviceOf(const FileDescriptor& device, const Mount& mount) {
+bool IsDeviceOf(const base::FileDescriptor& device, const Mount& mount) {
   struct stat status {};
   if (!device.is_open() || ::fstat(device.get(), &status) != 0 || !S_ISBLK(status.st_mode)) return false;
   return !HasDeviceNumber(mount) || status.st_rdev == mount.device_number;
@@ -49,17 +49,17 @@ bool IsDeviceOf(const FileDescriptor& device, const Mount& mount) {
 // Opens the device of a mount: by the name in the mount table, or by its number where that name is no path
 // ("/dev/root"), or is by now another
 // device's.
-FileDescriptor OpenDevice(const Mount& mount) {
+base::FileDescriptor OpenDevice(const Mount& mount) {
   if (mount.source.starts_with('/')) {
-    FileDescriptor device = Open(mount.source, 0);
+    base::FileDescriptor device = Open(mount.source, 0);
     if (IsDeviceOf(device, mount)) return device;
   }
   if (!HasDeviceNumber(mount)) return {};
   const std::unique_ptr<char, decltype(&std::free)> name(blkid_devno_to_devname(mount.device_number),
                                                          &std::free);
   if (!name) return {};
-  FileDescriptor device = Open(name.get(), 0);
-  return IsDeviceOf(device, mount) ? std::move(device) : FileDescriptor();
+  base::FileDescriptor device = Open(name.get(), 0);
+  return IsDeviceOf(device, mount) ? std::move(device) : base::FileDescriptor();
 }
 
 // Says in errno, too, that a failure was not one of a system call.
@@ -80,7 +80,7 @@ std::optional<std::string> ProbeExtUuid(int device) {
       blkid_probe_enable_superblocks(probe.get(), 1) != 0 ||
       blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_UUID) != 0 ||
       blkid_probe_filter_superblocks_type(probe.get(), BLKID_FLTR_ONLYIN, types.data()) != 0 ||
-      RetryInterrupted([&] { return SafeProbe(probe.get()); }) != 0 ||
+      base::RetryBusy([&] { return SafeProbe(probe.get()); }) != 0 ||
       blkid_probe_lookup_value(probe.get(), "UUID", &uuid, nullptr) != 0) {
     return std::nullopt;
   }
@@ -136,10 +136,10 @@ int HostVolumes::GetFileSystemType(const std::string& path, FileSystemType& type
 int HostVolumes::GetBtrfsUuid(const std::string& path, FileSystemUuid& uuid) {
   Mount mount;
   if (FindMount(path, mount) != 0 || mount.file_system != "btrfs") return -1;
-  const FileDescriptor folder = Open(mount.mount_point, 0);
+  const base::FileDescriptor folder = Open(mount.mount_point, 0);
   btrfs_ioctl_fs_info_args info{};
   if (!folder.is_open() ||
-      RetryInterrupted([&] { return ::ioctl(folder.get(), BTRFS_IOC_FS_INFO, &info); }) != 0) {
+      base::RetryBusy([&] { return ::ioctl(folder.get(), BTRFS_IOC_FS_INFO, &info); }) != 0) {
     return -1;
   }
   static_assert(sizeof(info.fsid) == std::tuple_size_v<FileSystemUuid>);
@@ -150,11 +150,11 @@ int HostVolumes::GetBtrfsUuid(const std::string& path, FileSystemUuid& uuid) {
 int HostVolumes::ReadBtrfsSuperblock(const std::string& path, BtrfsSuperblock& superblock) {
   Mount mount;
   if (FindMount(path, mount) != 0 || mount.file_system != "btrfs") return -1;
-  const FileDescriptor device = OpenDevice(mount);
+  const base::FileDescriptor device = OpenDevice(mount);
   if (!device.is_open()) return -1;
   std::array<std::uint8_t, kBtrfsHeadSize> head{};
   const ssize_t length =
-      RetryInterrupted([&] { return ::pread(device.get(), head.data(), head.size(), kBtrfsSuperblock); });
+      base::RetryBusy([&] { return ::pread(device.get(), head.data(), head.size(), kBtrfsSuperblock); });
   if (length != static_cast<ssize_t>(head.size())) return -1;
   std::memcpy(&superblock.magic, &head[kBtrfsMagicOffset], sizeof(superblock.magic));
   std::copy_n(&head[kBtrfsFsidOffset], superblock.fsid.size(), superblock.fsid.begin());
@@ -164,7 +164,7 @@ int HostVolumes::ReadBtrfsSuperblock(const std::string& path, BtrfsSuperblock& s
 int HostVolumes::GetExtUuid(const std::string& path, std::string& uuid) {
   Mount mount;
   if (FindMount(path, mount) != 0 || !mount.file_system.starts_with("ext")) return -1;
-  const FileDescriptor device = OpenDevice(mount);
+  const base::FileDescriptor device = OpenDevice(mount);
   if (!device.is_open()) return -1;
   const std::optional<std::string> probed = ProbeExtUuid(device.get());
   if (!probed) return -1;

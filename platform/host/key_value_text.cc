@@ -1,6 +1,6 @@
 #include "platform/host/key_value_text.h"
 
-#include "platform/host/text.h"
+#include "base/text.h"
 
 namespace platform::host {
 namespace {
@@ -10,9 +10,9 @@ using namespace std::string_view_literals;
 // The first line with the key, without its line feed; a null view when there is none.
 std::string_view FindLine(std::string_view text, std::string_view key) {
   while (!text.empty()) {
-    const std::string_view line = TakeUntil(text, "\n");
+    const std::string_view line = base::TakeUntil(text, "\n");
     const std::size_t equals = line.find('=');
-    if (equals != std::string_view::npos && Trim(line.substr(0, equals)) == key) return line;
+    if (equals != std::string_view::npos && base::Trim(line.substr(0, equals)) == key) return line;
   }
   return {};
 }
@@ -22,7 +22,7 @@ std::string_view FindLine(std::string_view text, std::string_view key) {
 std::optional<std::string_view> FindValue(std::string_view text, std::string_view key) {
   const std::string_view line = FindLine(text, key);
   if (line.data() == nullptr) return std::nullopt;
-  std::string_view value = Trim(line.substr(line.find('=') + 1));
+  std::string_view value = base::Trim(line.substr(line.find('=') + 1));
   if (value.starts_with('"')) {
     value.remove_prefix(1);
     value = value.substr(0, value.find('"'));
@@ -31,7 +31,7 @@ std::optional<std::string_view> FindValue(std::string_view text, std::string_vie
 }
 
 bool IsKeyValuePair(std::string_view key, std::string_view value) {
-  return !key.empty() && key == Trim(key) && key.front() != '#' &&
+  return !key.empty() && key == base::Trim(key) && key.front() != '#' &&
          key.find_first_of("=\"\n\0"sv) == std::string_view::npos &&
          value.find_first_of("\"\n\0"sv) == std::string_view::npos;
 }

@@ -15,7 +15,8 @@
 #include <cwctype>
 #include <utility>
 
-#include "platform/host/text.h"
+#include "base/read_text_file.h"
+#include "base/text.h"
 #include "platform/host/text_file.h"
 
 namespace platform::host {
@@ -47,7 +48,7 @@ bool IsWellFormed(std::string_view line) {
   if (line.find_first_of("\0\r"sv) != std::string_view::npos) return false;
   if (line.front() == '[') {
     const std::size_t end = line.find(']');
-    return end != std::string_view::npos && !Trim(line.substr(1, end - 1)).empty();
+    return end != std::string_view::npos && !base::Trim(line.substr(1, end - 1)).empty();
   }
   return line.front() != '=' && line.find('=') != std::string_view::npos;
 }
@@ -57,11 +58,11 @@ bool IsWellFormed(std::string_view line) {
 bool NormaliseLines(std::string_view text, std::string& normal) {
   if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
   while (!text.empty()) {
-    std::string line(Trim(TakeUntil(text, "\n")));
+    std::string line(base::Trim(base::TakeUntil(text, "\n")));
     if (line.empty() || line.front() == '#' || line.front() == ';') continue;
     while (line.back() == '\\') {
       line.pop_back();
-      line += Trim(TakeUntil(text, "\n"));
+      line += base::Trim(base::TakeUntil(text, "\n"));
       if (line.empty()) break;
     }
     if (line.empty()) continue;
@@ -98,7 +99,7 @@ class Reader {
     if (configuration_.files.size() >= kMaxFiles) return ELOOP;
     configuration_.files.push_back(FileSignature::Of(path));
     std::string text;
-    if (const int error = ReadTextFile(path, text); error != 0) return error;
+    if (const int error = base::ReadTextFile(path, text); error != 0) return error;
     std::vector<IniLine> lines;
     if (!ParseLines(text, lines)) return EINVAL;
     for (const IniLine& line : lines) {
@@ -193,7 +194,8 @@ std::int64_t Nanoseconds(const timespec& time) {
 std::string FoldSambaName(std::string_view name) {
   static const CaseTable table;
   std::string folded = table.ToLower(name);
-  std::erase_if(folded, [](char character) { return kBlanks.find(character) != std::string_view::npos; });
+  std::erase_if(folded,
+                [](char character) { return base::kBlanks.find(character) != std::string_view::npos; });
   return folded;
 }
 

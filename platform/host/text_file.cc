@@ -3,50 +3,24 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <optional>
 #include <string_view>
 
-#include "platform/host/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "base/read_text_file.h"
+#include "base/retry.h"
 #include "platform/host/real_path.h"
-#include "platform/host/retry.h"
 
 namespace platform::host {
 namespace {
 
-constexpr off_t kMaxSize = off_t{16} << 20;
 constexpr mode_t kPermissions = 07777;
-
-// Opens for reading without ever waiting for a pipe's other end.
-int OpenRegular(const std::string& path, int extra_flags, FileDescriptor& file, struct stat& status) {
-  const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | extra_flags;
-  FileDescriptor opened(RetryInterrupted([&] { return ::open(path.c_str(), flags); }));
-  if (!opened.is_open() || ::fstat(opened.get(), &status) != 0) return errno;
-  if (!S_ISREG(status.st_mode)) return EINVAL;
-  if (status.st_size > kMaxSize) return EFBIG;
-  file = std::move(opened);
-  return 0;
-}
-
-int ReadAll(int file, std::string& text) {
-  std::string read_text;
-  std::array<char, 65536> buffer{};
-  for (;;) {
-    const ssize_t length = RetryInterrupted([&] { return ::read(file, buffer.data(), buffer.size()); });
-    if (length < 0) return errno;
-    if (length == 0) break;
-    read_text.append(buffer.data(), static_cast<std::size_t>(length));
-    if (read_text.size() > static_cast<std::size_t>(kMaxSize)) return EFBIG;
-  }
-  text = std::move(read_text);
-  return 0;
-}
 
 int WriteAll(int file, std::string_view text) {
   while (!text.empty()) {
-    const ssize_t length = RetryInterrupted([&] { return ::write(file, text.data(), text.size()); });
+    const ssize_t length = base::RetryInterrupted([&] { return ::write(file, text.data(), text.size()); });
     if (length < 0) return errno;
     text.remove_prefix(static_cast<std::size_t>(length));
   }
@@ -83,13 +57,14 @@ int FillNewFile(int file, const struct stat& status, std::string_view text) {
   }
   if (::fchmod(file, status.st_mode & kPermissions) != 0) return errno;
   if (const int error = WriteAll(file, text); error != 0) return error;
-  return RetryInterrupted([&] { return ::fsync(file); }) == 0 ? 0 : errno;
+  return base::RetryInterrupted([&] { return ::fsync(file); }) == 0 ? 0 : errno;
 }
 
 int ReplaceFile(const std::string& path, const struct stat& status, std::string_view text) {
   const std::string folder = FolderOf(path);
   std::string temporary = folder + "/.new-text.XXXXXX";
-  const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));  // exclusive: nothing planted is opened
+  const base::FileDescriptor file(
+      ::mkostemp(temporary.data(), O_CLOEXEC));  // exclusive: nothing planted is opened
   if (!file.is_open()) return errno;
   int error = FillNewFile(file.get(), status, text);
   if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
@@ -99,36 +74,29 @@ int ReplaceFile(const std::string& path, const struct stat& status, std::string_
   }
   // The new text stands from here on; a folder that cannot be flushed only leaves open which of the two
   // whole texts survives a crash.
-  const FileDescriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const base::FileDescriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.is_open()) (void)::fsync(directory.get());
   return 0;
 }
 
 }  // namespace
 
-int ReadTextFile(const std::string& path, std::string& text) {
-  FileDescriptor file;
-  struct stat status {};
-  const int error = OpenRegular(path, 0, file, status);
-  return error != 0 ? error : ReadAll(file.get(), text);
-}
-
 int EditTextFile(const std::string& path, const EditOptions& options,
                  const std::function<void(std::string&)>& edit) {
   std::string target;
   if (const int error = FindTarget(path, target); error != 0) return error;
 
-  FileDescriptor file;
+  base::FileDescriptor file;
   struct stat status {};
   std::string old_text;
-  int error = OpenRegular(target, O_NOFOLLOW, file, status);
+  int error = base::OpenRegularFile(target, O_NOFOLLOW, file, status);
   const bool is_new = error == ENOENT;
   if (is_new) {
     status.st_uid = ::geteuid();
     status.st_gid = ::getegid();
     error = 0;
   } else if (error == 0) {
-    error = ReadAll(file.get(), old_text);
+    error = base::ReadAll(file.get(), old_text);
   }
   if (error != 0) return error;
 

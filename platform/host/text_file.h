@@ -1,4 +1,4 @@
-// Small text files, read whole and replaced whole.
+// Small text files that are replaced whole.
 //
 // Results are 0 or the errno of what failed.
 #pragma once
@@ -9,10 +9,6 @@
 #include <string>
 
 namespace platform::host {
-
-// Reads a regular file; links are followed. Anything else at the path (a pipe, a folder, a device) is EINVAL
-// and never waited for, a file too big to be a configuration file is EFBIG.
-[[nodiscard]] int ReadTextFile(const std::string& path, std::string& text);
 
 struct EditOptions {
   mode_t mode;     // of a file that has to be made

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "platform/sdk/app_privilege.h"
 #include "platform/sdk/volume_uuid.h"
 #include "tests/support/fake_platform.h"

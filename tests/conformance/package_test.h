@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"
 #include "updater/framework/updater_framework.h"

@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "db-util/query.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "updater/framework/view_databases.h"
 

@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "base/view_id.h"
 #include "updater/framework/version.h"
 
 namespace updater {
 
-using ViewId = unsigned long long;  // fits %llu
+using base::ViewId;
 
 class FolderDatabases {
  public:

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "db-util/query.h"
+#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/temporary_folder.h"
 #include "updater/server/svr_updater_2577to3004.h"

@@ -10,7 +10,7 @@
 
 #include "db-util/database.h"
 #include "db-util/query.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "updater/server/svr_updater_3300to3400.h"
 #include "updater/server/svr_updater_3400to3450.h"

@@ -48,8 +48,9 @@ SvrUpdater3200to3300::SvrUpdater3200to3300(const UpdaterContext& context, const 
 int SvrUpdater3200to3300::UpdateDatabases() {
   // The journal settings name their own level of flushing, so the working copy is tuned again behind them.
   if (db_util::ExecScript(db(), kSetJournal) < 0 || TuneSchema(db(), "log_db") < 0) return -1;
+  // The indexes follow the rows: filled one row at a time they took five times as long for a million rows.
   return db_util::ExecScript(db(), "BEGIN TRANSACTION; " + sql::CreateLogTable("log_db") + kCreateConfig +
-                                       sql::CreateLogIndexes("log_db") + kMoveRows + "END TRANSACTION; ");
+                                       kMoveRows + sql::CreateLogIndexes("log_db") + "END TRANSACTION; ");
 }
 
 void SvrUpdater3200to3300::AfterDisconnect() {

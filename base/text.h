@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace platform::host {
+namespace base {
 
 inline constexpr std::string_view kBlanks = " \t\r\v\f";
 
@@ -21,4 +21,4 @@ inline constexpr std::string_view kBlanks = " \t\r\v\f";
   return taken;
 }
 
-}  // namespace platform::host
+}  // namespace base

@@ -1,0 +1,48 @@
+#include "base/read_text_file.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <cerrno>
+
+#include "base/retry.h"
+
+namespace base {
+namespace {
+
+constexpr off_t kMaxSize = off_t{16} << 20;
+
+}  // namespace
+
+int OpenRegularFile(const std::string& path, int flags, FileDescriptor& file, struct stat& status) {
+  const int all_flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags;
+  FileDescriptor opened(RetryInterrupted([&] { return ::open(path.c_str(), all_flags); }));
+  if (!opened.is_open() || ::fstat(opened.get(), &status) != 0) return errno;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  if (status.st_size > kMaxSize) return EFBIG;
+  file = std::move(opened);
+  return 0;
+}
+
+int ReadAll(int file, std::string& text) {
+  std::string read_text;
+  std::array<char, 65536> buffer{};
+  for (;;) {
+    const ssize_t length = RetryInterrupted([&] { return ::read(file, buffer.data(), buffer.size()); });
+    if (length < 0) return errno;
+    if (length == 0) break;
+    read_text.append(buffer.data(), static_cast<std::size_t>(length));
+    if (read_text.size() > static_cast<std::size_t>(kMaxSize)) return EFBIG;
+  }
+  text = std::move(read_text);
+  return 0;
+}
+
+int ReadTextFile(const std::string& path, std::string& text) {
+  FileDescriptor file;
+  struct stat status {};
+  const int error = OpenRegularFile(path, 0, file, status);
+  return error != 0 ? error : ReadAll(file.get(), text);
+}
+
+}  // namespace base

@@ -1,0 +1,23 @@
+// Reading small text files whole. Results are 0 or the errno of what failed.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "base/file_descriptor.h"
+
+namespace base {
+
+// Opens a regular file for reading, without ever waiting for it: anything else at the path (a pipe, a folder,
+// a device) is EINVAL, a file too big to be a configuration file is EFBIG. `flags` are added to open's.
+[[nodiscard]] int OpenRegularFile(const std::string& path, int flags, FileDescriptor& file,
+                                  struct stat& status);
+
+// Everything from where the file stands to its end; EFBIG as above. `text` is replaced on success only.
+[[nodiscard]] int ReadAll(int file, std::string& text);
+
+// Both at once; links are followed.
+[[nodiscard]] int ReadTextFile(const std::string& path, std::string& text);
+
+}  // namespace base
