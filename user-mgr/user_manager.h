@@ -60,7 +60,8 @@ class UserManager {
   // not is success, here and in the other operations that remove or change rows.
   [[nodiscard]] static int RemoveUser(const std::string& name);
   // Removes the user of a share, with the rotation setting of its view. `share_name` is without "@". Sessions
-  // and backup tasks stay.
+  // and backup tasks stay. Two statements without a transaction of their own: when the second one fails, the
+  // first one stands.
   [[nodiscard]] static int RemoveShareUser(const std::string& share_name);
   // Removes all users of a type, with their sessions and backup tasks.
   [[nodiscard]] static int DeleteUserByUserType(UserType type);
