@@ -1,0 +1,117 @@
+#include "ctl/demo_platform.h"
+
+#include <strings.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "ctl/sample_content.h"
+#include "db-util/database.h"
+#include "db-util/query.h"
+
+namespace ctl {
+namespace {
+
+constexpr const char* kVolumeUuid = "3c6e0b8a-9c15-424a-8240-63ff7cf2ab1d";
+constexpr std::string_view kWatchedFolder = "/StratoFolder";
+constexpr int kNormalUser = 0;
+constexpr int kShareUser = 1;
+constexpr int kAccountExpired = 2;  // bit of a user's attribute
+
+}  // namespace
+
+int DemoVolumes::PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) {
+  struct stat status = {};
+  if (path != volume_ || stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return -1;
+  info = {.mount_point = volume_, .device = "a folder", .file_system = "ext4"};
+  return 0;
+}
+
+int DemoVolumes::GetShareBinPath(const std::string& /*path*/, std::string& bin_path) {
+  bin_path = volume_;
+  return 0;
+}
+
+int DemoVolumes::GetFileSystemType(const std::string& /*path*/, platform::FileSystemType& type) {
+  type = platform::FileSystemType::kExt4;
+  return 0;
+}
+
+int DemoVolumes::GetBtrfsUuid(const std::string& /*path*/, platform::FileSystemUuid& /*uuid*/) { return -1; }
+
+int DemoVolumes::ReadBtrfsSuperblock(const std::string& /*path*/, platform::BtrfsSuperblock& /*superblock*/) {
+  return -1;
+}
+
+int DemoVolumes::GetExtUuid(const std::string& /*path*/, std::string& uuid) {
+  uuid = kVolumeUuid;
+  return 0;
+}
+
+int DemoVolumes::ListMountPoints(std::vector<std::string>& mount_points) {
+  mount_points = {volume_};
+  return 0;
+}
+
+int DemoAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::string& /*application_id*/) {
+  allowed_.insert(user);
+  return 0;
+}
+
+void DemoAccounts::Add(const platform::Account& account, const std::string& watch_path) {
+  accounts_[account.uid] = account;
+  const std::size_t end = watch_path.rfind(kWatchedFolder);
+  if (end != std::string::npos) homes_[account.name] = watch_path.substr(0, end);
+}
+
+platform::Lookup DemoAccounts::FindByUid(uid_t uid, platform::Account& account) {
+  const auto found = accounts_.find(uid);
+  if (found == accounts_.end()) return platform::Lookup::kNotFound;
+  account = found->second;
+  return platform::Lookup::kFound;
+}
+
+std::string DemoAccounts::GetRealHomeFolder(const std::string& name) {
+  const auto found = homes_.find(name);
+  return found == homes_.end() ? "" : found->second;
+}
+
+void DemoShares::Add(platform::Share share) { shares_.push_back(std::move(share)); }
+
+platform::Lookup DemoShares::Open(const std::string& name, platform::Share& share) {
+  const auto found = std::find_if(shares_.begin(), shares_.end(), [&name](const platform::Share& candidate) {
+    return strcasecmp(candidate.name.c_str(), name.c_str()) == 0;
+  });
+  if (found == shares_.end()) return platform::Lookup::kNotFound;
+  share = *found;
+  return platform::Lookup::kFound;
+}
+
+DemoPlatform::DemoPlatform(const std::string& volume, const std::string& user_database) : volumes_(volume) {
+  ReadUsers(user_database);
+}
+
+void DemoPlatform::ReadUsers(const std::string& user_database) {
+  db_util::Database db;
+  if (db_util::OpenQuietly(user_database, db, db_util::OpenMode::kReadWrite) != SQLITE_OK) return;
+  // What cannot be read is no user of this machine; the run itself says what is wrong with the database.
+  (void)db_util::ForEachRow(
+      db.get(), "SELECT name, uid, gid, user_type, attribute, watch_path FROM user_table;",
+      [this](sqlite3_stmt* row) {
+        const std::string name = db_util::ColumnText(row, 0);
+        const int type = sqlite3_column_int(row, 3);
+        const std::string watch_path = db_util::ColumnText(row, 5);
+        if (type == kShareUser && !name.empty()) {
+          shares_.Add({.name = name.substr(1), .path = watch_path, .is_replica = false, .flags = {}});
+        } else if (type == kNormalUser && name != kGoneUser) {
+          accounts_.Add({.name = name,
+                         .uid = static_cast<uid_t>(sqlite3_column_int64(row, 1)),
+                         .gid = static_cast<gid_t>(sqlite3_column_int64(row, 2)),
+                         .expired = (sqlite3_column_int(row, 4) & kAccountExpired) != 0},
+                        watch_path);
+        }
+        return true;
+      });
+}
+
+}  // namespace ctl

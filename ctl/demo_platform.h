@@ -1,0 +1,95 @@
+// A machine on which the upgrade runs in an ordinary folder, without root: the folder counts as a mounted
+// ext4 volume with a uuid of its own, and the accounts and shares are those that the volume's user database
+// knows. Key/value and pid files are real.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/host/host_state_files.h"
+#include "platform/platform.h"
+
+namespace ctl {
+
+class DemoVolumes : public platform::Volumes {
+ public:
+  explicit DemoVolumes(std::string volume) : volume_(std::move(volume)) {}
+
+  // The folder is a volume; every other path lies on it.
+  [[nodiscard]] int PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) override;
+  [[nodiscard]] int GetShareBinPath(const std::string& path, std::string& bin_path) override;
+  [[nodiscard]] int GetFileSystemType(const std::string& path, platform::FileSystemType& type) override;
+  [[nodiscard]] int GetBtrfsUuid(const std::string& path, platform::FileSystemUuid& uuid) override;
+  [[nodiscard]] int ReadBtrfsSuperblock(const std::string& path,
+                                        platform::BtrfsSuperblock& superblock) override;
+  [[nodiscard]] int GetExtUuid(const std::string& path, std::string& uuid) override;
+  [[nodiscard]] int ListMountPoints(std::vector<std::string>& mount_points) override;
+
+ private:
+  std::string volume_;
+};
+
+// Refuses nobody, and remembers who was allowed.
+class DemoAppPrivilege : public platform::AppPrivilege {
+ public:
+  [[nodiscard]] int PLIBAppPrivUserAddOne(const std::string& user,
+                                          const std::string& application_id) override;
+  [[nodiscard]] const std::set<std::string>& allowed() const { return allowed_; }
+
+ private:
+  std::set<std::string> allowed_;
+};
+
+// Every normal user of the user database has an account, and a home folder above what is watched for it.
+class DemoAccounts : public platform::Accounts {
+ public:
+  void Add(const platform::Account& account, const std::string& watch_path);
+  [[nodiscard]] platform::Lookup FindByUid(uid_t uid, platform::Account& account) override;
+  [[nodiscard]] std::string GetRealHomeFolder(const std::string& name) override;
+
+ private:
+  std::map<uid_t, platform::Account> accounts_;
+  std::map<std::string, std::string> homes_;
+};
+
+class DemoServices : public platform::Services {
+ public:
+  [[nodiscard]] bool IsLdapEnabled() override { return true; }
+  [[nodiscard]] bool IsDomainEnabled() override { return true; }
+  [[nodiscard]] bool IsUserHomeEnabled() override { return true; }
+};
+
+// Every share user of the user database has its share.
+class DemoShares : public platform::Shares {
+ public:
+  void Add(platform::Share share);
+  [[nodiscard]] platform::Lookup Open(const std::string& name, platform::Share& share) override;
+
+ private:
+  std::vector<platform::Share> shares_;
+};
+
+class DemoPlatform {
+ public:
+  // The users are read from `user_database`; one that cannot be read gives a machine without users. The
+  // sample's user that has left has no account.
+  DemoPlatform(const std::string& volume, const std::string& user_database);
+
+  [[nodiscard]] platform::Platform& platform() { return platform_; }
+  [[nodiscard]] const DemoAppPrivilege& app_privilege() const { return app_privilege_; }
+
+ private:
+  void ReadUsers(const std::string& user_database);
+
+  DemoVolumes volumes_;
+  platform::host::HostStateFiles state_files_;
+  DemoAppPrivilege app_privilege_;
+  DemoAccounts accounts_;
+  DemoServices services_;
+  DemoShares shares_;
+  platform::Platform platform_{volumes_, state_files_, app_privilege_, accounts_, services_, shares_};
+};
+
+}  // namespace ctl

@@ -1,0 +1,167 @@
+#include "ctl/sample_volume.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "ctl/sample_schema.h"
+#include "ctl/sample_writer.h"
+#include "file-op/file_op.h"
+#include "updater/framework/updater_framework.h"
+#include "updater/run_paths.h"
+#include "updater/server/registration.h"
+
+namespace ctl {
+namespace {
+
+constexpr int kSampleVersion = 2577;
+constexpr long long kFirstTime = 1400000000;
+
+int MakeFolders(const updater::RunPaths& paths, std::string& error) {
+  const std::string client_folder = paths.client_db.substr(0, paths.client_db.rfind('/'));
+  for (const std::string& folder : {paths.sync_folder, paths.sync_folder + "/repo",
+                                    paths.sync_folder + "/delta", paths.sync_folder + "/rm", client_folder}) {
+    if (file_op::FSMKDir(folder, true) == 0) continue;
+    error = "cannot make the folder " + folder + ": " + std::strerror(errno);
+    return -1;
+  }
+  return 0;
+}
+
+void WriteNodes(SampleWriter& writer, const SampleContent& content) {
+  RowInserter nodes(writer, schema::kInsertNode);
+  RowInserter tree(writer, schema::kInsertTree);
+  for (int i = 0; i < content.size().nodes; ++i) {
+    const SampleContent::Node node = content.NodeAt(i);
+    // A version's sync id is its number; a node without one was changed after all of them.
+    const long long sync_id = node.latest_version != 0 ? node.latest_version : content.size().versions + 1LL;
+    nodes.Add(node.id, node.parent_id, node.view, node.attribute, sync_id, sync_id, node.version_count,
+              kFirstTime + i, kFirstTime - i, node.name, node.path, node.data);
+    int distance = 0;
+    for (const long long ancestor : node.ancestors) tree.Add(node.id, ancestor, ++distance);
+  }
+}
+
+// Returns the number of deltas written.
+long long WriteVersions(SampleWriter& writer, const SampleContent& content) {
+  RowInserter versions(writer, schema::kInsertVersion);
+  RowInserter files(writer, schema::kInsertFile);
+  RowInserter deltas(writer, schema::kInsertDelta);
+  long long delta_count = 0;
+  for (int i = 0; i < content.size().versions; ++i) {
+    const SampleContent::FileVersion version = content.VersionAt(i);
+    const SampleUser owner = UserOfView(version.view);
+    versions.Add(version.id, version.node_id, version.attribute, version.id, version.previous, kFirstTime + i,
+                 version.file_id, version.file_size, version.file_hash, kFirstTime - i, i % 3 == 0 ? 1 : 0,
+                 owner.uid, owner.gid, i % 100, version.client_id, version.mac_attr);
+    if (version.file_id == 0) continue;
+    files.Add(version.file_id, 1, version.file_size, version.file_hash);
+    if (version.previous != 0) deltas.Add(version.node_id, version.previous, version.id, ++delta_count);
+  }
+  return delta_count;
+}
+
+int WriteDataDatabase(const std::string& path, const SampleContent& content, std::string& error) {
+  SampleWriter writer(path, schema::kData);
+  {
+    WriteNodes(writer, content);
+    const long long deltas = WriteVersions(writer, content);
+    RowInserter config(writer, schema::kInsertConfig);
+    config.Add("version", std::to_string(kSampleVersion));
+    config.Add("row1", "1");
+    config.Add("serial", "it's a \"sample\", 100%");
+    config.Add("sync_id", std::to_string(content.size().versions + 1));
+    config.Add("file_id", std::to_string(content.size().versions + 1));
+    config.Add("delta_file_id", std::to_string(deltas + 1));
+    config.Add("rotate_cnt", "32");
+    config.Add("rotate_span", "15552000");
+  }
+  writer.Run(schema::kDataIndexes);
+  return writer.Finish(error);
+}
+
+int WriteUserDatabase(const std::string& path, const SampleContent& content, std::string& error) {
+  SampleWriter writer(path, schema::kUser);
+  {
+    RowInserter users(writer, schema::kInsertUser);
+    RowInserter sessions(writer, schema::kInsertSession);
+    for (int view = 1; view <= content.size().views; ++view) {
+      const SampleUser user = UserOfView(view);
+      users.Add(user.attribute, view, user.name, user.uid, user.gid, user.type, user.watch_path);
+      if (user.type != 1) {
+        sessions.Add(view, user.name + "'s \"laptop\"", "192.0.2.7", kFirstTime + view,
+                     "session " + std::to_string(view));
+      }
+    }
+    RowInserter config(writer, schema::kInsertConfig);
+    config.Add("version", std::to_string(kSampleVersion));
+  }
+  return writer.Finish(error);
+}
+
+// The client has seen every second node, and has a sync id of its own for all views but the last.
+int WriteClientDatabase(const std::string& path, const SampleContent& content, std::string& error) {
+  SampleWriter writer(path, schema::kClient);
+  {
+    RowInserter nodes(writer, schema::kInsertClientNode);
+    for (int i = 0; i < content.size().nodes; i += 2) {
+      const SampleContent::Node node = content.NodeAt(i);
+      nodes.Add(node.id, node.parent_id, node.view, node.latest_version, kFirstTime - i, "", node.name,
+                node.path);
+    }
+    RowInserter progress(writer, schema::kInsertProgress);
+    for (int view = 1; view < content.size().views; ++view) progress.Add(view, content.size().versions);
+    RowInserter config(writer, schema::kInsertConfig);
+    config.Add("version", std::to_string(kSampleVersion));
+    config.Add("sync_id", std::to_string(content.size().versions));
+  }
+  return writer.Finish(error);
+}
+
+}  // namespace
+
+int MakeSampleVolume(const std::string& volume, const SampleSize& size, std::string& error) {
+  if (size.views < 1 || size.nodes < size.views || size.versions < 0) {
+    error = "a sample needs at least one view and one node a view";
+    return -1;
+  }
+  const updater::RunPaths paths(volume);
+  if (file_op::FSExists(paths.sync_folder)) {
+    error = paths.sync_folder + " exists already; a sample is made in a folder of its own";
+    return -1;
+  }
+  const SampleContent content(size);
+  return MakeFolders(paths, error) < 0 || WriteDataDatabase(paths.data_db, content, error) < 0 ||
+                 WriteUserDatabase(paths.user_db, content, error) < 0 ||
+                 WriteClientDatabase(paths.client_db, content, error) < 0
+             ? -1
+             : 0;
+}
+
+int LiftSampleVolume(const std::string& volume, int version, const updater::UpdaterContext& context,
+                     std::string& error) {
+  const updater::Version start = {"", kSampleVersion};
+  const updater::RunPaths paths(volume);
+  // The live databases instead of working copies: a sample that breaks is made again.
+  const updater::server::WorkingCopies live = {.sync_folder = paths.sync_folder,
+                                               .data = paths.data_db,
+                                               .log = paths.log_db,
+                                               .user = paths.user_db,
+                                               .client = paths.client_db,
+                                               .view_folder = paths.view_folder,
+                                               .file_folder = paths.file_folder};
+  updater::UpdaterFramework framework(context.out);
+  updater::Version target = start;
+  for (auto& updater : updater::server::CreateServerUpdaters(context, live)) {
+    if (updater->GetToVersion().number == version) target = updater->GetToVersion();
+    framework.AddUpdater(std::move(updater));
+  }
+  if (target.number != version) {
+    error = "no updater leads to version " + std::to_string(version);
+    return -1;
+  }
+  if (framework.Run(start, target) == 0) return 0;
+  error = framework.GetLastError();
+  return -1;
+}
+
+}  // namespace ctl

@@ -1,0 +1,38 @@
+// What the package's databases on a volume hold at one moment: versions, sizes and row counts.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "updater/run_paths.h"
+
+namespace ctl {
+
+struct DatabaseSurvey {
+  enum class Kind { kShared, kView, kFile };
+
+  struct TableRows {
+    std::string table;
+    long long rows;
+  };
+
+  Kind kind;
+  std::string name;     // "data", "view 7", "file <uuid>"
+  std::string version;  // "(master, 4150)"; "?" when it cannot be read
+  long long bytes = 0;
+  std::vector<TableRows> tables;  // by name
+};
+
+struct VolumeSurvey {
+  std::vector<DatabaseSurvey> databases;  // data, log, user, client, then views and files; existing ones only
+  std::vector<std::string> users;         // names, by view id
+};
+
+// Looks at the live databases. Opening one may fold its write-ahead log into it; nothing else is changed.
+[[nodiscard]] VolumeSurvey SurveyVolume(const updater::RunPaths& paths);
+
+// One line a database; of many view databases only the first few, and how many more there are.
+void PrintSurvey(const VolumeSurvey& survey, std::ostream& out);
+
+}  // namespace ctl
