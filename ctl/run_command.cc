@@ -8,6 +8,7 @@
 #include "ctl/demo_state.h"
 #include "ctl/run_report.h"
 #include "logger/log_sink.h"
+#include "updater/database_check.h"
 #include "updater/run_updater.h"
 #include "updater/service_status.h"
 
@@ -32,7 +33,7 @@ struct RunRecord {
 int RunDriver(const std::string& volume, const RunArguments& arguments, const platform::SystemPaths& paths,
               DemoPlatform& demo, RunRecord& record) {
   updater::legacy::NoLegacySteps legacy;
-  updater::PassingCheck check;
+  updater::DatabaseCheck check(paths, demo.platform());
   std::vector<const char*> run_arguments = {volume.c_str()};
   if (arguments.with_legacy_steps) run_arguments.push_back("--dont-skip");
   const logger::ScopedSink sink(record.log);
@@ -95,7 +96,7 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   PrintIndented(record.output.str(), streams.out);
   streams.out << "\nThe chain that ran\n";
   PrintChain(record.times, streams.out);
-  streams.out << "\nView and file databases made\n";
+  streams.out << "\nNew view and file databases\n";
   PrintMadeDatabases(before, after, streams.out);
   streams.out << "\nUsers\n";
   PrintUsersAllowed(demo.app_privilege(), streams.out);

@@ -13,6 +13,30 @@ std::string WithoutBlank(const updater::Version& version) {
   return text;
 }
 
+// The names of the databases of a kind that `after` has and `before` has not.
+std::vector<std::string> Made(const VolumeSurvey& before, const VolumeSurvey& after,
+                              DatabaseSurvey::Kind kind) {
+  std::vector<std::string> names;
+  for (const DatabaseSurvey& database : after.databases) {
+    const auto is_same = [&](const DatabaseSurvey& old) {
+      return old.kind == kind && old.name == database.name;
+    };
+    if (database.kind == kind && std::none_of(before.databases.begin(), before.databases.end(), is_same)) {
+      names.push_back(database.name);
+    }
+  }
+  return names;
+}
+
+// ": a, b, c", and how many more there are.
+std::string List(const std::vector<std::string>& names) {
+  constexpr std::size_t kShown = 12;
+  std::string text;
+  for (std::size_t i = 0; i < names.size() && i < kShown; ++i) text += (i == 0 ? ": " : ", ") + names[i];
+  if (names.size() > kShown) text += " and " + std::to_string(names.size() - kShown) + " more";
+  return text;
+}
+
 }  // namespace
 
 void StepTimes::BeforeUpdate(const updater::AbstractUpdater& /*updater*/) {
@@ -35,20 +59,18 @@ void PrintChain(const StepTimes& times, std::ostream& out) {
 }
 
 void PrintMadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
-  VolumeSurvey made;
-  for (const DatabaseSurvey& database : after.databases) {
-    const bool was_there = std::any_of(before.databases.begin(), before.databases.end(),
-                                       [&](const DatabaseSurvey& old) { return old.name == database.name; });
-    if (database.kind != DatabaseSurvey::Kind::kShared && !was_there) made.databases.push_back(database);
-  }
-  PrintSurvey(made, out);
+  using Kind = DatabaseSurvey::Kind;
+  const std::vector<std::string> views = Made(before, after, Kind::kView);
+  const std::vector<std::string> files = Made(before, after, Kind::kFile);
+  out << "  " << views.size() << " view databases" << List(views) << "\n"
+      << "  " << files.size() << " file databases" << List(files) << "\n";
 }
 
 void PrintRemovedUsers(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
   bool any = false;
   for (const std::string& user : before.users) {
     if (std::find(after.users.begin(), after.users.end(), user) != after.users.end()) continue;
-    out << "  removed " << user << ": its account is gone from this machine\n";
+    out << "  removed " << user << ": its account or share is gone from this machine, and its view with it\n";
     any = true;
   }
   if (!any) out << "  every user is still there\n";

@@ -33,7 +33,7 @@ class StepTimes : public updater::RunObserver {
 
 void PrintChain(const StepTimes& times, std::ostream& out);
 
-// The view and file databases that `after` has and `before` has not.
+// The views and volumes for which `after` has a database and `before` has not.
 void PrintMadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out);
 
 // The users that `before` has and `after` has not.

@@ -77,8 +77,20 @@ std::vector<std::string> SortedFolders(const std::string& folder) {
   return names;
 }
 
+std::string Label(const DatabaseSurvey& database) {
+  switch (database.kind) {
+    case DatabaseSurvey::Kind::kView:
+      return "view " + database.name;
+    case DatabaseSurvey::Kind::kFile:
+      return "file " + database.name.substr(0, 8);  // the first group of the uuid
+    case DatabaseSurvey::Kind::kShared:
+      break;
+  }
+  return database.name;
+}
+
 void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
-  out << "  " << std::left << std::setw(10) << database.name << std::setw(17) << database.version
+  out << "  " << std::left << std::setw(15) << Label(database) << std::setw(16) << database.version
       << std::right << std::setw(9) << (database.bytes + 1023) / 1024 << " KiB  ";
   const char* separator = "";
   for (const DatabaseSurvey::TableRows& table : database.tables) {
@@ -101,10 +113,10 @@ VolumeSurvey SurveyVolume(const updater::RunPaths& paths) {
   AddDatabase(survey, Kind::kShared, "client", paths.client_db);
   const updater::FolderDatabases folders(paths.view_folder, paths.file_folder);
   for (const std::string& name : SortedFolders(paths.view_folder)) {
-    AddDatabase(survey, Kind::kView, "view " + name, folders.ViewDatabase(name));
+    AddDatabase(survey, Kind::kView, name, folders.ViewDatabase(name));
   }
   for (const std::string& name : SortedFolders(paths.file_folder)) {
-    AddDatabase(survey, Kind::kFile, "file " + name, folders.FileDatabase(name));
+    AddDatabase(survey, Kind::kFile, name, folders.FileDatabase(name));
   }
   db_util::Database db;
   if (db_util::OpenQuietly(paths.user_db, db, db_util::OpenMode::kReadWrite) == SQLITE_OK) {

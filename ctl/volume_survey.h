@@ -18,7 +18,7 @@ struct DatabaseSurvey {
   };
 
   Kind kind;
-  std::string name;     // "data", "view 7", "file <uuid>"
+  std::string name;     // "data"; of a view its id, of a file database the uuid of its volume
   std::string version;  // "(master, 4150)"; "?" when it cannot be read
   long long bytes = 0;
   std::vector<TableRows> tables;  // by name
