@@ -3,11 +3,14 @@
 set(UPDATER_WARNINGS
     -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wconversion -Wsign-conversion -Wold-style-cast
     -Wnon-virtual-dtor -Woverloaded-virtual -Wmissing-declarations -Wcast-qual -Wcast-align
-    -Wdouble-promotion -Wnull-dereference -Wundef -Wunused -Wextra-semi)
+    -Wdouble-promotion -Wundef -Wunused -Wextra-semi)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  list(APPEND UPDATER_WARNINGS -Wsuggest-override -Wduplicated-cond -Wduplicated-branches -Wlogical-op)
+  # -Wrestrict and -Wnull-dereference of g++ 12 see bugs in the optimised std::string and std::map, which are
+  # none: the first is off, the second left to clang.
+  list(APPEND UPDATER_WARNINGS -Wsuggest-override -Wduplicated-cond -Wduplicated-branches -Wlogical-op
+                               -Wno-restrict)
 else()
-  list(APPEND UPDATER_WARNINGS -Winconsistent-missing-override)
+  list(APPEND UPDATER_WARNINGS -Winconsistent-missing-override -Wnull-dereference)
 endif()
 if(UPDATER_WERROR)
   list(APPEND UPDATER_WARNINGS -Werror)
