@@ -1,0 +1,226 @@
+"""Runs the program as the package does: as root, with its fixed paths, on a mounted volume. Every test has
+volumes of its own; the machine around them is that of namespace.py."""
+
+import hashlib
+import os
+import re
+import shutil
+import socket
+import stat
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+import uuid
+from typing import NamedTuple
+
+import databases
+import namespace
+
+SKIPPED = 77
+STATUS_FILE = "/var/packages/StratoFolder/etc/enable_status"
+ENABLED = "/var/packages/StratoFolder/enabled"
+MARK = "/usr/plat/etc/packages/StratoFolder/stfd_upgrading_mark"
+PRIVILEGE = "/usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance"
+SCRATCH = "/tmp/.StratoFolder-upgrade.sqlite3"
+PROGRAM = os.path.join(namespace.ROOM, "updater-svr")
+USER_LOG, ERROR, PRIORITIES = 1 << 3, 3, {"INFO": 6, "WARNING": 4}
+# What a run may make beside the live databases although it fails.
+MADE_BY_A_FAILED_RUN = re.compile(
+    r"\.bak(/|-|$)|@sync/node_delta|@sync/rm|@sync/(repo|delta)/\.0$|new-syncfolder\.sqlite|-shm$")
+
+
+class Run(NamedTuple):
+    stdout: str
+    stderr: str
+    exit: int
+    status: str
+    log: list
+
+
+class Log:
+    """The system log: a socket at /dev/log, read while the program runs so that it never has to wait."""
+
+    def __init__(self):
+        self.lines = []
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.socket.bind("/dev/log")
+        self.reader = threading.Thread(target=self.read)
+        self.reader.start()
+
+    def read(self):
+        while datagram := self.socket.recv(1 << 20):
+            priority, text = re.fullmatch(r"<(\d+)>.{15} [^:]*: (.*)", datagram.decode(), re.S).groups()
+            level = re.match(r"\[(\w+)\]", text)
+            expected = USER_LOG | PRIORITIES.get(level[1] if level else "", ERROR)
+            self.lines.append(comparable(text) if int(priority) == expected else datagram.decode())
+
+    def finish(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as end:
+            end.sendto(b"", "/dev/log")
+        self.reader.join()
+        self.socket.close()
+        os.unlink("/dev/log")
+        return self.lines
+
+
+def comparable(text):
+    """The text without the line of source that wrote it and without failed statements."""
+    text = re.sub(r"sqlite3_(exec|prepare_v2)\(.*\): ", r"sqlite3_\1(SQL): ", text, flags=re.S)
+    text = re.sub(r"(Failed to exec|, sql =) .*?(\n?)\Z", r"\1 SQL\2", text, flags=re.S)
+    text = re.sub(r"^(Strato Folder Updater|\[[A-Z]+\] [a-z0-9/-]+)\(\d+\)", r"\1(N)", text)
+    return re.sub(r"^updater-svr:\d+ ", "updater-svr:N ", text)
+
+
+def write(path, text=""):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+class Volume:
+    """An image with a file system, mounted through a loop device."""
+
+    def __init__(self, fs="ext4", name="volume1", megabytes=128):
+        self.fs, self.path = fs, os.path.join(namespace.ROOM, name)
+        self.package = self.path + "/@stratofolder"
+        self.sync = self.package + "/@sync"
+        self.data, self.user = self.sync + "/syncfolder-db.sqlite", self.sync + "/user-db.sqlite"
+        self.log, self.client = self.sync + "/log-db.sqlite", self.package + "/@clientd/db.sqlite"
+        identity = uuid.uuid4()
+        self.uuid = str(identity)
+        self.old_uuid = str(uuid.UUID(bytes_le=identity.bytes))  # the first three groups read as integers
+        self.image = tempfile.NamedTemporaryFile(dir=namespace.ROOM)
+        self.image.truncate(megabytes << 20)
+        options = {"ext4": ["-m", "0"], "btrfs": []}[fs]  # nothing set aside for root, so that a disk can be full
+        subprocess.run([f"mkfs.{fs}", "-q", *options, "-U", self.uuid, self.image.name],
+                       check=True, capture_output=True)
+        os.mkdir(self.path)
+        namespace.mount("-o", "loop", self.image.name, self.path)
+
+    def remove(self):
+        subprocess.run(["umount", self.path], check=True)
+        os.rmdir(self.path)
+        self.image.close()
+
+    def view(self, view):
+        return f"{self.sync}/view/{view}/view-db.sqlite"
+
+    def fill(self, version, uuid_text=None, extras=()):
+        """The databases of a package at the version, and the files and folders that earlier upgrades made."""
+        databases.make(self.package, version, uuid_text or self.uuid, self.sync, extras)
+        for name in ("repo", "delta", "rm"):
+            os.makedirs(f"{self.sync}/{name}", exist_ok=True)
+        for name in self.others(version):
+            path = os.path.join(self.package, name)
+            if name.endswith("/.0"):
+                write(path)
+            else:
+                os.makedirs(path)
+
+    def others(self, version=databases.LATEST):
+        """Marker files and folders of the version, below the package folder."""
+        made = {2603: ["repo/.0", "delta/.0"], 3200: ["node_delta/.0"],
+                3400: [f"view/{view}/sign/.0" for view in databases.views()] + [
+                    "rm/" + name for name in
+                    ("file", "delta", "node_delta", "deref_file", "rotate_node", "rotate_base")]}
+        return ["@sync/" + name for since, names in made.items() if since <= version for name in names]
+
+    def files(self):
+        """All files below the package folder, and its empty folders."""
+        return sorted(os.path.relpath(os.path.join(folder, name), self.package)
+                      for folder, folders, names in os.walk(self.package)
+                      for name in names + [f for f in folders if not os.listdir(os.path.join(folder, f))])
+
+    def live(self):
+        """Identity of all files that a failed run must leave as they were."""
+        return {path: identity for path in self.files() if not MADE_BY_A_FAILED_RUN.search(path)
+                if (identity := identity_of(os.path.join(self.package, path)))}
+
+    def copies(self):
+        return [path for path in self.files() if ".bak" in path]
+
+
+def identity_of(path):
+    status = os.lstat(path)
+    if stat.S_ISDIR(status.st_mode) or (status.st_size == 0 and path.endswith("-wal")):
+        return None  # an empty write-ahead log is as good as none
+    with open(path, "rb") as file:
+        return status.st_mode, status.st_uid, status.st_gid, hashlib.sha256(file.read()).hexdigest()
+
+
+class SystemTest(unittest.TestCase):
+    maxDiff = None
+
+    def set_up_package(self, status="initializing"):
+        for folder in ("/var/packages/StratoFolder", "/usr/plat/etc"):
+            shutil.rmtree(folder, ignore_errors=True)
+        for name in os.listdir("/tmp"):
+            os.unlink(os.path.join("/tmp", name))
+        os.makedirs(os.path.dirname(MARK))
+        write(ENABLED)
+        write(STATUS_FILE, self.status_text(status))
+
+    def status_text(self, status):
+        return f'# of the package\nlast="a=b"\nstatus="{status}"\nport="6690"\n'
+
+    def new_volume(self, *arguments, **options):
+        volume = Volume(*arguments, **options)
+        self.addCleanup(volume.remove)
+        return volume
+
+    def run_updater(self, *arguments, prefix=(), kill_at=None):
+        """One run. With kill_at it is killed as soon as it has written a line with that text."""
+        log, written = Log(), []
+        environment = {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
+        with tempfile.TemporaryFile(dir=namespace.ROOM, mode="w+", encoding="utf-8") as errors:
+            with subprocess.Popen([*prefix, PROGRAM, *arguments], stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.PIPE, stderr=errors,
+                                  env={"PATH": os.environ["PATH"], **environment}) as process:
+                for line in process.stdout:
+                    written.append(line.decode())
+                    if kill_at is not None and kill_at in written[-1]:
+                        process.kill()
+            errors.seek(0)
+            stderr = errors.read()
+        lines = log.finish()
+        self.assertNotRegex(stderr, "Sanitizer|runtime error")
+        status = re.search(r'^status="(.*)"$', read(STATUS_FILE), re.M)[1]
+        return Run("".join(written), stderr, process.returncode, status, lines)
+
+    def assert_ended(self, run, status):
+        self.assertEqual((run.exit, run.status), (0, status), run)
+        self.assertFalse(os.path.lexists(MARK))
+        self.assertEqual([name for name in os.listdir("/tmp") if name.startswith(".StratoFolder")], [])
+
+    def assert_upgraded(self, volume, extras=()):
+        """The volume holds what the latest version holds, and nothing else."""
+        expected = databases.contents_of_latest(volume.uuid, volume.sync, extras,
+                                                namespace.HOME + "/StratoFolder")
+        self.assertEqual(volume.files(), sorted([*expected, *volume.others()]))
+        for path, content in expected.items():
+            with self.subTest(database=path):
+                self.assertEqual(databases.contents_of(os.path.join(volume.package, path)), content)
+
+
+def main():
+    """Runs the tests of the calling file: <program under test> [unittest arguments]."""
+    os.environ["PATH"] += ":/usr/sbin:/sbin"  # not on the path of every root
+    reason = namespace.what_is_missing()
+    if reason is not None:
+        print(f"{__file__}:1: Skipped\n{reason}\n")  # as GoogleTest puts it, for whoever counts the tests
+        sys.exit(SKIPPED)
+    with open(sys.argv.pop(1), "rb") as file:
+        program = file.read()
+    namespace.enter()
+    with open(PROGRAM, "wb") as file:
+        file.write(program)
+    os.chmod(PROGRAM, 0o755)
+    os.umask(0o022)
+    unittest.main()
