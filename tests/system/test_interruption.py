@@ -59,7 +59,7 @@ class Killed(InterruptionTest):
         for step in ("update from", *(f"updating from (master, {number})" for number in databases.VERSIONS[2:-2])):
             with self.subTest(step):
                 self.set_up_package()
-                run = self.run_updater(volume.path, prefix=("nice", "-n", "19"), kill_at=step)
+                run = self.run_updater(volume.path, kill_at=step)
                 self.assertEqual((run.exit, run.status), (-9, "updating"))
                 self.assertEqual(volume.live(), before)
         # Who reads the status now finds a dead updater behind it.
