@@ -7,7 +7,7 @@
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
 #include "ctl/run_report.h"
-#include "logger/log_sink.h"
+#include "logger/recording_sink.h"
 #include "updater/database_check.h"
 #include "updater/run_updater.h"
 #include "updater/service_status.h"
