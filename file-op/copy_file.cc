@@ -122,8 +122,9 @@ int ApplyOwnerAndMode(int fd, const struct stat& status) {
   mode_t bits = status.st_mode & ALLPERMS;
   if (fchown(fd, status.st_uid, status.st_gid) < 0) {
     if (errno != EPERM) return -1;
-    (void)fchown(fd, static_cast<uid_t>(-1), status.st_gid);  // the group alone, if this process is in it
     bits &= ACCESSPERMS;  // what runs as the owner must not run as somebody else
+    // The group alone, if this process is in it; otherwise both stay the process's own.
+    if (fchown(fd, static_cast<uid_t>(-1), status.st_gid) < 0 && errno != EPERM) return -1;
   }
   return fchmod(fd, bits);
 }
