@@ -23,12 +23,16 @@ TEST_F(Lifecycle, InitializeMakesTheSchemaAndItsFirstRows) {
   EXPECT_EQ(Read(kProfiles), "internal for enc share|{\"filtered_max_name_length\":143}|7");
   EXPECT_EQ(
       Read(
-          "SELECT m.name, group_concat(trim(c.name || ' ' || c.type || ' ' || ifnull(c.dflt_value, '')), ';') FROM sqlite_master AS m, pragma_table_info(m.name) AS c WHERE m.type = 'table' AND m.name NOT LIKE 'sqlite%' GROUP BY m.rowid ORDER BY m.rowid"),
-      "user_table|id INTEGER;attribute INTEGER;view_id INTEGER;name VARCHAR;uid INTEGER;gid INTEGER;user_type INTEGER;watch_path VARCHAR,session_table|uid INTEGER;attribute INTEGER 0;group_id INTEGER;client VARCHAR;ip VARCHAR;ctime DATETIME strftime('%s','now');sess_id VARCHAR;client_type INTEGER 0;client_platform VARCHAR 'Unknown',backup_task_table|session VARCHAR;view_id INTEGER;relative_path VARCHAR;is_readonly INTEGER,config_table|key VARCHAR;value VARCHAR,profile_table|id INTEGER;name VARCHAR;context VARCHAR '{}';attribute INTEGER 0,profile_apply_table|profile_id INTEGER;user_id INTEGAR,profile_apply_view_table|profile_id INTEGER;view_id INTEGER,rotate_setting_table|view_id INTEGER;rotate_cnt INTEGER;rotate_policy VARCHAR");
+          "SELECT m.name, group_concat(c.name || ' ' || c.type || substr(' !', 1, 2 * c.\"notnull\") || ifnull(' ' || c.dflt_value, ''), ';') FROM sqlite_master AS m, pragma_table_info(m.name) AS c WHERE m.type = 'table' AND m.name NOT LIKE 'sqlite%' GROUP BY m.rowid ORDER BY m.rowid"),
+      "user_table|id INTEGER;attribute INTEGER;view_id INTEGER;name VARCHAR;uid INTEGER;gid INTEGER;user_type INTEGER !;watch_path VARCHAR !,session_table|uid INTEGER;attribute INTEGER 0;group_id INTEGER;client VARCHAR;ip VARCHAR;ctime DATETIME strftime('%s','now');sess_id VARCHAR;client_type INTEGER 0;client_platform VARCHAR 'Unknown',backup_task_table|session VARCHAR;view_id INTEGER;relative_path VARCHAR;is_readonly INTEGER,config_table|key VARCHAR;value VARCHAR,profile_table|id INTEGER;name VARCHAR !;context VARCHAR ! '{}';attribute INTEGER 0,profile_apply_table|profile_id INTEGER;user_id INTEGAR,profile_apply_view_table|profile_id INTEGER;view_id INTEGER,rotate_setting_table|view_id INTEGER;rotate_cnt INTEGER;rotate_policy VARCHAR");
   EXPECT_EQ(
       Read(
           "SELECT m.name, m.tbl_name, group_concat(i.name, '+') FROM sqlite_master AS m, pragma_index_info(m.name) AS i WHERE m.type = 'index' GROUP BY m.rowid ORDER BY m.name"),
       "profile_apply_id_idx|profile_apply_table|profile_id,profile_apply_uid_idx|profile_apply_table|user_id,profile_apply_view_id_idx|profile_apply_view_table|profile_id,profile_apply_view_vid_idx|profile_apply_view_table|view_id,profile_id_idx|profile_table|id,session_task_index|backup_task_table|session,sqlite_autoindex_config_table_1|config_table|key,sqlite_autoindex_profile_apply_table_1|profile_apply_table|profile_id+user_id,sqlite_autoindex_profile_apply_view_table_1|profile_apply_view_table|profile_id+view_id,sqlite_autoindex_session_table_1|session_table|sess_id,sqlite_autoindex_user_table_1|user_table|name");
+  // What happens to a key that is there already.
+  Write(
+      "INSERT INTO rotate_setting_table VALUES (0, 9, 'x'); INSERT INTO profile_apply_table VALUES (1, 1), (1, 1); INSERT INTO profile_apply_view_table VALUES (1, 1), (1, 1);");
+  EXPECT_EQ(Read("SELECT rotate_cnt FROM rotate_setting_table"), "9");
 }
 
 TEST_F(Lifecycle, InitializeKeepsWhatIsThereAndIsANoOpWhenOpen) {
