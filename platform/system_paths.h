@@ -25,10 +25,13 @@ struct SystemPaths {
   std::string nsswitch = "/etc/nsswitch.conf";
   std::string samba = "/etc/samba/smb.conf";
 
+  std::string passwd = "/etc/passwd";
+
   std::string null_device = "/dev/null";
 
   // The same paths below another root folder, for a run in a folder of its own. `root` has no trailing slash.
-  // What the kernel shows (below /proc and /dev) stays where it is.
+  // What the kernel shows (below /proc and /dev) and what the C library reads by itself (passwd) stay where
+  // they are.
   [[nodiscard]] static SystemPaths Under(const std::string& root);
 };
 

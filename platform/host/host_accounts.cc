@@ -5,6 +5,7 @@
 
 #include "platform/host/account_lookup.h"
 #include "platform/host/real_path.h"
+#include "platform/host/text_file.h"
 
 namespace platform::host {
 namespace {
@@ -18,7 +19,12 @@ bool HasPassed(long day) { return day >= 0 && std::time(nullptr) / kSecondsPerDa
 
 Lookup HostAccounts::FindByUid(uid_t uid, Account& account) {
   AccountEntry entry;
-  if (const Lookup found = FindAccount(uid, entry); found != Lookup::kFound) return found;
+  const Lookup found = FindAccount(uid, entry);
+  if (found == Lookup::kNotFound) {
+    std::string ignored;
+    return ReadTextFile(passwd_, ignored) == 0 ? Lookup::kNotFound : Lookup::kFailed;
+  }
+  if (found != Lookup::kFound) return found;
   long expiry_day = -1;
   if (FindExpiryDay(entry.name, expiry_day) == Lookup::kFailed && errno != ENOENT) return Lookup::kFailed;
   account = {.name = entry.name, .uid = entry.uid, .gid = entry.gid, .expired = HasPassed(expiry_day)};

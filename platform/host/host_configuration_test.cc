@@ -173,7 +173,10 @@ TEST_F(ConfigurationTest, AccountsComeFromTheUserDatabaseAndExpireOnTheirDay) {
   ASSERT_EQ(machine().accounts.FindByUid(4003, account), Lookup::kFound);
   EXPECT_FALSE(account.expired);
 
-  // An account database that cannot be opened says nothing about who is gone.
+  // An account database that cannot be opened says nothing about who is gone, whichever way that shows.
+  platform::SystemPaths without_passwd = paths_;
+  without_passwd.passwd = folder_ / "missing";
+  EXPECT_EQ(platform::host::HostAccounts(without_passwd).FindByUid(4999, account), Lookup::kFailed);
   ASSERT_TRUE(tests::Run("mount -t tmpfs none /etc"));
   const tests::ScopedMount etc_mount("/etc");
   EXPECT_EQ(machine().accounts.FindByUid(4999, account), Lookup::kFailed);

@@ -16,7 +16,7 @@ namespace platform::host {
 class HostPlatform {
  public:
   explicit HostPlatform(const SystemPaths& paths)
-      : volumes_(paths), app_privilege_(paths), services_(paths), shares_(paths) {}
+      : volumes_(paths), app_privilege_(paths), accounts_(paths), services_(paths), shares_(paths) {}
 
   [[nodiscard]] Platform& platform() { return platform_; }
 

@@ -29,8 +29,8 @@ Status StatusOf(const std::string& path) {
 
 class StateFilesTest : public ::testing::Test {
  protected:
-  StateFilesTest() : mask_(::umask(077)) {}  // a mode that is promised holds under any mask
-  ~StateFilesTest() override { ::umask(mask_); }
+  void SetUp() override { mask_ = ::umask(077); }  // a mode that is promised holds under any mask
+  void TearDown() override { ::umask(mask_); }
 
   std::string Get(const std::string& path) {
     std::array<char, 32> buffer{};
@@ -45,7 +45,7 @@ class StateFilesTest : public ::testing::Test {
   HostStateFiles files_;
 
  private:
-  mode_t mask_;
+  mode_t mask_ = 0;
 };
 
 TEST_F(StateFilesTest, ReadsTheFirstLineWithTheKeyWithOrWithoutQuotesAndBlanks) {

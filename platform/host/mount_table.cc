@@ -51,17 +51,18 @@ int ReadMountTable(const std::string& path, std::vector<Mount>& mounts) {
 }
 
 const Mount* FindMountOf(const std::vector<Mount>& mounts, const std::string& resolved_path) {
+  const std::string_view path = resolved_path;
   const Mount* current = nullptr;
   std::size_t steps = 0;  // a table that refers to itself in a circle ends the walk
-  for (std::size_t end = 1; end != std::string::npos && end <= resolved_path.size();) {
-    const std::string_view folder = std::string_view(resolved_path).substr(0, end);
+  for (std::size_t end = 1; end != std::string::npos && end <= path.size();) {
+    const std::string_view folder = path.substr(0, end);
     for (const Mount* next = FindNext(mounts, current, folder); next != nullptr && steps < mounts.size();
          next = FindNext(mounts, current, folder)) {
       current = next;
       ++steps;
     }
-    if (end == resolved_path.size()) break;
-    end = std::min(resolved_path.find('/', end + 1), resolved_path.size());
+    if (end == path.size()) break;
+    end = std::min(path.find('/', end + 1), path.size());
   }
   return current;
 }

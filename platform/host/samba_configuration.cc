@@ -217,7 +217,8 @@ FileSignature FileSignature::Of(const std::string& path) {
 
 std::string_view SambaSection::Get(const std::string& folded_name) const {
   const auto found = parameters.find(folded_name);
-  return found == parameters.end() ? std::string_view() : std::string_view(found->second);
+  if (found == parameters.end()) return {};
+  return found->second;
 }
 
 bool SambaConfiguration::IsCurrent() const {
