@@ -51,12 +51,12 @@ void RowInserter::Bind(int column, long long value) {
 void RowInserter::Bind(int column, std::string_view value) {
   // Copied by SQLite: the text may be a temporary.
   (void)sqlite3_bind_text(statement_.get(), column, value.data(), static_cast<int>(value.size()),
-                          SQLITE_TRANSIENT);
+                          SQLITE_TRANSIENT);  // NOLINT(google-readability-casting): SQLite's own macro
 }
 
 void RowInserter::Bind(int column, const std::optional<std::string>& value) {
   if (value) {
-    Bind(column, std::string_view(*value));
+    Bind(column, std::string_view{*value});
   } else {
     (void)sqlite3_bind_null(statement_.get(), column);
   }

@@ -51,8 +51,8 @@ class RowInserter {
  private:
   void Bind(int column, long long value);
   void Bind(int column, std::string_view value);
-  void Bind(int column, const std::string& value) { Bind(column, std::string_view(value)); }
-  void Bind(int column, const char* value) { Bind(column, std::string_view(value)); }
+  void Bind(int column, const std::string& value) { Bind(column, std::string_view{value}); }
+  void Bind(int column, const char* value) { Bind(column, std::string_view{value}); }
   void Bind(int column, const std::optional<std::string>& value);
   void Step();
 
