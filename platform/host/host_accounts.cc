@@ -1,11 +1,15 @@
 #include "platform/host/host_accounts.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <ctime>
 
+#include "base/file_descriptor.h"
+#include "base/retry.h"
 #include "platform/host/account_lookup.h"
 #include "platform/host/real_path.h"
-#include "platform/host/text_file.h"
 
 namespace platform::host {
 namespace {
@@ -15,14 +19,20 @@ constexpr long kSecondsPerDay = 24L * 60 * 60;
 // The rule of the login programs: expired on the day itself.
 bool HasPassed(long day) { return day >= 0 && std::time(nullptr) / kSecondsPerDay >= day; }
 
+// An empty file of accounts is as little of an answer as an unreadable one.
+bool HasText(const std::string& path) {
+  const base::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  char first = '\0';
+  return file.is_open() && base::RetryBusy([&] { return ::read(file.get(), &first, 1); }) == 1;
+}
+
 }  // namespace
 
 Lookup HostAccounts::FindByUid(uid_t uid, Account& account) {
   AccountEntry entry;
   const Lookup found = FindAccount(uid, entry);
   if (found == Lookup::kNotFound) {
-    std::string ignored;
-    return ReadTextFile(passwd_, ignored) == 0 ? Lookup::kNotFound : Lookup::kFailed;
+    return HasText(passwd_) ? Lookup::kNotFound : Lookup::kFailed;
   }
   if (found != Lookup::kFound) return found;
   long expiry_day = -1;
