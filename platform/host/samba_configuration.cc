@@ -17,7 +17,6 @@
 
 #include "base/read_text_file.h"
 #include "base/text.h"
-#include "platform/host/text_file.h"
 
 namespace platform::host {
 namespace {
