@@ -110,7 +110,7 @@ TEST_F(CtlTest, RunShowsTheWholeUpgradeAndEndsDone) {
   ASSERT_EQ(Run({"run", volume().c_str()}), 0) << out_.str() << err_.str();
   const std::string report = out_.str();
   for (const char* part : {"(, 2577)", "updating from (, 2577)  to (master, 3004) ",
-                           "(master, 4100)   -> (master, 4150)", "5 view databases: 1, 2, 3, 5, 6\n",
+                           "(master, 4100)   -> (master, 4150)", "view databases: 5 (1, 2, 3, 5, 6)\n",
                            "view 6         (master, 4150)", "removed left.the.company", "Status: done"}) {
     EXPECT_NE(report.find(part), std::string::npos) << part << "\nis not in\n" << report;
   }

@@ -28,13 +28,14 @@ std::vector<std::string> Made(const VolumeSurvey& before, const VolumeSurvey& af
   return names;
 }
 
-// ": a, b, c", and how many more there are.
+// "3 (a, b, c)", and how many more there are; "none".
 std::string List(const std::vector<std::string>& names) {
   constexpr std::size_t kShown = 12;
-  std::string text;
-  for (std::size_t i = 0; i < names.size() && i < kShown; ++i) text += (i == 0 ? ": " : ", ") + names[i];
+  if (names.empty()) return "none";
+  std::string text = std::to_string(names.size()) + " (";
+  for (std::size_t i = 0; i < names.size() && i < kShown; ++i) text += (i == 0 ? "" : ", ") + names[i];
   if (names.size() > kShown) text += " and " + std::to_string(names.size() - kShown) + " more";
-  return text;
+  return text + ")";
 }
 
 }  // namespace
@@ -62,8 +63,8 @@ void PrintMadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after, s
   using Kind = DatabaseSurvey::Kind;
   const std::vector<std::string> views = Made(before, after, Kind::kView);
   const std::vector<std::string> files = Made(before, after, Kind::kFile);
-  out << "  " << views.size() << " view databases" << List(views) << "\n"
-      << "  " << files.size() << " file databases" << List(files) << "\n";
+  out << "  view databases: " << List(views) << "\n"
+      << "  file databases: " << List(files) << "\n";
 }
 
 void PrintRemovedUsers(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
