@@ -20,6 +20,8 @@ int RemoveUserNoTransaction(const std::string& name) {
 }
 
 int RemoveUserOf(const UserRecord& user, CheckRun& run) {
+  // By name it could only remove somebody else; the row stays, and so must the view that it refers to.
+  if (!user.has_name) return 0;
   if (RemoveUserNoTransaction(user.name) < 0) {
     return Checked(-1, "UserManager::CheckNormalUser fail to RemoveUserNoTransaction %s\n", user.name);
   }

@@ -40,6 +40,7 @@ struct UserRecord {
   unsigned gid = 0;
   UserType user_type = UserType::kNormal;
   std::string watch_path;  // the folder that is synchronised for this user
+  bool has_name = true;    // false when the table holds NULL, which no statement finds by its name
 };
 using UserList = std::list<UserRecord>;
 

@@ -149,6 +149,13 @@ TEST_F(SelfCheck, NormalUsersFollowTheirAccounts) {
   EXPECT_EQ(Read("SELECT count(*) FROM user_table"), "4");
 }
 
+TEST_F(SelfCheck, ARowWithoutANameCostsNobodyARowOrAView) {
+  AddUsers("(1, 0, NULL, 1, 100, 0, ''), (2, 0, '', 2, 100, 0, '')");
+  accounts_.Add("", 2);
+  ExpectRemoved({});
+  EXPECT_EQ(Read("SELECT view_id FROM user_table ORDER BY id"), "1,2");
+}
+
 TEST_F(SelfCheck, ShareUsersFollowTheirShares) {
   const std::string names[] = {"kept", "moved", "gone", "mounted", "below",  "exempt",
                                "snap", "near",  "dhos", "demoted", "primary"};

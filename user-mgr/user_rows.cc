@@ -46,6 +46,7 @@ bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
   user.gid = ColumnUnsigned(row, 5);
   user.user_type = ColumnUserType(row, 6);
   user.watch_path = db_util::ColumnText(row, 7);
+  user.has_name = sqlite3_column_type(row, 0) != SQLITE_NULL;
   return ReadName(row, 0, user.user_type, user.name);
 }
 
