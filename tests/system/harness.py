@@ -25,6 +25,7 @@ MARK = "/usr/plat/etc/packages/StratoFolder/stfd_upgrading_mark"
 PRIVILEGE = "/usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance"
 SCRATCH = "/tmp/.StratoFolder-upgrade.sqlite3"
 PROGRAM = os.path.join(namespace.ROOM, "updater-svr")
+NO_OVERRIDE = ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")  # root without root's reach
 USER_LOG, ERROR, PRIORITIES = 1 << 3, 3, {"INFO": 6, "WARNING": 4}
 # What a run may make beside the live databases although it fails.
 MADE_BY_A_FAILED_RUN = re.compile(

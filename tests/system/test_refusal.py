@@ -5,9 +5,8 @@ import shutil
 
 import harness
 from databases import change, text_of
-from harness import ENABLED, MARK, STATUS_FILE, SystemTest, write
+from harness import ENABLED, MARK, NO_OVERRIDE, STATUS_FILE, SystemTest, write
 
-NO_OVERRIDE = ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")  # root without root's reach
 NO_VERSION, NEWER = "Updater Cannot get database version", "exist db is newer than package"
 # What detaching says after a script that failed inside its transaction.
 STILL_OPEN = "sqlite3_exec(SQL): database data_db is locked (1)\n"
