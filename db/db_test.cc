@@ -122,10 +122,13 @@ TEST_F(DbTest, AFailureInTheMiddleRollsEverythingBack) {
   ASSERT_EQ(Manager::Initialize(folder_), 0);
   std::shared_ptr<db::ViewDBInterface> view;
   ASSERT_EQ(Manager::GetViewDB(7, view), 0);
+  std::shared_ptr<db::ViewDBInterface> same_view;
+  ASSERT_EQ(Manager::GetViewDB(7, same_view), 0);
   EXPECT_EQ(view->DeleteRecordWithUuid("U"), -1);
   EXPECT_EQ(sink_.Count("[ERROR] db(N): DeleteRecordWithUuid: no (19)\n"), 1);
   Manager::Destroy(false);
-  EXPECT_EQ(view->DeleteRecordWithUuid("U"), -1) << "closed with the manager";
+  EXPECT_EQ(view->DeleteRecordWithUuid("none"), -1) << "closed with the manager";
+  EXPECT_EQ(same_view->DeleteRecordWithUuid("none"), -1) << "however often it was opened";
   EXPECT_EQ(Rows("SELECT ver_id FROM version_table"), (Lines{"1"}));
 }
 

@@ -17,7 +17,7 @@ constexpr int kDataTableCount = 2;
 struct State {
   std::string folder;
   db_util::Database data;
-  std::map<ViewId, std::weak_ptr<SqliteViewDb>> views;  // those handed out
+  std::multimap<ViewId, std::weak_ptr<SqliteViewDb>> views;  // those handed out
 };
 
 State& GetState() {
@@ -28,10 +28,11 @@ State& GetState() {
 std::string ViewFolder(ViewId view_id) { return GetState().folder + "/view/" + std::to_string(view_id); }
 
 void CloseView(ViewId view_id) {
-  const auto found = GetState().views.find(view_id);
-  if (found == GetState().views.end()) return;
-  if (const std::shared_ptr<SqliteViewDb> view = found->second.lock()) view->Close();
-  GetState().views.erase(found);
+  const auto [begin, end] = GetState().views.equal_range(view_id);
+  for (auto handed_out = begin; handed_out != end; ++handed_out) {
+    if (const std::shared_ptr<SqliteViewDb> view = handed_out->second.lock()) view->Close();
+  }
+  GetState().views.erase(begin, end);
 }
 
 int Fail(const char* operation, const std::string& message, int code) {
@@ -86,7 +87,8 @@ int Manager::GetViewDB(ViewId view_id, std::shared_ptr<ViewDBInterface>& view_db
   if (!GetState().data) return -1;
   std::shared_ptr<SqliteViewDb> opened = SqliteViewDb::Open(ViewFolder(view_id) + "/view-db.sqlite");
   if (!opened) return -1;
-  GetState().views.insert_or_assign(view_id, opened);
+  std::erase_if(GetState().views, [](const auto& handed_out) { return handed_out.second.expired(); });
+  GetState().views.emplace(view_id, opened);
   view_db = std::move(opened);
   return 0;
 }
