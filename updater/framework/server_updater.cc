@@ -187,7 +187,7 @@ int ServerUpdater::GetDatabaseVersions(Versions& versions) const {
     return false;
   });
   if (!result.ok()) return LogVersionQueryFailure(kVersionNumbersQuery, result.message, result.code);
-  if (!found) return LogVersionQueryFailure(kVersionNumbersQuery, sqlite3_errmsg(db()), SQLITE_DONE);
+  if (!found) return LogVersionQueryFailure(kVersionNumbersQuery, sqlite3_errstr(SQLITE_DONE), SQLITE_DONE);
   result = db_util::ForEachRow(db(), kVersionBranchesQuery, [&](sqlite3_stmt* row) {
     versions.data.branch = db_util::ColumnText(row, 0);
     versions.user.branch = db_util::ColumnText(row, 1);

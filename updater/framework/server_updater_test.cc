@@ -126,6 +126,7 @@ TEST_F(ServerUpdaterTest, OneDatabaseWithoutABranchMakesAllBranchesEmpty) {
 TEST_F(ServerUpdaterTest, FailsWithoutAVersionRowOrADatabase) {
   Run(paths_.client, "DELETE FROM config_table;");
   EXPECT_EQ(Update("SELECT 1;"), -1);
+  EXPECT_TRUE(texts_.front().ends_with(" );): no more rows available (101)\n")) << texts_.front();
   EXPECT_EQ(texts_.back(), "Strato Folder Updater(N): failed to get database versions\n");
   paths_.client = folder_ / "none" / "client";
   sink_.Clear();
