@@ -41,6 +41,10 @@ inline constexpr std::size_t kCopyBufferSize = 33554432;  // 32 MiB
 // Returns 0, or -1 with errno set.
 [[nodiscard]] int FSMKDir(const std::string& path, bool parents);
 
+// Makes an empty regular file, mode 0666 less the umask, or empties the one that is there. A link is not
+// followed, a pipe without a reader not waited for. Returns 0, or -1 with errno set.
+[[nodiscard]] int FSMakeEmptyFile(const std::string& path);
+
 // Brings the entries of a folder (what was made, renamed or removed in it) to the disk. Returns 0, or -1 with
 // errno set.
 [[nodiscard]] int FSSyncFolder(const std::string& folder);

@@ -53,6 +53,12 @@ int FSMKDir(const std::string& path, bool parents) {
   return FSMKDir(parent, true) < 0 ? -1 : FSMKDir(path, false);
 }
 
+int FSMakeEmptyFile(const std::string& path) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  base::FileDescriptor file(base::RetryInterrupted([&] { return open(path.c_str(), kFlags, 0666); }));
+  return file.is_open() ? file.Close() : -1;
+}
+
 int FSSyncFolder(const std::string& folder) {
   const base::FileDescriptor handle = OpenFolder(folder);
   return handle.is_open() ? base::RetryInterrupted([&] { return fsync(handle.get()); }) : -1;

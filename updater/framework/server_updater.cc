@@ -4,9 +4,7 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <memory>
 #include <ostream>
 
 #include "db-util/query.h"
@@ -228,8 +226,7 @@ void ServerUpdater::ReportSuccess() const {
 }
 
 int ServerUpdater::CreateEmptyFile(const std::string& path) {
-  const std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "wb"), &std::fclose);
-  if (file) return 0;
+  if (file_op::FSMakeEmptyFile(path) == 0) return 0;
   logger::UpdaterLog("failed to open file(%s): %s\n", path, std::string(std::strerror(errno)));
   return -1;
 }

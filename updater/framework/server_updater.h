@@ -106,7 +106,8 @@ class ServerUpdater : public AbstractUpdater {
   [[nodiscard]] const DatabasePaths& paths() const { return paths_; }
   [[nodiscard]] platform::Platform& platform() const { return context_.platform; }
 
-  // Makes or truncates an empty file; its folder must exist. On failure logs
+  // Makes or truncates an empty file; its folder must exist, and a link in its place is not followed: the
+  // folders belong to the service, and this runs as root. On failure logs
   // "failed to open file(%s): %s\n" and returns -1.
   [[nodiscard]] static int CreateEmptyFile(const std::string& path);
   // The text before the last "/" of the path; logs "invalid path %s\n" and returns empty text when there is

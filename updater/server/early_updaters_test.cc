@@ -106,6 +106,16 @@ TEST_F(EarlyUpdatersTest, To3004FailsBeforeAnyChangeWithoutItsFolders) {
   EXPECT_EQ(Rows(data_, "SELECT mode FROM version_table;"), "no such column: mode");
 }
 
+TEST_F(EarlyUpdatersTest, MarkersAreNotWrittenThroughALinkOrIntoAPipe) {
+  folder_.Write("precious", "text");
+  fs::create_symlink(folder_ / "precious", folder_ / "delta/.0");
+  EXPECT_EQ(UpdateTo3004(), -1);
+  EXPECT_EQ(fs::file_size(folder_ / "precious"), 4U);
+  fs::remove(folder_ / "delta/.0");
+  ASSERT_EQ(mkfifo((folder_ / "delta/.0").c_str(), 0600), 0);
+  EXPECT_EQ(UpdateTo3004(), -1) << "and does not wait for a reader";
+}
+
 TEST_F(EarlyUpdatersTest, To3004CannotRunTwiceAndTheSecondRunRollsBack) {
   ASSERT_EQ(UpdateTo3004(), 0);
   EXPECT_EQ(fs::file_size(folder_ / "repo/.0"), 0U);

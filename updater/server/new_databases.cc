@@ -4,9 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "db-util/database.h"
 #include "db-util/database_files.h"
@@ -83,8 +81,7 @@ constexpr const char* kCreateVolumeTable =
 constexpr Index kDataIndexes[] = {{"volume_table", "uuid"}, {"config_table", "key"}};
 
 int MakeEmptyFile(const std::string& path) {
-  const std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "w"), &std::fclose);
-  if (!file) {
+  if (file_op::FSMakeEmptyFile(path) < 0) {
     const int error = errno;
     logger::SystemLog("fopen: %s (%d)\n", std::string(std::strerror(error)), error);
     return -1;
