@@ -14,6 +14,12 @@ constexpr const char* kFileDatabaseName = "/file-db.sqlite";
 // 32 MiB a schema: the five that are attached at once stay below what the smallest appliance has free.
 constexpr int kCacheKiB = 32768;
 
+std::string DetachStatement(const char* schema) { return std::string("DETACH DATABASE ") + schema + ";"; }
+
+bool FormatAttach(std::string& out, const char* schema, const std::string& path) {
+  return db_util::FormatSql(out, "ATTACH DATABASE %Q AS %s;", path, schema);
+}
+
 int WriteOneVersion(sqlite3* db, const char* schema, const std::string& path, const Version& version) {
   std::string body;
   return db_util::FormatSql(body,
@@ -88,21 +94,27 @@ int ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
 }
 
 int AttachDatabase(sqlite3* db, const char* schema, const std::string& path) {
-  return db_util::ExecSql(db, "ATTACH DATABASE %Q AS %s;", path, schema) == 0 ? TuneSchema(db, schema) : -1;
+  std::string attach;
+  const bool attached = FormatAttach(attach, schema, path) && db_util::ExecScript(db, attach) == 0;
+  return attached ? TuneSchema(db, schema) : -1;
+}
+
+std::string AttachedScript(const char* schema, const std::string& path, const std::string& body) {
+  std::string attach;
+  return FormatAttach(attach, schema, path) ? attach + body + DetachStatement(schema) : std::string();
 }
 
 int ExecAttached(sqlite3* db, const char* schema, const std::string& path, const std::string& body) {
   std::string attach;
-  if (!db_util::FormatSql(attach, "ATTACH DATABASE %Q AS %s;", path, schema)) return -1;
-  const std::string rest = body + "DETACH DATABASE " + schema + ";";
+  if (!FormatAttach(attach, schema, path)) return -1;
   std::string error;
   int code = db_util::Execute(db, attach, error);
   if (code == SQLITE_OK) {
     (void)TuneSchema(db, schema);  // only costs time when it fails, and then the body fails too
-    code = db_util::Execute(db, rest, error);
+    code = db_util::Execute(db, body + DetachStatement(schema), error);
   }
   if (code == SQLITE_OK) return 0;
-  db_util::LogExecFailure(attach + rest, error, code);
+  db_util::LogExecFailure(AttachedScript(schema, path, body), error, code);
   return -1;
 }
 

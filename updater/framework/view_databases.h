@@ -50,9 +50,12 @@ class FolderDatabases {
 // Attaches the database at `path` as `schema`, tuned. Returns 0 or -1 after logging the failing statement.
 [[nodiscard]] int AttachDatabase(sqlite3* db, const char* schema, const std::string& path);
 
-// Runs "ATTACH DATABASE '<path>' AS <schema>;", `body` and "DETACH DATABASE <schema>;" as one script, tuned
-// in between. Returns 0, or -1 after logging the whole script; what a failing body has attached stays
-// attached.
+// "ATTACH DATABASE '<path>' AS <schema>;", `body` and "DETACH DATABASE <schema>;" as one text.
+[[nodiscard]] std::string AttachedScript(const char* schema, const std::string& path,
+                                         const std::string& body);
+
+// Runs AttachedScript(), tuned behind the ATTACH. Returns 0, or -1 after logging the whole script; what a
+// failing body has attached stays attached.
 [[nodiscard]] int ExecAttached(sqlite3* db, const char* schema, const std::string& path,
                                const std::string& body);
 

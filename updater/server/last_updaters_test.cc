@@ -108,7 +108,8 @@ TEST_F(LastUpdatersTest, FailingRebuildKeepsTheViewAndTheOnesBefore) {
   EXPECT_EQ(Column(View("2"), "SELECT attribute FROM node_table;"), "2 3 ");
   const std::vector<std::string> lines = sink_.Texts();
   EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
-    return line.find("Strato Folder Updater(N): Failed to exec ") == 0;
+    return line.starts_with("Strato Folder Updater(N): Failed to exec ATTACH DATABASE '") &&
+           line.ends_with("END;DETACH DATABASE view_db;\n");
   }));
   EXPECT_TRUE(Logged("Failed to update view db for view 2\n"));
 }

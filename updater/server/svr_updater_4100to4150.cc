@@ -79,7 +79,9 @@ int SvrUpdater4100to4150::UpdateViews() {
 }
 
 int SvrUpdater4100to4150::Rebuild(ViewId view, const std::string& script) {
-  return Succeeded(ExecOnView(view, script), "Failed to exec %s\n", script) ? 0 : -1;
+  if (ExecOnView(view, script) == 0) return 0;
+  logger::UpdaterLog("Failed to exec %s\n", AttachedScript("view_db", folders().ViewDatabase(view), script));
+  return -1;
 }
 
 }  // namespace updater::server
