@@ -22,6 +22,7 @@ class RecordingCheck : public updater::ConsistencyCheck {
     ++runs;
     no_copies_left = !fs::exists(paths.data_copy) && !fs::exists(paths.user_copy);
     EXPECT_EQ(status->GetServiceStatus(status_during), 0);
+    EXPECT_STREQ(sqlite3_temp_directory, paths.temporary_folder.c_str()) << "deleting records needs it too";
     return result;
   }
   updater::ServiceStatus* status = nullptr;
@@ -169,6 +170,7 @@ TEST_F(RunUpdaterTest, ACurrentDatabaseIsCopiedMovedBackAndChecked) {
   EXPECT_EQ(check_.status_during, "checking");
   EXPECT_TRUE(check_.no_copies_left);
   EXPECT_TRUE(fs::is_directory(run_.temporary_folder)) << "SQLite's temporary files need it";
+  EXPECT_EQ(sqlite3_temp_directory, nullptr);
   SetStatus("initializing");
   check_.result = -1;
   EXPECT_EQ(Run(), "upgradefail");

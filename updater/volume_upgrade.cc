@@ -1,7 +1,6 @@
 #include "updater/volume_upgrade.h"
 
 #include <sqlite3.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -19,30 +18,6 @@ namespace {
 
 constexpr std::array kLegacyStepsBeforeClientCopy = {1, 3, 4, 5, 6};
 constexpr std::array kLegacyStepsAfterClientCopy = {7, 8, 9, 10, 11};
-
-// SQLite's folder for temporary files, for as long as the object lives: the system's own may be a small
-// tmpfs.
-class SqliteTemporaryDirectory {
- public:
-  explicit SqliteTemporaryDirectory(const std::string& path) : path_(path) {
-    sqlite3_temp_directory = sqlite3_mprintf("%s", path.c_str());
-  }
-  ~SqliteTemporaryDirectory() {
-    sqlite3_free(sqlite3_temp_directory);
-    sqlite3_temp_directory = nullptr;
-  }
-  SqliteTemporaryDirectory(const SqliteTemporaryDirectory&) = delete;
-  SqliteTemporaryDirectory& operator=(const SqliteTemporaryDirectory&) = delete;
-
-  // SQLite falls back to a small system folder when the one it was given is missing, so a missing one is
-  // made; shared with other programs of the machine, hence the mode of a temporary folder.
-  void MakeIfMissing() const {
-    if (mkdir(path_.c_str(), 0777) == 0) (void)chmod(path_.c_str(), 01777);  // best effort, like the folder
-  }
-
- private:
-  std::string path_;
-};
 
 // The number in config_table; 0 without a row, -1 after a failure, which counts as an old version.
 int ReadDatabaseVersion(sqlite3* db) {
@@ -76,16 +51,18 @@ int CopyIfThere(BackupOperation backup, const std::string& live, const std::stri
 }  // namespace
 
 VolumeUpgrade::VolumeUpgrade(RunPaths paths, bool with_legacy_steps, const RunDependencies& dependencies)
-    : paths_(std::move(paths)), with_legacy_steps_(with_legacy_steps), dependencies_(dependencies) {}
+    : paths_(std::move(paths)),
+      temporary_(paths_.temporary_folder),
+      with_legacy_steps_(with_legacy_steps),
+      dependencies_(dependencies) {}
 
 VolumeUpgrade::Result VolumeUpgrade::Run() {
-  const SqliteTemporaryDirectory temporary(paths_.temporary_folder);
   if (access(paths_.data_db.c_str(), F_OK) != 0) return Result::kNothingToDo;
   if (IsNewerOrCannotBeOpened()) {
     logger::SystemLog("exist db is newer than package");
     return Result::kNewer;
   }
-  temporary.MakeIfMissing();
+  temporary_.MakeIfMissing();
   if (MakeWorkingCopies() < 0 || RunUpdaters() < 0 || PreparePlacement(paths_) < 0) return Result::kFailed;
   PlaceWorkingCopies(paths_);
   return Result::kUpgraded;

@@ -3,11 +3,14 @@
 
 #include "updater/run_paths.h"
 #include "updater/run_updater.h"
+#include "updater/sqlite_temporary_directory.h"
 
 namespace updater {
 
 inline constexpr int kTargetVersion = 4150;
 
+// While the object lives, SQLite's temporary files are on the volume: the check after the upgrade needs them
+// there too.
 class VolumeUpgrade {
  public:
   enum class Result {
@@ -30,6 +33,7 @@ class VolumeUpgrade {
   [[nodiscard]] int RunUpdaters();
 
   RunPaths paths_;
+  SqliteTemporaryDirectory temporary_;
   bool with_legacy_steps_;
   const RunDependencies& dependencies_;
 };
