@@ -142,7 +142,12 @@ TEST_F(RunUpdaterTest, WithoutADataDatabaseThereIsNothingToDo) {
 
 TEST_F(RunUpdaterTest, LeavesANewerDatabaseAlone) {
   MakeDatabases(4151);
+  db_util::Database daemon;
+  ASSERT_EQ(db_util::OpenDatabase(run_.data_db, daemon), 0);
+  ASSERT_EQ(db_util::ExecScript(daemon.get(), "PRAGMA journal_mode = WAL;"), 0);
+  daemon.reset();
   EXPECT_EQ(Run(), "dbnewer");
+  EXPECT_FALSE(fs::exists(run_.data_db + "-wal") || fs::exists(run_.data_db + "-shm"));
   EXPECT_TRUE(Logged("exist db is newer, exist: 4151, target: 4150"));
   EXPECT_TRUE(Logged("exist db is newer than package"));
   EXPECT_FALSE(fs::exists(run_.data_copy));

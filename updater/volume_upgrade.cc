@@ -71,9 +71,12 @@ VolumeUpgrade::Result VolumeUpgrade::Run() {
 bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   db_util::Database db;
   if (db_util::OpenDatabase(paths_.data_db, db, db_util::OpenMode::kReadWrite) < 0) return true;
-  // Looking at the version must not write: without this, closing would move the write-ahead log into the
-  // file.
-  (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+  // Looking at the version must not change anything. A write-ahead log that is there stays as it is, where
+  // closing would move it into the file; one that only this connection makes goes again.
+  const char* const log = sqlite3_filename_wal(sqlite3_db_filename(db.get(), "main"));
+  if (file_op::FSExists(log)) {
+    (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+  }
   const int version = ReadDatabaseVersion(db.get());
   if (version <= kTargetVersion) return false;
   logger::SystemLog("exist db is newer, exist: %d, target: %d", version, kTargetVersion);
