@@ -14,9 +14,6 @@ namespace {
 
 using user_mgr::UserManager;
 
-// The folder that holds the data database.
-std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
-
 void CloseDatabases() {
   db::Manager::Destroy(false);
   UserManager::Destroy();
@@ -68,7 +65,7 @@ int DatabaseCheck::Run(const RunPaths& paths) {
 }
 
 int DatabaseCheck::CheckUsers(const RunPaths& paths) {
-  if (db::Manager::Initialize(FolderOf(paths.data_db)) < 0) {
+  if (db::Manager::Initialize(paths.sync_folder) < 0) {
     logger::SystemLog("Failed to initialize sync folder data database\n");
     return -1;
   }

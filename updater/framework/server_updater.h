@@ -10,11 +10,10 @@
 // failed. On failure the working copies stay as the failing statement left them.
 //
 // How to add an updater:
-//  1. Make updater/server/svr_updater_<from>to<to>.{h,cc} with a class SvrUpdater<from>to<to> :
-//  ServerUpdater.
-//  2. Give its Edge to the constructor: the versions, the database set, how far the version write reaches,
-//  and
-//     where success is reported.
+//  1. Make updater/server/svr_updater_<from>to<to>.{h,cc} with a class SvrUpdater<from>to<to> that is a
+//     ServerUpdater.
+//  2. Give its Edge to the constructor: the versions, the database set, how far the version write
+//     reaches, and where success is reported.
 //  3. Put its SQL at the top of the .cc, one statement per source line; what another unit uses too goes to
 //     updater/server/sql/.
 //  4. Return its steps, with the text each one logs when it fails, from Steps().

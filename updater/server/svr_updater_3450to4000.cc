@@ -124,7 +124,7 @@ int SvrUpdater3450to4000::UpdatePrivileges() const {
   if (!Succeeded(result.ok() ? 0 : -1, "Fail to enum enabled user\n")) return -1;
   for (const std::string& name : names) {
     // Logs a refusal, which is no failure here: the account may be gone already.
-    (void)platform::sdk::AllowApplication(platform().app_privilege, name);
+    platform::sdk::AllowApplication(platform().app_privilege, name);
   }
   return 0;
 }
