@@ -149,6 +149,8 @@ class CheckTest(SystemTest):
 
 class Users(CheckTest):
     def test_accounts(self):
+        no_answer = failed_check("UserManager::CheckNormalUser fail to look up the account of uid 1026\n",
+                                 "Failed to CheckLocalUser O'Brien\n")
         self.check_each({
             "all as before": dict(),
             "gone": dict(files=NO_ALICE, changed=ALICE_GONE),
@@ -158,9 +160,9 @@ class Users(CheckTest):
             "expired": dict(files=alice(until=19001), sql=change_user(20, "attribute = 9"),
                             changed={"user_table 20": {"attribute": 11}}),
             "expired no more": dict(sql=change_user(20, "attribute = 11"), changed={"user_table 20": {"attribute": 9}}),
-            "no answer": dict(files={"passwd": None}, **failed_check(
-                "UserManager::CheckNormalUser fail to look up the account of uid 1026\n",
-                "Failed to CheckLocalUser O'Brien\n")),
+            "no file": dict(files={"passwd": None}, **no_answer),
+            "empty file": dict(files={"passwd": ""}, **no_answer),
+            "unreadable file": dict(prepare=lambda: os.chmod("/etc/passwd", 0), prefix=NO_OVERRIDE, **no_answer),
         })
 
     def test_home_folders(self):
