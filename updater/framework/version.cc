@@ -5,8 +5,7 @@
 namespace updater {
 
 std::strong_ordering operator<=>(const Version& a, const Version& b) {
-  if (const auto by_number = a.number <=> b.number; by_number != 0) return by_number;
-  return a.branch <=> b.branch;
+  return a.number != b.number ? a.number <=> b.number : a.branch <=> b.branch;
 }
 
 std::string ToString(const Version& version) {
