@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,10 +14,13 @@ namespace {
 
 constexpr logger::Component kComponent = {"user_mgr_debug", "user-mgr"};
 
-std::string WriteConfiguration(const std::string& text) {
-  const std::string path = ::testing::TempDir() + "/syncfolder.debug";
+// Sets the log up from a file with that text; the file's name is this process's own, for tests run side by
+// side.
+void SetUpFrom(const std::string& text) {
+  const std::string path = ::testing::TempDir() + "/syncfolder.debug-" + std::to_string(getpid());
   std::ofstream(path, std::ios::binary) << text;
-  return path;
+  logger::SetUpComponentLog(path);
+  std::filesystem::remove(path);
 }
 
 bool Logs(logger::Level level) { return logger::IsLogged(kComponent, level); }
@@ -43,7 +47,7 @@ TEST(UpdaterLog, CarriesTheLineThatLogsAndStopsAtTheFirstFailure) {
 }
 
 TEST(ComponentLog, WritesLevelSourceAndLineAtThePriorityOfTheLevel) {
-  logger::SetUpComponentLog(WriteConfiguration("user_mgr_debug=debug\n"));
+  SetUpFrom("user_mgr_debug=debug\n");
   logger::RecordingSink sink;
   const logger::ScopedSink scope(sink);
   logger::ComponentError(kComponent, "fail to set %s", "100%s");
@@ -57,8 +61,7 @@ TEST(ComponentLog, WritesLevelSourceAndLineAtThePriorityOfTheLevel) {
 }
 
 TEST(ComponentLog, ReadsLevelsPerComponentWithAndWithoutQuotes) {
-  logger::SetUpComponentLog(
-      WriteConfiguration("# user_mgr_debug=debug\nfile_op_debug=debug\n user_mgr_debug = \"error\" \r\n"));
+  SetUpFrom("# user_mgr_debug=debug\nfile_op_debug=debug\n user_mgr_debug = \"error\" \r\n");
   EXPECT_TRUE(Logs(logger::Level::kError));
   EXPECT_FALSE(Logs(logger::Level::kWarning));
 }
@@ -67,8 +70,7 @@ TEST(ComponentLog, KeepsTheDefaultForAMissingDamagedOrForeignFile) {
   const auto is_default = [] { return Logs(logger::Level::kInfo) && !Logs(logger::Level::kDebug); };
   logger::SetUpComponentLog("/nonexistent/syncfolder.debug");
   EXPECT_TRUE(is_default());
-  logger::SetUpComponentLog(
-      WriteConfiguration(std::string("\0\xff=\n=\nuser_mgr_debug\nuser_mgr_debug=loud\n", 40)));
+  SetUpFrom(std::string("\0\xff=\n=\nuser_mgr_debug\nuser_mgr_debug=loud\n", 40));
   EXPECT_TRUE(is_default());
   logger::SetUpComponentLog(::testing::TempDir());
   EXPECT_TRUE(is_default());

@@ -1,6 +1,7 @@
 #include "updater/framework/update_graph.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <sstream>
@@ -130,7 +131,7 @@ TEST(UpdateGraphDeathTest, EndsTheProcessAtASelfLoop) {
 }
 
 TEST(GetCurrentVersion, ReadsBranchAndNumberOfAnExistingDatabase) {
-  const std::string path = ::testing::TempDir() + "/current-version";
+  const std::string path = ::testing::TempDir() + "/current-version-" + std::to_string(getpid());
   const auto read = [&path](const std::string& sql, Version& version) {
     std::remove(path.c_str());
     db_util::Database db;
