@@ -1,10 +1,7 @@
 #include "platform/host/host_volumes.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 
@@ -18,14 +15,7 @@ using platform::FileSystemType;
 using platform::host::HostVolumes;
 using platform::host::Mount;
 
-std::string Output(const std::string& command) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), &::pclose);
-  std::array<char, 256> line{};
-  if (!pipe || std::fgets(line.data(), line.size(), pipe.get()) == nullptr) return {};
-  std::string text = line.data();
-  if (text.ends_with('\n')) text.pop_back();
-  return text;
-}
+constexpr char kUuid[] = "a0b1c2d3-e4f5-4607-8899-aabbccddeeff";
 
 TEST(MountTable, IsWalkedLikeThePathItself) {
   const tests::TemporaryFolder folder;
@@ -53,31 +43,21 @@ TEST(MountTable, IsWalkedLikeThePathItself) {
   EXPECT_LT(platform::host::ReadMountTable(folder / "missing", mounts), 0);
 }
 
+// Volumes with that UUID.
 class HostVolumesTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    if (!tests::EnterMountNamespace()) GTEST_SKIP() << "needs the right to mount";
-    std::filesystem::create_directories(folder_ / "my volume");
-    mount_point_ = folder_ / "my volume";
-  }
-
   // Makes a file system in an image and mounts it; a loop device is let go with its mount.
-  void MountNew(const std::string& type) {
-    const std::string image = folder_ / "image";
-    if (!tests::Run("truncate -s 128M " + image + " && mkfs." + type + " -q " + image + " && mount -t " +
-                    type + " -o loop " + image + " '" + mount_point_ + "'")) {
-      GTEST_SKIP() << "cannot make and mount " << type;
+  bool MountNew(const std::string& type) {
+    mount_.reset();
+    const std::string image = folder_ / type;
+    std::filesystem::create_directories(sub_);
+    if (!tests::EnterMountNamespace() ||
+        !tests::Run("truncate -s 128M " + image + " && mkfs." + type + " -q -U " + kUuid + " " + image +
+                    " && mount -t " + type + " -o loop " + image + " '" + mount_point_ + "'")) {
+      return false;
     }
     mount_ = std::make_unique<tests::ScopedMount>(mount_point_);
-    expected_uuid_ = Output("blkid -p -o value -s UUID " + image);
-    ASSERT_EQ(expected_uuid_.size(), 36U);
-    std::filesystem::create_directory(mount_point_ + "/sub");
-  }
-
-  FileSystemType TypeOf(const std::string& path) {
-    FileSystemType type = FileSystemType::kOther;
-    EXPECT_EQ(volumes_.GetFileSystemType(path, type), 0);
-    return type;
+    return std::filesystem::create_directory(sub_);
   }
   std::string UuidOf(const std::string& path) {
     std::string uuid;
@@ -85,84 +65,46 @@ class HostVolumesTest : public ::testing::Test {
   }
 
   tests::TemporaryFolder folder_;
-  std::string mount_point_;
-  std::string expected_uuid_;
+  std::string mount_point_ = folder_ / "my volume";
+  std::string sub_ = mount_point_ + "/sub";
   std::unique_ptr<tests::ScopedMount> mount_;  // goes before the folder
   HostVolumes volumes_{platform::SystemPaths{}};
 };
 
-TEST_F(HostVolumesTest, AMountPointIsAVolumeAndAFolderOnItIsNot) {
-  MountNew("ext4");
-  if (IsSkipped()) return;
-  std::filesystem::create_symlink(mount_point_, folder_ / "link");
-  platform::VolumeInfo info;
-  for (const std::string& path :
-       {mount_point_, mount_point_ + "/", folder_ / "link", mount_point_ + "/sub/.."}) {
-    ASSERT_EQ(volumes_.PLATMountVolInfoGet(path, info), 0) << path;
-    EXPECT_EQ(info.mount_point, mount_point_);
-    EXPECT_EQ(info.file_system, "ext4");
-    EXPECT_TRUE(info.device.starts_with("/dev/loop")) << info.device;
-  }
-  for (const std::string& path :
-       {mount_point_ + "/sub", folder_.path(), folder_ / "missing", std::string()}) {
-    EXPECT_LT(volumes_.PLATMountVolInfoGet(path, info), 0) << path;
-  }
-  std::vector<std::string> mount_points;
-  ASSERT_EQ(volumes_.ListMountPoints(mount_points), 0);
-  EXPECT_EQ(std::count(mount_points.begin(), mount_points.end(), mount_point_), 1);  // its blank decoded
-}
-
-TEST_F(HostVolumesTest, AnExt4VolumeHasTheUuidThatItsDeviceHas) {
-  MountNew("ext4");
-  if (IsSkipped()) return;
-  EXPECT_EQ(TypeOf(mount_point_ + "/sub"), FileSystemType::kExt4);
-  EXPECT_EQ(UuidOf(mount_point_ + "/sub"), expected_uuid_);
-  EXPECT_EQ(UuidOf(mount_point_ + "/gone"), "(failed)");
-  platform::FileSystemUuid uuid{};
-  EXPECT_LT(volumes_.GetBtrfsUuid(mount_point_, uuid), 0);
-
-  // Without a device path in the table, the device is found by its number.
-  const std::string table = folder_ / "mountinfo";
-  ASSERT_TRUE(tests::Run("sed -n 's,/dev/loop[0-9]*,/dev/root,w " + table + "' /proc/self/mountinfo"));
+TEST_F(HostVolumesTest, ADeviceWithoutAPathInTheTableIsFoundByItsNumber) {
+  if (!MountNew("ext4")) GTEST_SKIP() << "cannot make and mount ext4";
   platform::SystemPaths paths;
-  paths.mount_info = table;
-  HostVolumes renamed(paths);
-  std::string text;
-  EXPECT_EQ(renamed.GetExtUuid(mount_point_, text), 0);
-  EXPECT_EQ(text, expected_uuid_);
+  paths.mount_info = folder_ / "mountinfo";
+  ASSERT_TRUE(
+      tests::Run("sed -n 's,/dev/loop[0-9]*,/dev/root,w " + paths.mount_info + "' /proc/self/mountinfo"));
+  std::string uuid;
+  EXPECT_EQ(HostVolumes(paths).GetExtUuid(mount_point_, uuid), 0);
+  EXPECT_EQ(uuid, kUuid);
+  platform::VolumeInfo info;  // through a link it is a volume, a folder on it is none
+  std::filesystem::create_symlink(mount_point_, folder_ / "link");
+  EXPECT_EQ(volumes_.PLATMountVolInfoGet(folder_ / "link", info), 0);
+  EXPECT_LT(volumes_.PLATMountVolInfoGet(sub_, info), 0);
 }
 
-TEST_F(HostVolumesTest, Ext2IsNotTakenForExt4) {
-  MountNew("ext2");
-  if (IsSkipped()) return;
-  EXPECT_EQ(TypeOf(mount_point_), FileSystemType::kOther);
-  EXPECT_EQ(UuidOf(mount_point_), "(failed)");
-}
-
-TEST_F(HostVolumesTest, Ext3HasATypeOfItsOwn) {
-  MountNew("ext3");
-  if (IsSkipped()) return;
-  EXPECT_EQ(TypeOf(mount_point_), FileSystemType::kExt3);
-  EXPECT_EQ(UuidOf(mount_point_), expected_uuid_);
-}
-
-TEST_F(HostVolumesTest, ABtrfsVolumeHasTwoFormsOfOneUuid) {
-  MountNew("btrfs");
-  if (IsSkipped()) return;
-  const std::string path = mount_point_ + "/sub";
-  std::string new_form;
-  std::string old_form;
-  EXPECT_EQ(UuidOf(path), expected_uuid_);
-  EXPECT_EQ(platform::sdk::GetNewBtrfsUuid(volumes_, path, new_form), 0);
-  EXPECT_EQ(new_form, expected_uuid_);
-  ASSERT_EQ(platform::sdk::GetOldBtrfsUuid(volumes_, path, old_form), 0);
-  const auto& e = expected_uuid_;  // "aabbccdd-eeff-gghh-..." becomes "ddccbbaa-ffee-hhgg-..."
-  EXPECT_EQ(old_form, e.substr(6, 2) + e.substr(4, 2) + e.substr(2, 2) + e.substr(0, 2) + '-' +
-                          e.substr(11, 2) + e.substr(9, 2) + '-' + e.substr(16, 2) + e.substr(14, 2) +
-                          e.substr(18));
-  std::string unchanged = "x";
-  EXPECT_LT(volumes_.GetExtUuid(path, unchanged), 0);
-  EXPECT_EQ(unchanged, "x");
+TEST_F(HostVolumesTest, TypeAndUuidOfEachFileSystem) {
+  struct Case {
+    const char* name;
+    FileSystemType type;
+    const char* uuid;
+  };
+  for (const Case& c :
+       {Case{"ext4", FileSystemType::kExt4, kUuid}, Case{"ext3", FileSystemType::kExt3, kUuid},
+        Case{"ext2", FileSystemType::kOther, "(failed)"}, Case{"btrfs", FileSystemType::kBtrfs, kUuid}}) {
+    if (!MountNew(c.name)) GTEST_SKIP() << "cannot make and mount " << c.name;
+    FileSystemType type = FileSystemType::kEcryptfs;
+    EXPECT_EQ(volumes_.GetFileSystemType(sub_, type), 0);
+    EXPECT_EQ(type, c.type) << c.name;
+    EXPECT_EQ(UuidOf(sub_), c.uuid) << c.name;
+    std::string old_form;
+    const bool has_old_form = platform::sdk::GetOldBtrfsUuid(volumes_, sub_, old_form) == 0;
+    EXPECT_EQ(has_old_form, c.type == FileSystemType::kBtrfs) << c.name;
+    EXPECT_EQ(old_form, has_old_form ? "d3c2b1a0-f5e4-0746-8899-aabbccddeeff" : "");
+  }
 }
 
 }  // namespace
