@@ -114,7 +114,7 @@ def contents_of(path):
 
 
 def query(path, sql):
-    with contextlib.closing(sqlite3.connect(path)) as db:
+    with contextlib.closing(sqlite3.connect(f"file:{path}?mode=ro", uri=True)) as db:
         return db.execute(sql).fetchall()
 
 

@@ -2,6 +2,7 @@
 volumes of its own; the machine around them is that of namespace.py."""
 
 import hashlib
+import itertools
 import os
 import re
 import shutil
@@ -27,6 +28,10 @@ SCRATCH = "/tmp/.StratoFolder-upgrade.sqlite3"
 PROGRAM = os.path.join(namespace.ROOM, "updater-svr")
 NO_OVERRIDE = ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")  # root without root's reach
 USER_LOG, ERROR, PRIORITIES = 1 << 3, 3, {"INFO": 6, "WARNING": 4}
+NUMBERS = itertools.count(1)
+# The users of the databases that are no account here do not get the privilege.
+REFUSED_USERS = [f"[ERROR] sdk-impl-6-0(N): Fail to allow user '{user}'\n"
+                 for user in ("DOM\\bob 100%", "größe.ldap")]
 # What a run may make beside the live databases although it fails.
 MADE_BY_A_FAILED_RUN = re.compile(
     r"\.bak(/|-|$)|@sync/node_delta|@sync/rm|@sync/(repo|delta)/\.0$|new-syncfolder\.sqlite|-shm$")
@@ -85,11 +90,16 @@ def read(path):
         return file.read()
 
 
+def clear(folder):
+    for entry in os.scandir(folder):
+        (shutil.rmtree if entry.is_dir(follow_symlinks=False) else os.unlink)(entry.path)
+
+
 class Volume:
     """An image with a file system, mounted through a loop device."""
 
-    def __init__(self, fs="ext4", name="volume1", megabytes=128):
-        self.fs, self.path = fs, os.path.join(namespace.ROOM, name)
+    def __init__(self, fs="ext4", name="volume", megabytes=128):
+        self.fs, self.path = fs, os.path.join(namespace.ROOM, f"{name} {next(NUMBERS)}")
         self.package = self.path + "/@stratofolder"
         self.sync = self.package + "/@sync"
         self.data, self.user = self.sync + "/syncfolder-db.sqlite", self.sync + "/user-db.sqlite"
@@ -113,9 +123,9 @@ class Volume:
     def view(self, view):
         return f"{self.sync}/view/{view}/view-db.sqlite"
 
-    def fill(self, version, uuid_text=None, extras=()):
+    def fill(self, version, uuid_text, extras=()):
         """The databases of a package at the version, and the files and folders that earlier upgrades made."""
-        databases.make(self.package, version, uuid_text or self.uuid, self.sync, extras)
+        databases.make(self.package, version, uuid_text, self.sync, extras)
         for name in ("repo", "delta", "rm"):
             os.makedirs(f"{self.sync}/{name}", exist_ok=True)
         for name in self.others(version):
@@ -138,6 +148,9 @@ class Volume:
         return sorted(os.path.relpath(os.path.join(folder, name), self.package)
                       for folder, folders, names in os.walk(self.package)
                       for name in names + [f for f in folders if not os.listdir(os.path.join(folder, f))])
+
+    def databases(self):
+        return [os.path.join(self.package, path) for path in self.files() if path.endswith(".sqlite")]
 
     def live(self):
         """Identity of all files that a failed run must leave as they were."""
@@ -162,8 +175,7 @@ class SystemTest(unittest.TestCase):
     def set_up_package(self, status="initializing"):
         for folder in ("/var/packages/StratoFolder", "/usr/plat/etc"):
             shutil.rmtree(folder, ignore_errors=True)
-        for name in os.listdir("/tmp"):
-            os.unlink(os.path.join("/tmp", name))
+        clear("/tmp")
         os.makedirs(os.path.dirname(MARK))
         write(ENABLED)
         write(STATUS_FILE, self.status_text(status))
@@ -171,9 +183,13 @@ class SystemTest(unittest.TestCase):
     def status_text(self, status):
         return f'# of the package\nlast="a=b"\nstatus="{status}"\nport="6690"\n'
 
-    def new_volume(self, *arguments, **options):
-        volume = Volume(*arguments, **options)
+    def new_volume(self, version=None, uuid_in_old_form=False, extras=(), **options):
+        """A volume, and if a version is told a package at that version on it that is about to be upgraded."""
+        volume = Volume(**options)
         self.addCleanup(volume.remove)
+        if version is not None:
+            self.set_up_package()
+            volume.fill(version, volume.old_uuid if uuid_in_old_form else volume.uuid, extras)
         return volume
 
     def run_updater(self, *arguments, prefix=(), kill_at=None):

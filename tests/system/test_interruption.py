@@ -2,7 +2,6 @@
 
 import multiprocessing
 import os
-import shutil
 import sqlite3
 
 import databases
@@ -24,38 +23,30 @@ BEGIN_JUNK = ("PRAGMA cache_size = 1", "BEGIN", "CREATE TABLE junk AS WITH RECUR
               "SELECT i + 1 FROM n LIMIT 500) SELECT i AS view_id, zeroblob(1000) FROM n")
 
 
-class InterruptionTest(SystemTest):
-    def upgrade(self, volume):
-        run = self.run_updater(volume.path)
-        self.assert_ended(run, "done")
-        self.assertEqual(run.stderr, "")
-
+class StoppedTest(SystemTest):
     def new_large_volume(self, megabytes):
-        volume = self.new_volume(megabytes=megabytes)
-        volume.fill(2577)
+        volume = self.new_volume(2577, megabytes=megabytes)
         change(volume.data, MANY_NODES)
-        return volume
+        return volume, volume.live()
 
     def assert_rerun_succeeds(self, volume):
         self.set_up_package()
-        self.upgrade(volume)
-        for table, last_node, last_uuid in (("node_table", "max(node_id)", "max(v_file_uuid)"),
-                                            ("version_table", "max(node_id)", "max(file_uuid)")):
-            rows = f"SELECT count(*), {last_node}, {last_uuid} FROM {table} WHERE node_id >= 1000"
+        self.assert_ended(self.run_updater(volume.path), "done")
+        for table, uuid in (("node_table", "v_file_uuid"), ("version_table", "file_uuid")):
+            rows = f"SELECT count(*), max(node_id), max({uuid}) FROM {table} WHERE node_id >= 1000"
             self.assertEqual(query(volume.view(1), rows), [(COUNT, 999 + COUNT, volume.uuid)])
-        for path in (path for path in volume.files() if path.endswith(".sqlite")):
-            content = databases.contents_of(os.path.join(volume.package, path))
+        for path in volume.databases():
+            content = databases.contents_of(path)
             self.assertEqual(content["integrity"], [("ok",)])
             self.assertIn(("version", "4150"), content["config_table", "rows"])
         self.assertEqual(volume.copies(), [])
 
 
-class Killed(InterruptionTest):
+class Killed(StoppedTest):
     def test_in_every_step(self):
         """At the start of ever later steps, on one volume: the live databases stay, and the run after them
         succeeds over all that was left behind."""
-        volume = self.new_large_volume(128)
-        before = volume.live()
+        volume, before = self.new_large_volume(128)
         for step in ("update from", *(f"updating from (master, {number})" for number in databases.VERSIONS[2:-2])):
             with self.subTest(step):
                 self.set_up_package()
@@ -67,10 +58,10 @@ class Killed(InterruptionTest):
         self.assert_rerun_succeeds(volume)
 
 
-class FullDisk(InterruptionTest):
+class FullDisk(StoppedTest):
     def test_live_databases_stay_and_room_helps(self):
-        volume = self.new_large_volume(96)
-        before, size = volume.live(), os.path.getsize(volume.data)
+        volume, before = self.new_large_volume(96)
+        size, filler = os.path.getsize(volume.data), volume.path + "/filler"
         no_copy = f"cannot backup db from {volume.data} to {volume.data}.bak"
         for room, last_line in ((size // 2, no_copy), (size * 2, "UpdaterFramework: Error when updating from (")):
             with self.subTest(room=room):
@@ -78,96 +69,85 @@ class FullDisk(InterruptionTest):
                 for path in volume.copies():
                     os.unlink(os.path.join(volume.package, path))
                 free = os.statvfs(volume.path)
-                with open(volume.path + "/filler", "wb") as file:
+                with open(filler, "wb") as file:
                     os.posix_fallocate(file.fileno(), 0, free.f_bavail * free.f_frsize - room)
                 run = self.run_updater(volume.path)
                 self.assert_ended(run, "upgradefail")
                 self.assertIn(last_line, run.log[-1])
                 self.assertRegex("".join(run.log), r"No space left on device \(28\)|database or disk is full \(13\)")
                 self.assertEqual(volume.live(), before)
-                os.unlink(volume.path + "/filler")
+                os.unlink(filler)
         self.assert_rerun_succeeds(volume)
 
 
-class Leftovers(InterruptionTest):
-    def prepare(self, version, name):
-        volume = self.new_volume(name=f"{name}-{version}".replace(" ", "-"))
-        self.set_up_package()
-        volume.fill(version)
-        return volume
+def leave(path, *script):
+    """The files of a database as a killed process leaves them: the connection is never closed."""
+    def work():
+        db = sqlite3.connect(path, isolation_level=None)
+        for statement in script:
+            db.execute(statement)
+        os.kill(os.getpid(), 9)
+    process = multiprocessing.get_context("fork").Process(target=work)
+    process.start()
+    process.join()
 
-    def leave(self, path, *script):
-        """The files of a database as a killed process leaves them: the connection is never closed."""
-        def work():
-            db = sqlite3.connect(path, isolation_level=None)
-            for statement in script:
-                db.execute(statement)
-            os.kill(os.getpid(), 9)
-        process = multiprocessing.get_context("fork").Process(target=work)
-        process.start()
-        process.join()
+
+class Leftovers(SystemTest):
+    def upgrade_each(self, versions, plant):
+        for version in versions:
+            with self.subTest(version):
+                volume = self.new_volume(version)
+                plant(volume)
+                run = self.run_updater(volume.path)
+                self.assert_ended(run, "done")
+                self.assertEqual(run.stderr, "")
+                self.assert_upgraded(volume)
 
     def test_committed_rows_of_a_write_ahead_log_survive(self):
-        for version in (2577, 3300, 3450, 4150):
-            with self.subTest(version):
-                volume = self.prepare(version, "log")
-                if version >= 3400:
-                    shutil.copytree(f"{volume.sync}/view/5", f"{volume.sync}/view/99")
-                    self.leave(volume.view(99), "INSERT INTO config_table VALUES ('late', '99')")
-                self.leave(volume.user, "PRAGMA journal_mode = WAL",
-                           "INSERT INTO user_table VALUES (18, 0, 99, 'late', 99, 99, 2, '')")
-                self.assertGreater(os.path.getsize(volume.user + "-wal"), 0)
-                self.upgrade(volume)
-                self.assertEqual(query(volume.user, "SELECT view_id FROM user_table WHERE id = 18"), [(99,)])
-                if version >= 3400:
-                    self.assertEqual(query(volume.view(99), "SELECT value FROM config_table WHERE key = 'late'"),
-                                     [("99",)])
-                for path in (volume.user, volume.view(99)):
-                    self.assertEqual(query(path, "SELECT value FROM config_table WHERE key = 'version'"), [("4150",)])
-                self.assertEqual([path for path in volume.files() if path.endswith(("-wal", "-shm", "-journal"))], [])
+        """The version of every database stands only there."""
+        version = "UPDATE config_table SET value = value {} 1 WHERE key = 'version'"
+
+        def plant(volume):
+            for path in volume.databases():
+                change(path, version.format("-"))
+                leave(path, "PRAGMA journal_mode = WAL", version.format("+"))
+                self.assertGreater(os.path.getsize(path + "-wal"), 0)
+
+        self.upgrade_each((2577, 3300, 3450, 4150), plant)
 
     def test_half_a_transaction_is_rolled_back(self):
-        for version in (2577, 4150):
-            with self.subTest(version):
-                volume = self.prepare(version, "journal")
-                self.leave(volume.user, *BEGIN_JUNK, "DELETE FROM user_table")
-                self.assertGreater(os.path.getsize(volume.user + "-journal"), 0)
-                self.upgrade(volume)
-                self.assert_upgraded(volume)
+        def plant(volume):
+            for path in (volume.user, volume.client):
+                leave(path, *BEGIN_JUNK, "DELETE FROM config_table")
+                self.assertGreater(os.path.getsize(path + "-journal"), 0)
+
+        self.upgrade_each((2577, 4150), plant)
 
     def test_foreign_companions_and_stale_copies_do_no_harm(self):
-        for version in (2577, 3300, 3450):
-            with self.subTest(version):
-                volume = self.prepare(version, "stale")
-                for path in (volume.user, volume.data, volume.client):
-                    for suffix in ("-wal", ".bak", ".bak-wal", ".bak-shm", ".bak-journal"):
-                        write(path + suffix, "stale " * 1000)
-                for name in ("view.bak/7/view-db.sqlite", "file.bak/x/file-db.sqlite"):
-                    write(f"{volume.sync}/{name}", "stale")
-                if version < 3400:  # only the split makes one
-                    write(volume.sync + "/new-syncfolder.sqlite", "stale")
-                self.upgrade(volume)
-                self.assert_upgraded(volume)
+        def plant(volume):
+            for path in (volume.user, volume.data, volume.client):
+                for suffix in ("-wal", ".bak", ".bak-wal", ".bak-shm", ".bak-journal"):
+                    write(path + suffix, "stale " * 1000)
+            for name in ("view.bak/7/view-db.sqlite", "file.bak/x/file-db.sqlite"):
+                write(f"{volume.sync}/{name}", "stale")
+            if not os.path.exists(volume.sync + "/view"):  # only the split makes one
+                write(volume.sync + "/new-syncfolder.sqlite", "stale")
+
+        self.upgrade_each((2577, 3300, 3450), plant)
 
     def test_hostile_temporary_folder(self):
         """Nothing that stands at the name of the scratch database is read, followed or damaged."""
         victim = namespace.ROOM + "/victim"
-        plants = {
-            "link": lambda: os.symlink(victim, SCRATCH),
-            "database": lambda: change(SCRATCH, "CREATE TABLE user_table (view_id, name);"
-                                       "INSERT INTO user_table VALUES (666, 'evil');"
-                                       "CREATE TABLE progress_table AS SELECT 1 AS view_id, 666 AS sync_id;"),
-            "journals": lambda: [os.symlink(victim, SCRATCH + end) for end in ("-journal", "-wal", "-shm")],
-            "hot journal": lambda: self.leave(SCRATCH, *BEGIN_JUNK, "ALTER TABLE junk RENAME TO user_table"),
-        }
-        for name, plant in plants.items():
-            with self.subTest(name):
-                volume = self.prepare(3300, name)
-                write(victim, "precious")
-                plant()
-                self.upgrade(volume)
-                self.assert_upgraded(volume)
-                self.assertEqual(harness.read(victim), "precious")
+        write(victim, "precious")
+        for plant in (
+                lambda _: os.symlink(victim, SCRATCH),
+                lambda _: change(SCRATCH, "CREATE TABLE user_table (view_id, name);"
+                                 "INSERT INTO user_table VALUES (666, 'evil');"
+                                 "CREATE TABLE progress_table AS SELECT 1 AS view_id, 666 AS sync_id;"),
+                lambda _: [os.symlink(victim, SCRATCH + end) for end in ("-journal", "-wal", "-shm")],
+                lambda _: leave(SCRATCH, *BEGIN_JUNK, "ALTER TABLE junk RENAME TO user_table")):
+            self.upgrade_each([3300], plant)
+            self.assertEqual(harness.read(victim), "precious")
 
 
 if __name__ == "__main__":

@@ -6,12 +6,10 @@ import stat
 
 import databases
 import harness
-import namespace
-from databases import query, text_of
+from databases import text_of
 from harness import SystemTest
 
 EXTRAS = ("rights", "activity", "own-rotation")
-REFUSED_USERS = ("DOM\\bob 100%", "größe.ldap")  # those of the user database that are no account here
 PRINTS_ITS_SUCCESS = 3450
 
 
@@ -36,73 +34,54 @@ def log_from(version, volume):
         if end == 4000:
             if volume.fs == "btrfs":
                 lines.append(f"Strato Folder Updater(N): Update repo path '{volume.sync}' uuid\n")
-            lines += [f"[ERROR] sdk-impl-6-0(N): Fail to allow user '{user}'\n" for user in REFUSED_USERS]
+            lines += harness.REFUSED_USERS
         if end > PRINTS_ITS_SUCCESS:
             lines.append(f"Strato Folder Updater(N): Upgrade to '{text_of(end)} ' successfully\n")
     return lines
 
 
-class UpgradeTest(SystemTest):
-    def prepare(self, version, fs="ext4", name="volume1", uuid_text=None, extras=()):
-        volume = self.new_volume(fs, name)
-        self.set_up_package()
-        volume.fill(version, uuid_text, extras)
-        return volume
+def mode_of(path):
+    return stat.S_IMODE(os.stat(path).st_mode)
 
-    def upgrade(self, volume, version, extras=(), arguments=()):
+
+class UpgradeTest(SystemTest):
+    def upgrade(self, version, *arguments, extras=EXTRAS, **options):
+        volume = self.new_volume(version, extras=extras, **options)
+        for path in volume.databases():
+            os.chown(path, 1026, 100)
+            os.chmod(path, 0o600)
         run = self.run_updater(volume.path, *arguments)
         self.assert_ended(run, "done")
         self.assertEqual((run.stdout, run.stderr), (output_from(version), ""))
         self.assertEqual(run.log, log_from(version, volume))
         self.assert_upgraded(volume, [extra for extra in extras if databases.FIRST_WITH[extra] <= version])
+        for path in volume.databases():
+            self.assertEqual((os.stat(path).st_uid, os.stat(path).st_gid, mode_of(path)), (1026, 100, 0o600), path)
+        if version <= 3450:  # the accounts of the machine get the privilege on the way
+            self.assertEqual((harness.read(harness.PRIVILEGE), mode_of(harness.PRIVILEGE)), ("O'Brien\n", 0o600))
         # What other programs keep in the status file stays, and SQLite's temporary files are gone.
         self.assertEqual(harness.read(harness.STATUS_FILE), self.status_text("done"))
         self.assertEqual(os.listdir(volume.path + "/@tmp"), [])
 
-    def upgrade_each(self, fs, versions, extras):
+    def upgrade_each(self, *versions, **options):
         for version in versions:
-            with self.subTest(version=version):
-                volume = self.prepare(version, fs, f"{fs}-{version}", extras=extras)
-                self.upgrade(volume, version, extras)
+            with self.subTest(version=version, **options):
+                self.upgrade(version, **options)
 
 
 class Ext4(UpgradeTest):
     def test_every_version(self):
-        self.upgrade_each("ext4", databases.VERSIONS, EXTRAS)
+        self.upgrade_each(*databases.VERSIONS)
+        self.upgrade_each(3400, 3450, 4000, extras=("shared-rotation",))
 
-    def test_rotation_count_for_all_users(self):
-        self.upgrade_each("ext4", (3400, 3450, 4000), ("shared-rotation",))
-
-    def test_second_argument(self):
+    def test_awkward_volume_path_and_any_second_argument(self):
         """Only one word runs the legacy steps; any other is accepted."""
         for argument in ("--dont-skip", "--dont_skip", ""):
             with self.subTest(argument):
-                self.upgrade(self.prepare(2577, name="volume" + argument), 2577, arguments=[argument])
-
-    def test_awkward_volume_path(self):
-        self.upgrade(self.prepare(2577, name="it's \"100%\" %s%n \\040 größe"), 2577)
-
-    def test_accounts_of_the_machine_get_the_privilege(self):
-        self.upgrade(self.prepare(3450), 3450)
-        self.assertEqual(harness.read(harness.PRIVILEGE), "O'Brien\n")
-        self.assertEqual(stat.S_IMODE(os.stat(harness.PRIVILEGE).st_mode), 0o600)
-
-    def test_owner_and_mode_of_the_databases_stay(self):
-        for version in (2577, 3300, 4150):
-            with self.subTest(version=version):
-                volume = self.prepare(version, name=f"owned-{version}")
-                live = [os.path.join(volume.package, path) for path in volume.files() if path.endswith(".sqlite")]
-                for path in live:
-                    os.chown(path, 1026, 100)
-                    os.chmod(path, 0o600)
-                self.upgrade(volume, version)
-                for path in {*live, volume.log}:
-                    found = os.stat(path)
-                    self.assertEqual((found.st_uid, found.st_gid, stat.S_IMODE(found.st_mode)),
-                                     (1026, 100, 0o600), path)
+                self.upgrade(2577, argument, name="it's \"100%\" %s%n \\040 größe")
 
     def test_parts_that_are_not_there_are_skipped(self):
-        volume = self.prepare(4150)
+        volume = self.new_volume(4150)
         for path in (volume.log, volume.client):
             os.unlink(path)
         for folder in ("view", "file"):
@@ -111,30 +90,11 @@ class Ext4(UpgradeTest):
         self.assert_ended(self.run_updater(volume.path), "done")
         self.assertEqual(volume.files(), before)
 
-    def test_check_of_users_and_volumes(self):
-        """Who and what the machine does not know any more is gone from the databases, and nothing else."""
-        volume = self.prepare(3450, uuid_text="former-uuid")
-        self.addCleanup(namespace.configure, namespace.CONFIGURATION)
-        namespace.configure({"passwd": "root:x:0:0::/root:/bin/sh\n", "nsswitch.conf": "passwd: files winbind\n"})
-        run = self.run_updater(volume.path)
-        self.assert_ended(run, "done")
-        self.assertEqual(run.log[-2:], [f"uuid changed for {volume.sync} (former-uuid -> {volume.uuid})!",
-                                        "Delete uuid former-uuid from Stratofolder DB\n"])
-        self.assertEqual(query(volume.user, "SELECT view_id FROM user_table ORDER BY 1"), [(5,), (17,)])
-        self.assertEqual(sorted(os.listdir(volume.sync + "/view")), ["17", "4294967297", "5"])
-        self.assertEqual(query(volume.data, "SELECT * FROM volume_table"), [])
-        self.assertEqual(query(volume.view(17), "SELECT node_id FROM node_table ORDER BY 1"), [(9,), (10,)])
-
 
 class Btrfs(UpgradeTest):
-    def test_some_versions(self):
-        self.upgrade_each("btrfs", (2577, 3300, 3450, 4150), EXTRAS)
-
-    def test_uuid_in_the_old_form_is_renamed_everywhere(self):
-        volume = self.new_volume("btrfs")
-        self.set_up_package()
-        volume.fill(3450, volume.old_uuid, EXTRAS)
-        self.upgrade(volume, 3450, EXTRAS)
+    def test_some_versions_and_the_uuid_in_both_forms(self):
+        self.upgrade_each(2577, 3300, 3450, 4150, fs="btrfs")
+        self.upgrade_each(3450, fs="btrfs", uuid_in_old_form=True)
 
 
 if __name__ == "__main__":
