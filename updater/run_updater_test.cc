@@ -1,16 +1,22 @@
+// What runs of the whole program do not show: see tests/system for those.
 #include "updater/run_updater.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
-#include "db-util/database.h"
+#include "db/manager.h"
 #include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/temporary_folder.h"
+#include "updater/database_check.h"
 #include "updater/service_status.h"
+#include "user-mgr/user_manager.h"
 
 namespace {
 
@@ -19,16 +25,12 @@ namespace fs = std::filesystem;
 class RecordingCheck : public updater::ConsistencyCheck {
  public:
   int Run(const updater::RunPaths& paths) override {
-    ++runs;
-    no_copies_left = !fs::exists(paths.data_copy) && !fs::exists(paths.user_copy);
+    EXPECT_FALSE(fs::exists(paths.data_copy) || fs::exists(paths.user_copy));
     EXPECT_EQ(status->GetServiceStatus(status_during), 0);
     EXPECT_STREQ(sqlite3_temp_directory, paths.temporary_folder.c_str()) << "deleting records needs it too";
-    return result;
+    return 0;
   }
   updater::ServiceStatus* status = nullptr;
-  int result = 0;
-  int runs = 0;
-  bool no_copies_left = false;
   std::string status_during;
 };
 
@@ -45,187 +47,169 @@ class RecordingLegacyChain : public updater::legacy::LegacyChain {
 class RunUpdaterTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    fs::remove_all(root_);
-    for (const std::string& path : {system_.service_status, system_.upgrading_mark, system_.scratch_database,
-                                    run_.data_db, run_.client_db}) {
+    for (const std::string& path :
+         {system_.service_status, system_.upgrading_mark, system_.scratch_database, system_.sync_daemon_pid,
+          system_.repository_move_pid, system_.user_lock}) {
       fs::create_directories(fs::path(path).parent_path());
     }
     std::ofstream(system_.package_enabled).flush();
-    std::ofstream(system_.upgrading_mark) << "1\n";
-    SetStatus("initializing");
     check_.status = &status_;
-  }
-  void TearDown() override { fs::remove_all(root_); }
-
-  void SetStatus(const std::string& word) { ASSERT_EQ(status_.SetServiceStatus(word), 0); }
-  void MakeDatabases(int version, const std::string& branch = "master") {
-    for (const std::string& path : {run_.data_db, run_.user_db, run_.client_db}) {
-      db_util::Database db;
-      ASSERT_EQ(db_util::OpenDatabase(path, db), 0);
-      ASSERT_EQ(db_util::ExecSql(db.get(),
-                                 "CREATE TABLE config_table (key VARCHAR PRIMARY KEY, value);"
-                                 "INSERT INTO config_table VALUES ('version', %d), ('branch', %Q);",
-                                 version, branch),
-                0);
+    for (const auto& [name, uid] : {std::pair("O'Brien", 1026U), {"DOM\\bob 100%", 4000000000U}}) {
+      fake_.accounts.Add(name, uid);
     }
+    fake_.accounts.Add("größe.ldap", 2000001, 2000002);
+    fake_.shares.shares = {{"team \"50%\"", "/volume1/team", false, {}}};
+  }
+  void TearDown() override {
+    db::Manager::Destroy(false);
+    user_mgr::UserManager::Destroy();
+  }
+
+  // Live databases of that version.
+  void StartAt(int version) {
+    tests::WriteFixture(version, fake_.volumes.everywhere.ext_uuid, "",
+                        {.sync_folder = run_.sync_folder,
+                         .data = run_.data_db,
+                         .log = run_.log_db,
+                         .user = run_.user_db,
+                         .client = run_.client_db,
+                         .view_folder = run_.view_folder,
+                         .file_folder = run_.file_folder});
   }
   // Runs the program and returns the status it leaves; the mark must be gone.
   std::string Run(std::vector<const char*> more = {}) {
-    std::vector<const char*> arguments = {volume_.c_str()};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    EXPECT_EQ(updater::RunUpdater(arguments, {.paths = system_,
-                                              .platform = fake_.platform(),
-                                              .legacy = legacy_,
-                                              .check = check_,
-                                              .out = out_,
-                                              .err = err_}),
+    EXPECT_EQ(status_.SetServiceStatus("initializing"), 0);
+    more.insert(more.begin(), run_.volume.c_str());
+    EXPECT_EQ(updater::RunUpdater(more, {.paths = system_,
+                                         .platform = fake_.platform(),
+                                         .legacy = legacy_,
+                                         .check = check_,
+                                         .out = out_,
+                                         .err = out_}),
               0);
     EXPECT_FALSE(fs::exists(system_.upgrading_mark));
+    EXPECT_EQ(sqlite3_temp_directory, nullptr);
+    return Status();
+  }
+  std::string Status() {
     std::string word;
     EXPECT_EQ(status_.GetServiceStatus(word), 0);
     return word;
   }
+  std::string StatusAfter(const std::string& word) {
+    EXPECT_EQ(status_.SetServiceStatus(word), 0);
+    return Status();
+  }
+  int Check() { return updater::DatabaseCheck(system_, fake_.platform()).Run(run_); }
   bool Logged(const std::string& line) const { return sink_.Count(line) == 1; }
 
-  std::string root_ = fs::path(::testing::TempDir()) / ("run-" + std::to_string(getpid()));
-  std::string volume_ = root_ + "/vol'ume %s";
-  platform::SystemPaths system_ = platform::SystemPaths::Under(root_);
-  updater::RunPaths run_{volume_};
+  const tests::TemporaryFolder folder_;
+  const platform::SystemPaths system_ = platform::SystemPaths::Under(folder_.path());
+  const updater::RunPaths run_{folder_ / "vol'ume %s"};
   tests::FakePlatform fake_;
   updater::ServiceStatus status_{system_, fake_.state_files};
   RecordingLegacyChain legacy_;
   RecordingCheck check_;
   std::ostringstream out_;
-  std::ostringstream err_;
   logger::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 
-TEST_F(RunUpdaterTest, AWrongArgumentCountTouchesNothing) {
-  const updater::RunDependencies dependencies = {system_, fake_.platform(), legacy_, check_, out_, err_};
-  const std::vector<const char*> three = {"a", "b", "c"};
-  EXPECT_EQ(updater::RunUpdater({}, dependencies), -1);
-  EXPECT_EQ(updater::RunUpdater(three, dependencies), -1);
-  EXPECT_EQ(sink_.Count("updater: invalid arguments\n"), 2);
-  EXPECT_TRUE(fs::exists(system_.upgrading_mark));
-  std::string word;
-  EXPECT_EQ(status_.GetServiceStatus(word), 0);
-  EXPECT_EQ(word, "initializing");
-}
-
-TEST_F(RunUpdaterTest, RefusesAVolumeThatIsNotMounted) {
-  fake_.volumes.gone.insert(volume_);
-  EXPECT_EQ(Run(), "upgradefail");
-  EXPECT_TRUE(Logged("updater-svr:N " + volume_ + " is not a mounted volume"));
-}
-
-TEST_F(RunUpdaterTest, AnUnexpectedStatusIsOverwrittenAndTheMarkRemoved) {
-  SetStatus("done");
-  EXPECT_EQ(Run(), "upgradefail");
-  EXPECT_TRUE(Logged("updater-svr:N unexpected status for updater: done"));
-}
-
-TEST_F(RunUpdaterTest, SaysWhyTheMarkCannotBeMade) {
-  fs::remove_all(fs::path(system_.upgrading_mark).parent_path());
-  EXPECT_EQ(Run(), "upgradefail");
-  EXPECT_TRUE(Logged("updater-svr:N PLIBCProcPidFileCreate: Error code = " +
-                     std::to_string(fake_.state_files.PLIBCErrGet()) + ", No such file or directory (2)"));
-}
-
-TEST_F(RunUpdaterTest, WithoutADataDatabaseThereIsNothingToDo) {
-  std::ofstream(run_.user_db) << "x";
-  EXPECT_EQ(Run(), "done");
-  EXPECT_TRUE(Logged("database is located at '" + volume_ + "'"));
-  EXPECT_FALSE(fs::exists(run_.user_copy));
-  EXPECT_EQ(check_.runs, 0);
-}
-
-TEST_F(RunUpdaterTest, LeavesANewerDatabaseAlone) {
-  MakeDatabases(4151);
-  db_util::Database daemon;
-  ASSERT_EQ(db_util::OpenDatabase(run_.data_db, daemon), 0);
-  ASSERT_EQ(db_util::ExecScript(daemon.get(), "PRAGMA journal_mode = WAL;"), 0);
-  daemon.reset();
-  EXPECT_EQ(Run(), "dbnewer");
-  EXPECT_FALSE(fs::exists(run_.data_db + "-wal") || fs::exists(run_.data_db + "-shm"));
-  EXPECT_TRUE(Logged("exist db is newer, exist: 4151, target: 4150"));
-  EXPECT_TRUE(Logged("exist db is newer than package"));
-  EXPECT_FALSE(fs::exists(run_.data_copy));
-}
-
-TEST_F(RunUpdaterTest, CountsADatabaseThatCannotBeOpenedAsNewer) {
-  fs::create_directories(run_.data_db);
-  EXPECT_EQ(Run(), "dbnewer");
-  EXPECT_TRUE(Logged("StratoFolder: Open database: " + run_.data_db + " failed (error code 14)\n"));
-}
-
-TEST_F(RunUpdaterTest, AFileThatIsNoDatabaseCountsAsOldAndFailsLater) {
-  std::ofstream(run_.data_db) << std::string(2000, 'x');
-  EXPECT_EQ(Run(), "upgradefail");
-  EXPECT_TRUE(Logged("sqlite3_prepare_v2: file is not a database (26)\n"));
-  EXPECT_TRUE(Logged("Updater Cannot get database version"));
-  EXPECT_EQ(fs::file_size(run_.data_db), 2000U);
-}
-
-TEST_F(RunUpdaterTest, ACurrentDatabaseIsCopiedMovedBackAndChecked) {
-  MakeDatabases(4150);
-  EXPECT_EQ(Run(), "done");
-  EXPECT_EQ(out_.str(), "update from (master, 4150) to (master, 4150) \n");
-  EXPECT_EQ(check_.runs, 1);
-  EXPECT_EQ(check_.status_during, "checking");
-  EXPECT_TRUE(check_.no_copies_left);
-  EXPECT_TRUE(fs::is_directory(run_.temporary_folder)) << "SQLite's temporary files need it";
-  EXPECT_EQ(sqlite3_temp_directory, nullptr);
-  SetStatus("initializing");
-  check_.result = -1;
-  EXPECT_EQ(Run(), "upgradefail");
-  EXPECT_TRUE(fs::exists(run_.data_db));
-}
-
-TEST_F(RunUpdaterTest, AnUnknownVersionFailsWithTheReasonOnStandardError) {
-  MakeDatabases(3100);
-  EXPECT_EQ(Run(), "upgradefail");
-  const std::string reason = "GraphError: UpdateGraph: fail to find start vertex of version (master, 3100) ";
-  EXPECT_EQ(err_.str(), reason + "\n");
-  EXPECT_TRUE(Logged("UpdaterFramework: " + reason));
-  EXPECT_TRUE(fs::exists(run_.data_copy)) << "what a failed run made stays";
-}
-
-TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWord) {
-  MakeDatabases(4150);
+TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacement) {
+  StartAt(4150);
   EXPECT_EQ(Run({"--dont_skip"}), "done");
   EXPECT_EQ(legacy_.journal, "");
-  SetStatus("initializing");
+  EXPECT_EQ(check_.status_during, "checking");
   EXPECT_EQ(Run({"--dont-skip"}), "done");
   EXPECT_EQ(legacy_.journal, "1-3-4-5-6-7+8+9+10+11+") << "there is no V2; the client copy comes before V7";
-  SetStatus("initializing");
   legacy_.failing = 5;
+  check_.status_during.clear();
   EXPECT_EQ(Run({"--dont-skip"}), "upgradefail");
   EXPECT_TRUE(Logged("Update V5 Fail"));
-}
-
-TEST_F(RunUpdaterTest, ACopyThatCannotBeMadeNamesBothPaths) {
-  MakeDatabases(4150);
-  fs::remove(run_.user_db);
-  fs::create_directories(run_.user_db);
-  EXPECT_EQ(Run(), "upgradefail");
-  EXPECT_TRUE(Logged("cannot backup db from " + run_.user_db + " to " + run_.user_copy));
+  EXPECT_EQ(check_.status_during, "");
 }
 
 TEST_F(RunUpdaterTest, LookingAtTheVersionDoesNotChangeTheLiveFiles) {
-  MakeDatabases(3100);
-  db_util::Database daemon;  // as a killed one leaves it: rows in the log only
+  StartAt(4150);
+  tests::RunSql(run_.data_db,
+                "PRAGMA journal_mode = WAL; UPDATE config_table SET value = 4151 WHERE key = 'version';");
+  EXPECT_EQ(Run(), "dbnewer");
+  EXPECT_FALSE(fs::exists(run_.data_db + "-wal") || fs::exists(run_.data_db + "-shm"));
+  // As a killed daemon leaves it: rows in the log only.
+  db_util::Database daemon;
   ASSERT_EQ(db_util::OpenDatabase(run_.data_db, daemon), 0);
-  ASSERT_EQ(db_util::ExecScript(daemon.get(), "PRAGMA journal_mode = WAL; CREATE TABLE t (a);"), 0);
-  fs::copy_file(run_.data_db, root_ + "/d");
-  fs::copy_file(run_.data_db + "-wal", root_ + "/w");
+  ASSERT_EQ(db_util::ExecScript(daemon.get(), "CREATE TABLE t (a);"), 0);
+  for (const char* suffix : {"", "-wal"}) fs::copy_file(run_.data_db + suffix, folder_ / "killed" + suffix);
   daemon.reset();
-  fs::copy_file(root_ + "/d", run_.data_db, fs::copy_options::overwrite_existing);
-  fs::copy_file(root_ + "/w", run_.data_db + "-wal");
-  const auto size = fs::file_size(run_.data_db);
-  EXPECT_EQ(Run(), "upgradefail");
-  EXPECT_EQ(fs::file_size(run_.data_db), size);
-  EXPECT_TRUE(fs::exists(run_.data_db + "-wal"));
+  for (const char* suffix : {"", "-wal"}) {
+    fs::copy_file(folder_ / "killed" + suffix, run_.data_db + suffix, fs::copy_options::overwrite_existing);
+  }
+  EXPECT_EQ(Run(), "dbnewer");
+  for (const char* suffix : {"", "-wal"}) {
+    EXPECT_EQ(tests::ReadFile(run_.data_db + suffix), tests::ReadFile(folder_ / "killed" + suffix));
+  }
+}
+
+TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesThemOpen) {
+  StartAt(4150);
+  EXPECT_EQ(Check(), 0) << ::testing::PrintToString(sink_.Texts());
+  fake_.accounts.failing.insert(1026);
+  EXPECT_EQ(Check(), -1);
+  EXPECT_TRUE(Logged("Failed to do initial self check on user database\n"));
+  user_mgr::UserList users;
+  EXPECT_LT(user_mgr::UserManager::EnumAllUser(users), 0) << "closed";
+  fake_.accounts.failing.clear();
+
+  const std::string gone = folder_ / "it's";
+  fake_.volumes.gone.insert(gone);
+  const std::string quoted = folder_ / "it''s";
+  tests::RunSql(run_.data_db, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '" + quoted +
+                                  "'), ('b', '" + quoted + "');");
+  fs::remove(run_.view_folder + "/17/view-db.sqlite");
+  EXPECT_EQ(Check(), -1);
+  EXPECT_TRUE(Logged("Failed to open view db with view_id 17\n"));
+  std::map<std::string, std::string> volumes;
+  EXPECT_EQ(db::Manager::EnumVolumeTable(volumes), 0) << "still open";
+  EXPECT_EQ(volumes.size(), 3U) << "uuids not handled yet stay recorded";
+  EXPECT_EQ(user_mgr::UserManager::EnumAllUser(users), 0) << "still open";
+}
+
+TEST_F(RunUpdaterTest, TheCheckSaysWhichDatabaseCannotBeOpened) {
+  StartAt(4150);
+  std::ofstream(run_.user_db) << std::string(2000, 'x');
+  EXPECT_EQ(Check(), -1);
+  EXPECT_TRUE(Logged("Failed to initialize sync folder user database\n"));
+  std::ofstream(run_.data_db) << std::string(2000, 'x');
+  EXPECT_EQ(Check(), -1);
+  EXPECT_TRUE(Logged("Failed to initialize sync folder data database\n"));
+}
+
+TEST_F(RunUpdaterTest, AStatusIsBelievedOnlyWhileItsProcessLives) {
+  const pid_t child = fork();
+  if (child == 0) {
+    pause();
+    _exit(0);
+  }
+  const std::pair<std::string, std::string> cases[] = {{"updating", system_.upgrading_mark},
+                                                       {"checking", system_.upgrading_mark},
+                                                       {"enabled", system_.sync_daemon_pid},
+                                                       {"moving_db", system_.repository_move_pid}};
+  for (const auto& [word, pid_file] : cases) {
+    fs::remove(pid_file);
+    EXPECT_EQ(StatusAfter(word), "error") << word;
+    std::ofstream(pid_file) << child << "\n";
+    EXPECT_EQ(StatusAfter(word), word);
+  }
+  kill(child, SIGKILL);
+  siginfo_t info;
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);  // a zombie now
+  for (const auto& [word, pid_file] : cases) EXPECT_EQ(StatusAfter(word), "error") << word;
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(StatusAfter("anything"), "anything");
+  EXPECT_EQ(StatusAfter(std::string(40, 'x')), std::string(31, 'x'));
+  fs::remove_all(fs::path(system_.service_status).parent_path());
+  EXPECT_EQ(status_.SetServiceStatus("done"), -1);
+  EXPECT_EQ(sink_.Texts().back(), "[ERROR] service-ctrl(N): fail to set service statis to done");
 }
 
 }  // namespace

@@ -5,14 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
 
 #include "db-util/database.h"
-#include "db-util/query.h"
 #include "logger/recording_sink.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/temporary_folder.h"
 #include "updater/placement.h"
 
 namespace updater {
@@ -23,30 +23,19 @@ using ::testing::ElementsAre;
 
 class WorkingCopiesTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    fs::create_directories(paths_.sync_folder);
-    fs::create_directories(fs::path(paths_.client_db).parent_path());
-  }
-  void TearDown() override { fs::remove_all(paths_.volume); }
+  void SetUp() override { fs::create_directories(paths_.sync_folder); }
 
   static std::string Make(const std::string& path, const std::string& content) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << content;
     return path;
   }
-  static std::string Read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
   // Every file under the folder with its content, sorted.
   static std::vector<std::string> Files(const std::string& folder) {
     std::vector<std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-      if (!entry.is_directory()) {
-        files.push_back(fs::relative(entry, folder).string() + "=" + Read(entry.path()));
-      }
+    for (const auto& [path, content] : tests::ReadTree(folder)) {
+      if (content != "folder") files.push_back(path + "=" + content);
     }
-    std::sort(files.begin(), files.end());
     return files;
   }
 
@@ -72,18 +61,10 @@ class WorkingCopiesTest : public ::testing::Test {
     db.reset();
     fs::remove(made);
   }
-  static std::string Value(const std::string& path) {
-    db_util::Database db;
-    std::string value = "(no row)";
-    EXPECT_EQ(db_util::OpenDatabase(path, db, db_util::OpenMode::kReadWrite), 0);
-    EXPECT_TRUE(db_util::ForEachRow(db.get(), "SELECT v FROM t;", [&](sqlite3_stmt* row) {
-                  value = db_util::ColumnText(row, 0);
-                  return true;
-                }).ok());
-    return value;
-  }
+  static std::string Value(const std::string& path) { return tests::Query(path, "SELECT v FROM t;"); }
 
-  RunPaths paths_{(fs::path(::testing::TempDir()) / ("copies-" + std::to_string(getpid()))).string()};
+  const tests::TemporaryFolder folder_;
+  RunPaths paths_{folder_.path()};
   logger::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
@@ -94,12 +75,13 @@ TEST_F(WorkingCopiesTest, DatabaseIsCopiedWithTheCompanionsItHasAndReplacesAnOld
   Make(paths_.user_db, "main");
   Make(paths_.user_db + "-wal", "wal");
   EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
-  EXPECT_THAT(Files(paths_.sync_folder), ElementsAre("user-db.sqlite-wal=wal", "user-db.sqlite.bak-wal=wal",
-                                                     "user-db.sqlite.bak=main", "user-db.sqlite=main"));
+  EXPECT_THAT(Files(paths_.sync_folder),
+              ElementsAre("user-db.sqlite=main", "user-db.sqlite-wal=wal", "user-db.sqlite.bak=main",
+                          "user-db.sqlite.bak-wal=wal"));
   fs::remove(paths_.user_db + "-wal");
   Make(paths_.user_db + "-journal", "hot");
   EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
-  EXPECT_EQ(Read(paths_.user_copy + "-journal"), "hot");
+  EXPECT_EQ(tests::ReadFile(paths_.user_copy + "-journal"), "hot");
   EXPECT_FALSE(fs::exists(paths_.user_copy + "-wal"));
   EXPECT_EQ(RemoveDatabaseFiles(paths_.user_copy), 0);
   EXPECT_EQ(Files(paths_.sync_folder).size(), 2U);
@@ -113,7 +95,7 @@ TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsBesideIt) 
   fs::create_symlink(elsewhere, paths_.user_db);
   EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
   EXPECT_FALSE(fs::is_symlink(paths_.user_copy));
-  EXPECT_EQ(Read(paths_.user_copy) + Read(paths_.user_copy + "-wal"), "mainwal");
+  EXPECT_EQ(tests::ReadFile(paths_.user_copy) + tests::ReadFile(paths_.user_copy + "-wal"), "mainwal");
   fs::create_directories(paths_.file_folder + "/uuid");
   fs::create_symlink(elsewhere, paths_.file_folder + "/uuid/file-db.sqlite");
   EXPECT_EQ(BackupFileFolder(paths_.file_folder, paths_.file_copy), 0);
@@ -150,7 +132,7 @@ TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
   Make(paths_.view_copy + "/99/view-db.sqlite", "of a former run");
   ASSERT_EQ(BackupViewFolder(paths_.view_folder, paths_.view_copy), 0);
   EXPECT_THAT(Files(paths_.view_copy),
-              ElementsAre("7/view-db.sqlite-wal=old", "7/view-db.sqlite=old", "name/view-db.sqlite=old"));
+              ElementsAre("7/view-db.sqlite=old", "7/view-db.sqlite-wal=old", "name/view-db.sqlite=old"));
   for (const char* view : {"/7", "/8", "/9", "/name"}) {
     Make(paths_.view_copy + view + "/view-db.sqlite", "new");
   }
@@ -159,7 +141,7 @@ TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
   fs::remove(paths_.view_folder + "/8");
   EXPECT_THAT(Files(paths_.view_folder),
               ElementsAre("7/sign/.0=", "7/view-db.sqlite=new", "file=", "name/view-db.sqlite=new"));
-  EXPECT_EQ(Read(outside), "precious");
+  EXPECT_EQ(tests::ReadFile(outside), "precious");
   EXPECT_FALSE(fs::exists(paths_.view_copy));
 }
 
@@ -174,25 +156,22 @@ TEST_F(WorkingCopiesTest, MissingLiveFoldersGetTheWholeCopies) {
 TEST_F(WorkingCopiesTest, FailuresAreNamed) {
   const std::string view = paths_.view_folder;
   const std::string view_copy = paths_.view_copy;
-  EXPECT_EQ(BackupViewFolder(view, view_copy), -1);
-  fs::remove_all(view_copy);
   EXPECT_EQ(RestoreViewFolder(view_copy, view), -1);
   Make(view, "a file");
   EXPECT_EQ(BackupViewFolder(view, view + "/x"), -1);
   fs::create_directories(view_copy);
   EXPECT_EQ(RestoreViewFolder(view_copy, view), -1);
   fs::remove(view);
-  fs::create_directories(view + "/7/view-db.sqlite");
+  const std::string database = "/7/view-db.sqlite";
+  fs::create_directories(view + database);
   EXPECT_EQ(BackupViewFolder(view, view_copy), -1);
   fs::remove_all(view_copy);
   EXPECT_EQ(RestoreViewFolder(view_copy, view), -1);
   Make(paths_.file_folder + "/kept", "");
   EXPECT_EQ(RestoreFileFolder(paths_.file_copy, paths_.file_folder), -1);
   EXPECT_TRUE(fs::exists(paths_.file_folder + "/kept"));
-  const std::string database = "/7/view-db.sqlite";
   EXPECT_THAT(sink_.Texts(),
-              ElementsAre("Cannot get views to backup view folder at " + view + "\n",
-                          "Failed to rename from " + view_copy + " to " + view + "\n",
+              ElementsAre("Failed to rename from " + view_copy + " to " + view + "\n",
                           "Cannot remove old backup at " + view + "/x: Not a directory (20)",
                           "Failed to get views to restore in " + view + "\n",
                           "[ERROR] file-op(N): CopyFile: read: Is a directory (21)\n",
@@ -203,31 +182,30 @@ TEST_F(WorkingCopiesTest, FailuresAreNamed) {
 
 // Both modes of SQLite leave something beside the live database that would be replayed into the new file.
 TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedIntoTheNewOne) {
-  MakeKilled(paths_.user_db, "wal", "old", "newer");
-  MakeKilled(paths_.data_db, "delete", "old", "never committed");
-  ASSERT_TRUE(fs::exists(paths_.user_db + "-wal") && fs::exists(paths_.data_db + "-journal"));
   Make(paths_.client_db + "-wal", "of a database that is gone");
-  MakeKilled(paths_.user_copy, "wal", "?", "upgraded user");
-  MakeKilled(paths_.data_copy, "delete", "upgraded data", "never committed");
-  MakeKilled(paths_.client_copy, "wal", "?", "upgraded client");
-  const std::string view = "/7/view-db.sqlite";
-  MakeKilled(paths_.view_folder + view, "wal", "old", "newer");
-  MakeKilled(paths_.view_copy + view, "wal", "?", "upgraded view");
-  MakeKilled(paths_.file_copy + "/uuid/file-db.sqlite", "wal", "?", "upgraded file");
+  const std::string view = paths_.view_folder + "/7/view-db.sqlite";
+  for (const std::string& live : {paths_.user_db, view}) MakeKilled(live, "wal", "old", "newer");
+  MakeKilled(paths_.data_db, "delete", "old", "never committed");
+  MakeKilled(paths_.data_copy, "delete", "upgraded", "never committed");
+  ASSERT_TRUE(fs::exists(paths_.user_db + "-wal") && fs::exists(paths_.data_db + "-journal"));
+  for (const std::string& copy :
+       {paths_.user_copy, paths_.client_copy, paths_.view_copy + "/7/view-db.sqlite",
+        paths_.file_copy + "/uuid/file-db.sqlite"}) {
+    MakeKilled(copy, "wal", "?", "upgraded");
+  }
 
   ASSERT_EQ(PreparePlacement(paths_), 0);
-  fs::copy_file(paths_.user_db, paths_.volume + "/user-before");
-  EXPECT_EQ(Value(paths_.volume + "/user-before"), "newer");  // whole in its file, and not replaced yet
+  fs::copy_file(paths_.user_db, folder_ / "user-before");
+  EXPECT_EQ(Value(folder_ / "user-before"), "newer ");  // whole in its file, and not replaced yet
   EXPECT_TRUE(sink_.lines().empty());
   PlaceWorkingCopies(paths_);
-  for (const auto& entry : fs::recursive_directory_iterator(paths_.volume + "/@stratofolder")) {
+  for (const auto& entry : fs::recursive_directory_iterator(folder_ / "@stratofolder")) {
     EXPECT_TRUE(entry.is_directory() || entry.path().extension() == ".sqlite") << entry.path();
   }
-  EXPECT_EQ(Value(paths_.user_db), "upgraded user");
-  EXPECT_EQ(Value(paths_.data_db), "upgraded data");
-  EXPECT_EQ(Value(paths_.client_db), "upgraded client");
-  EXPECT_EQ(Value(paths_.view_folder + view), "upgraded view");
-  EXPECT_EQ(Value(paths_.file_folder + "/uuid/file-db.sqlite"), "upgraded file");
+  for (const std::string& live : {paths_.user_db, paths_.data_db, paths_.client_db, view,
+                                  paths_.file_folder + "/uuid/file-db.sqlite"}) {
+    EXPECT_EQ(Value(live), "upgraded ") << live;
+  }
 }
 
 TEST_F(WorkingCopiesTest, DamagedCopyIsNotPlaced) {
@@ -235,7 +213,7 @@ TEST_F(WorkingCopiesTest, DamagedCopyIsNotPlaced) {
   Make(paths_.user_copy, std::string(4096, 'x'));
   Make(paths_.user_copy + "-wal", "log");
   EXPECT_EQ(PreparePlacement(paths_), -1);
-  EXPECT_EQ(Read(paths_.user_db), "live");
+  EXPECT_EQ(tests::ReadFile(paths_.user_db), "live");
   EXPECT_EQ(sink_.Count("cannot fold database " + paths_.user_copy + ": file is not a database (26)\n"), 1);
 }
 

@@ -1,8 +1,7 @@
 // What every updater must do, asked of all of them.
-#include <array>
 #include <fstream>
 
-#include "tests/conformance/package_test.h"
+#include "tests/support/package_test.h"
 
 namespace tests {
 namespace {
@@ -17,201 +16,176 @@ constexpr std::array kEdges = {Edge{2577, 3004}, Edge{2603, 3004}, Edge{2577, 26
 
 std::string NameOf(const Edge& edge) { return std::to_string(edge.from) + "to" + std::to_string(edge.to); }
 
-std::string UpdaterLine(const std::string& text) { return "Strato Folder Updater(N): " + text; }
-
 std::string SetConfig(const std::string& key, const std::string& value) {
   return "INSERT OR REPLACE INTO config_table (key, value) VALUES ('" + key + "', '" + value + "');";
 }
 
-struct Content {
-  Edge edge;
-  std::string extra;
-};
-
-std::vector<Content> Contents() {
-  std::vector<Content> contents;
-  for (const Edge& edge : kEdges) {
-    for (const Extra& extra : kExtras) {
-      if (extra.from <= edge.from) contents.push_back({edge, extra.name});
-    }
-  }
-  return contents;
-}
-
-class UpdaterContent : public PackageTest, public ::testing::WithParamInterface<Content> {};
-
-TEST_P(UpdaterContent, BecomesThatOfTheNextVersionOnce) {
-  const auto& [edge, extra] = GetParam();
-  WriteFixture(edge.from, extra);
-  std::ofstream(scratch_) << "left by a killed run";
-  const std::unique_ptr<updater::AbstractUpdater> updater = UpdaterOf(edge.from, edge.to);
-
-  ASSERT_EQ(updater->Update(), 0) << ::testing::PrintToString(sink_.Texts());
-  const Dumps expected = DumpFixture(edge.to, extra);
-  EXPECT_TRUE(SamePackage(expected, DumpPackage(package_)));
-  EXPECT_FALSE(std::filesystem::exists(scratch_));
-  const std::string version = updater::ToString(VersionOf(edge.to));
-  if (edge.to <= 3450) {
-    EXPECT_EQ(out_.str(), "Upgrade to " + version + " successfully\n");
-    EXPECT_EQ(sink_.Texts(), std::vector<std::string>{});
-  } else {
-    EXPECT_EQ(out_.str(), "");
-    EXPECT_EQ(sink_.Texts(),
-              std::vector<std::string>{UpdaterLine("Upgrade to '" + version + "' successfully\n")});
-  }
-
-  EXPECT_EQ(updater->Update(), -1) << "an updater is single-use";
-  EXPECT_TRUE(SamePackage(expected, DumpPackage(package_)));
-}
-
-INSTANTIATE_TEST_SUITE_P(All, UpdaterContent, ::testing::ValuesIn(Contents()), [](const auto& test) {
-  return NameOf(test.param.edge) + LabelOf(test.param.extra);
-});
-
-class EveryUpdater : public PackageTest, public ::testing::WithParamInterface<Edge> {
+class UpdaterTest : public PackageTest {
  protected:
   // The maintenance of 3200 to 3300 runs after failures too; on a database that is analysed already it
   // changes no content.
-  void WriteAnalysedFixture() {
-    WriteFixture(GetParam().from);
-    if (GetParam().from == 3200) RunSql(package_.data, "ANALYZE;");
+  void StartAnalysed(int from) {
+    StartAt(from);
+    if (from == 3200) RunSql(package_.data, "ANALYZE;");
   }
 
-  // Fails with exactly these lines, and nothing that was there before has changed.
-  void ExpectRefusal(const std::vector<std::string>& lines) {
+  // A run of the updater succeeds, logs those lines, says in its way that it is done, and makes that content.
+  void ExpectSuccess(const Edge& edge, const Dumps& expected, std::vector<std::string> lines = {}) {
+    const std::unique_ptr<updater::AbstractUpdater> updater = UpdaterOf(edge.from, edge.to);
+    EXPECT_EQ(updater->Update(), 0);
+    ExpectPackage(expected);
+    EXPECT_FALSE(std::filesystem::exists(scratch_));
+    const std::string version = updater::ToString(VersionOf(edge.to));
+    const bool prints = edge.to <= 3450;
+    EXPECT_EQ(out_.str(), prints ? "Upgrade to " + version + " successfully\n" : "");
+    if (!prints) lines.push_back(UpdaterLine("Upgrade to '" + version + "' successfully\n"));
+    EXPECT_EQ(sink_.Texts(), lines);
+
+    EXPECT_EQ(updater->Update(), -1) << "an updater is single-use";
+    ExpectPackage(expected);
+  }
+};
+
+class EveryUpdater : public UpdaterTest, public ::testing::WithParamInterface<Edge> {};
+
+TEST_P(EveryUpdater, MakesTheContentOfTheNextVersionOnce) {
+  for (const Extra& extra : kExtras) {
+    if (extra.from > GetParam().from) continue;
+    SCOPED_TRACE(extra.name);
+    StartAt(GetParam().from, extra.name);
+    const std::string leftover = package_.sync_folder + "/new-syncfolder.sqlite";
+    for (const std::string& path : {scratch_, leftover, leftover + "-wal"}) {
+      std::ofstream(path) << "left by a killed run";
+    }
+    ExpectSuccess(GetParam(), DumpFixture(GetParam().to, extra.name));
+  }
+}
+
+TEST_P(EveryUpdater, RefusesOtherVersionsAndChangesNothing) {
+  const std::string from = std::to_string(GetParam().from);
+  const std::string invalid = "failed to upgrade package: invalid branch, version = ";
+  const std::string mismatch = "database version mismatch: ";
+  const std::string other = SetConfig("version", "9999");
+  const std::vector<std::string> all = {package_.data, package_.user, package_.client};
+  const std::tuple<std::vector<std::string>, std::string, std::string> cases[] = {
+      {all, other, invalid + "9999\n"},
+      {all, SetConfig("branch", "other"), invalid + from + "\n"},
+      {{package_.data}, other, mismatch + "(9999, " + from + ", " + from + ")\n"},
+      {{package_.user}, other, mismatch + "(" + from + ", 9999, " + from + ")\n"},
+      {{package_.client}, other, mismatch + "(" + from + ", " + from + ", 9999)\n"}};
+  for (const auto& [paths, sql, line] : cases) {
+    SCOPED_TRACE(line);
+    StartAnalysed(GetParam().from);
+    for (const std::string& path : paths) RunSql(path, sql);
     const Dumps before = DumpPackage(package_);
     std::map<std::string, std::string> files = ReadTree(folder_);
     if (GetParam().from == 3200) files.erase("package/sync/data.sqlite");
-    EXPECT_EQ(UpdaterOf(GetParam().from, GetParam().to)->Update(), -1);
-    EXPECT_EQ(sink_.Texts(), lines);
+    EXPECT_EQ(Update(GetParam().from, GetParam().to), -1);
+    EXPECT_EQ(sink_.Texts(), std::vector<std::string>{UpdaterLine(line)});
     EXPECT_EQ(out_.str(), "");
+    EXPECT_FALSE(std::filesystem::exists(scratch_));
     const std::map<std::string, std::string> files_after = ReadTree(folder_);
     for (const auto& [path, bytes] : files) {
       EXPECT_TRUE(files_after.contains(path) && files_after.at(path) == bytes) << path;
     }
-    EXPECT_FALSE(std::filesystem::exists(scratch_));
-    EXPECT_TRUE(SamePackage({{"data", before.at("data")}}, {{"data", DumpDatabase(package_.data)}}));
-  }
-};
-
-TEST_P(EveryUpdater, RefusesAnotherNumberOrBranch) {
-  const std::string from = std::to_string(GetParam().from);
-  for (const auto& [sql, number] : {std::pair{SetConfig("version", "9999"), std::string("9999")},
-                                    std::pair{SetConfig("branch", "other"), from}}) {
-    SCOPED_TRACE(sql);
-    StartAnew();
-    WriteAnalysedFixture();
-    for (const std::string& path : {package_.data, package_.user, package_.client}) RunSql(path, sql);
-    ExpectRefusal({UpdaterLine("failed to upgrade package: invalid branch, version = " + number + "\n")});
-  }
-}
-
-TEST_P(EveryUpdater, RefusesDatabasesOfDifferentVersions) {
-  const std::string from = std::to_string(GetParam().from);
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {package_.data, "9999, " + from + ", " + from},
-      {package_.user, from + ", 9999, " + from},
-      {package_.client, from + ", " + from + ", 9999"}};
-  for (const auto& [path, numbers] : cases) {
-    SCOPED_TRACE(path);
-    StartAnew();
-    WriteAnalysedFixture();
-    RunSql(path, SetConfig("version", "9999"));
-    ExpectRefusal({UpdaterLine("database version mismatch: (" + numbers + ")\n")});
+    EXPECT_EQ(DumpPackage(package_).at("data"), before.at("data"));
   }
 }
 
 TEST_P(EveryUpdater, WritesTheVersionsOfTheSharedDatabasesTogetherOrNotAtAll) {
-  WriteFixture(GetParam().from);
+  StartAt(GetParam().from);
   RunSql(package_.client, "CREATE TRIGGER refuse BEFORE UPDATE ON config_table WHEN NEW.value = '" +
                               std::to_string(GetParam().to) + "' BEGIN SELECT RAISE(ABORT, 'refused'); END;");
-  EXPECT_EQ(UpdaterOf(GetParam().from, GetParam().to)->Update(), -1);
+  EXPECT_EQ(Update(GetParam().from, GetParam().to), -1);
   EXPECT_EQ(sink_.Count(UpdaterLine("failed to update database versions\n")), 1);
   EXPECT_EQ(out_.str(), "");
   for (const std::string& path : {package_.data, package_.user, package_.client}) {
-    EXPECT_EQ(VersionIn(path), VersionOf(GetParam().from)) << path;
+    EXPECT_EQ(Config(path, "'version'"), "version=" + std::to_string(GetParam().from) + " ") << path;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(All, EveryUpdater, ::testing::ValuesIn(kEdges),
                          [](const auto& test) { return NameOf(test.param); });
 
-// A statement in the middle of an updater that fails.
+// A statement in the middle of an updater that fails, on what is already there or not there any more.
 struct Obstacle {
   Edge edge;
   const char* database;  // where it is put, by its name in the dumps
   const char* sql;
   const char* step_line;
-  std::vector<std::string> unchanged;
+  std::vector<std::string> changed = {};  // by the steps before
 };
 
-class UpdaterObstacle : public PackageTest, public ::testing::WithParamInterface<Obstacle> {
- protected:
-  std::string PathOf(const std::string& database) const {
-    if (database == "data") return package_.data;
-    if (database == "user") return package_.user;
-    if (database == "client") return package_.client;
-    return package_.sync_folder + "/" + database + "/view-db.sqlite";
-  }
-};
-
-TEST_P(UpdaterObstacle, EndsItWithItsTransactionUndone) {
-  const Obstacle& obstacle = GetParam();
-  WriteFixture(obstacle.edge.from);
-  RunSql(PathOf(obstacle.database), obstacle.sql);
-  if (obstacle.edge.from == 3200) RunSql(package_.data, "ANALYZE;");
-  const Dumps before = DumpPackage(package_);
-
-  EXPECT_EQ(UpdaterOf(obstacle.edge.from, obstacle.edge.to)->Update(), -1);
-  EXPECT_EQ(sink_.Count(UpdaterLine(obstacle.step_line)), 1) << ::testing::PrintToString(sink_.Texts());
-  EXPECT_EQ(out_.str(), "");
-  EXPECT_FALSE(std::filesystem::exists(scratch_));
-  EXPECT_EQ(VersionIn(package_.data), VersionOf(obstacle.edge.from));
-  const Dumps after = DumpPackage(package_);
-  for (const std::string& name : obstacle.unchanged) {
-    EXPECT_TRUE(SamePackage({{name, before.at(name)}}, {{name, after.at(name)}}));
-  }
-}
-
-// Schemas and statements fail on what is already there, or not there any more.
-std::vector<Obstacle> Obstacles() {
-  const std::vector<std::string> shared = {"data", "user", "client"};
-  const std::vector<std::string> all = {"data", "log", "user", "client", "view/1", "view/17"};
+TEST_F(UpdaterTest, EndsAtAnObstacleWithItsTransactionUndone) {
   const char* const databases = "failed to update databases\n";
   const char* const views = "failed to update all view db\n";
-  return {
-      {{2577, 3004}, "client", "ALTER TABLE node_table ADD COLUMN share_priv_hash;", databases, shared},
-      {{2603, 3004}, "client", "ALTER TABLE node_table ADD COLUMN share_priv_hash;", databases, shared},
-      {{2577, 2603}, "data", "ALTER TABLE version_table RENAME TO gone;", databases, shared},
-      {{3004, 3200}, "data", "CREATE TABLE node_table_name_index (x);", databases, {"client"}},
-      {{3200, 3300}, "data", "ALTER TABLE log_table ADD COLUMN p6;", databases, shared},
-      {{3300, 3400}, "data", "ALTER TABLE tree_table RENAME TO gone;", databases, {"log", "user", "client"}},
-      {{3400, 3450}, "user", "CREATE TABLE profile_apply_view_table (profile_id);", databases, all},
+  const std::vector<Obstacle> obstacles = {
+      {{2577, 3004}, "client", "ALTER TABLE node_table ADD COLUMN share_priv_hash;", databases},
+      {{2603, 3004}, "client", "ALTER TABLE node_table ADD COLUMN share_priv_hash;", databases},
+      {{2577, 2603}, "data", "ALTER TABLE version_table RENAME TO gone;", databases},
+      {{3004, 3200}, "data", "CREATE TABLE node_table_name_index (x);", databases, {"data", "user"}},
+      {{3200, 3300}, "data", "ALTER TABLE log_table ADD COLUMN p6;", databases},
+      {{3300, 3400}, "data", "ALTER TABLE tree_table RENAME TO gone;", databases, {"data"}},
+      {{3400, 3450}, "user", "CREATE TABLE profile_apply_view_table (profile_id);", databases},
       {{3450, 4000},
        "user",
        "DROP TABLE customized_rotate_cnt_table;",
-       "failed to update user database schema\n",
-       all},
-      {{4000, 4060}, "user", "DROP TABLE rotate_setting_table;", "failed to update all rotate_cnt\n", all},
-      {{4060, 4100}, "view/1", "ALTER TABLE node_table ADD COLUMN v_committer_sess_id;", views, all},
-      {{4100, 4150}, "view/1", "CREATE TABLE node_table_path_index_case (x);", views, all},
+       "failed to update user database schema\n"},
+      {{4000, 4060}, "user", "DROP TABLE rotate_setting_table;", "failed to update all rotate_cnt\n"},
+      {{4060, 4100},
+       "view/1",
+       "ALTER TABLE node_table ADD COLUMN v_committer_sess_id;",
+       views,
+       {"view/5", "view/4294967297"}},
+      {{4100, 4150},
+       "view/1",
+       "CREATE TABLE node_table_path_index_case (x);",
+       views,
+       {"view/5", "view/4294967297"}},
   };
+  for (const auto& [edge, database, sql, step_line, changed] : obstacles) {
+    SCOPED_TRACE(NameOf(edge));
+    StartAnalysed(edge.from);
+    RunSql(PathOf(database), sql);
+    Dumps before = DumpPackage(package_);
+
+    EXPECT_EQ(Update(edge.from, edge.to), -1);
+    EXPECT_EQ(sink_.Count(UpdaterLine(step_line)), 1) << ::testing::PrintToString(sink_.Texts());
+    EXPECT_EQ(out_.str(), "");
+    EXPECT_FALSE(std::filesystem::exists(scratch_));
+    EXPECT_EQ(Config(package_.data, "'version'"), "version=" + std::to_string(edge.from) + " ");
+    Dumps after = DumpPackage(package_);
+    for (const std::string& name : changed) before.erase(name);
+    for (const auto& [name, text] : before) EXPECT_EQ(after[name], text) << name;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, UpdaterObstacle, ::testing::ValuesIn(Obstacles()),
-                         [](const auto& test) { return NameOf(test.param.edge); });
-
-class BtrfsUuid : public PackageTest {};
-
-TEST_F(BtrfsUuid, InItsOldFormGetsTheNewOneEverywhere) {
-  fake_.volumes.everywhere.type = platform::FileSystemType::kBtrfs;
-  Fixture(3450, "03020100-0504-0706-0809-0a0b0c0d0e0f", "activity").Write(package_);
-  EXPECT_EQ(UpdaterOf(3450, 4000)->Update(), 0);
-  EXPECT_TRUE(SamePackage(DumpFixture(4000, "activity", "00010203-0405-0607-0809-0a0b0c0d0e0f"),
-                          DumpPackage(package_)));
-  EXPECT_EQ(sink_.Texts(),
-            (std::vector<std::string>{UpdaterLine("Update repo path '" + package_.sync_folder + "' uuid\n"),
-                                      UpdaterLine("Upgrade to '(master, 4000) ' successfully\n")}));
+TEST_F(UpdaterTest, RenamesABtrfsUuidInItsOldFormEverywhere) {
+  const std::string old_form = "03020100-0504-0706-0809-0a0b0c0d0e0f";
+  const std::string new_form = "00010203-0405-0607-0809-0a0b0c0d0e0f";
+  const auto start = [&](const std::string& uuid) {
+    uuid_ = uuid;
+    StartAt(3450, "activity");
+    uuid_ = new_form;
+    fake_.volumes.everywhere.type = platform::FileSystemType::kBtrfs;
+  };
+  for (const std::string& uuid : {old_form, new_form}) {
+    start(uuid);
+    ExpectSuccess({3450, 4000}, DumpFixture(4000, "activity"),
+                  {UpdaterLine("Update repo path '" + package_.sync_folder + "' uuid\n")});
+  }
+  start(old_form);
+  RunSql(View("1"),
+         "CREATE TRIGGER t BEFORE UPDATE OF mac_attr ON version_table "
+         "BEGIN SELECT RAISE(ABORT, 'no'); END;");
+  const std::string uuids =
+      "SELECT quote(v_file_uuid) || quote(v_mac_attr) || quote(node_delta_file_uuid) FROM node_table;";
+  const std::string before = Query(View("1"), uuids);
+  EXPECT_EQ(Update(3450, 4000), -1);
+  EXPECT_EQ(Query(View("1"), uuids), before);
+  EXPECT_EQ(sink_.Count(UpdaterLine("Failed to update view db (1)\n")), 1);
+  EXPECT_EQ(sink_.Count(UpdaterLine("Failed to update uuid for view 1\n")), 1);
+  EXPECT_TRUE(std::filesystem::exists(package_.file_folder + "/" + old_form));
 }
 
 }  // namespace

@@ -1,6 +1,10 @@
 // A machine for tests: every answer is a public field that a test sets, every key/value and pid file is real.
 #pragma once
 
+#include <strings.h>
+
+#include <algorithm>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <string>
@@ -29,18 +33,51 @@ class FakeVolumes : public platform::Volumes {
   std::set<std::string> failing_calls;        // names of the operations that fail: "GetBtrfsUuid"
   std::vector<std::string> mount_points;
 
-  [[nodiscard]] int PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) override;
-  [[nodiscard]] int GetShareBinPath(const std::string& path, std::string& bin_path) override;
-  [[nodiscard]] int GetFileSystemType(const std::string& path, platform::FileSystemType& type) override;
-  [[nodiscard]] int GetBtrfsUuid(const std::string& path, platform::FileSystemUuid& uuid) override;
-  [[nodiscard]] int ReadBtrfsSuperblock(const std::string& path,
-                                        platform::BtrfsSuperblock& superblock) override;
-  [[nodiscard]] int GetExtUuid(const std::string& path, std::string& uuid) override;
-  [[nodiscard]] int ListMountPoints(std::vector<std::string>& result) override;
+  int PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) override {
+    std::error_code ignored;  // what cannot be looked at is no folder
+    if (!std::filesystem::is_directory(path, ignored)) return -1;
+    const bool btrfs = Find(path).type == platform::FileSystemType::kBtrfs;
+    return Answer(__func__, path, {path, "/dev/fake", btrfs ? "btrfs" : "ext4"}, info);
+  }
+  int GetShareBinPath(const std::string& path, std::string& bin_path) override {
+    return Answer(__func__, path, path, bin_path);
+  }
+  int GetFileSystemType(const std::string& path, platform::FileSystemType& type) override {
+    return Answer(__func__, path, Find(path).type, type);
+  }
+  int GetBtrfsUuid(const std::string& path, platform::FileSystemUuid& uuid) override {
+    return Answer(__func__, path, Find(path).btrfs_uuid, uuid);
+  }
+  int ReadBtrfsSuperblock(const std::string& path, platform::BtrfsSuperblock& superblock) override {
+    return Answer(__func__, path, {Find(path).btrfs_magic, Find(path).btrfs_uuid}, superblock);
+  }
+  int GetExtUuid(const std::string& path, std::string& uuid) override {
+    return Answer(__func__, path, Find(path).ext_uuid, uuid);
+  }
+  int ListMountPoints(std::vector<std::string>& result) override {
+    return Answer(__func__, "", mount_points, result);
+  }
 
  private:
-  [[nodiscard]] bool Fails(const char* call, const std::string& path) const;
-  [[nodiscard]] const FakeVolume& Find(const std::string& path) const;
+  static bool IsAtOrBelow(const std::string& path, const std::string& folder) {
+    return path == folder || path.starts_with(folder.ends_with('/') ? folder : folder + '/');
+  }
+  template <typename Value>
+  int Answer(const char* call, const std::string& path, const Value& value, Value& result) const {
+    for (const std::string& folder : gone) {
+      if (IsAtOrBelow(path, folder)) return -1;
+    }
+    if (failing_calls.contains(call)) return -1;
+    result = value;
+    return 0;
+  }
+  const FakeVolume& Find(const std::string& path) const {
+    const FakeVolume* found = &everywhere;
+    for (const auto& [folder, volume] : volumes) {  // in order: a nested folder comes after its parent
+      if (IsAtOrBelow(path, folder)) found = &volume;
+    }
+    return *found;
+  }
 };
 
 class FakeAppPrivilege : public platform::AppPrivilege {
@@ -48,8 +85,11 @@ class FakeAppPrivilege : public platform::AppPrivilege {
   std::set<std::string> refused;                             // users
   std::vector<std::pair<std::string, std::string>> allowed;  // user and application id, in the order of calls
 
-  [[nodiscard]] int PLIBAppPrivUserAddOne(const std::string& user,
-                                          const std::string& application_id) override;
+  int PLIBAppPrivUserAddOne(const std::string& user, const std::string& application_id) override {
+    if (refused.contains(user)) return -1;
+    allowed.emplace_back(user, application_id);
+    return 0;
+  }
 };
 
 class FakeAccounts : public platform::Accounts {
@@ -58,9 +98,20 @@ class FakeAccounts : public platform::Accounts {
   std::set<uid_t> failing;                   // could not be asked for
   std::map<std::string, std::string> homes;  // by name; an account without one has no home
 
-  void Add(const std::string& name, uid_t uid, gid_t gid = 100, bool expired = false);
-  [[nodiscard]] platform::Lookup FindByUid(uid_t uid, platform::Account& account) override;
-  [[nodiscard]] std::string GetRealHomeFolder(const std::string& name) override;
+  void Add(const std::string& name, uid_t uid, gid_t gid = 100, bool expired = false) {
+    accounts[uid] = {.name = name, .uid = uid, .gid = gid, .expired = expired};
+  }
+  platform::Lookup FindByUid(uid_t uid, platform::Account& account) override {
+    if (failing.contains(uid)) return platform::Lookup::kFailed;
+    const auto found = accounts.find(uid);
+    if (found == accounts.end()) return platform::Lookup::kNotFound;
+    account = found->second;
+    return platform::Lookup::kFound;
+  }
+  std::string GetRealHomeFolder(const std::string& name) override {
+    const auto found = homes.find(name);
+    return found == homes.end() ? std::string() : found->second;
+  }
 };
 
 class FakeServices : public platform::Services {
@@ -69,9 +120,9 @@ class FakeServices : public platform::Services {
   bool domain = true;
   bool user_home = true;
 
-  [[nodiscard]] bool IsLdapEnabled() override { return ldap; }
-  [[nodiscard]] bool IsDomainEnabled() override { return domain; }
-  [[nodiscard]] bool IsUserHomeEnabled() override { return user_home; }
+  bool IsLdapEnabled() override { return ldap; }
+  bool IsDomainEnabled() override { return domain; }
+  bool IsUserHomeEnabled() override { return user_home; }
 };
 
 class FakeShares : public platform::Shares {
@@ -79,7 +130,15 @@ class FakeShares : public platform::Shares {
   std::vector<platform::Share> shares;
   std::set<std::string> failing;  // names that could not be asked for
 
-  [[nodiscard]] platform::Lookup Open(const std::string& name, platform::Share& share) override;
+  platform::Lookup Open(const std::string& name, platform::Share& share) override {
+    if (failing.contains(name)) return platform::Lookup::kFailed;
+    const auto found = std::find_if(shares.begin(), shares.end(), [&name](const platform::Share& candidate) {
+      return ::strcasecmp(candidate.name.c_str(), name.c_str()) == 0;
+    });
+    if (found == shares.end()) return platform::Lookup::kNotFound;
+    share = *found;
+    return platform::Lookup::kFound;
+  }
 };
 
 class FakePlatform {

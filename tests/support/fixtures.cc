@@ -1,73 +1,52 @@
 #include "tests/support/fixtures.h"
 
 #include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
 #include <stdexcept>
-#include <utility>
+#include <vector>
 
-#include "db-util/database.h"
+#include "db-util/query.h"
+#include "tests/support/temporary_folder.h"
 
 namespace tests {
 namespace {
 
 namespace fs = std::filesystem;
 
+const fs::path kData = UPDATER_TEST_DATA;
 constexpr int kFirstVersionWithLog = 3300;
 constexpr int kFirstVersionWithViews = 3400;
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + path.string());
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-// The folders of the versions up to `version`, newest first.
-std::set<int, std::greater<>> VersionFolders(int version) {
-  std::set<int, std::greater<>> versions;
-  for (const fs::directory_entry& entry : fs::directory_iterator(UPDATER_TEST_DATA)) {
-    if (entry.is_directory() && std::stoi(entry.path().filename()) <= version) {
-      versions.insert(std::stoi(entry.path().filename()));
-    }
-  }
-  return versions;
-}
-
-// The script of that name which holds for the version; empty when there is none.
-std::string FindScript(int version, const std::string& name) {
-  for (const int folder : VersionFolders(version)) {
-    const fs::path path = fs::path(UPDATER_TEST_DATA) / std::to_string(folder) / (name + ".sql");
-    if (fs::exists(path)) return ReadFile(path);
-  }
-  return {};
-}
-
-// The ids of the views that have rows of their own at the version.
-std::set<std::string> FindViews(int version) {
-  std::set<std::string> ids;
-  for (const int folder : VersionFolders(version)) {
-    for (const auto& entry : fs::directory_iterator(fs::path(UPDATER_TEST_DATA) / std::to_string(folder))) {
-      const std::string name = entry.path().stem();
-      const std::string id = name.starts_with("view-") ? name.substr(5) : "";
-      if (!id.empty() && id.find_first_not_of("0123456789") == std::string::npos) ids.insert(id);
-    }
-  }
-  return ids;
-}
-
-std::string Quote(const std::string& text) {
-  std::string quoted = "'";
-  for (const char letter : text) quoted += letter == '\'' ? std::string("''") : std::string(1, letter);
-  return quoted + "'";
-}
 
 void Replace(std::string& text, const std::string& what, const std::string& with) {
   for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
     text.replace(at, what.size(), with);
   }
+}
+
+std::string Quote(std::string text) {
+  Replace(text, "'", "''");
+  return "'" + text + "'";
+}
+
+// The script of that name which holds for the version; empty when there is none.
+std::string FindScript(int version, const std::string& name) {
+  std::string text;
+  for (const int folder : kVersions) {
+    const fs::path path = kData / std::to_string(folder) / (name + ".sql");
+    if (folder <= version && fs::exists(path)) text = ReadFile(path);
+  }
+  return text;
+}
+
+void WriteDatabase(const std::string& path, const std::string& sql, int version, int stored_version) {
+  const std::string branch = VersionOf(version).branch;
+  fs::create_directories(fs::path(path).parent_path());
+  if (fs::exists(path)) throw std::runtime_error(path + " exists");
+  RunSql(path,
+         "PRAGMA synchronous = OFF;" + sql +
+             "INSERT OR REPLACE INTO config_table (key, value) VALUES ('version', '" +
+             std::to_string(stored_version) + "')" +
+             (branch.empty() ? "" : ", ('branch', '" + branch + "')") + ";",
+         db_util::OpenMode::kCreate);
 }
 
 }  // namespace
@@ -77,79 +56,57 @@ updater::Version VersionOf(int number) {
   return {number == 2603 ? "hos-4.3" : updater::kMasterBranch, number};
 }
 
-Fixture::Fixture(int version, std::string uuid, std::string extra)
-    : version_(version), uuid_(std::move(uuid)), extra_(std::move(extra)) {}
-
-std::string Fixture::Text(const std::string& script, const std::string& sync_folder) const {
-  std::string text = FindScript(version_, script);
-  Replace(text, "@UUID@", Quote(uuid_));
-  Replace(text, "@SYNC@", Quote(sync_folder));
-  return text;
-}
-
-void Fixture::WriteDatabase(const std::string& path, std::string sql, int stored_version) const {
-  const std::string branch = VersionOf(version_).branch;
-  sql += "INSERT OR REPLACE INTO config_table (key, value) VALUES ('version', '" +
-         std::to_string(stored_version) + "')" + (branch.empty() ? "" : ", ('branch', '" + branch + "')") +
-         ";";
-  fs::create_directories(fs::path(path).parent_path());
-  if (fs::exists(path)) throw std::runtime_error(path + " exists");
-  db_util::Database created;
-  if (db_util::OpenQuietly(path, created, db_util::OpenMode::kCreate) != SQLITE_OK) {
-    throw std::runtime_error("cannot create " + path);
-  }
-  created.reset();
-  RunSql(path, "PRAGMA synchronous = OFF;" + sql);
-}
-
-void Fixture::WriteViews(const updater::server::WorkingCopies& where) const {
-  // The step that splits the data database makes these at once as of the last version; the next one puts that
-  // right.
-  const int stored_version = version_ == kFirstVersionWithViews ? 4150 : version_;
-  for (const std::string& id : FindViews(version_)) {
-    std::string sql;
-    for (const std::string& origin : {std::string(), "extra-" + extra_ + "-"}) {
-      for (const std::string& script : {std::string("view"), std::string("view-config"), "view-" + id}) {
-        sql += Text(origin + script, where.sync_folder);
-      }
+void WriteFixture(int version, const std::string& uuid, const std::string& extra,
+                  const updater::server::WorkingCopies& where) {
+  const auto text_of = [&](const std::vector<std::string>& scripts) {
+    std::string text;
+    for (const std::string& head : {std::string(), "extra-" + extra + "-"}) {
+      for (const std::string& script : scripts) text += FindScript(version, head + script);
     }
-    WriteDatabase(where.view_folder + "/" + id + "/view-db.sqlite", sql, stored_version);
-  }
-  WriteDatabase(where.file_folder + "/" + uuid_ + "/file-db.sqlite", Text("file", where.sync_folder),
-                stored_version);
-}
-
-void Fixture::Write(const updater::server::WorkingCopies& where) const {
+    Replace(text, "@UUID@", Quote(uuid));
+    Replace(text, "@SYNC@", Quote(where.sync_folder));
+    return text;
+  };
   for (const char* folder : {"repo", "delta", "rm"}) fs::create_directories(where.sync_folder + "/" + folder);
   std::map<std::string, std::string> databases = {
       {"data", where.data}, {"user", where.user}, {"client", where.client}};
-  if (version_ >= kFirstVersionWithLog) databases["log"] = where.log;
-  for (const auto& [script, path] : databases) {
-    WriteDatabase(path,
-                  Text(script, where.sync_folder) + Text("extra-" + extra_ + "-" + script, where.sync_folder),
-                  version_);
+  if (version >= kFirstVersionWithLog) databases["log"] = where.log;
+  for (const auto& [script, path] : databases) WriteDatabase(path, text_of({script}), version, version);
+  if (version < kFirstVersionWithViews) return;
+  // The step that splits the data database makes these at once as of the last version; the next one puts that
+  // right.
+  const int stored_version = version == kFirstVersionWithViews ? kVersions.back() : version;
+  for (const auto& entry : fs::directory_iterator(kData / std::to_string(kFirstVersionWithViews))) {
+    const std::string script = entry.path().stem();
+    if (!script.starts_with("view-") || script == "view-config") continue;
+    WriteDatabase(where.view_folder + "/" + script.substr(5) + "/view-db.sqlite",
+                  text_of({"view", "view-config", script}), version, stored_version);
   }
-  if (version_ >= kFirstVersionWithViews) WriteViews(where);
+  WriteDatabase(where.file_folder + "/" + uuid + "/file-db.sqlite", text_of({"file"}), version,
+                stored_version);
 }
 
-updater::server::WorkingCopies PackageIn(const std::string& folder) {
-  const std::string sync_folder = folder + "/sync";
-  return {.sync_folder = sync_folder,
-          .data = sync_folder + "/data.sqlite",
-          .log = sync_folder + "/log.sqlite",
-          .user = sync_folder + "/user.sqlite",
-          .client = folder + "/client.sqlite",
-          .view_folder = sync_folder + "/view",
-          .file_folder = sync_folder + "/file"};
-}
-
-void RunSql(const std::string& path, const std::string& sql) {
+void RunSql(const std::string& path, const std::string& sql, db_util::OpenMode mode) {
   db_util::Database db;
   std::string error;
-  if (db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite) != SQLITE_OK ||
+  if (db_util::OpenQuietly(path, db, mode) != SQLITE_OK ||
       db_util::Execute(db.get(), sql, error) != SQLITE_OK) {
     throw std::runtime_error(path + ": " + error);
   }
+}
+
+std::string Query(const std::string& path, const std::string& sql) {
+  db_util::Database db;
+  std::string rows;
+  const auto append = [&rows](sqlite3_stmt* row) {
+    rows += db_util::ColumnText(row, 0) + " ";
+    return true;
+  };
+  if (db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite) != SQLITE_OK ||
+      !db_util::ForEachRow(db.get(), sql, append).ok()) {
+    throw std::runtime_error(path + ": " + sql);
+  }
+  return rows;
 }
 
 std::map<std::string, std::string> ReadTree(const std::string& folder) {

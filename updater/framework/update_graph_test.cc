@@ -22,7 +22,7 @@ const Version kNext = {"master", 3200};
 
 class FakeUpdater : public AbstractUpdater {
  public:
-  FakeUpdater(Version from, Version to, std::string* journal = nullptr, std::string name = "", int result = 0)
+  FakeUpdater(Version from, Version to, std::string* journal, std::string name, int result)
       : from_(std::move(from)),
         to_(std::move(to)),
         journal_(journal),
@@ -31,7 +31,7 @@ class FakeUpdater : public AbstractUpdater {
     last_error_ = result_ < 0 ? "reason" : "";
   }
   int Update() override {
-    if (journal_ != nullptr) *journal_ += name_ + ";";
+    *journal_ += name_ + ";";
     return result_;
   }
   Version GetFromVersion() const override { return from_; }
@@ -71,18 +71,12 @@ TEST(Version, ComparesNumbersFirstAndPrintsATrailingBlank) {
 
 TEST_F(FrameworkTest, TakesTheDirectWayAndTheSideBranchOnlyFromIt) {
   AddRegisteredStart();
+  EXPECT_EQ(framework_.Run(kNext, kNext), 0);
   ASSERT_EQ(framework_.Run(kOld, kNext), 0);
   EXPECT_EQ(journal_, "direct;next;");
-  EXPECT_EQ(out_.str(),
-            "updating from (, 2577)  to (master, 3004) \nupdating from (master, 3004)  to (master, 3200) \n");
   journal_.clear();
   ASSERT_EQ(framework_.Run(kSide, kNext), 0);
   EXPECT_EQ(journal_, "side2;next;");
-}
-
-TEST_F(FrameworkTest, DoesNothingAtTheTarget) {
-  EXPECT_EQ(framework_.Run(kNext, kNext), 0);
-  EXPECT_EQ(out_.str(), "");
 }
 
 TEST_F(FrameworkTest, BreaksTiesByOrder) {
@@ -119,39 +113,29 @@ TEST_F(FrameworkTest, StopsAtTheUpdaterThatFails) {
   EXPECT_EQ(framework_.GetLastError(), "Error when updating from (master, 3004)  to (master, 3200) : reason");
 }
 
-TEST(UpdateGraphDeathTest, EndsTheProcessAtASelfLoop) {
-  const auto run = [] {
-    std::ostringstream out;
-    UpdaterFramework framework(out);
-    framework.AddUpdater(std::make_unique<FakeUpdater>(kOld, kOld));
-    framework.AddUpdater(std::make_unique<FakeUpdater>(kOld, kNext));
-    (void)framework.Run(kOld, kNext);
-  };
-  EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "BUG!");
+TEST_F(FrameworkTest, EndsTheProcessAtASelfLoop) {
+  Add(kOld, kOld);
+  Add(kOld, kNext);
+  EXPECT_EXIT((void)framework_.Run(kOld, kNext), ::testing::ExitedWithCode(1), "BUG!");
 }
 
 TEST(GetCurrentVersion, ReadsBranchAndNumberOfAnExistingDatabase) {
   const std::string path = ::testing::TempDir() + "/current-version-" + std::to_string(getpid());
-  const auto read = [&path](const std::string& sql, Version& version) {
-    std::remove(path.c_str());
+  const std::tuple<const char*, int, Version> cases[] = {
+      {"INSERT INTO config_table VALUES ('branch', 'hos-4.3'), ('version', '2603abc');", 0, kSide},
+      {"INSERT INTO config_table VALUES ('branch', NULL), ('version', 2577);", 0, kOld},
+      {"INSERT INTO config_table VALUES ('branch', 'master');", -1, {}},
+      {"INSERT INTO config_table VALUES ('version', 'abc');", -1, {}},
+      {"DROP TABLE config_table;", -1, {}}};
+  for (const auto& [sql, result, expected] : cases) {
+    (void)std::remove(path.c_str());  // the first case finds none
     db_util::Database db;
-    EXPECT_EQ(db_util::OpenDatabase(path, db), 0);
-    EXPECT_EQ(db_util::ExecScript(db.get(), "CREATE TABLE config_table (key, value);" + sql), 0);
-    return UpdaterFramework::GetCurrentVersion(path, version);
-  };
-  Version version;
-  EXPECT_EQ(read("INSERT INTO config_table VALUES ('branch', 'hos-4.3'), ('version', '2603abc');", version),
-            0);
-  EXPECT_EQ(version, kSide);
-  version = {};
-  EXPECT_EQ(read("INSERT INTO config_table VALUES ('branch', NULL), ('version', 2577);", version), 0);
-  EXPECT_EQ(version, kOld);
-  version = {};
-  EXPECT_EQ(read("INSERT INTO config_table VALUES ('branch', 'master');", version), -1);
-  EXPECT_EQ(read("INSERT INTO config_table VALUES ('version', 'abc');", version), -1);
-  EXPECT_EQ(read("DROP TABLE config_table;", version), -1);
-  EXPECT_EQ(UpdaterFramework::GetCurrentVersion(path + "-missing", version), -1);
-  EXPECT_EQ(version, Version());
+    ASSERT_EQ(db_util::OpenDatabase(path, db), 0);
+    ASSERT_EQ(db_util::ExecScript(db.get(), std::string("CREATE TABLE config_table (key, value);") + sql), 0);
+    Version version;
+    EXPECT_EQ(UpdaterFramework::GetCurrentVersion(path, version), result) << sql;
+    EXPECT_EQ(version, expected) << sql;
+  }
 }
 
 }  // namespace

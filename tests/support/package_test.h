@@ -1,0 +1,109 @@
+// What every test on a whole package has: a package in a folder of its own, one that it is compared with, and
+// everything that the updaters say.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "logger/recording_sink.h"
+#include "tests/support/fake_platform.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/temporary_folder.h"
+#include "updater/framework/updater_framework.h"
+
+namespace tests {
+
+inline std::string UpdaterLine(const std::string& text) { return "Strato Folder Updater(N): " + text; }
+
+class PackageTest : public ::testing::Test {
+ protected:
+  // Forgets the package and all that was said, and writes the databases of that version.
+  void StartAt(int version, const std::string& extra = "") {
+    fake_.volumes.everywhere.ext_uuid = uuid_;
+    fake_.volumes.failing_calls.clear();
+    std::filesystem::remove_all(folder_);
+    std::filesystem::create_directories(folder_);
+    sink_.Clear();
+    out_.str("");
+    WriteFixture(version, uuid_, extra, package_);
+  }
+
+  // The databases of the fixture as text. Its sync folder is that of the package under test.
+  Dumps DumpFixture(int version, const std::string& extra = "") {
+    updater::server::WorkingCopies where = PackageIn(folder_ / "expected");
+    where.sync_folder = package_.sync_folder;
+    WriteFixture(version, uuid_, extra, where);
+    return DumpPackage(where);
+  }
+
+  // The same databases; a difference is told by its lines.
+  void ExpectPackage(const Dumps& expected) const {
+    Dumps actual = DumpPackage(package_);
+    EXPECT_EQ(actual.size(), expected.size());
+    for (const auto& [name, text] : expected) EXPECT_EQ(actual[name], text) << name;
+  }
+
+  std::vector<std::unique_ptr<updater::AbstractUpdater>> Updaters() {
+    return updater::server::CreateServerUpdaters({scratch_, out_, fake_.platform()}, package_);
+  }
+  // An edge that no updater has ends the test.
+  std::unique_ptr<updater::AbstractUpdater> UpdaterOf(int from, int to) {
+    for (std::unique_ptr<updater::AbstractUpdater>& updater : Updaters()) {
+      if (updater->GetFromVersion() == VersionOf(from) && updater->GetToVersion() == VersionOf(to)) {
+        return std::move(updater);
+      }
+    }
+    throw std::logic_error("no updater for this edge");
+  }
+  int Update(int from, int to) { return UpdaterOf(from, to)->Update(); }
+
+  [[nodiscard]] std::string View(const std::string& view) const {
+    return package_.view_folder + "/" + view + "/view-db.sqlite";
+  }
+  // Where a database is, by its name in the dumps.
+  [[nodiscard]] std::string PathOf(const std::string& name) const {
+    if (name == "data") return package_.data;
+    if (name == "log") return package_.log;
+    if (name == "user") return package_.user;
+    return name == "client" ? package_.client : package_.sync_folder + "/" + name + "/view-db.sqlite";
+  }
+  // The values of those keys of the configuration of a database, in the order of the keys.
+  static std::string Config(const std::string& path, const std::string& keys) {
+    return Query(path,
+                 "SELECT key || '=' || value FROM config_table WHERE key IN (" + keys + ") ORDER BY key;");
+  }
+
+ private:
+  static updater::server::WorkingCopies PackageIn(const std::filesystem::path& folder) {
+    const std::string sync_folder = folder / "sync";
+    return {.sync_folder = sync_folder,
+            .data = sync_folder + "/data.sqlite",
+            .log = sync_folder + "/log.sqlite",
+            .user = sync_folder + "/user.sqlite",
+            .client = folder / "client.sqlite",
+            .view_folder = sync_folder + "/view",
+            .file_folder = sync_folder + "/file"};
+  }
+
+  const TemporaryFolder temporary_;
+
+ protected:
+  // A folder name that no statement or log format may stumble over; that of the volume is no better.
+  const std::filesystem::path folder_ = temporary_ / "it's 100%s %Q";
+  updater::server::WorkingCopies package_ = PackageIn(folder_ / "package");
+  std::string scratch_ = folder_ / "scratch.sqlite3";
+  std::string uuid_ = "u'%s";
+  FakePlatform fake_;
+  std::ostringstream out_;
+  logger::RecordingSink sink_;
+  logger::ScopedSink scope_{sink_};
+};
+
+}  // namespace tests

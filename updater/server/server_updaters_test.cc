@@ -1,0 +1,260 @@
+// Leftovers, awkward content and failures of single updaters. What a whole database of one version looks like
+// in the next is compared elsewhere.
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "tests/support/package_test.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using tests::Query;
+using tests::RunSql;
+using tests::UpdaterLine;
+
+class ServerUpdatersTest : public tests::PackageTest {
+ protected:
+  void ExpectFailure(int from, int to, const std::vector<std::string>& texts) {
+    sink_.Clear();
+    EXPECT_EQ(Update(from, to), -1);
+    for (const std::string& text : texts) EXPECT_THAT(sink_.Texts(), ::testing::Contains(UpdaterLine(text)));
+  }
+  [[nodiscard]] std::string Sync(const std::string& name) const { return package_.sync_folder + "/" + name; }
+};
+
+TEST_F(ServerUpdatersTest, OneDatabaseWithoutABranchMakesAllBranchesEmpty) {
+  StartAt(2577);
+  RunSql(package_.client, "INSERT INTO config_table (key, value) VALUES ('branch', 'master');");
+  EXPECT_EQ(Update(2577, 3004), 0);
+}
+
+TEST_F(ServerUpdatersTest, MarkersAreNotWrittenThroughALinkOrIntoAPipe) {
+  StartAt(2577);
+  std::ofstream(Sync("precious")) << "text";
+  fs::create_symlink(Sync("precious"), Sync("delta/.0"));
+  EXPECT_EQ(Update(2577, 3004), -1);
+  EXPECT_EQ(fs::file_size(Sync("precious")), 4U);
+  fs::remove(Sync("delta/.0"));
+  ASSERT_EQ(mkfifo(Sync("delta/.0").c_str(), 0600), 0);
+  EXPECT_EQ(Update(2577, 3004), -1) << "and does not wait for a reader";
+}
+
+TEST_F(ServerUpdatersTest, NewFilesAndFoldersBelongToTheOwnerOfTheOldOnes) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root gives files away";
+  StartAt(3004);
+  for (const std::string& path : {package_.sync_folder, Sync("rm"), package_.data}) {
+    ASSERT_EQ(chown(path.c_str(), 1234, 1235), 0);
+  }
+  ASSERT_EQ(chmod(package_.data.c_str(), 0600), 0);
+  for (const auto& [from, to] : {std::pair(3004, 3200), {3200, 3300}, {3300, 3400}}) {
+    ASSERT_EQ(Update(from, to), 0);
+  }
+  const std::string file_db = package_.file_folder + "/" + uuid_ + "/file-db.sqlite";
+  for (const std::string& path : {package_.data, package_.log, View("1"), file_db, Sync("node_delta"),
+                                  Sync("view/1"), Sync("view/1/sign/.0"), Sync("rm/file")}) {
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(std::pair(status.st_uid, status.st_gid), std::pair(uid_t{1234}, gid_t{1235})) << path;
+    if (path.ends_with(".sqlite")) {
+      EXPECT_EQ(status.st_mode & 0777U, 0600U) << path;
+    }
+  }
+}
+
+TEST_F(ServerUpdatersTest, To3200KeepsSettingsAndFoldersThatAreThere) {
+  StartAt(3004);
+  RunSql(package_.data, "INSERT INTO config_table (key, value) VALUES ('log_del_cnt', '500');");
+  fs::create_directory(Sync("node_delta"));
+  for (const char* name : {"node_delta/.0", "node_delta/7"}) std::ofstream(Sync(name)) << "delta";
+  ASSERT_EQ(Update(3004, 3200), 0);
+  EXPECT_EQ(fs::file_size(Sync("node_delta/.0")), 0U);
+  EXPECT_EQ(fs::file_size(Sync("node_delta/7")), 5U);
+  EXPECT_EQ(Config(package_.data, "'log_del_cnt','log_del_span'"), "log_del_cnt=500 log_del_span=2592000 ");
+}
+
+// The middle step commits on its own; the last one rolls back.
+TEST_F(ServerUpdatersTest, To3200KeepsTheLogAndProfilesWhenTheRebuildFails) {
+  StartAt(3004);
+  RunSql(package_.data, "UPDATE version_table SET sync_id = 12 WHERE ver_id = 2;");
+  // Two versions for one node.
+  ExpectFailure(3004, 3200, {"UpdateDatabases: UpdateRedundantNodeTable failed\n"});
+  EXPECT_EQ(Query(package_.data, "SELECT count(*) FROM log_table;"), "0 ");
+  EXPECT_EQ(Query(package_.user, "SELECT count(*) FROM profile_apply_table;"), "0 ");
+  EXPECT_EQ(Query(package_.data, "SELECT name FROM sqlite_master WHERE name = 'new_node_table';"), "");
+  EXPECT_EQ(Query(package_.data, "SELECT name FROM pragma_table_info('node_table') WHERE name = 'v_mode';"),
+            "");
+  EXPECT_EQ(Config(package_.data, "'version','node_delta_file_id'"), "node_delta_file_id=1 version=3004 ");
+  RunSql(package_.data, "UPDATE version_table SET sync_id = 2 WHERE ver_id = 2;");
+  EXPECT_EQ(Update(3004, 3200), 0) << "what is there already is no failure";
+}
+
+TEST_F(ServerUpdatersTest, TablesAreRebuiltUnderTriggersAndViewsThatNameThem) {
+  StartAt(3004);
+  RunSql(package_.data,
+         "CREATE TRIGGER t AFTER DELETE ON version_table BEGIN "
+         "UPDATE node_table SET ver_cnt = 99 WHERE node_id = OLD.node_id; END;"
+         "CREATE VIEW names AS SELECT name FROM node_table;");
+  ASSERT_EQ(Update(3004, 3200), 0);
+  RunSql(package_.data, "DELETE FROM version_table WHERE node_id = 8;");
+  EXPECT_EQ(Query(package_.data, "SELECT name FROM node_table JOIN names USING (name) WHERE ver_cnt = 99;"),
+            "a;b-- ");
+  StartAt(3400, "activity");
+  RunSql(package_.user, "CREATE TRIGGER t AFTER DELETE ON user_table BEGIN DELETE FROM profile_table; END;");
+  ASSERT_EQ(Update(3400, 3450), 0);
+  RunSql(package_.user, "DELETE FROM user_table;");
+  EXPECT_EQ(Query(package_.user, "SELECT name FROM profile_table;"), "");
+}
+
+TEST_F(ServerUpdatersTest, To3300OverwritesALeftoverLogDatabaseAndASettingThatIsMissingBecomesNull) {
+  StartAt(3200);
+  RunSql(package_.data, "DELETE FROM config_table WHERE key = 'log_del_span';");
+  RunSql(package_.log,
+         "CREATE TABLE config_table (key PRIMARY KEY ON CONFLICT REPLACE, value);"
+         "INSERT INTO config_table VALUES ('version', 'old');",
+         db_util::OpenMode::kCreate);
+  ASSERT_EQ(Update(3200, 3300), 0);
+  EXPECT_EQ(Query(package_.log, "SELECT value IS NULL FROM config_table WHERE key = 'log_del_span';"), "1 ");
+  EXPECT_EQ(Config(package_.log, "'version'"), "version=3300 ");
+}
+
+TEST_F(ServerUpdatersTest, To3300MaintainsTheDataDatabaseAlsoAfterAFailedRunAndOnlyLogsThatItCould) {
+  const std::string fill =
+      "CREATE TABLE filler (a); INSERT INTO filler VALUES (zeroblob(1000000)); DELETE FROM filler;";
+  for (const char* obstacle : {"", "ALTER TABLE log_table RENAME TO kept;"}) {
+    StartAt(3200);
+    RunSql(package_.data, fill + obstacle);
+    EXPECT_EQ(Update(3200, 3300), *obstacle == '\0' ? 0 : -1);
+    EXPECT_EQ(Query(package_.data, "PRAGMA freelist_count;"), "0 ");
+    EXPECT_EQ(Query(package_.data, "SELECT count(*) > 0 FROM sqlite_stat1;"), "1 ");
+  }
+  StartAt(3200);
+  // Nobody but ANALYZE looks into this table.
+  RunSql(
+      package_.data,
+      "CREATE TABLE broken (a, b); CREATE INDEX broken_index ON broken (a); INSERT INTO broken VALUES (1, 2);"
+      "PRAGMA writable_schema = ON; UPDATE sqlite_master SET rootpage = 1 WHERE name = 'broken_index';");
+  EXPECT_EQ(Update(3200, 3300), 0);
+  EXPECT_EQ(sink_.Texts(), (std::vector<std::string>{
+                               "StratoFolder Updater: sqlite3_exec: database disk image is malformed (11)"}));
+  fs::remove(package_.data);
+  fs::create_directory(package_.data);
+  EXPECT_EQ(Update(3200, 3300), -1);
+  EXPECT_EQ(sink_.Texts().back(),
+            UpdaterLine("failed to initialize database connection (" + package_.data + ")"));
+}
+
+TEST_F(ServerUpdatersTest, WithoutUsersThereAreNoViewsAndTheSharedRotationComesFromTheSettings) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"", "8 "}, {"UPDATE config_table SET value = '1' WHERE key = 'remove_repo';", "0 "}, {"own", "12 "}};
+  for (const auto& [settings, rotation] : cases) {
+    StartAt(3300);
+    RunSql(package_.user, "DELETE FROM user_table;");
+    ASSERT_EQ(Update(3300, 3400), 0);
+    EXPECT_TRUE(fs::is_empty(package_.view_folder));
+    EXPECT_EQ(Config(package_.user, "'view_id'"), "view_id=1 ");
+    ASSERT_EQ(Update(3400, 3450), 0);
+    if (settings == "own") {
+      RunSql(package_.user, "INSERT INTO customized_rotate_cnt_table VALUES (0, 12);");
+    } else {
+      RunSql(package_.data, settings);
+    }
+    ASSERT_EQ(Update(3450, 4000), 0);
+    EXPECT_EQ(Query(package_.user, "SELECT rotate_cnt FROM rotate_setting_table;"), rotation);
+  }
+}
+
+TEST_F(ServerUpdatersTest, AViewThatTwoUsersHaveEndsTheSplitAndLeavesTheFirstOne) {
+  StartAt(3300);
+  RunSql(package_.user, "UPDATE user_table SET view_id = 5 WHERE id = 2;");
+  ExpectFailure(3300, 3400,
+                {"CreateViewDB: initialize view db failed\n", "Failed to create new view db for view 5\n"});
+  EXPECT_TRUE(fs::exists(View("5")) && !fs::exists(View("1")));
+  EXPECT_EQ(Config(package_.data, "'version','file_id'"), "file_id=9 version=3300 ");
+}
+
+TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation) {
+  StartAt(3400, "shared-rotation");
+  for (const char* name : {"abc", "1abc"}) fs::copy(Sync("view/1"), Sync("view/") + name);
+  ASSERT_EQ(Update(3400, 3450), 0);
+  for (const char* name : {"abc", "1abc"}) {
+    EXPECT_EQ(Config(View(name), "'rotate_cnt','remove_repo','version'"),
+              "remove_repo=0 rotate_cnt=8 version=3450 ");
+  }
+}
+
+// The views are visited in the order 5, 4294967297, 1, 17; the last is no user's.
+TEST_F(ServerUpdatersTest, TheLastUserViewDecidesTheSharedRotation) {
+  StartAt(3450);
+  RunSql(View("5"), "UPDATE config_table SET value = '3' WHERE key = 'rotate_cnt';");
+  RunSql(View("17"), "UPDATE config_table SET value = '7' WHERE key = 'rotate_cnt';");
+  RunSql(View("1"), "UPDATE config_table SET value = '1' WHERE key = 'remove_repo';");
+  fake_.app_privilege.refused = {"O'Brien"};
+  ASSERT_EQ(Update(3450, 4000), 0) << "a refusal is no failure";
+  EXPECT_EQ(Query(package_.user, "SELECT view_id || '-' || rotate_cnt FROM rotate_setting_table;"),
+            "0-0 17-7 ");
+}
+
+TEST_F(ServerUpdatersTest, RotationPolicyComesFromTheRowOfTheViewUnlessThereIsOne) {
+  StartAt(4000);
+  RunSql(package_.user, "UPDATE rotate_setting_table SET rotate_policy = 'smart' WHERE view_id = 17;");
+  RunSql(View("5"), "INSERT INTO config_table VALUES ('rotate_policy', 'kept');");
+  ASSERT_EQ(Update(4000, 4060), 0);
+  EXPECT_EQ(Config(View("17"), "'rotate_policy'") + Config(View("5"), "'rotate_policy'"),
+            "rotate_policy=smart rotate_policy=kept ");
+}
+
+TEST_F(ServerUpdatersTest, EarlyFailuresAreNamed) {
+  StartAt(2577);
+  fs::remove(package_.client);
+  fs::create_directory(package_.client);
+  ExpectFailure(2577, 3004, {"failed to attach database\n", "failed to connect to databases\n"});
+  StartAt(3004);
+  fs::create_directories(Sync("node_delta/.0"));
+  ExpectFailure(3004, 3200, {"failed to create empty file node_delta/.0\n"});
+  StartAt(3300);
+  fake_.volumes.failing_calls = {"GetExtUuid"};
+  ExpectFailure(3300, 3400, {"Cannot get home volume uuid (" + package_.sync_folder + ")\n"});
+}
+
+TEST_F(ServerUpdatersTest, LaterFailuresAreNamed) {
+  StartAt(3400);
+  fs::remove_all(package_.view_folder);
+  ExpectFailure(3400, 3450, {"Failed to get views in " + package_.view_folder + " to update rotate count\n"});
+  RunSql(package_.user, "DROP TABLE customized_rotate_cnt_table;");
+  ExpectFailure(
+      3400, 3450,
+      {"sqlite3_prepare_v2(1), sql = SELECT view_id, rotate_cnt FROM user_db.customized_rotate_cnt_table; \n",
+       "Failed to EnumCustomizedRotateTable\n"});
+  StartAt(3450);
+  fake_.volumes.failing_calls = {"GetFileSystemType"};
+  ExpectFailure(3450, 4000,
+                {"Failed to check btrfs volume '" + package_.sync_folder + "'\n",
+                 "Fail to get btrfs uuid history\n", "failed to update for btrfs uuid\n"});
+  StartAt(4000);
+  fs::remove_all(Sync("view/5"));
+  std::string quoted = View("5");
+  quoted.replace(quoted.find('\''), 1, "''");
+  ExpectFailure(
+      4000, 4060,
+      {"sqlite3_exec(ATTACH DATABASE '" + quoted +
+           "' AS view_db;INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES \t('rotate_policy', "
+           "\t(SELECT rotate_policy FROM user_db.rotate_setting_table WHERE view_id = 0));DETACH DATABASE "
+           "view_db;): unable to open database: " +
+           View("5") + " (14)\n",
+       "Failed to update rotate_cnt for view 5\n", "Failed to update rotate count for view 5\n"});
+  RunSql(package_.user, "ALTER TABLE user_table DROP COLUMN user_type;");
+  ExpectFailure(4000, 4060, {"failed to get user type of view 5\n"});
+}
+
+// The message for the file folder names the view folder.
+TEST_F(ServerUpdatersTest, UnlistedFileFolderIsReportedAsTheViewFolder) {
+  StartAt(3400);
+  fs::remove_all(package_.file_folder);
+  ExpectFailure(3400, 3450,
+                {"Failed to get files in folder " + package_.view_folder + "\n",
+                 "failed to update database versions\n"});
+  EXPECT_EQ(Config(package_.data, "'version'"), "version=3400 ");
+}
+
+}  // namespace
