@@ -137,28 +137,21 @@ TEST_F(ServerUpdatersTest, To3300MaintainsTheDataDatabaseAlsoAfterAFailedRunAndO
   EXPECT_EQ(Update(3200, 3300), 0);
   EXPECT_EQ(sink_.Texts(), (std::vector<std::string>{
                                "StratoFolder Updater: sqlite3_exec: database disk image is malformed (11)"}));
-  fs::remove(package_.data);
-  fs::create_directory(package_.data);
-  EXPECT_EQ(Update(3200, 3300), -1);
-  EXPECT_EQ(sink_.Texts().back(),
-            UpdaterLine("failed to initialize database connection (" + package_.data + ")"));
 }
 
 TEST_F(ServerUpdatersTest, WithoutUsersThereAreNoViewsAndTheSharedRotationComesFromTheSettings) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"", "8 "}, {"UPDATE config_table SET value = '1' WHERE key = 'remove_repo';", "0 "}, {"own", "12 "}};
-  for (const auto& [settings, rotation] : cases) {
+  const std::tuple<std::string, const char*, const char*> cases[] = {
+      {package_.data, "SELECT 1;", "8 "},
+      {package_.data, "UPDATE config_table SET value = '1' WHERE key = 'remove_repo';", "0 "},
+      {package_.user, "INSERT INTO customized_rotate_cnt_table VALUES (0, 12);", "12 "}};
+  for (const auto& [database, settings, rotation] : cases) {
     StartAt(3300);
     RunSql(package_.user, "DELETE FROM user_table;");
     ASSERT_EQ(Update(3300, 3400), 0);
     EXPECT_TRUE(fs::is_empty(package_.view_folder));
     EXPECT_EQ(Config(package_.user, "'view_id'"), "view_id=1 ");
     ASSERT_EQ(Update(3400, 3450), 0);
-    if (settings == "own") {
-      RunSql(package_.user, "INSERT INTO customized_rotate_cnt_table VALUES (0, 12);");
-    } else {
-      RunSql(package_.data, settings);
-    }
+    RunSql(database, settings);
     ASSERT_EQ(Update(3450, 4000), 0);
     EXPECT_EQ(Query(package_.user, "SELECT rotate_cnt FROM rotate_setting_table;"), rotation);
   }
@@ -204,20 +197,10 @@ TEST_F(ServerUpdatersTest, RotationPolicyComesFromTheRowOfTheViewUnlessThereIsOn
             "rotate_policy=smart rotate_policy=kept ");
 }
 
-TEST_F(ServerUpdatersTest, EarlyFailuresAreNamed) {
-  StartAt(2577);
-  fs::remove(package_.client);
-  fs::create_directory(package_.client);
-  ExpectFailure(2577, 3004, {"failed to attach database\n", "failed to connect to databases\n"});
-  StartAt(3004);
-  fs::create_directories(Sync("node_delta/.0"));
-  ExpectFailure(3004, 3200, {"failed to create empty file node_delta/.0\n"});
+TEST_F(ServerUpdatersTest, FailuresAreNamed) {
   StartAt(3300);
   fake_.volumes.failing_calls = {"GetExtUuid"};
   ExpectFailure(3300, 3400, {"Cannot get home volume uuid (" + package_.sync_folder + ")\n"});
-}
-
-TEST_F(ServerUpdatersTest, LaterFailuresAreNamed) {
   StartAt(3400);
   fs::remove_all(package_.view_folder);
   ExpectFailure(3400, 3450, {"Failed to get views in " + package_.view_folder + " to update rotate count\n"});
