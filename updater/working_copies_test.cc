@@ -115,14 +115,6 @@ TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
   EXPECT_FALSE(fs::exists(paths_.view_copy));
 }
 
-TEST_F(WorkingCopiesTest, MissingLiveFoldersGetTheWholeCopies) {
-  Make(paths_.view_copy + "/9/sign/.0", "new");
-  EXPECT_EQ(RestoreViewFolder(paths_.view_copy, paths_.view_folder), 0);
-  Make(paths_.file_copy + "/uuid/file-db.sqlite", "new");
-  EXPECT_EQ(RestoreFileFolder(paths_.file_copy, paths_.file_folder), 0);
-  EXPECT_THAT(Files(paths_.sync_folder), ElementsAre("file/uuid/file-db.sqlite=new", "view/9/sign/.0=new"));
-}
-
 TEST_F(WorkingCopiesTest, RestoresThatFailAreNamedAndLoseNothing) {
   const std::string view = paths_.view_folder;
   const std::string view_copy = paths_.view_copy;

@@ -50,12 +50,10 @@ class PackageTest : public ::testing::Test {
     for (const auto& [name, text] : expected) EXPECT_EQ(actual[name], text) << name;
   }
 
-  std::vector<std::unique_ptr<updater::AbstractUpdater>> Updaters() {
-    return updater::server::CreateServerUpdaters({scratch_, out_, fake_.platform()}, package_);
-  }
   // An edge that no updater has ends the test.
   std::unique_ptr<updater::AbstractUpdater> UpdaterOf(int from, int to) {
-    for (std::unique_ptr<updater::AbstractUpdater>& updater : Updaters()) {
+    const updater::UpdaterContext context = {scratch_, out_, fake_.platform()};
+    for (auto& updater : updater::server::CreateServerUpdaters(context, package_)) {
       if (updater->GetFromVersion() == VersionOf(from) && updater->GetToVersion() == VersionOf(to)) {
         return std::move(updater);
       }

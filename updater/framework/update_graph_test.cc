@@ -62,13 +62,6 @@ class FrameworkTest : public ::testing::Test {
   UpdaterFramework framework_{out_};
 };
 
-TEST(Version, ComparesNumbersFirstAndPrintsATrailingBlank) {
-  EXPECT_LT((Version{"z", 1}), (Version{"a", 2}));
-  EXPECT_LT((Version{"", 2}), (Version{"a", 2}));
-  EXPECT_NE((Version{"hos-4.3", 3004}), kJoined);
-  EXPECT_EQ(ToString(Version()), "(, -1) ");
-}
-
 TEST_F(FrameworkTest, TakesTheDirectWayAndTheSideBranchOnlyFromIt) {
   AddRegisteredStart();
   EXPECT_EQ(framework_.Run(kNext, kNext), 0);

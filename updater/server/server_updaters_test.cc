@@ -157,15 +157,6 @@ TEST_F(ServerUpdatersTest, WithoutUsersThereAreNoViewsAndTheSharedRotationComesF
   }
 }
 
-TEST_F(ServerUpdatersTest, AViewThatTwoUsersHaveEndsTheSplitAndLeavesTheFirstOne) {
-  StartAt(3300);
-  RunSql(package_.user, "UPDATE user_table SET view_id = 5 WHERE id = 2;");
-  ExpectFailure(3300, 3400,
-                {"CreateViewDB: initialize view db failed\n", "Failed to create new view db for view 5\n"});
-  EXPECT_TRUE(fs::exists(View("5")) && !fs::exists(View("1")));
-  EXPECT_EQ(Config(package_.data, "'version','file_id'"), "file_id=9 version=3300 ");
-}
-
 TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation) {
   StartAt(3400, "shared-rotation");
   for (const char* name : {"abc", "1abc"}) fs::copy(Sync("view/1"), Sync("view/") + name);
@@ -198,6 +189,9 @@ TEST_F(ServerUpdatersTest, RotationPolicyComesFromTheRowOfTheViewUnlessThereIsOn
 }
 
 TEST_F(ServerUpdatersTest, FailuresAreNamed) {
+  StartAt(2577);
+  RunSql(package_.client, "DELETE FROM config_table;");
+  ExpectFailure(2577, 3004, {"failed to get database versions\n"});
   StartAt(3300);
   fake_.volumes.failing_calls = {"GetExtUuid"};
   ExpectFailure(3300, 3400, {"Cannot get home volume uuid (" + package_.sync_folder + ")\n"});
