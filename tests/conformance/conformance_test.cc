@@ -156,6 +156,15 @@ TEST_F(UpdaterTest, EndsAtAnObstacleWithItsTransactionUndone) {
   }
 }
 
+TEST_F(UpdaterTest, SaysThatADatabaseCannotBeAttached) {
+  StartAt(4000);
+  package_.client = folder_ / "none" / "client.sqlite";
+  EXPECT_EQ(Update(4000, 4060), -1);
+  EXPECT_EQ(sink_.Count(UpdaterLine("failed to attach database\n")), 1);
+  EXPECT_EQ(sink_.Count(UpdaterLine("failed to connect to databases\n")), 1);
+  EXPECT_FALSE(std::filesystem::exists(scratch_));
+}
+
 TEST_F(UpdaterTest, LeavesAViewAsItWasWhenTheRenamingOfItsUuidFails) {
   uuid_ = "03020100-0504-0706-0809-0a0b0c0d0e0f";  // the old form
   StartAt(3450, "activity");

@@ -263,6 +263,8 @@ class Opening(CheckTest):
                 "Failed to enumerate users\n")),
             "link": dict(prepare=lambda: os.symlink(victim, LOCK), **failed_opening(
                 "UserManager::Initialize: open: Too many levels of symbolic links\n")),
+            "pipe": dict(prepare=lambda: os.mkfifo(LOCK), **failed_opening(
+                "UserManager::Initialize: open: Invalid argument\n")),
         })
         self.assertFalse(os.path.lexists(victim))
 
