@@ -52,28 +52,6 @@ int LogVersionQueryFailure(const char* query, const std::string& message, int co
   return -1;
 }
 
-// The statement that sets the version number, or the branch, of one database.
-int AppendVersionStatement(std::string& script, const char* schema, int number) {
-  std::string statement;
-  if (!db_util::FormatSql(statement, "UPDATE %s.config_table SET value = %d WHERE key = 'version';", schema,
-                          number)) {
-    return -1;
-  }
-  script += statement;
-  return 0;
-}
-
-int AppendBranchStatement(std::string& script, const char* schema, const std::string& branch) {
-  std::string statement;
-  if (!db_util::FormatSql(statement,
-                          "INSERT OR REPLACE INTO %s.config_table (key, value) VALUES ('branch', %Q); ",
-                          schema, branch)) {
-    return -1;
-  }
-  script += statement;
-  return 0;
-}
-
 // The databases whose version is written, in the order of the version script.
 std::vector<const char*> VersionedSchemas(VersionScope scope) {
   std::vector<const char*> schemas = {"data_db", "user_db", "client_db"};
@@ -202,10 +180,10 @@ int ServerUpdater::UpdateDatabaseVersions() {
   std::string script = "BEGIN TRANSACTION; ";
   const std::vector<const char*> schemas = VersionedSchemas(edge_.scope);
   for (const char* schema : schemas) {
-    if (AppendVersionStatement(script, schema, edge_.to.number) < 0) return -1;
+    if (!AppendNumberStatement(script, schema, edge_.to)) return -1;
   }
   for (const char* schema : schemas) {
-    if (AppendBranchStatement(script, schema, edge_.to.branch) < 0) return -1;
+    if (!AppendBranchStatement(script, schema, edge_.to)) return -1;
   }
   script += "END TRANSACTION;";
   const int result = db_util::ExecScript(db(), script);

@@ -21,16 +21,30 @@ bool FormatAttach(std::string& out, const char* schema, const std::string& path)
 }
 
 int WriteOneVersion(sqlite3* db, const char* schema, const std::string& path, const Version& version) {
-  std::string body;
-  return db_util::FormatSql(body,
-                            " UPDATE %s.config_table SET value = %d WHERE key = 'version';"
-                            "INSERT OR REPLACE INTO %s.config_table (key, value) VALUES ('branch', %Q); ",
-                            schema, version.number, schema, version.branch)
-             ? ExecAttached(db, schema, path, body)
-             : -1;
+  std::string body = " ";
+  const bool made =
+      AppendNumberStatement(body, schema, version) && AppendBranchStatement(body, schema, version);
+  return made ? ExecAttached(db, schema, path, body) : -1;
 }
 
 }  // namespace
+
+bool AppendNumberStatement(std::string& script, const char* schema, const Version& version) {
+  std::string statement;
+  const bool formatted = db_util::FormatSql(
+      statement, "UPDATE %s.config_table SET value = %d WHERE key = 'version';", schema, version.number);
+  script += statement;  // empty if it could not be made
+  return formatted;
+}
+
+bool AppendBranchStatement(std::string& script, const char* schema, const Version& version) {
+  std::string statement;
+  const bool formatted = db_util::FormatSql(
+      statement, "INSERT OR REPLACE INTO %s.config_table (key, value) VALUES ('branch', %Q); ", schema,
+      version.branch);
+  script += statement;  // empty if it could not be made
+  return formatted;
+}
 
 FolderDatabases::FolderDatabases(std::string view_folder, std::string file_folder)
     : view_folder_(std::move(view_folder)), file_folder_(std::move(file_folder)) {}

@@ -43,6 +43,11 @@ class FolderDatabases {
   std::vector<std::string> file_names_;
 };
 
+// Add the statement that sets the version number, or the branch, of one attached database to a script. False
+// when SQLite could not make the text; the script is then as it was.
+[[nodiscard]] bool AppendNumberStatement(std::string& script, const char* schema, const Version& version);
+[[nodiscard]] bool AppendBranchStatement(std::string& script, const char* schema, const Version& version);
+
 // "SELECT view_id FROM user_table;" on the connection, in result order. Returns 0 or -1 after logging the
 // failure of the query; the caller adds its own line.
 [[nodiscard]] int ReadViewIds(sqlite3* db, std::vector<ViewId>& views);
