@@ -26,6 +26,12 @@ std::string ColumnText(sqlite3_stmt* statement, int column) {
   return text == nullptr ? std::string() : static_cast<const char*>(text);
 }
 
+bool ReadWholeText(sqlite3_stmt* statement, int column, std::string& text) {
+  if (sqlite3_column_type(statement, column) != SQLITE_TEXT) return false;
+  text = ColumnText(statement, column);
+  return text.size() == static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+}
+
 QueryResult QueryInt(sqlite3* db, const std::string& sql, int& out) {
   return ForEachRow(db, sql, [&out](sqlite3_stmt* statement) {
     out = sqlite3_column_int(statement, 0);
