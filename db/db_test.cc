@@ -124,6 +124,10 @@ TEST_F(DbTest, DeletingAViewFollowsNoLinks) {
   EXPECT_EQ(view_->DeleteRecordWithUuid("U"), -1) << "closed before its folder went";
   EXPECT_TRUE(fs::is_empty(folder_ / "view"));
   EXPECT_TRUE(fs::exists(precious));
+  fs::remove(folder_ / "view");
+  folder_.Write("view", "no folder");
+  EXPECT_EQ(Manager::DeleteView(9), -1);
+  EXPECT_TRUE(sink_.Texts().back().ends_with("view/9): cannot be deleted: Not a directory\n"));
 }
 
 }  // namespace

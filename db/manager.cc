@@ -1,6 +1,7 @@
 #include "db/manager.h"
 
 #include <cerrno>
+#include <cstring>
 #include <map>
 
 #include "db-util/query.h"
@@ -66,7 +67,17 @@ int Manager::EnumVolumeTable(std::map<std::string, std::string>& volumes) {
   std::map<std::string, std::string> found;
   const db_util::QueryResult result = db_util::ForEachRow(
       GetState().data.get(), "SELECT uuid, repo_path FROM volume_table;", [&found](sqlite3_stmt* row) {
-        found.insert_or_assign(db_util::ColumnText(row, 0), db_util::ColumnText(row, 1));
+        std::string uuid;
+        std::string path;
+        const bool has_uuid = sqlite3_column_type(row, 0) != SQLITE_NULL;
+        if ((has_uuid && !db_util::ReadWholeText(row, 0, uuid)) || !db_util::ReadWholeText(row, 1, path)) {
+          logger::ComponentLog(
+              kComponent, logger::Level::kWarning,
+              "EnumVolumeTable: the row of uuid '%s' and path '%s' is damaged and left alone\n",
+              db_util::ColumnText(row, 0), db_util::ColumnText(row, 1));
+          return true;
+        }
+        found.insert_or_assign(std::move(uuid), std::move(path));
         return true;
       });
   if (!result.ok()) return Fail("EnumVolumeTable", result.message, result.code);
@@ -77,7 +88,11 @@ int Manager::EnumVolumeTable(std::map<std::string, std::string>& volumes) {
 int Manager::DeleteUuidFromVolumeTable(const std::string& uuid) {
   if (!GetState().data) return -1;
   std::string statement;
-  if (!db_util::FormatSql(statement, "DELETE FROM volume_table WHERE uuid = %Q;", uuid)) return -1;
+  const bool formatted =
+      uuid.empty()
+          ? db_util::FormatSql(statement, "DELETE FROM volume_table WHERE uuid = '' OR uuid IS NULL;")
+          : db_util::FormatSql(statement, "DELETE FROM volume_table WHERE uuid = %Q;", uuid);
+  if (!formatted) return -1;
   std::string error;
   const int code = db_util::Execute(GetState().data.get(), statement, error);
   return code == SQLITE_OK ? 0 : Fail("DeleteUuidFromVolumeTable", error, code);
@@ -97,9 +112,12 @@ int Manager::DeleteView(ViewId view_id) {
   if (!GetState().data) return -1;
   CloseView(view_id);
   const std::string folder = ViewFolder(view_id);
-  if (file_op::FSRemoveTree(folder, 0) == 0) return 0;
-  const int error = errno;
-  return Fail("DeleteView", "cannot remove " + folder, error);
+  std::string outcome = file_op::FSExists(folder) ? "deleted" : "it was not there";
+  const int result = file_op::FSRemoveTree(folder, 0);
+  if (result < 0) outcome = std::string("cannot be deleted: ") + std::strerror(errno);
+  logger::ComponentLog(kComponent, logger::Level::kWarning, "DeleteView: view %llu (%s): %s\n", view_id,
+                       folder, outcome);
+  return result;
 }
 
 }  // namespace db

@@ -26,7 +26,8 @@ class ViewDBInterface {
   // Removes everything that lies on the volume `uuid`, in one transaction: versions stored there; nodes whose
   // current file is there, with their other versions and their places in the tree; queued removals. Deltas
   // and mac attributes of other rows that point there are cleared, and version counts follow. Rows of other
-  // volumes stay as they are. A uuid that nothing refers to is success.
+  // volumes stay as they are. A uuid that nothing refers to is success; an empty one never refers to
+  // anything, least of all to rows without a uuid.
   [[nodiscard]] virtual int DeleteRecordWithUuid(const std::string& uuid) = 0;
 };
 
@@ -43,10 +44,13 @@ class Manager {
   // from then on. `flag` has no meaning to this implementation; callers pass false. Safe when not open.
   static void Destroy(bool flag);
 
-  // The volume table: uuid → path of the sync folder on that volume. `volumes` is replaced on success only.
+  // The volume table: uuid → path of the sync folder on that volume. A uuid that is NULL reads as empty. Rows
+  // with a uuid or a path that is no text or holds a NUL are left out, with a warning: cut short, they could
+  // name another volume. `volumes` is replaced on success only.
   [[nodiscard]] static int EnumVolumeTable(std::map<std::string, std::string>& volumes);
 
-  // Removes one row of the volume table; success also when there is none.
+  // Removes one row of the volume table, or every row without a uuid (NULL too) when it is empty; success
+  // also when there is none.
   [[nodiscard]] static int DeleteUuidFromVolumeTable(const std::string& uuid);
 
   // Opens the database of one view. It is not created: a missing file, or one that is not a view database of
@@ -55,7 +59,7 @@ class Manager {
   [[nodiscard]] static int GetViewDB(ViewId view_id, std::shared_ptr<ViewDBInterface>& view_db);
 
   // Closes the view's database and removes its folder with everything in it; links are removed, not followed.
-  // A folder that does not exist is success.
+  // A folder that does not exist is success. One line at level warning tells the result, whatever it is.
   [[nodiscard]] static int DeleteView(ViewId view_id);
 };
 

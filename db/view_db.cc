@@ -83,6 +83,7 @@ std::shared_ptr<SqliteViewDb> SqliteViewDb::Open(const std::string& path) {
 
 int SqliteViewDb::DeleteRecordWithUuid(const std::string& uuid) {
   if (!db_) return -1;
+  if (uuid.empty()) return 0;  // rows and attributes without a uuid lie on no volume
   std::string script;
   if (!db_util::FormatSql(script, "INSERT INTO temp.gone_volume VALUES (%Q);", uuid)) return -1;
   std::string error;
