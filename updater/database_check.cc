@@ -40,6 +40,7 @@ int RemoveVolume(const std::string& uuid) {
     return -1;
   }
   for (const user_mgr::UserRecord& user : users) {
+    if (user.damage == user_mgr::Damage::kViewId) continue;  // names no view; the self-check has told
     if (RemoveFromView(user.view_id, uuid) < 0) return -1;
   }
   if (db::Manager::DeleteUuidFromVolumeTable(uuid) < 0) {
@@ -80,7 +81,7 @@ int DatabaseCheck::CheckUsers(const RunPaths& paths) {
     return -1;
   }
   for (const user_mgr::ViewId view_id : gone_views) {
-    (void)db::Manager::DeleteView(view_id);  // logged; a folder that stays does no harm
+    (void)db::Manager::DeleteView(view_id);  // its result is logged; a folder that stays does no harm
   }
   return 0;
 }

@@ -20,13 +20,10 @@ int RemoveUserNoTransaction(const std::string& name) {
 }
 
 int RemoveUserOf(const UserRecord& user, CheckRun& run) {
-  // By name it could only remove somebody else; the row stays, and so must the view that it refers to.
-  if (!user.has_name) return 0;
   if (RemoveUserNoTransaction(user.name) < 0) {
     return Checked(-1, "UserManager::CheckNormalUser fail to RemoveUserNoTransaction %s\n", user.name);
   }
-  run.removed_views.push_back(user.view_id);
-  return 0;
+  return run.NoteRemoval(user, "there is no such account");
 }
 
 int RemoveSessionsOfUser(const std::string& name) {

@@ -13,18 +13,22 @@ bool IsReplica(const platform::Share& share) {
          });
 }
 
-// kFound: the user stays; kNotFound: its share cannot be synchronised (any more); kFailed after logging.
-platform::Lookup FindShare(const UserRecord& user, CheckRun& run, platform::Share& share) {
+// kFound: the user stays; kNotFound: its share cannot be synchronised (any more), with the reason in `why`;
+// kFailed after logging.
+platform::Lookup FindShare(const UserRecord& user, CheckRun& run, platform::Share& share, const char*& why) {
   const platform::Lookup opened = run.platform().shares.Open(user.name, share);
   if (opened == platform::Lookup::kFailed) {
     logger::ComponentError(kComponent, "UserManager::CheckShareUser fail to look up share '%s'\n", user.name);
   }
+  why = "there is no such share";
   if (opened != platform::Lookup::kFound) return opened;
 
   const MountTable* mounts = run.Mounts();
   if (mounts == nullptr) return platform::Lookup::kFailed;
   const bool may_hold_mounts = (user.attribute & kSuspended) != 0;
+  why = "a file system is mounted in the folder of the share";
   if (!may_hold_mounts && mounts->HasMountAtOrBelow(share.path)) return platform::Lookup::kNotFound;
+  why = "the share is a replica";
   return IsReplica(share) ? platform::Lookup::kNotFound : platform::Lookup::kFound;
 }
 
@@ -36,23 +40,23 @@ int KeepShareUser(const UserRecord& user, const platform::Share& share) {
 }
 
 // Sessions and backup tasks of the share user stay.
-int RemoveShareUserOf(const UserRecord& user, CheckRun& run) {
+int RemoveShareUserOf(const UserRecord& user, CheckRun& run, const char* why) {
   if (UserManager::RemoveShareUser(user.name) < 0) {
     return Checked(-1, "UserManager::CheckShareUser fail to RemoveShareUser %s\n", user.name);
   }
-  run.removed_views.push_back(user.view_id);
-  return 0;
+  return run.NoteRemoval(user, why);
 }
 
 }  // namespace
 
 int CheckShareUser(const UserRecord& user, CheckRun& run) {
   platform::Share share;
-  switch (FindShare(user, run, share)) {
+  const char* why = "";
+  switch (FindShare(user, run, share, why)) {
     case platform::Lookup::kFound:
       return KeepShareUser(user, share);
     case platform::Lookup::kNotFound:
-      return RemoveShareUserOf(user, run);
+      return RemoveShareUserOf(user, run, why);
     case platform::Lookup::kFailed:
       break;
   }

@@ -1,5 +1,7 @@
 #include "user-mgr/check_user.h"
 
+#include "db-util/query.h"
+#include "user-mgr/access.h"
 #include "user-mgr/statement.h"
 
 namespace user_mgr {
@@ -19,6 +21,27 @@ const MountTable* CheckRun::Mounts() {
     mounts_.emplace(std::move(mount_points));
   }
   return &*mounts_;
+}
+
+int CheckRun::NoteRemoval(const UserRecord& user, const char* why) {
+  std::string query;
+  if (!FormatStatement(query, "", "SELECT EXISTS (SELECT 1 FROM user_table WHERE view_id = %llu);",
+                       user.view_id))
+    return -1;
+  int others = 0;
+  const db_util::QueryResult result = db_util::QueryInt(Access::db(), query, others);
+  if (!result.ok()) {
+    return Checked(-1, "UserManager::SelfCheck fail to look for users of view %llu: %s (%d)\n", user.view_id,
+                   result.message, result.code);
+  }
+  removed.push_back({user, why, others != 0});
+  return 0;
+}
+
+void ReportRemoval(const UserRecord& user, const char* why) {
+  logger::ComponentLog(kComponent, logger::Level::kWarning,
+                       "UserManager::SelfCheck: removed user '%s' (uid %u, type %d, view %llu): %s\n",
+                       user.name, user.uid, static_cast<int>(user.user_type), user.view_id, why);
 }
 
 int UpdateWatchPath(ViewId view_id, const std::string& watch_path) {

@@ -27,6 +27,11 @@ inline constexpr int kSuspended = 8;  // a share user with it may hold mount poi
 // Bits of the profile table's attribute.
 inline constexpr int kDefaultProfile = 2;
 
+// The column of a user row that does not hold what it must: a view_id from 0 to 2^63-1, a uid from 0 to
+// 2^32-1, a name that is text, not empty and without a NUL (of a share user also behind the "@"). SQLite
+// would make another user's number or name of it, so nothing may be done on the account of such a record.
+enum class Damage { kNone, kViewId, kUid, kName };
+
 // One row of user_table.
 //
 // The table stores a share user as "@" and the name of the share ("stored name"); records hold the share's
@@ -39,8 +44,8 @@ struct UserRecord {
   unsigned uid = 0;
   unsigned gid = 0;
   UserType user_type = UserType::kNormal;
-  std::string watch_path;  // the folder that is synchronised for this user
-  bool has_name = true;    // false when the table holds NULL, which no statement finds by its name
+  std::string watch_path;         // the folder that is synchronised for this user
+  Damage damage = Damage::kNone;  // the first, in the order of the type
 };
 using UserList = std::list<UserRecord>;
 

@@ -32,16 +32,41 @@ int DropIndexes() {
   return Checked(ExecuteWithoutLock(kDropIndexes), "UserManager::SelfCheck fail to drop indexes\n");
 }
 
-int CheckLdapService(const platform::Platform& platform) {
-  if (platform.services.IsLdapEnabled()) return 0;
-  return Checked(UserManager::DeleteUserByUserType(UserType::kLdap),
+// Not UserManager's own operation, whose statement is another one.
+int DeleteUsersOfType(UserType type) {
+  const auto number = static_cast<unsigned>(type);
+  return Run(
+      "BEGIN TRANSACTION; "
+      "DELETE FROM backup_task_table WHERE session IN (SELECT sess_id FROM session_table WHERE uid IN (SELECT id FROM user_table WHERE user_type = %u)); "
+      "DELETE FROM session_table WHERE uid IN (SELECT id FROM user_table WHERE user_type = %u); "
+      "DELETE FROM user_table WHERE user_type = %u; "
+      "END TRANSACTION; ",
+      number, number, number);
+}
+
+// Removes the users of a service that is off.
+int RemoveUsersOf(UserType service, const char* why, const DamagedRows& damaged) {
+  UserList users;
+  if (UserManager::EnumUserByType(service, users) < 0) return -1;
+  int result = damaged.Protect() < 0 ? -1 : DeleteUsersOfType(service);
+  if (damaged.Unprotect() < 0) result = -1;
+  if (result < 0) return -1;
+  for (const UserRecord& user : users) {
+    if (user.damage == Damage::kNone) ReportRemoval(user, why);
+  }
+  return 0;
+}
+
+int CheckLdapService(const CheckRun& run) {
+  if (run.platform().services.IsLdapEnabled()) return 0;
+  return Checked(RemoveUsersOf(UserType::kLdap, "the LDAP service is off", run.damaged),
                  "UserManager::CheckLdapService DeleteUserByUserType fail (LDAP)");
 }
 
-int CheckDomainService(const platform::Platform& platform) {
-  if (platform.services.IsDomainEnabled()) return 0;
+int CheckDomainService(const CheckRun& run) {
+  if (run.platform().services.IsDomainEnabled()) return 0;
   // The message names the LDAP check for the domain, too.
-  return Checked(UserManager::DeleteUserByUserType(UserType::kDomain),
+  return Checked(RemoveUsersOf(UserType::kDomain, "the domain service is off", run.damaged),
                  "UserManager::CheckLdapService DeleteUserByUserType fail (DOMAIN)");
 }
 
@@ -61,7 +86,7 @@ int CheckOneUser(const UserRecord& user, CheckRun& run) {
   return 0;  // any other type
 }
 
-// `rows` is what the statement yielded, share users without "@" included, which the page leaves out.
+// `rows` is what the statement yielded: the page leaves out damaged rows and share users without "@".
 int ReadPage(unsigned offset, UserList& page, unsigned& rows) {
   page.clear();
   rows = 0;
@@ -70,7 +95,7 @@ int ReadPage(unsigned offset, UserList& page, unsigned& rows) {
   return ForEachRow("EnumUser", query, [&](sqlite3_stmt* row) {
     ++rows;
     UserRecord user;
-    if (ReadUser(row, user)) page.push_back(std::move(user));
+    if (ReadUser(row, user) && user.damage == Damage::kNone) page.push_back(std::move(user));
   });
 }
 
@@ -90,26 +115,45 @@ int CheckUser(CheckRun& run) {
   return 0;
 }
 
-// The users inside the transaction. The indexes go in any case: a caller may still end it after a failure.
-int CheckUserWithIndexes(CheckRun& run) {
-  if (CreateIndexes() < 0) return -1;
-  const int checked = CheckUser(run);
-  return DropIndexes() < 0 ? -1 : checked;
+// The users inside the transaction. Its helpers go in any case: a caller may still end it after a failure.
+int CheckUserInTransaction(CheckRun& run) {
+  int result = run.damaged.Protect() < 0 || CreateIndexes() < 0 ? -1 : CheckUser(run);
+  if (DropIndexes() < 0) result = -1;
+  if (run.damaged.Unprotect() < 0) result = -1;
+  return result;
+}
+
+// Only after the end of the transaction: until then nobody is gone.
+void ReportRemovals(const CheckRun& run, std::list<ViewId>& removed_views) {
+  for (const RemovedUser& removed : run.removed) {
+    ReportRemoval(removed.user, removed.why);
+    if (!removed.shares_view) {
+      removed_views.push_back(removed.user.view_id);
+      continue;
+    }
+    // When the others of the view go later in the same check, it goes with the last of them.
+    logger::ComponentLog(
+        kComponent, logger::Level::kWarning,
+        "UserManager::SelfCheck: view %llu is not deleted with user '%s': another user row names it\n",
+        removed.user.view_id, removed.user.name);
+  }
 }
 
 }  // namespace
 
 int UserManager::SelfCheck(std::list<ViewId>& removed_views) {
   if (platform_ == nullptr) return Checked(-1, "UserManager::SelfCheck: no platform was configured\n");
-  if (CheckLdapService(*platform_) < 0) return Checked(-1, "UserManager::SelfCheck CheckLdapService fail");
-  if (CheckDomainService(*platform_) < 0)
-    return Checked(-1, "UserManager::SelfCheck CheckDomainService fail");
-  if (BeginTransaction() < 0) return Checked(-1, "UserManager::SelfCheck BeginTransaction fail");
   CheckRun run(*platform_);
+  // A table that cannot be read here could not be read later either.
+  if (Checked(run.damaged.Find(), "Failed to enumerate users\n") < 0)
+    return Checked(-1, "UserManager::SelfCheck CheckUser fail");
+  if (CheckLdapService(run) < 0) return Checked(-1, "UserManager::SelfCheck CheckLdapService fail");
+  if (CheckDomainService(run) < 0) return Checked(-1, "UserManager::SelfCheck CheckDomainService fail");
+  if (BeginTransaction() < 0) return Checked(-1, "UserManager::SelfCheck BeginTransaction fail");
   // No rollback: the transaction stays open, and goes when the caller closes the manager.
-  if (CheckUserWithIndexes(run) < 0) return Checked(-1, "UserManager::SelfCheck CheckUser fail");
+  if (CheckUserInTransaction(run) < 0) return Checked(-1, "UserManager::SelfCheck CheckUser fail");
   if (EndTransaction() < 0) return Checked(-1, "UserManager::SelfCheck EndTransaction fail");
-  removed_views.splice(removed_views.end(), run.removed_views);
+  ReportRemovals(run, removed_views);
   return 0;
 }
 

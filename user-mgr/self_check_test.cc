@@ -94,13 +94,25 @@ class SelfCheck : public UserManagerFixture {
 
 TEST_F(SelfCheck, BothServicesFailWithTheTextOfLdap) {
   AddUsers("(1, 0, 'ldap', 1, 1, 2, ''), (2, 0, 'domain', 2, 2, 3, '')");
-  const std::string head = "UserManager::DeleteUserByUserType fail to delete users of type ";
   const std::string text = "UserManager::CheckLdapService DeleteUserByUserType fail ";
   machine_.services.ldap = false;
-  ExpectRefusal("DELETE ON user_table", {head + "2\n", text + "(LDAP)"}, "CheckLdapService");
+  ExpectRefusal("DELETE ON user_table", {text + "(LDAP)"}, "CheckLdapService");
+  // The statement of the operation is another one.
+  std::string statements;
+  const auto add = [](unsigned, void* all, void*, void* sql) {
+    static_cast<std::string*>(all)->append(static_cast<const char*>(sql));
+    return 0;
+  };
+  ASSERT_EQ(sqlite3_trace_v2(Access::db(), SQLITE_TRACE_STMT, add, &statements), SQLITE_OK);
+  ASSERT_EQ(UserManager::DeleteUserByUserType(static_cast<UserType>(-1)), 0);
+  ExpectRemoved({});
+  for (const std::string condition : {"uid in (SELECT id FROM user_table WHERE user_type = -1);",
+                                      "uid IN (SELECT id FROM user_table WHERE user_type = 2);"}) {
+    EXPECT_NE(statements.find("DELETE FROM session_table WHERE " + condition), std::string::npos);
+  }
   machine_.services.ldap = true;
   machine_.services.domain = false;
-  ExpectRefusal("DELETE ON user_table", {head + "3\n", text + "(DOMAIN)"}, "CheckDomainService");
+  ExpectRefusal("DELETE ON user_table", {text + "(DOMAIN)"}, "CheckDomainService");
 }
 
 // A failed check: its transaction is open, with what the users before the failing one got.
@@ -160,6 +172,7 @@ TEST_F(SelfCheck, AFullPageIsFollowedByAnother) {
 
 TEST_F(SelfCheck, RemovalOfAnAccountsUserDoesNotTakeTheLock) {
   AddNormalUsers(1);
+  Write("UPDATE user_table SET name = CAST(x'63E9' AS TEXT);");  // no UTF-8, but a name all the same
   int other = -1;
   accounts_.hook = [&](uid_t) {  // behind the page's reading
     other = open(Path("lock").c_str(), O_RDWR | O_CLOEXEC);

@@ -42,7 +42,12 @@ class UserManager {
 
   // Brings the users in line with the accounts, shares and services of the machine. The view ids of the users
   // that were removed because their account or share is gone are appended to `removed_views`, in the order of
-  // the table; users removed because their service is off are not reported.
+  // the table; users removed because their service is off are not reported. A view that several rows name is
+  // reported with the last of them, and not at all while one remains. Damaged rows (see Damage), their
+  // sessions and the backup tasks of these stay as they are.
+  //
+  // Warnings: one for each damaged row, one for each removed user with the reason, one for each user whose
+  // view is kept for another row.
   //
   // After a failure the transaction of the check stays open: close the manager, or end the process.
   [[nodiscard]] static int SelfCheck(std::list<ViewId>& removed_views);
@@ -74,6 +79,7 @@ class UserManager {
   [[nodiscard]] static int GetShareUser(const std::string& share_name, UserRecord& user);
 
   // Lists replace what `users` held. EnumAllUser has them in the order of the table.
+  // Damaged rows are among them, and their records say so.
   [[nodiscard]] static int EnumAllUser(UserList& users);
   [[nodiscard]] static int EnumShareUser(bool ordered_by_name, UserList& users);
   [[nodiscard]] static int EnumUserByType(UserType type, UserList& users);

@@ -1,10 +1,26 @@
 #include "user-mgr/user_rows.h"
 
 #include <limits>
+#include <utility>
 
 #include "db-util/query.h"
 
 namespace user_mgr {
+namespace {
+
+template <typename Number>
+bool IsNumber(sqlite3_stmt* row, int column) {
+  return sqlite3_column_type(row, column) == SQLITE_INTEGER &&
+         std::in_range<Number>(sqlite3_column_int64(row, column));
+}
+
+bool IsName(sqlite3_stmt* row, int column, UserType type) {
+  std::string name;
+  return db_util::ReadWholeText(row, column, name) && !name.empty() &&
+         (type != UserType::kShare || name != "@");
+}
+
+}  // namespace
 
 unsigned ColumnUnsigned(sqlite3_stmt* row, int column) {
   const sqlite3_int64 value = sqlite3_column_int64(row, column);
@@ -38,7 +54,14 @@ bool ReadName(sqlite3_stmt* row, int column, UserType type, std::string& name) {
   return true;
 }
 
+Damage DamageOf(sqlite3_stmt* row) {
+  if (!IsNumber<ViewId>(row, 2)) return Damage::kViewId;
+  if (!IsNumber<unsigned>(row, 4)) return Damage::kUid;
+  return IsName(row, 0, ColumnUserType(row, 6)) ? Damage::kNone : Damage::kName;
+}
+
 bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
+  user.damage = DamageOf(row);  // first: reading a column as another type may change what is known of it
   user.id = ColumnId(row, 1);
   user.view_id = ColumnId(row, 2);
   user.attribute = sqlite3_column_int(row, 3);
@@ -46,7 +69,6 @@ bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
   user.gid = ColumnUnsigned(row, 5);
   user.user_type = ColumnUserType(row, 6);
   user.watch_path = db_util::ColumnText(row, 7);
-  user.has_name = sqlite3_column_type(row, 0) != SQLITE_NULL;
   return ReadName(row, 0, user.user_type, user.name);
 }
 

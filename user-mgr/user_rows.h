@@ -16,12 +16,14 @@ inline constexpr char kSelectUser[] =
 [[nodiscard]] UserType ColumnUserType(sqlite3_stmt* row, int column);  // not an integer of 32 bits: -1
 [[nodiscard]] ViewId ColumnId(sqlite3_stmt* row, int column);
 
+// Both take a row whose first columns are those of kSelectUser.
+[[nodiscard]] Damage DamageOf(sqlite3_stmt* row);
+// Returns false when the row is to be left out.
+[[nodiscard]] bool ReadUser(sqlite3_stmt* row, UserRecord& user);
+
 // Makes the name of a record from the stored name: a share user loses its "@". Returns false, with a warning,
 // for a share user that has none.
 [[nodiscard]] bool ReadName(sqlite3_stmt* row, int column, UserType type, std::string& name);
-
-// Reads a row whose first columns are those of kSelectUser. Returns false when it is to be left out.
-[[nodiscard]] bool ReadUser(sqlite3_stmt* row, UserRecord& user);
 
 // Lists the users of a query that begins with the columns of kSelectUser.
 [[nodiscard]] int EnumUser(const std::string& query, UserList& users);

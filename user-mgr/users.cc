@@ -73,15 +73,15 @@ int UserManager::RemoveShareUser(const std::string& share_name) {
 }
 
 int UserManager::DeleteUserByUserType(UserType type) {
-  const auto number = static_cast<unsigned>(type);
+  const int number = static_cast<int>(type);
   return Checked(
       Run("BEGIN TRANSACTION; "
-          "DELETE FROM backup_task_table WHERE session IN (SELECT sess_id FROM session_table WHERE uid IN (SELECT id FROM user_table WHERE user_type = %u)); "
-          "DELETE FROM session_table WHERE uid IN (SELECT id FROM user_table WHERE user_type = %u); "
-          "DELETE FROM user_table WHERE user_type = %u; "
-          "END TRANSACTION; ",
+          "DELETE FROM backup_task_table WHERE session IN (SELECT sess_id FROM session_table WHERE uid in (SELECT id FROM user_table WHERE user_type = %d));"
+          "DELETE FROM session_table WHERE uid in (SELECT id FROM user_table WHERE user_type = %d);"
+          "DELETE FROM user_table WHERE user_type = %d;"
+          "END TRANSACTION;",
           number, number, number),
-      "UserManager::DeleteUserByUserType fail to delete users of type %u\n", number);
+      "UserManager::DeleteUserByUserType fail to delete users of type %d\n", number);
 }
 
 int UserManager::RenameUser(const std::string& name, const std::string& new_name) {

@@ -1,0 +1,63 @@
+#include "user-mgr/damaged_rows.h"
+
+#include "user-mgr/user_rows.h"
+
+namespace user_mgr {
+namespace {
+
+// Statements find users by view, by type or by name, so one that is meant for a sound row can match a damaged
+// one, too. Temporary triggers, which only this connection sees, make it pass over that row.
+constexpr char kCreateTable[] = "CREATE TEMP TABLE damaged_user (id INTEGER PRIMARY KEY);";
+constexpr char kCreateTriggers[] =
+    "CREATE TEMP TRIGGER keep_damaged_user BEFORE UPDATE ON main.user_table"
+    " WHEN OLD.id IN (SELECT id FROM damaged_user) BEGIN SELECT raise(IGNORE); END;"
+    "CREATE TEMP TRIGGER keep_damaged_user_row BEFORE DELETE ON main.user_table"
+    " WHEN OLD.id IN (SELECT id FROM damaged_user) BEGIN SELECT raise(IGNORE); END;"
+    "CREATE TEMP TRIGGER keep_damaged_user_session BEFORE DELETE ON main.session_table"
+    " WHEN OLD.uid IN (SELECT id FROM damaged_user) BEGIN SELECT raise(IGNORE); END;"
+    "CREATE TEMP TRIGGER keep_damaged_user_task BEFORE DELETE ON main.backup_task_table"
+    " WHEN EXISTS (SELECT 1 FROM session_table WHERE sess_id = OLD.session AND uid IN (SELECT id FROM damaged_user))"
+    " BEGIN SELECT raise(IGNORE); END;";
+constexpr char kDrop[] =
+    "DROP TRIGGER IF EXISTS temp.keep_damaged_user;"
+    "DROP TRIGGER IF EXISTS temp.keep_damaged_user_row;"
+    "DROP TRIGGER IF EXISTS temp.keep_damaged_user_session;"
+    "DROP TRIGGER IF EXISTS temp.keep_damaged_user_task;"
+    "DROP TABLE IF EXISTS temp.damaged_user;";
+
+const char* Describe(Damage damage) {
+  switch (damage) {
+    case Damage::kViewId:
+      return "view_id is no integer from 0 to 2^63-1";
+    case Damage::kUid:
+      return "uid is no integer from 0 to 2^32-1";
+    case Damage::kName:
+      return "name is no text, empty or holds a NUL";
+    case Damage::kNone:
+      break;
+  }
+  return "";
+}
+
+}  // namespace
+
+int DamagedRows::Find() {
+  inserts_.clear();
+  return ForEachRow("EnumUser", kSelectUser, [this](sqlite3_stmt* row) {
+    const Damage damage = DamageOf(row);
+    if (damage == Damage::kNone) return;
+    const auto id = static_cast<long long>(ColumnId(row, 1));  // signed, as it stands in the table
+    logger::ComponentLog(kComponent, logger::Level::kWarning,
+                         "UserManager::SelfCheck: the row of id %lld in user_table is left alone: its %s\n",
+                         id, Describe(damage));
+    inserts_ += "INSERT OR IGNORE INTO temp.damaged_user VALUES (" + std::to_string(id) + ");";
+  });
+}
+
+int DamagedRows::Protect() const {
+  return inserts_.empty() ? 0 : ExecuteWithoutLock(kCreateTable + inserts_ + kCreateTriggers);
+}
+
+int DamagedRows::Unprotect() const { return inserts_.empty() ? 0 : ExecuteWithoutLock(kDrop); }
+
+}  // namespace user_mgr
