@@ -35,6 +35,18 @@ MUSIC_GONE = {"user_table 21": None, "rotate_setting_table 21": None, "view 21":
 TEAM_GONE = {"user_table 8": None, "rotate_setting_table 17": None, "view 17": None}
 LDAP_GONE = {"user_table 2": None}
 DOMAIN_GONE = {"user_table 1": None, "session_table 2": None, "backup_task_table 1": None}
+# The same users as the log names them, and why they are removed.
+NO_ACCOUNT = ("alice", 1027, 0, 20, "there is no such account")
+NO_SHARE = ("music", 0, 1, 21, "there is no such share")
+NO_TEAM = ('team "50%"', 0, 1, 17, NO_SHARE[-1])
+LDAP_OFF = ("größe.ldap", 2000001, 2, 4294967297, "the LDAP service is off")
+DOMAIN_OFF = ("DOM\\bob 100%", 4000000000, 3, 5, "the domain service is off")
+REPLICA, MOUNTED = ((*NO_SHARE[:-1], why) for why in (
+    "the share is a replica", "a file system is mounted in the folder of the share"))
+WARNING = "[WARNING] user-mgr(N): UserManager::SelfCheck: "
+REMOVED = WARNING + "removed user '%s' (uid %u, type %u, view %u): %s\n"
+SHARED = WARNING + "view %u is not deleted with user '%s': another user row names it\n"
+DAMAGED = WARNING + "the row of id %u in user_table is left alone: its %s\n"
 ERROR = "[ERROR] user-mgr(N): "
 RENAMED = "[INFO] user-mgr(N): UserManager::Check Normal user user name change, remove session of user '%s'\n"
 SKIPPED = "[WARNING] user-mgr(N): UserManager::EnumShareUser: skipping share user '%s'\n"
@@ -120,15 +132,20 @@ class CheckTest(SystemTest):
         databases.change(self.volume.data, scripts.get("data", ""))
         databases.change(self.volume.view(1), scripts.get("view", ""))
 
-    def check(self, changed=(), log=(), status="done", prepare=lambda: None, files=(), mounts=(), **scripts):
-        """Runs on a machine with other files (None: there is none) and mounts, and on databases with other rows."""
+    def check(self, changed=(), log=(), status="done", prepare=lambda: None, files=(), mounts=(), gone=(), volumes=(),
+              **scripts):
+        """Runs on a machine with other files (None: there is none) and mounts, and on databases with other rows. The
+        log: its first lines, the users who are gone with their views, and what is said of volumes."""
         self.set_up_machine(dict(files), mounts)
         self.set_up_databases(**scripts)
         prepare()
         before, live = state_of(self.volume), self.volume.live()
         run = self.run_updater(self.volume.path, prefix=harness.NO_OVERRIDE)
         self.assert_ended(run, status)
-        self.assertEqual(run.log, [f"database is located at '{self.volume.path}'", *log])
+        deleted = [f"[WARNING] db(N): DeleteView: {view} ({self.volume.sync}/{view.replace(' ', '/')}): deleted\n"
+                   for view, values in dict(changed).items() if re.fullmatch(r"view \d+", view) and values is None]
+        self.assertEqual(run.log, [f"database is located at '{self.volume.path}'", *log,
+                                   *(REMOVED % user for user in gone), *deleted, *volumes])
         self.assertEqual(run.stderr, "")
         self.assertEqual(changes(before, state_of(self.volume)), dict(changed))
         self.assertEqual(self.volume.copies(), [])
@@ -146,8 +163,7 @@ class Users(CheckTest):
         no_answer = failed_check("UserManager::CheckNormalUser fail to look up the account of uid 1026\n",
                                  "Failed to CheckLocalUser O'Brien\n")
         self.check_each({
-            "all as before": dict(),
-            "gone": dict(files=NO_ALICE, changed=ALICE_GONE),
+            "gone": dict(files=NO_ALICE, changed=ALICE_GONE, gone=[NO_ACCOUNT]),
             "renamed": dict(files=alice("Alicia"), log=[RENAMED % "alice"],
                             changed={"user_table 20": {"name": "Alicia"}, **ALICE_LOGGED_OUT}),
             "other group, expired": dict(
@@ -160,8 +176,9 @@ class Users(CheckTest):
             "unreadable accounts": dict(prepare=unreadable("passwd"), **no_answer),
             "homes off": dict(files={"samba/smb.conf": music()["samba/smb.conf"].replace("[homes]", "")},
                               changed={"user_table 3": {"watch_path": ""}, "user_table 20": {"watch_path": ""}}),
-            "ldap off": dict(files={"nsswitch.conf": "passwd: files winbind\n"}, changed=LDAP_GONE),
-            "domain off": dict(files={"nsswitch.conf": "passwd:\tfiles sss # winbind\n"}, changed=DOMAIN_GONE),
+            "ldap off": dict(files={"nsswitch.conf": "passwd: files winbind\n"}, changed=LDAP_GONE, gone=[LDAP_OFF]),
+            "domain off": dict(files={"nsswitch.conf": "passwd:\tfiles sss # winbind\n"}, changed=DOMAIN_GONE,
+                               gone=[DOMAIN_OFF]),
             "unreadable services": dict(prepare=unreadable("nsswitch.conf")),
         })
 
@@ -170,19 +187,32 @@ class Users(CheckTest):
         too_long = failed_check("statement of 1453 bytes does not fit its buffer of 1024 bytes\n",
                                 f"UserManager::CheckNormalUser fail to RemoveUserNoTransaction {name}\n",
                                 f"Failed to CheckLocalUser {name}\n")
-        odd_rows = """INSERT INTO user_table VALUES (30, 0, 30, NULL, 5555, 0, 0, ''), (31, 0, 31, '', 0, 0, 0, ''),
-            (32, 0, NULL, 'lost', 5555, 0, 0, ''), (33, 0, 33, 'far', 4294967296 + 1027, 0, 0, ''),
-            (34, 0, 30, '@none', 5555, 0, 4294967297, ''), (35, 0, 30, 'text', 5555, 0, 'x', ''),
-            (36, 0, 30, NULL, 0, 0, 1, '');"""
+        damage = {30: "'20abc', 'shifted', 5555, 0, 0", 31: "NULL, 'lost', 5555, 0, 0", 32: "-1, 'below', 5555, 0, 0",
+                  33: "20.5, 'half', 5555, 0, 0", 34: "20, 'nobody', NULL, 0, 0", 35: "30, 'far', 4294968323, 0, 0",
+                  36: "30, 'text', 'x', 0, 2", 37: "30, NULL, 5555, 0, 0", 38: "20, '', 0, 0, 0",
+                  39: "30, x'616C69636961', 5555, 0, 0", 40: "30, 'Alicia' || char(0) || 'x', 5555, 0, 0",
+                  41: "21, '@', 0, 0, 1", 42: "30, '@music' || char(0), 0, 0, 1", 43: "30, NULL, 0, 0, 1"}
+        rows = "".join(f"INSERT INTO user_table VALUES ({row}, 0, {values}, '');" for row, values in damage.items())
+        rows += """INSERT INTO session_table (uid, sess_id) VALUES (36, 'damaged'); INSERT INTO backup_task_table (session)
+            VALUES ('damaged'); INSERT INTO user_table VALUES (50, 0, 30, '@none', 0, 0, 4294967297, ''),
+            (51, 0, 30, 'no @', 0, 0, 1, '');"""
+        whys = ["view_id is no integer from 0 to 2^63-1"] * 4 + ["uid is no integer from 0 to 2^32-1"] * 3 + [
+            "name is no text, empty or holds a NUL"] * 7
+        view_stays = {name: values for name, values in MUSIC_GONE.items() if name != "view 21"}
+        sharers = "INSERT INTO user_table VALUES (22, 0, 21, 'root', 0, 0, 0, ''), (23, 0, 20, 'zoe', 5555, 0, 0, '');"
         self.check_each({
-            "share without @": dict(user=change_user(21, "name = 'music'"), files=NO_MUSIC,
-                                    log=[SKIPPED % "music"]),
-            "odd rows": dict(user=odd_rows, log=[SKIPPED % "(unknown)", RENAMED % ""], changed={
-                "user_table 31": {"name": "root", "watch_path": "/root/StratoFolder"}, "user_table 32": None,
-                "user_table 33": None}),
+            "damaged rows": dict(
+                user=rows, files=alice("Alicia") | NO_MUSIC | {"nsswitch.conf": "passwd: files winbind\n"},
+                log=[*(DAMAGED % line for line in zip(damage, whys)), REMOVED % LDAP_OFF, SKIPPED % "(unknown)",
+                     SKIPPED % "no @", RENAMED % "alice", REMOVED % NO_SHARE, SHARED % (21, "music")],
+                changed={"user_table 20": {"name": "Alicia"}, **ALICE_LOGGED_OUT, **LDAP_GONE, **view_stays}),
+            "shared views": dict(
+                user=sharers, files=NO_ALICE | NO_MUSIC, log=[REMOVED % NO_ACCOUNT, SHARED % (20, "alice"),
+                                                              REMOVED % NO_SHARE, SHARED % (21, "music")],
+                gone=[("zoe", 5555, *NO_ACCOUNT[2:])], changed={
+                    **ALICE_GONE, **view_stays, "user_table 23": None,
+                    "user_table 22": {"watch_path": "/root/StratoFolder"}}),
             "long name gone": dict(user=change_user(20, f"name = '{name}'"), files=NO_ALICE, **too_long),
-            "new long name": dict(files=alice(name), log=[RENAMED % "alice"],
-                                  changed={"user_table 20": {"name": name}, **ALICE_LOGGED_OUT}),
         })
 
 
@@ -196,11 +226,12 @@ class Shares(CheckTest):
         fits, too_long = "/" + "p" * 949, "/" + "p" * 999
         self.check_each({
             "moved": dict(files=included, changed={"user_table 21": {"watch_path": "/moved"}}),
-            "gone": dict(files=NO_MUSIC, changed=MUSIC_GONE),
-            "replica": dict(files=replica("other dhos"), changed=MUSIC_GONE),
+            "gone": dict(files=NO_MUSIC, changed=MUSIC_GONE, gone=[NO_SHARE]),
+            "replica": dict(files=replica("other dhos"), changed=MUSIC_GONE, gone=[REPLICA]),
             "demoted replica of a suspended user": dict(files=replica("share_replica_demote"), user=suspended,
-                                                        changed=MUSIC_GONE),
-            "no configuration": dict(files={"samba/smb.conf": None}, changed=MUSIC_GONE | TEAM_GONE),
+                                                        changed=MUSIC_GONE, gone=[REPLICA]),
+            "no configuration": dict(files={"samba/smb.conf": None}, changed=TEAM_GONE | MUSIC_GONE,
+                                     gone=[NO_TEAM, NO_SHARE]),
             "no sense": dict(files=music("[broken"), **not_asked),
             "unreadable": dict(prepare=unreadable("samba/smb.conf"), **not_asked),
             "path of 950 bytes": dict(files=music(path=fits), changed={"user_table 21": {"watch_path": fits}}),
@@ -208,8 +239,8 @@ class Shares(CheckTest):
                 "statement of 1058 bytes does not fit its buffer of 1024 bytes\n",
                 f"UserManager::CheckShareUser fail to update watch path {too_long} to share 'music'.\n",
                 "Failed to CheckShareUser music\n")),
-            "mounted": dict(mounts=[share], changed=MUSIC_GONE),
-            "mount beneath": dict(mounts=[share + "/a b/c"], changed=MUSIC_GONE),
+            "mounted": dict(mounts=[share], changed=MUSIC_GONE, gone=[MOUNTED]),
+            "mount beneath": dict(mounts=[share + "/a b/c"], changed=MUSIC_GONE, gone=[MOUNTED]),
             "other mounts": dict(mounts=[share + "/#snapshot", share + "/x/#snapshots/1", share + "2"]),
             "mount under a suspended user": dict(mounts=[share + "/a"], user=suspended),
         })
@@ -229,19 +260,33 @@ class Volumes(CheckTest):
                  "view 1 node_table 3": {"ver_cnt": 2}, **A_GONE,
                  "data volume_table 2": None, "data volume_table 3": None}
 
+    NOT_FOUND = "[ERROR] sdk-cpp(N): Failed to get sharebin path of '/gone'\n"
+
     def check_volumes(self, path_of_b, new_uuid_of_b, *lines, **options):
-        found = "[ERROR] sdk-cpp(N): Failed to get sharebin path of '/gone'\n"
         self.check(view=self.RECORDS, data=f"INSERT INTO volume_table VALUES ('b', '{path_of_b}'), ('a', '/gone');",
-                   log=[found, "uuid changed for /gone (a -> )!", *[found] * (path_of_b == "/gone"),
-                        f"uuid changed for {path_of_b} (b -> {new_uuid_of_b})!",
-                        "Delete uuid a from Stratofolder DB\n", *lines], **options)
+                   volumes=[self.NOT_FOUND, "uuid changed for /gone (a -> )!",
+                            *[self.NOT_FOUND] * (path_of_b == "/gone"),
+                            f"uuid changed for {path_of_b} (b -> {new_uuid_of_b})!",
+                            "Delete uuid a from Stratofolder DB\n", *lines], **options)
 
     def test_volumes_that_changed(self):
         other = self.new_volume()
         self.check(data=f"UPDATE volume_table SET repo_path = '{self.volume.path}';")
         both_gone = "Delete uuid b from Stratofolder DB\n"
-        self.check_volumes("/gone", "", both_gone, changed=ALICE_GONE | self.BOTH_GONE, files=NO_ALICE)
+        self.check_volumes("/gone", "", both_gone, changed=ALICE_GONE | self.BOTH_GONE, files=NO_ALICE,
+                           gone=[NO_ACCOUNT])
         self.check_volumes(other.path, other.uuid, both_gone, changed=self.BOTH_GONE)
+
+    def test_volumes_without_a_uuid_and_damaged_ones(self):
+        alone = "[WARNING] db(N): EnumVolumeTable: the row of uuid 'a' and path '/gone' is damaged and left alone\n"
+        self.check(view=self.RECORDS + "UPDATE version_table SET file_uuid = '' WHERE ver_id = 2;",
+                   user="INSERT INTO user_table VALUES (30, 0, '9x', 'views nothing', 5555, 0, 0, '');",
+                   data="INSERT INTO volume_table SELECT column1, '/gone' FROM "
+                        "(VALUES (''), (NULL), ('a' || char(0)), (x'61'));",
+                   log=[DAMAGED % (30, "view_id is no integer from 0 to 2^63-1")],
+                   volumes=[alone, alone, self.NOT_FOUND, "uuid changed for /gone ( -> )!",
+                            "Delete uuid  from Stratofolder DB\n"],
+                   changed={"data volume_table 2": None, "data volume_table 3": None})
 
     def test_view_database_that_cannot_be_opened(self):
         """Fails at once: the views before it have lost their records, what is not handled stays recorded."""
@@ -280,7 +325,7 @@ class Opening(CheckTest):
             fcntl.flock(lock, fcntl.LOCK_EX)
             threading.Timer(3, release, (lock,)).start()
 
-        self.check(prepare=hold, files=NO_ALICE, changed=ALICE_GONE)
+        self.check(prepare=hold, files=NO_ALICE, changed=ALICE_GONE, gone=[NO_ACCOUNT])
         self.assertEqual(words_at_release, [self.status_text("checking")])
 
 
