@@ -21,9 +21,14 @@ class LogSink {
   virtual ~LogSink() = default;
 
   // `priority` is one of syslog's (LOG_ERR ...). `text` is one message as written by the caller, with its
-  // line feed if it has one. Never fails: a log that cannot be written has nowhere to say so.
+  // line feed if it has one. Never fails: a log that cannot be written has nowhere to say so. The system log
+  // gets a message that is longer than its socket takes cut in the middle.
   virtual void Write(int priority, std::string_view text) = 0;
 };
+
+// The text if it is no longer than `limit` bytes, which hold at least the mark; otherwise its beginning and
+// its end, where the reason of a failure stands, with a mark in between. No UTF-8 character is cut in two.
+[[nodiscard]] std::string CutInTheMiddle(std::string_view text, std::size_t limit);
 
 // Writes one already formatted message to the sink of the process.
 void WriteToSink(int priority, std::string_view text);

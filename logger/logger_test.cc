@@ -17,6 +17,15 @@ TEST(Format, TakesEveryConversionAndKeepsPercentSignsOfArguments) {
             "/volume1/100%s %n|-1|2|18446744073709551615|ff|17|%");
 }
 
+TEST(CutInTheMiddle, KeepsBothEndsAndWholeCharacters) {
+  const std::tuple<const char*, std::size_t, const char*> cases[] = {
+      {"exactly ten", 11, "exactly ten"},
+      {"statement: reason", 15, "stat [...] ason"},
+      {"\u20ac\u20ac\u20ac\u20ac\u20ac\u20ac", 17, "\u20ac [...] \u20ac"},
+      {"\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80", 11, " [...] "}};
+  for (const auto& [text, limit, cut] : cases) EXPECT_EQ(logger::CutInTheMiddle(text, limit), cut);
+}
+
 TEST(UpdaterLog, CarriesTheLineThatLogsAndStopsAtTheFirstFailure) {
   logger::RecordingSink sink;
   const logger::ScopedSink scope(sink);
