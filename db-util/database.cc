@@ -4,8 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
+#include <map>
+#include <string_view>
+
 #include "base/file_descriptor.h"
 #include "db-util/database_files.h"
+#include "db-util/query.h"
 #include "logger/updater_log.h"
 
 namespace db_util {
@@ -34,6 +39,60 @@ bool IsStillAt(int fd, const std::string& path) {
   struct stat present {};
   return fstat(fd, &opened) == 0 && lstat(path.c_str(), &present) == 0 && opened.st_dev == present.st_dev &&
          opened.st_ino == present.st_ino;
+}
+
+// Where `sql` uses the schema, as in "data_db.config_table"; npos when it does not.
+std::size_t FindSchema(std::string_view sql, const std::string& schema) {
+  const auto is_name = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; };
+  std::size_t found = sql.find(schema + ".");
+  while (found != std::string_view::npos && found > 0 && is_name(sql[found - 1])) {
+    found = sql.find(schema + ".", found + 1);  // the end of a longer name
+  }
+  return found;
+}
+
+std::string WithPath(sqlite3* db, const char* schema) {
+  const char* const path = sqlite3_db_filename(db, schema);
+  return std::string(schema) + " (" + (path == nullptr ? "" : path) + ")";
+}
+
+// The databases that `sql` names, in its order; empty when it names none.
+std::string DatabasesIn(sqlite3* db, std::string_view sql) {
+  std::map<std::size_t, std::string> found;
+  const char* schema = nullptr;
+  for (int i = 0; (schema = sqlite3_db_name(db, i)) != nullptr; ++i) {
+    const std::size_t position = FindSchema(sql, schema);
+    if (position != std::string_view::npos) found.emplace(position, WithPath(db, schema));
+  }
+  std::string databases;
+  for (const auto& [position, database] : found) databases += (databases.empty() ? "" : ", ") + database;
+  return databases;
+}
+
+// What the statement at the beginning of `rest` works on. A COMMIT names nothing and stands for its script; a
+// script that names nothing has one database.
+std::string DescribeDatabase(sqlite3* db, std::string_view rest, const std::string& script) {
+  const std::string_view statement = rest.substr(0, rest.find(';'));
+  if (statement.starts_with("ATTACH ")) return std::string(statement);
+  for (const std::string_view sql : {statement, std::string_view(script)}) {
+    std::string databases = DatabasesIn(db, sql);
+    if (!databases.empty()) return databases;
+  }
+  return WithPath(db, "main");
+}
+
+// Runs the first statement of `rest` to its end and moves `rest` behind it. Returns SQLite's result code.
+int ExecuteFirst(sqlite3* db, const char*& rest) {
+  sqlite3_stmt* prepared = nullptr;
+  const char* end = rest;
+  int code = sqlite3_prepare_v2(db, rest, -1, &prepared, &end);
+  const Statement statement(prepared);
+  if (code != SQLITE_OK) return code;
+  rest = end;
+  if (prepared == nullptr) return SQLITE_OK;  // blanks behind the last statement
+  while ((code = sqlite3_step(prepared)) == SQLITE_ROW) {
+  }
+  return code == SQLITE_DONE ? SQLITE_OK : code;
 }
 
 }  // namespace
@@ -72,23 +131,53 @@ int OpenScratchDatabase(const std::string& path, Database& out) {
   return LogOpenFailure(path, SQLITE_CANTOPEN);
 }
 
+// Not sqlite3_exec(), which does the same but does not tell the statement that failed.
+int Execute(sqlite3* db, const std::string& text, ExecFailure& failure) {
+  if (db == nullptr) {
+    failure = {.code = SQLITE_MISUSE, .message = sqlite3_errstr(SQLITE_MISUSE), .database = {}};
+    return SQLITE_MISUSE;
+  }
+  const char* rest = text.c_str();
+  while (*rest != '\0') {
+    const char* const statement = rest;
+    const int code = ExecuteFirst(db, rest);
+    if (code == SQLITE_OK) continue;
+    failure = {.code = code, .message = sqlite3_errmsg(db), .database = {}};
+    failure.database = DescribeDatabase(db, statement, text);
+    return code;
+  }
+  return SQLITE_OK;
+}
+
 int Execute(sqlite3* db, const std::string& text, std::string& error) {
-  char* message = nullptr;
-  const int code = sqlite3_exec(db, text.c_str(), nullptr, nullptr, &message);
-  const std::unique_ptr<char, decltype(&sqlite3_free)> owned(message, &sqlite3_free);
-  if (code != SQLITE_OK) error = message == nullptr ? sqlite3_errstr(code) : message;
+  ExecFailure failure;
+  const int code = Execute(db, text, failure);
+  if (code != SQLITE_OK) error = failure.message;
   return code;
 }
 
-void LogExecFailure(const std::string& text, const std::string& error, int code) {
-  logger::UpdaterLog("sqlite3_exec(%s): %s (%d)\n", text, error, code);
+void LogReason(const ExecFailure& failure) {
+  constexpr std::size_t kLongestPart = 400;  // paths and messages may be long; the line may not
+  logger::UpdaterLog("%s, %s: %s (%d)\n", logger::UpdaterAtWork(),
+                     logger::CutInTheMiddle(failure.database, kLongestPart),
+                     logger::CutInTheMiddle(failure.message, kLongestPart), failure.code);
 }
 
-int ExecScript(sqlite3* db, const std::string& text) {
-  std::string error;
-  const int code = Execute(db, text, error);
-  if (code == SQLITE_OK) return 0;
-  LogExecFailure(text, error, code);
+void LogReasonOfLong(const std::string& statement, const ExecFailure& failure) {
+  if (statement.size() > kLongStatement) LogReason(failure);
+}
+
+void LogExecFailure(const std::string& text, const ExecFailure& failure) {
+  logger::UpdaterLog("sqlite3_exec(%s): %s (%d)\n", text, failure.message, failure.code);
+  LogReasonOfLong(text, failure);
+}
+
+int ExecScript(sqlite3* db, const std::string& text) { return ExecScriptAs(db, text, text); }
+
+int ExecScriptAs(sqlite3* db, const std::string& text, const std::string& logged) {
+  ExecFailure failure;
+  if (Execute(db, text, failure) == SQLITE_OK) return 0;
+  LogExecFailure(logged, failure);
   return -1;
 }
 

@@ -40,17 +40,40 @@ inline constexpr int kBusyTimeoutMs = 300000;
 // followed. Results and message as OpenDatabase.
 [[nodiscard]] int OpenScratchDatabase(const std::string& path, Database& out);
 
-// Executes all statements of `text` without logging. Returns SQLite's result code, and the error message in
-// `error` when it is not SQLITE_OK. A script stops at its failing statement; what ran before stays, and a
+// Why a script failed.
+struct ExecFailure {
+  int code = SQLITE_OK;
+  std::string message;   // SQLite's
+  std::string database;  // what the failing statement works on: "data_db (/path), user_db (/path)"
+};
+
+// Executes all statements of `text` without logging. Returns SQLite's result code, and the reason in
+// `failure` when it is not SQLITE_OK. A script stops at its failing statement; what ran before stays, and a
 // transaction that the script began stays open.
+[[nodiscard]] int Execute(sqlite3* db, const std::string& text, ExecFailure& failure);
+// The same for callers who only want SQLite's message.
 [[nodiscard]] int Execute(sqlite3* db, const std::string& text, std::string& error);
 
-// Logs "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with the text, the message and the code.
-void LogExecFailure(const std::string& text, const std::string& error, int code);
+// A message with a longer statement than this may lose its end in a log, and with it the reason.
+inline constexpr std::size_t kLongStatement = 512;
+
+// Logs one short line, "Strato Folder Updater(%d): <updater>, <database>: <message> (<code>)\n". Follows the
+// line that a failed statement is logged in.
+void LogReason(const ExecFailure& failure);
+// The same, only for a statement longer than kLongStatement.
+void LogReasonOfLong(const std::string& statement, const ExecFailure& failure);
+
+// Logs "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with the text, the message and the code, and
+// the reason of a long text.
+void LogExecFailure(const std::string& text, const ExecFailure& failure);
 
 // Executes text that is complete, and never used as a format. Returns 0, or -1 after
 // LogExecFailure().
 [[nodiscard]] int ExecScript(sqlite3* db, const std::string& text);
+
+// The same for a text that holds statements of no interest to a reader, or in another order: a failure is
+// logged with `logged` in its place.
+[[nodiscard]] int ExecScriptAs(sqlite3* db, const std::string& text, const std::string& logged);
 
 // `format` with its arguments put in by SQLite's printf (%Q quotes, %q escapes). Returns false, with `out`
 // unchanged, when SQLite could not make the text.

@@ -6,6 +6,18 @@
 
 namespace logger {
 
+// Tells the log which updater is at work, "3200 to 3300", for its own lifetime.
+class ScopedUpdaterName {
+ public:
+  explicit ScopedUpdaterName(std::string name);
+  ~ScopedUpdaterName();
+  ScopedUpdaterName(const ScopedUpdaterName&) = delete;
+  ScopedUpdaterName& operator=(const ScopedUpdaterName&) = delete;
+};
+
+// The name of the updater at work; "no updater" between two of them.
+[[nodiscard]] const std::string& UpdaterAtWork();
+
 inline void WriteUpdaterLine(int source_line, const std::string& text) {
   SystemLog<int, std::string>("Strato Folder Updater(%d): %s", source_line, text);
 }
