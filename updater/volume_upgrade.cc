@@ -19,11 +19,15 @@ namespace {
 constexpr std::array kLegacyStepsBeforeClientCopy = {1, 3, 4, 5, 6};
 constexpr std::array kLegacyStepsAfterClientCopy = {7, 8, 9, 10, 11};
 
-// The number in config_table; 0 without a row, -1 after a failure, which counts as an old version.
-int ReadDatabaseVersion(sqlite3* db) {
-  int version = 0;
-  const db_util::QueryResult result =
-      db_util::QueryInt(db, "SELECT value FROM config_table WHERE key = 'version';", version);
+// The number in config_table, however large it is; 0 without a row, -1 after a failure, which counts as an
+// old version.
+long long ReadDatabaseVersion(sqlite3* db) {
+  long long version = 0;
+  const db_util::QueryResult result = db_util::ForEachRow(
+      db, "SELECT value FROM config_table WHERE key = 'version';", [&version](sqlite3_stmt* row) {
+        version = sqlite3_column_int64(row, 0);
+        return false;
+      });
   if (result.ok()) return version;
   if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
     logger::SystemLog("sqlite3_prepare_v2: %s (%d)\n", result.message, result.code);
@@ -77,9 +81,9 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   if (file_op::FSExists(log)) {
     (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
   }
-  const int version = ReadDatabaseVersion(db.get());
+  const long long version = ReadDatabaseVersion(db.get());
   if (version <= kTargetVersion) return false;
-  logger::SystemLog("exist db is newer, exist: %d, target: %d", version, kTargetVersion);
+  logger::SystemLog("exist db is newer, exist: %lld, target: %d", version, kTargetVersion);
   return true;
 }
 

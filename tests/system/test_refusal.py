@@ -1,6 +1,7 @@
 """Runs that must not upgrade: their log, status and output, and that they leave the live databases alone."""
 
 import os
+import re
 
 import databases
 import harness
@@ -8,8 +9,8 @@ from databases import change, text_of
 from harness import ENABLED, MARK, NO_OVERRIDE, REFUSED_USERS, STATUS_FILE, SystemTest, write
 
 NO_VERSION, NEWER = "Updater Cannot get database version", "exist db is newer than package"
-# What detaching says after a script that failed inside its transaction.
-STILL_OPEN = "sqlite3_exec(SQL): database data_db is locked (1)\n"
+UNREADABLE = "cannot read the version of database "
+UNREADABLE_DATA = f"Strato Folder Updater(N): {UNREADABLE}{{sync}}/syncfolder-db.sqlite.bak: "
 STEP = "failed to update databases\n"
 
 
@@ -40,7 +41,7 @@ class RefusalTest(SystemTest):
             with self.subTest(name):
                 volume = self.new_volume(version)
                 prepare(volume)
-                log = [f"database is located at '{volume.path}'", *(line.format(sync=volume.sync) for line in log)]
+                log = [f"database is located at '{volume.path}'", *(line.format(sync=volume.sync, client=volume.client) for line in log)]
                 self.refuse(volume, log, *(ending or ("upgradefail", True)))
 
 
@@ -98,12 +99,23 @@ class Content(RefusalTest):
             "newer": (4150, lambda v: set_config(v.data, "version", 4151),
                       ["exist db is newer, exist: 4151, target: 4150", NEWER], "dbnewer", False),
             "no database": (3300, lambda v: write(v.data, "this is no database " * 100),
-                            ["sqlite3_prepare_v2: file is not a database (26)\n", NO_VERSION]),
+                            ["sqlite3_prepare_v2: file is not a database (26)\n",
+                             UNREADABLE_DATA + "file is not a database (26)\n", NO_VERSION]),
+            "truncated": (3300, lambda v: os.truncate(v.data, 8192),
+                          ["sqlite3_prepare_v2: database disk image is malformed (11)\n",
+                           UNREADABLE_DATA + "database disk image is malformed (11)\n", NO_VERSION]),
             "empty": (3300, lambda v: write(v.data),
-                      ["sqlite3_prepare_v2: no such table: config_table (1)\n", NO_VERSION]),
+                      ["sqlite3_prepare_v2: no such table: config_table (1)\n",
+                       UNREADABLE_DATA + "no such table: config_table (1)\n", NO_VERSION]),
             "no version": (3300, lambda v: change(v.data, "DELETE FROM config_table WHERE key = 'version'"),
-                           [NO_VERSION]),
-            "no number": (3300, lambda v: set_config(v.data, "version", "'x'"), [NO_VERSION]),
+                           [UNREADABLE_DATA + "config_table has no row for it\n", NO_VERSION]),
+            "no number": (3300, lambda v: set_config(v.data, "version", "'x'"),
+                          [UNREADABLE_DATA + "'x' is no version number\n", NO_VERSION]),
+            # 2^32 + 2577 and 2577 - 2^32
+            "beyond 32 bits": (2577, lambda v: set_config(v.data, "version", "'4294969873'"),
+                               ["exist db is newer, exist: 4294969873, target: 4150", NEWER], "dbnewer", False),
+            "below 32 bits": (2577, lambda v: set_config(v.data, "version", "'-4294964719'"),
+                              [UNREADABLE_DATA + "'-4294964719' is no version number\n", NO_VERSION]),
             "unknown version": (3300, lambda v: set_config(v.data, "version", 3100), [no_start + "(master, 3100) "]),
             "unknown branch": (3300, lambda v: set_config(v.data, "branch", "'b'"),
                                [no_start + "(b, 3300) "]),
@@ -140,24 +152,50 @@ class Chain(RefusalTest):
         self.fail_each({
             f"from {start}": (start, end, lambda v, end=end: change(v.client, refusal.format(end)),
                               *REFUSED_USERS * (start == 3450), "sqlite3_exec(SQL): refused (19)\n",
+                              # The statement is longer than 512 bytes with the log database in it.
+                              *[f"{start} to {end}, client_db ({{client}}.bak): refused (19)\n"] * (start >= 3300),
                               *[shared] * (start >= 3400),
-                              "failed to update database versions\n", STILL_OPEN)
+                              "failed to update database versions\n")
             for start, end in zip(databases.VERSIONS, (3004, *databases.VERSIONS[2:]))})
 
     def test_volumes_that_do_not_fit(self):
         self.fail_each({
+            "no client": (2577, 3004, lambda v: os.unlink(v.client),
+                          "sqlite3_prepare_v2(SQL): no such table: client_db.config_table (1)\n",
+                          "failed to get database versions\n",
+                          UNREADABLE + "{client}.bak: there was no such file\n"),
+            "foreign user": (2577, 3004, lambda v: write(v.user, "foreign" * 1000),
+                             "sqlite3_exec(SQL): file is not a database (26)\n",
+                             "2577 to 3004, ATTACH DATABASE '{sync}/user-db.sqlite.bak' AS user_db: "
+                             "file is not a database (26)\n",
+                             "failed to attach database\n", "failed to connect to databases\n",
+                             "sqlite3_exec(SQL): no such database: user_db (1)\n"),
+            "user beyond 32 bits": (2577, 3004, lambda v: set_config(v.user, "version", "'4294969873'"),
+                                    "failed to get database versions\n",
+                                    UNREADABLE + "{sync}/user-db.sqlite.bak: '4294969873' is no version number\n"),
             "mismatch": (2577, 3004, lambda v: set_config(v.user, "version", 3004),
                          "database version mismatch: (2577, 3004, 2577)\n"),
             "no repo": (2577, 3004, lambda v: os.rmdir(v.sync + "/repo"),
                         "failed to open file({sync}/repo/.0): No such file or directory\n",
                         "failed to create empty file\n", STEP),
             "no log table": (3200, 3300, lambda v: change(v.data, "DROP TABLE log_table"),
-                             "sqlite3_exec(SQL): no such table: data_db.log_table (1)\n", STEP, STILL_OPEN),
+                             "sqlite3_exec(SQL): no such table: data_db.log_table (1)\n",
+                             "3200 to 3300, log_db ({sync}/log-db.sqlite.bak), data_db ({sync}/syncfolder-db.sqlite.bak): "
+                             "no such table: data_db.log_table (1)\n", STEP),
             "stray view": (3400, 3450, lambda v: os.mkdir(v.sync + "/view/lost"),
                            "sqlite3_exec(SQL): no such table: view_db.config_table (1)\n",
                            "Failed to update version and branch to view-db {sync}/view.bak/lost/view-db.sqlite",
                            "failed to update database versions\n"),
         })
+
+    def test_a_line_too_long_for_the_log_is_cut_before_its_end(self):
+        volume = self.new_volume(4100)
+        change(volume.client, "CREATE TRIGGER refuse BEFORE UPDATE ON config_table "
+                              f"BEGIN SELECT RAISE(ABORT, '{'long ' * 60000}reason'); END")
+        log = self.run_updater(volume.path).log
+        for number, head in (1, "sqlite3_exec(SQL): "), (2, f"4100 to 4150, client_db ({volume.client}.bak): "):
+            self.assertRegex(log[number], re.escape(head) + r"long .* \[\.\.\.\] .* reason \(19\)\n\Z")
+        self.assertLess(len(log[2]), 1000)
 
 
 if __name__ == "__main__":

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -9,6 +10,7 @@
 
 #include "db-util/query.h"
 #include "file-op/file_op.h"
+#include "updater/framework/stored_version.h"
 #include "updater/framework/view_databases.h"
 
 namespace updater {
@@ -52,6 +54,13 @@ int LogVersionQueryFailure(const char* query, const std::string& message, int co
   return -1;
 }
 
+// Versions have 32 bits; SQLite's conversion to an int would keep the lower half of a longer number.
+bool ReadVersionNumber(sqlite3_stmt* row, int column, int& number) {
+  const sqlite3_int64 stored = sqlite3_column_int64(row, column);
+  number = static_cast<int>(stored);
+  return number == stored;
+}
+
 // The databases whose version is written, in the order of the version script.
 std::vector<const char*> VersionedSchemas(VersionScope scope) {
   std::vector<const char*> schemas = {"data_db", "user_db", "client_db"};
@@ -65,6 +74,8 @@ ServerUpdater::ServerUpdater(const UpdaterContext& context, Edge edge, DatabaseP
     : context_(context), edge_(std::move(edge)), paths_(std::move(paths)) {}
 
 int ServerUpdater::Update() {
+  const logger::ScopedUpdaterName name(std::to_string(edge_.from.number) + " to " +
+                                       std::to_string(edge_.to.number));
   const int result = RunConnected();
   Disconnect();
   return result;
@@ -98,20 +109,25 @@ int ServerUpdater::Connect() {
 int ServerUpdater::AttachDatabases() {
   const std::vector<AttachedDatabase> databases = DatabasesOf(edge_.databases);
   std::string attach;
-  std::vector<std::string> missing;
+  std::string tune;
+  missing_.clear();
   for (const AttachedDatabase& database : databases) {
     const std::string& path = paths_.*database.path;
     std::string statement;
     if (!db_util::FormatSql(statement, "ATTACH DATABASE %Q AS %s;", path, database.schema)) return -1;
     attach += statement;
-    if (!file_op::FSExists(path)) missing.push_back(path);
+    tune += TuneStatements(database.schema);
+    if (!file_op::FSExists(path)) missing_.push_back(path);
   }
-  if (db_util::ExecScript(db(), attach) < 0) return -1;
-  for (const AttachedDatabase& database : databases) {
-    if (TuneSchema(db(), database.schema) < 0) return -1;
+  db_util::ExecFailure failure;
+  if (db_util::Execute(db(), attach + tune, failure) != SQLITE_OK) {
+    db_util::LogExecFailure(attach, failure);
+    // SQLite does not say which of several files is no database.
+    if (attach.size() <= db_util::kLongStatement) db_util::LogReason(failure);
+    return -1;
   }
   // A database that ATTACH has just made belongs to whoever the data database belongs to, not to root.
-  for (const std::string& path : missing) {
+  for (const std::string& path : missing_) {
     if (file_op::FSExists(path)) (void)file_op::CopyOwnerAndMode(paths_.data, path);  // best effort
   }
   return 0;
@@ -123,7 +139,9 @@ void ServerUpdater::Detach() {
   for (const AttachedDatabase& database : DatabasesOf(edge_.databases)) {
     detach += std::string("DETACH DATABASE ") + database.schema + ";";
   }
-  (void)db_util::ExecScript(db(), detach);  // only logged: closing detaches what is left
+  // No database can be detached within a transaction that a failed script left open.
+  const char* const rollback = sqlite3_get_autocommit(db()) == 0 ? "ROLLBACK;" : "";
+  (void)db_util::ExecScriptAs(db(), rollback + detach, detach);  // only logged: closing detaches what is left
   db_.reset();
   (void)unlink(context_.scratch_database.c_str());  // nobody reads it again
 }
@@ -138,11 +156,15 @@ void ServerUpdater::Disconnect() {
 
 int ServerUpdater::CheckVersions() {
   Versions versions;
-  if (!logger::Succeeded(GetDatabaseVersions(versions), "failed to get database versions\n")) return -1;
+  if (!logger::Succeeded(GetDatabaseVersions(versions), "failed to get database versions\n")) {
+    NameUnreadableDatabases();
+    return -1;
+  }
   const Version& data = versions.data;
   if (data != versions.user || versions.user != versions.client) {
     logger::UpdaterLog("database version mismatch: (%d, %d, %d)\n", data.number, versions.user.number,
                        versions.client.number);
+    NameUnreadableDatabases();
     return -1;
   }
   if (data != edge_.from) {
@@ -153,17 +175,32 @@ int ServerUpdater::CheckVersions() {
   return 0;
 }
 
+// A version that cannot be read is 0 in the line about the mismatch, and the query over all of them does not
+// say which one is missing.
+void ServerUpdater::NameUnreadableDatabases() const {
+  for (const std::string& path : {paths_.data, paths_.user, paths_.client}) {
+    Version ignored;
+    if (std::find(missing_.begin(), missing_.end(), path) != missing_.end()) {
+      LogUnreadableVersion(path, "there was no such file");
+    } else {
+      (void)ReadStoredVersion(path, ignored);  // logs what it is called for
+    }
+  }
+}
+
 int ServerUpdater::GetDatabaseVersions(Versions& versions) const {
   bool found = false;
+  bool in_range = false;
   db_util::QueryResult result = db_util::ForEachRow(db(), kVersionNumbersQuery, [&](sqlite3_stmt* row) {
     found = true;
-    versions.data.number = sqlite3_column_int(row, 0);
-    versions.user.number = sqlite3_column_int(row, 1);
-    versions.client.number = sqlite3_column_int(row, 2);
+    in_range = ReadVersionNumber(row, 0, versions.data.number) &&
+               ReadVersionNumber(row, 1, versions.user.number) &&
+               ReadVersionNumber(row, 2, versions.client.number);
     return false;
   });
   if (!result.ok()) return LogVersionQueryFailure(kVersionNumbersQuery, result.message, result.code);
   if (!found) return LogVersionQueryFailure(kVersionNumbersQuery, sqlite3_errstr(SQLITE_DONE), SQLITE_DONE);
+  if (!in_range) return -1;
   result = db_util::ForEachRow(db(), kVersionBranchesQuery, [&](sqlite3_stmt* row) {
     versions.data.branch = db_util::ColumnText(row, 0);
     versions.user.branch = db_util::ColumnText(row, 1);

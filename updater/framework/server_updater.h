@@ -98,7 +98,8 @@ class ServerUpdater : public AbstractUpdater {
 
   // Opens the scratch database and attaches the working copies.
   [[nodiscard]] int Connect();
-  // Detaches, closes, removes the scratch database; does nothing when not connected. Keeps the paths.
+  // Rolls back what a failed script left open, detaches, closes, removes the scratch database; does nothing
+  // when not connected. Keeps the paths.
   void Detach();
 
   [[nodiscard]] sqlite3* db() const { return db_.get(); }
@@ -125,6 +126,8 @@ class ServerUpdater : public AbstractUpdater {
   [[nodiscard]] int RunConnected();
   [[nodiscard]] int CheckVersions();
   [[nodiscard]] int GetDatabaseVersions(Versions& versions) const;
+  // Logs which databases have no version that can be read, and why.
+  void NameUnreadableDatabases() const;
   [[nodiscard]] int UpdateDatabaseVersions();
   void ReportSuccess() const;
 
@@ -132,6 +135,7 @@ class ServerUpdater : public AbstractUpdater {
   Edge edge_;
   DatabasePaths paths_;
   db_util::Database db_;
+  std::vector<std::string> missing_;  // the files that attaching made
 };
 
 }  // namespace updater

@@ -119,6 +119,7 @@ TEST(GetCurrentVersion, ReadsBranchAndNumberOfAnExistingDatabase) {
       {"INSERT INTO config_table VALUES ('branch', NULL), ('version', 2577);", 0, kOld},
       {"INSERT INTO config_table VALUES ('branch', 'master');", -1, {}},
       {"INSERT INTO config_table VALUES ('version', 'abc');", -1, {}},
+      {"INSERT INTO config_table VALUES ('version', '4294969873');", -1, {}},  // 2^32 + 2577
       {"DROP TABLE config_table;", -1, {}}};
   for (const auto& [sql, result, expected] : cases) {
     (void)std::remove(path.c_str());  // the first case finds none

@@ -1,26 +1,11 @@
 #include "updater/framework/updater_framework.h"
 
-#include <cstdlib>
 #include <ostream>
 
-#include "db-util/database.h"
-#include "db-util/query.h"
+#include "updater/framework/stored_version.h"
 #include "updater/framework/update_graph.h"
 
 namespace updater {
-namespace {
-
-// Every row overwrites the value, so the last one wins; without a row it keeps what it held.
-bool ReadConfigValue(sqlite3* db, const std::string& query, std::string& value) {
-  return db_util::ForEachRow(db, query,
-                             [&value](sqlite3_stmt* row) {
-                               value = db_util::ColumnText(row, 0);
-                               return true;
-                             })
-      .ok();
-}
-
-}  // namespace
 
 UpdaterFramework::UpdaterFramework(std::ostream& out, RunObserver* observer)
     : out_(out), observer_(observer) {}
@@ -30,17 +15,7 @@ void UpdaterFramework::AddUpdater(std::unique_ptr<AbstractUpdater> updater) {
 }
 
 int UpdaterFramework::GetCurrentVersion(const std::string& database_path, Version& out) {
-  db_util::Database db;
-  if (db_util::OpenQuietly(database_path, db, db_util::OpenMode::kReadOnly) != SQLITE_OK) return -1;
-  std::string value;
-  if (!ReadConfigValue(db.get(), "SELECT value FROM config_table WHERE key = 'branch';", value)) return -1;
-  const std::string branch = value;
-  // The value is not cleared in between: without a version row the branch is what gets parsed, and yields 0.
-  if (!ReadConfigValue(db.get(), "SELECT value FROM config_table WHERE key = 'version';", value)) return -1;
-  const int number = static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
-  if (number == 0) return -1;
-  out = {branch, number};
-  return 0;
+  return ReadStoredVersion(database_path, out);
 }
 
 int UpdaterFramework::Run(const Version& current, const Version& target) {

@@ -31,7 +31,7 @@ class UpdaterFramework {
   void AddUpdater(std::unique_ptr<AbstractUpdater> updater);
 
   // The version that the database at `database_path` holds, read without changing it. Returns 0, or -1 with
-  // `out` untouched: it cannot be opened, has no config_table, or its version reads as 0.
+  // `out` untouched, after logging the file and the reason: see ReadStoredVersion().
   [[nodiscard]] static int GetCurrentVersion(const std::string& database_path, Version& out);
 
   // Runs the chain with the fewest updaters. Returns 0 (also when `current` is the target), -1 when there is

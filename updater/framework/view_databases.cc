@@ -109,8 +109,8 @@ int ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
 
 int AttachDatabase(sqlite3* db, const char* schema, const std::string& path) {
   std::string attach;
-  const bool attached = FormatAttach(attach, schema, path) && db_util::ExecScript(db, attach) == 0;
-  return attached ? TuneSchema(db, schema) : -1;
+  if (!FormatAttach(attach, schema, path)) return -1;
+  return db_util::ExecScriptAs(db, attach + TuneStatements(schema), attach);
 }
 
 std::string AttachedScript(const char* schema, const std::string& path, const std::string& body) {
@@ -119,25 +119,16 @@ std::string AttachedScript(const char* schema, const std::string& path, const st
 }
 
 int ExecAttached(sqlite3* db, const char* schema, const std::string& path, const std::string& body) {
-  std::string attach;
-  if (!FormatAttach(attach, schema, path)) return -1;
-  std::string error;
-  int code = db_util::Execute(db, attach, error);
-  if (code == SQLITE_OK) {
-    (void)TuneSchema(db, schema);  // only costs time when it fails, and then the body fails too
-    code = db_util::Execute(db, body + DetachStatement(schema), error);
-  }
-  if (code == SQLITE_OK) return 0;
-  db_util::LogExecFailure(AttachedScript(schema, path, body), error, code);
-  return -1;
+  const std::string script = AttachedScript(schema, path, TuneStatements(schema) + body);
+  return script.empty() ? -1 : db_util::ExecScriptAs(db, script, AttachedScript(schema, path, body));
 }
 
-int TuneSchema(sqlite3* db, const char* schema) {
-  return db_util::ExecSql(db,
-                          "PRAGMA %s.synchronous = OFF;"
-                          "PRAGMA %s.secure_delete = OFF;"
-                          "PRAGMA %s.cache_size = -%d;",
-                          schema, schema, schema, kCacheKiB);
+std::string TuneStatements(const char* schema) {
+  const std::string pragma = std::string("PRAGMA ") + schema + ".";
+  return pragma + "synchronous = OFF;" + pragma + "secure_delete = OFF;" + pragma + "cache_size = -" +
+         std::to_string(kCacheKiB) + ";";
 }
+
+int TuneSchema(sqlite3* db, const char* schema) { return db_util::ExecScript(db, TuneStatements(schema)); }
 
 }  // namespace updater

@@ -52,10 +52,15 @@ class FolderDatabases {
 // failure of the query; the caller adds its own line.
 [[nodiscard]] int ReadViewIds(sqlite3* db, std::vector<ViewId>& views);
 
+// The view id as the tables store it, signed. Written without a sign, an id above 2^63-1, which is stored
+// below 0, would be a floating-point number to SQLite and find nothing.
+[[nodiscard]] inline long long StoredId(ViewId view) { return static_cast<long long>(view); }
+
 // Attaches the database at `path` as `schema`, tuned. Returns 0 or -1 after logging the failing statement.
 [[nodiscard]] int AttachDatabase(sqlite3* db, const char* schema, const std::string& path);
 
-// "ATTACH DATABASE '<path>' AS <schema>;", `body` and "DETACH DATABASE <schema>;" as one text.
+// "ATTACH DATABASE '<path>' AS <schema>;", `body` and "DETACH DATABASE <schema>;" as one text; empty when
+// SQLite could not make it.
 [[nodiscard]] std::string AttachedScript(const char* schema, const std::string& path,
                                          const std::string& body);
 
@@ -65,7 +70,8 @@ class FolderDatabases {
                                const std::string& body);
 
 // Statements that follow every ATTACH: a working copy is disposable until the run is committed, so nothing is
-// flushed for it. Neither setting leaves a trace in the file.
+// flushed for it. No setting leaves a trace in the file, and no log shows them.
+[[nodiscard]] std::string TuneStatements(const char* schema);
 [[nodiscard]] int TuneSchema(sqlite3* db, const char* schema);
 
 }  // namespace updater

@@ -1,0 +1,73 @@
+#include "updater/framework/stored_version.h"
+
+#include <cstdlib>
+#include <limits>
+#include <optional>
+
+#include "db-util/database.h"
+#include "db-util/query.h"
+#include "logger/updater_log.h"
+
+namespace updater {
+namespace {
+
+constexpr std::size_t kLongestShownValue = 100;
+
+// What the rows of a configuration say. Every row overwrites the value, so the last one wins; without a row
+// it keeps what it held.
+db_util::QueryResult ReadValue(sqlite3* db, const std::string& query, std::string& value, bool& found) {
+  found = false;
+  return db_util::ForEachRow(db, query, [&](sqlite3_stmt* row) {
+    value = db_util::ColumnText(row, 0);
+    found = true;
+    return true;
+  });
+}
+
+std::string ReasonOf(const std::string& message, int code) {
+  return message + " (" + std::to_string(code) + ")";
+}
+
+std::optional<int> ParseNumber(const std::string& text) {
+  const long long number = std::strtoll(text.c_str(), nullptr, 10);  // beyond its range, the nearest one
+  using Limits = std::numeric_limits<int>;
+  if (number == 0 || number < Limits::min() || number > Limits::max()) return std::nullopt;
+  return static_cast<int>(number);
+}
+
+// Returns the reason of a failure; empty when there is none.
+std::string ReadVersion(const std::string& path, Version& out) {
+  db_util::Database db;
+  const int opened = db_util::OpenQuietly(path, db, db_util::OpenMode::kReadOnly);
+  if (opened != SQLITE_OK) return ReasonOf(sqlite3_errstr(opened), opened);
+  std::string value;
+  bool found = false;
+  db_util::QueryResult result =
+      ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'branch';", value, found);
+  const std::string branch = value;
+  // The value is not cleared in between: without a version row the branch is what gets parsed, and yields 0.
+  if (result.ok()) {
+    result = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'version';", value, found);
+  }
+  if (!result.ok()) return ReasonOf(result.message, result.code);
+  const std::optional<int> number = ParseNumber(value);
+  if (!number && !found) return "config_table has no row for it";
+  if (!number) return "'" + logger::CutInTheMiddle(value, kLongestShownValue) + "' is no version number";
+  out = {branch, *number};
+  return {};
+}
+
+}  // namespace
+
+int ReadStoredVersion(const std::string& path, Version& out) {
+  const std::string reason = ReadVersion(path, out);
+  if (reason.empty()) return 0;
+  LogUnreadableVersion(path, reason);
+  return -1;
+}
+
+void LogUnreadableVersion(const std::string& path, const std::string& reason) {
+  logger::UpdaterLog("cannot read the version of database %s: %s\n", path, reason);
+}
+
+}  // namespace updater

@@ -1,0 +1,19 @@
+// The version that a database says it has.
+#pragma once
+
+#include <string>
+
+#include "updater/framework/version.h"
+
+namespace updater {
+
+// Reads branch and number of the database at `path` without changing it. The number is what stands before the
+// first character that is no digit. Returns 0, or -1 with `out` untouched after logging
+// "cannot read the version of database %s: %s\n": the file cannot be opened, has no config_table, or no
+// version that is a number of 32 bits other than 0.
+[[nodiscard]] int ReadStoredVersion(const std::string& path, Version& out);
+
+// The line that it logs.
+void LogUnreadableVersion(const std::string& path, const std::string& reason);
+
+}  // namespace updater
