@@ -31,13 +31,14 @@ int FolderUpdater::ExecOnView(ViewId view, const std::string& body) {
   return ExecAttached(db(), "view_db", folders_.ViewDatabase(view), body);
 }
 
-int FolderUpdater::UpdateViewRotations(const logger::SqlFormat<ViewId>& statements) {
+int FolderUpdater::UpdateViewRotations(const logger::SqlFormat<long long>& statements) {
   SettingsRows rows(db());
   return ForEachView([&](ViewId view) {
     ViewId row = 0;
     if (rows.Find(view, row) < 0) return -1;
     std::string script;
-    const bool updated = db_util::FormatSql<ViewId>(script, statements, row) && ExecOnView(view, script) == 0;
+    const bool updated =
+        db_util::FormatSql<long long>(script, statements, StoredId(row)) && ExecOnView(view, script) == 0;
     if (updated) return 0;
     logger::UpdaterLog("Failed to update rotate_cnt for view %llu\n", view);
     logger::UpdaterLog("Failed to update rotate count for view %llu\n", view);

@@ -27,7 +27,7 @@ class FolderUpdater : public ServerUpdater {
   // Runs the statements on every view, with the number of its row in rotate_setting_table put in. Returns 0,
   // or -1 after logging "failed to get user type of view %llu\n", or "Failed to update rotate_cnt for view
   // %llu\n" and "Failed to update rotate count for view %llu\n".
-  [[nodiscard]] int UpdateViewRotations(const logger::SqlFormat<ViewId>& statements);
+  [[nodiscard]] int UpdateViewRotations(const logger::SqlFormat<long long>& statements);
 
  private:
   [[nodiscard]] int ListVersionFolders() final;

@@ -13,9 +13,8 @@ int RunMaintenance(const std::string& path, const std::string& statements) {
     return -1;
   }
   (void)sqlite3_busy_timeout(db.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
-  (void)TuneSchema(db.get(), "main");  // what is wrong with the file, the statements say
   std::string error;
-  const int code = db_util::Execute(db.get(), statements, error);
+  const int code = db_util::Execute(db.get(), TuneStatements("main") + statements, error);
   if (code == SQLITE_OK) return 0;
   // The only line of the updaters with another head and no source line; keep it so.
   logger::SystemLog("StratoFolder Updater: sqlite3_exec: %s (%d)", error, code);

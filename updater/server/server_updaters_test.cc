@@ -157,6 +157,88 @@ TEST_F(ServerUpdatersTest, WithoutUsersThereAreNoViewsAndTheSharedRotationComesF
   }
 }
 
+// The order of the rows is all that a table without a key has.
+TEST_F(ServerUpdatersTest, To3400KeepsNodesUnderViewIdsBelowZeroAndTheOrderOfTheirRows) {
+  StartAt(3300);
+  RunSql(package_.user, "UPDATE user_table SET view_id = -5 WHERE view_id = 17;");
+  RunSql(package_.data,
+         "UPDATE node_table SET view_id = -5 WHERE view_id = 1;"
+         "CREATE TABLE kept AS SELECT * FROM tree_table; DELETE FROM tree_table;"
+         "INSERT INTO tree_table SELECT * FROM kept ORDER BY node_id DESC;");
+  RunSql(package_.client, "DELETE FROM progress_table; INSERT INTO progress_table VALUES (-5, 77);");
+  const std::string nodes =
+      Query(package_.data, "SELECT node_id FROM node_table WHERE view_id = -5 ORDER BY 1;");
+  const std::string rows = "SELECT node_id || '-' || parent_id FROM tree_table ";
+  const std::string tree =
+      Query(package_.data,
+            rows + "WHERE node_id IN (SELECT node_id FROM node_table WHERE view_id = -5) ORDER BY rowid;");
+  const std::string view = View("18446744073709551611");
+  for (const auto& [from, to] : {std::pair(3300, 3400), {3400, 3450}, {3450, 4000}, {4000, 4060}}) {
+    ASSERT_EQ(Update(from, to), 0);
+  }
+  EXPECT_EQ(Query(view, "SELECT node_id FROM node_table ORDER BY 1;"), nodes);
+  EXPECT_EQ(Query(view, rows + "ORDER BY rowid;"), tree);
+  EXPECT_EQ(Config(package_.client, "'sync_id_view_18446744073709551611'"),
+            "sync_id_view_18446744073709551611=77 ");
+  EXPECT_EQ(Query(package_.user, "SELECT view_id FROM rotate_setting_table;"), "-5 0 ");
+}
+
+TEST_F(ServerUpdatersTest, To3400RefusesNodesUnderWhatIsNoViewIdBeforeItWritesAnything) {
+  for (const std::string stored : {"'20abc'", "20.5", "X'3230'", "NULL"}) {
+    const auto start = [&](const std::string& nodes) {
+      StartAt(3300);
+      RunSql(package_.user, "UPDATE user_table SET view_id = " + stored + " WHERE view_id = 5;");
+      RunSql(package_.data, "UPDATE node_table SET view_id = " + nodes + " WHERE view_id = 1;");
+      return Update(3300, 3400);
+    };
+    EXPECT_EQ(start("6"), 0) << "harmless without nodes";
+    EXPECT_EQ(Config(package_.user, "'view_id'"), "view_id=4294967298 ") << stored;
+    if (stored == "NULL") continue;  // equal to nothing
+    EXPECT_EQ(start(stored), -1);
+    EXPECT_EQ(sink_.Texts(), (std::vector<std::string>{
+                                 UpdaterLine("user_table row 1 ('DOM\\bob 100%') has nodes under view_id " +
+                                             stored + ", which is no view id\n"),
+                                 UpdaterLine("failed to update databases\n")}));
+    EXPECT_FALSE(fs::exists(package_.view_folder));
+  }
+}
+
+TEST_F(ServerUpdatersTest, FailedScriptsAreLoggedWholeOrNotAtAll) {
+  using namespace ::testing;
+  const std::string step = UpdaterLine("failed to update databases\n");
+  StartAt(3200);
+  RunSql(package_.data, "DROP TABLE log_table;");
+  EXPECT_EQ(Update(3200, 3300), -1);
+  EXPECT_THAT(sink_.Texts(),
+              ElementsAre(AllOf(StartsWith(UpdaterLine("sqlite3_exec(PRAGMA log_db.journal_mode = WAL;")),
+                                HasSubstr("_s5_index ON log_table(s5);INSERT INTO log_db.log_table SELECT"),
+                                EndsWith("END TRANSACTION; ): no such table: data_db.log_table (1)\n")),
+                          UpdaterLine("3200 to 3300, log_db (" + package_.log + "), data_db (" +
+                                      package_.data + "): no such table: data_db.log_table (1)\n"),
+                          step));
+  StartAt(3300);
+  fs::create_directories(Sync("new-syncfolder.sqlite-wal/planted"));
+  EXPECT_EQ(Update(3300, 3400), -1);
+  EXPECT_THAT(sink_.Texts(), ElementsAre(UpdaterLine("CreateViewDB: initialize view db failed\n"),
+                                         UpdaterLine("Failed to CreateNewDataDB\n"),
+                                         UpdaterLine("Failed to update data db\n"), step));
+  StartAt(4100);
+  RunSql(View("5"), "DROP TABLE version_table;");
+  EXPECT_EQ(Update(4100, 4150), -1);
+  EXPECT_THAT(sink_.Texts(),
+              ElementsAre(AllOf(StartsWith(UpdaterLine("Failed to exec ATTACH")), Not(HasSubstr("PRAGMA")),
+                                EndsWith("node_table_old; DROP TABLE IF EXISTS view_db.version_table_old; "
+                                         "END;DETACH DATABASE view_db;\n")),
+                          UpdaterLine("4100 to 4150, view_db (" + View("5") +
+                                      "): no such table: view_db.version_table (1)\n"),
+                          UpdaterLine("Failed to update view db for view 5\n"),
+                          UpdaterLine("failed to update all view db\n")));
+  StartAt(3200);
+  std::ofstream(package_.data) << "no database" << std::string(4096, 'x');
+  EXPECT_EQ(Update(3200, 3300), -1);
+  EXPECT_THAT(sink_.Texts(), Not(Contains(HasSubstr("PRAGMA"))));
+}
+
 TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation) {
   StartAt(3400, "shared-rotation");
   for (const char* name : {"abc", "1abc"}) fs::copy(Sync("view/1"), Sync("view/") + name);

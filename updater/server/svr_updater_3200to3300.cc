@@ -46,11 +46,14 @@ SvrUpdater3200to3300::SvrUpdater3200to3300(const UpdaterContext& context, const 
                    {.data = data, .log = log, .user = user, .client = client}) {}
 
 int SvrUpdater3200to3300::UpdateDatabases() {
+  const std::string tables = "BEGIN TRANSACTION; " + sql::CreateLogTable("log_db") + kCreateConfig;
+  const std::string indexes = sql::CreateLogIndexes("log_db");
+  const std::string end = "END TRANSACTION; ";
   // The journal settings name their own level of flushing, so the working copy is tuned again behind them.
-  if (db_util::ExecScript(db(), kSetJournal) < 0 || TuneSchema(db(), "log_db") < 0) return -1;
   // The indexes follow the rows: filled one row at a time they took five times as long for a million rows.
-  return db_util::ExecScript(db(), "BEGIN TRANSACTION; " + sql::CreateLogTable("log_db") + kCreateConfig +
-                                       kMoveRows + sql::CreateLogIndexes("log_db") + "END TRANSACTION; ");
+  return db_util::ExecScriptAs(db(),
+                               kSetJournal + TuneStatements("log_db") + tables + kMoveRows + indexes + end,
+                               kSetJournal + tables + indexes + kMoveRows + end);
 }
 
 void SvrUpdater3200to3300::AfterDisconnect() {

@@ -14,6 +14,7 @@ namespace updater::server {
 namespace {
 
 using db_util::ExecScript;
+using db_util::ExecScriptAs;
 using db_util::ExecSql;
 using logger::Succeeded;
 
@@ -39,7 +40,7 @@ constexpr const char* kCopyViewRows =
     "(CASE WHEN v_mac_attr = '' THEN '' ELSE 'uuid=%q&' || v_mac_attr END), v_acl_attribute, v_acl_hash, "
     "v_share_priv_disabled, v_share_priv_deny_list, v_share_priv_ro_list, v_share_priv_rw_list, "
     "v_share_priv_hash, (CASE WHEN node_delta_file_id > 0 THEN '%q' ELSE NULL END) AS node_delta_file_uuid, "
-    "node_delta_file_id, 0 AS sign_id FROM data_db.node_table WHERE data_db.node_table.view_id = %llu; "
+    "node_delta_file_id, 0 AS sign_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld; "
 
     "INSERT INTO view_db.version_table SELECT ver_id, node_id, attribute, sync_id, base_id, ctime, "
     "(CASE WHEN file_id > 0 THEN '%q' ELSE NULL END) AS file_uuid, file_id, file_size, file_hash, mtime, "
@@ -47,10 +48,10 @@ constexpr const char* kCopyViewRows =
     "(CASE WHEN mac_attr = '' THEN '' ELSE 'uuid=%q&' || mac_attr END), plat_attr, acl_attribute, acl_hash, "
     "share_priv_disabled, share_priv_deny_list, share_priv_ro_list, share_priv_rw_list, share_priv_hash "
     "FROM data_db.version_table WHERE node_id IN "
-    "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %llu); "
+    "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld); "
 
     "INSERT INTO view_db.tree_table SELECT * FROM data_db.tree_table WHERE node_id IN "
-    "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %llu); "
+    "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld)%s; "
 
     "UPDATE view_db.config_table SET value = (SELECT value FROM data_db.config_table WHERE key = 'sync_id') "
     "WHERE key = 'sync_id'; "
@@ -60,6 +61,10 @@ constexpr const char* kCopyViewRows =
     "WHERE key = 'remove_repo'; "
     "UPDATE view_db.config_table SET value = (SELECT value FROM data_db.config_table WHERE key = 'rotate_span') "
     "WHERE key = 'rotate_span'; ";
+
+// tree_table has no key, so its rows keep the order in which they are stored, whichever index finds them. The
+// sign keeps SQLite from reading the whole table in that order.
+constexpr const char* kInStoredOrder = " ORDER BY +data_db.tree_table.rowid";
 
 // Looks into version_table once per removed node, so the indexes come before it.
 constexpr const char* kCountVersionsOfRemovedNodes =
@@ -84,6 +89,18 @@ constexpr const char* kUpdateUserDatabase =
     "CREATE TABLE IF NOT EXISTS user_db.customized_rotate_cnt_table "
     "(\tview_id\t\tINTEGER PRIMARY KEY ON CONFLICT REPLACE,    rotate_cnt\tINTEGER );";
 
+// To MAX() a text is larger than every number, and added to it reads as its digits: the next view id would be
+// one that a living user has.
+constexpr const char* kRepairNextViewId =
+    "UPDATE user_db.config_table SET value = (SELECT MAX(CAST(view_id AS INTEGER)) + 1 FROM user_db.user_table) "
+    "WHERE key = 'view_id' AND (SELECT typeof(MAX(view_id)) FROM user_db.user_table) IN ('text', 'blob');";
+
+// A view id that is no whole number is read as one, so nodes that are stored under it would be in no view.
+constexpr const char* kLostNodesQuery =
+    "SELECT id, name, quote(view_id) FROM user_db.user_table "
+    "WHERE typeof(view_id) NOT IN ('integer', 'null') AND EXISTS "
+    "(SELECT 1 FROM data_db.node_table WHERE data_db.node_table.view_id = user_table.view_id);";
+
 constexpr const char* kFillNewDataDatabase =
     "INSERT INTO new_data_db.config_table SELECT * FROM data_db.config_table WHERE key = 'row1'; "
     "INSERT INTO new_data_db.config_table SELECT * FROM data_db.config_table WHERE key = 'serial'; "
@@ -99,8 +116,8 @@ constexpr const char* kInsertDaemonSyncId =
     "('sync_id_syncd', (SELECT value FROM data_db.config_table WHERE key = 'sync_id')); ";
 constexpr const char* kInsertViewSyncId =
     "INSERT INTO client_db.config_table (key, value) VALUES ('sync_id_view_%llu', \t"
-    "(CASE WHEN (SELECT sync_id FROM progress_table WHERE view_id = %llu) IS NOT NULL THEN \t\t"
-    "(SELECT sync_id FROM progress_table WHERE view_id = %llu) \t\t"
+    "(CASE WHEN (SELECT sync_id FROM progress_table WHERE view_id = %lld) IS NOT NULL THEN \t\t"
+    "(SELECT sync_id FROM progress_table WHERE view_id = %lld) \t\t"
     "ELSE (SELECT value FROM client_db.config_table WHERE key = 'sync_id') END)); ";
 
 bool HasLeadingIndex(sqlite3* db, const Lookup& lookup) {
@@ -147,9 +164,25 @@ SvrUpdater3300to3400::SvrUpdater3300to3400(const UpdaterContext& context, const 
 
 std::vector<ServerUpdater::Step> SvrUpdater3300to3400::Steps() {
   return {
+      {[this] { return CheckViewIds(); }, "failed to update databases\n"},
       {[this] { return CreateFolders(); }, "failed to create new db and rotate folders\n"},
       {[this] { return SplitDatabases(); }, "failed to update databases\n"},
   };
+}
+
+// A query that fails is no reason to refuse: what is wrong with the tables, the split says.
+int SvrUpdater3300to3400::CheckViewIds() const {
+  constexpr std::size_t kLongestShownValue = 100;
+  int result = 0;
+  (void)db_util::ForEachRow(db(), kLostNodesQuery, [&result](sqlite3_stmt* row) {
+    logger::UpdaterLog("user_table row %lld ('%s') has nodes under view_id %s, which is no view id\n",
+                       static_cast<long long>(sqlite3_column_int64(row, 0)),
+                       logger::CutInTheMiddle(db_util::ColumnText(row, 1), kLongestShownValue),
+                       logger::CutInTheMiddle(db_util::ColumnText(row, 2), kLongestShownValue));
+    result = -1;
+    return true;
+  });
+  return result;
 }
 
 int SvrUpdater3300to3400::CreateFolders() const {
@@ -196,10 +229,18 @@ int SvrUpdater3300to3400::SplitView(ViewId view) const {
 }
 
 int SvrUpdater3300to3400::CopyViewRows(ViewId view) const {
-  const bool copied = ExecSql(db(), kCopyViewRows, home_uuid_, home_uuid_, home_uuid_, view, home_uuid_,
-                              home_uuid_, view, view) == 0 &&
-                      ExecScript(db(), "BEGIN TRANSACTION;" + CreateViewIndexes() +
-                                           kCountVersionsOfRemovedNodes + "END TRANSACTION;") == 0;
+  const long long id = StoredId(view);
+  const auto copy_statements = [&](std::string& out, const char* order) {
+    return db_util::FormatSql(out, kCopyViewRows, home_uuid_, home_uuid_, home_uuid_, id, home_uuid_,
+                              home_uuid_, id, id, order);
+  };
+  std::string copy;
+  std::string logged;
+  const bool copied = copy_statements(copy, kInStoredOrder) && copy_statements(logged, "") &&
+                      ExecScriptAs(db(),
+                                   copy + "BEGIN TRANSACTION;" + CreateViewIndexes() +
+                                       kCountVersionsOfRemovedNodes + "END TRANSACTION;",
+                                   logged + kCountVersionsOfRemovedNodes) == 0;
   return Succeeded(copied ? 0 : -1, "Failed to dump record from data_db to view_db for view %llu\n", view)
              ? 0
              : -1;
@@ -218,15 +259,17 @@ int SvrUpdater3300to3400::SplitFiles() const {
 }
 
 int SvrUpdater3300to3400::CopyFileRows() const {
-  const bool copied = ExecScript(db(), kCopyFileRows) == 0 &&
-                      ExecScript(db(), "BEGIN TRANSACTION;" + CreateFileIndexes() + "END TRANSACTION;") == 0;
-  return Succeeded(copied ? 0 : -1, "Failed to dump record from data_db to file_db for home_uuid %s\n",
-                   home_uuid_)
+  const int copied = ExecScriptAs(
+      db(), std::string(kCopyFileRows) + "BEGIN TRANSACTION;" + CreateFileIndexes() + "END TRANSACTION;",
+      kCopyFileRows);
+  return Succeeded(copied, "Failed to dump record from data_db to file_db for home_uuid %s\n", home_uuid_)
              ? 0
              : -1;
 }
 
-int SvrUpdater3300to3400::UpdateUserDatabase() const { return ExecScript(db(), kUpdateUserDatabase); }
+int SvrUpdater3300to3400::UpdateUserDatabase() const {
+  return ExecScriptAs(db(), std::string(kUpdateUserDatabase) + kRepairNextViewId, kUpdateUserDatabase);
+}
 
 int SvrUpdater3300to3400::ReplaceDataDatabase() const {
   return Succeeded(CreateNewDataDatabase(new_data_database_, paths().data), "Failed to CreateNewDataDB\n") &&
@@ -254,7 +297,8 @@ int SvrUpdater3300to3400::InsertViewSyncIds() const {
   std::string script = kInsertDaemonSyncId;
   for (const ViewId view : views) {
     std::string statement;
-    if (!db_util::FormatSql(statement, kInsertViewSyncId, view, view, view)) return -1;
+    const long long id = StoredId(view);
+    if (!db_util::FormatSql(statement, kInsertViewSyncId, view, id, id)) return -1;
     script += statement;
   }
   return Succeeded(ExecScript(db(), script), "Failed to insert view sync_id into client db\n") ? 0 : -1;

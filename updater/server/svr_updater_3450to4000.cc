@@ -39,7 +39,7 @@ constexpr const char* kUpdateViewRotation =
     "\tWHERE key like 'rotate_cnt'; "
     "DELETE FROM view_db.config_table WHERE key like 'remove_repo'; "
     "INSERT OR REPLACE INTO user_db.rotate_setting_table VALUES "
-    "\t(%llu, (SELECT value FROM view_db.config_table WHERE key like 'rotate_cnt'), 'fifo'); "
+    "\t(%lld, (SELECT value FROM view_db.config_table WHERE key like 'rotate_cnt'), 'fifo'); "
     "CREATE INDEX IF NOT EXISTS view_db.tree_table_node_parent_index ON tree_table(node_id, parent_id);";
 
 constexpr const char* kRemoveSharedRotation =
@@ -67,10 +67,10 @@ std::vector<ServerUpdater::Step> SvrUpdater3450to4000::Steps() {
 }
 
 int SvrUpdater3450to4000::UpdateUserSchema() const {
-  std::string error;
-  const int code = db_util::Execute(db(), kUpdateUserSchema, error);
-  if (code == SQLITE_OK) return 0;
-  logger::UpdaterLog("sqlite3_exec(%d), %s, sql = %s", code, error, kUpdateUserSchema);
+  db_util::ExecFailure failure;
+  if (db_util::Execute(db(), kUpdateUserSchema, failure) == SQLITE_OK) return 0;
+  logger::UpdaterLog("sqlite3_exec(%d), %s, sql = %s", failure.code, failure.message, kUpdateUserSchema);
+  db_util::LogReasonOfLong(kUpdateUserSchema, failure);
   return -1;
 }
 

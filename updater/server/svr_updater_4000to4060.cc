@@ -5,7 +5,7 @@ namespace {
 
 constexpr const char* kInsertRotatePolicy =
     "INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES \t('rotate_policy', "
-    "\t(SELECT rotate_policy FROM user_db.rotate_setting_table WHERE view_id = %llu));";
+    "\t(SELECT rotate_policy FROM user_db.rotate_setting_table WHERE view_id = %lld));";
 
 }  // namespace
 

@@ -50,12 +50,10 @@ std::string CreateViewIndexes() {
          sql::CreateIndexes("view_db", kVersionIndexes);
 }
 
-// An index keeps its name when its table is renamed, so the first run of the index statements makes only
-// those with new names. The others come with the second run, once the old tables are gone with theirs.
-std::string RebuildScript() {
-  const std::string indexes = CreateViewIndexes();
-  return kRenameOldTables + sql::CreateViewTables("view_db", sql::kFileTypeLayout) + indexes +
-         sql::kReplaceDeleteTrigger + kCopyRows + kDropOldTables + indexes + "END;";
+// `late_indexes` are made once the old tables are gone.
+std::string RebuildScript(const std::string& late_indexes) {
+  return kRenameOldTables + sql::CreateViewTables("view_db", sql::kFileTypeLayout) + CreateViewIndexes() +
+         sql::kReplaceDeleteTrigger + kCopyRows + kDropOldTables + late_indexes + "END;";
 }
 
 }  // namespace
@@ -72,15 +70,22 @@ std::vector<ServerUpdater::Step> SvrUpdater4100to4150::Steps() {
 }
 
 int SvrUpdater4100to4150::UpdateViews() {
-  const std::string script = RebuildScript();
-  return ForEachView([this, &script](ViewId view) {
-    return Succeeded(Rebuild(view, script), "Failed to update view db for view %llu\n", view) ? 0 : -1;
+  return ForEachView([this](ViewId view) {
+    return Succeeded(Rebuild(view), "Failed to update view db for view %llu\n", view) ? 0 : -1;
   });
 }
 
-int SvrUpdater4100to4150::Rebuild(ViewId view, const std::string& script) {
-  if (ExecOnView(view, script) == 0) return 0;
-  logger::UpdaterLog("Failed to exec %s\n", AttachedScript("view_db", folders().ViewDatabase(view), script));
+// An index keeps its name when its table is renamed, so the first run of the index statements makes only
+// those with new names. The others come with the second run, of which the log does not tell.
+int SvrUpdater4100to4150::Rebuild(ViewId view) const {
+  const std::string path = folders().ViewDatabase(view);
+  const std::string script =
+      AttachedScript("view_db", path, TuneStatements("view_db") + RebuildScript(CreateViewIndexes()));
+  db_util::ExecFailure failure;
+  if (!script.empty() && db_util::Execute(db(), script, failure) == SQLITE_OK) return 0;
+  const std::string logged = AttachedScript("view_db", path, RebuildScript({}));
+  logger::UpdaterLog("Failed to exec %s\n", logged);
+  db_util::LogReasonOfLong(logged, failure);
   return -1;
 }
 

@@ -20,7 +20,7 @@ class SvrUpdater4100to4150 : public FolderUpdater {
 
  private:
   [[nodiscard]] int UpdateViews();
-  [[nodiscard]] int Rebuild(ViewId view, const std::string& script);
+  [[nodiscard]] int Rebuild(ViewId view) const;
 };
 
 }  // namespace updater::server
