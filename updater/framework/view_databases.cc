@@ -129,6 +129,4 @@ std::string TuneStatements(const char* schema) {
          std::to_string(kCacheKiB) + ";";
 }
 
-int TuneSchema(sqlite3* db, const char* schema) { return db_util::ExecScript(db, TuneStatements(schema)); }
-
 }  // namespace updater

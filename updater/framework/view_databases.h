@@ -72,6 +72,5 @@ class FolderDatabases {
 // Statements that follow every ATTACH: a working copy is disposable until the run is committed, so nothing is
 // flushed for it. No setting leaves a trace in the file, and no log shows them.
 [[nodiscard]] std::string TuneStatements(const char* schema);
-[[nodiscard]] int TuneSchema(sqlite3* db, const char* schema);
 
 }  // namespace updater

@@ -99,12 +99,15 @@ int OpenNewDatabase(const std::string& path, db_util::Database& out) {
 }
 
 // Tuned twice: the first time for the change of the journal mode, which flushes too, and again because the
-// pragmas set their own level.
+// pragmas set their own level. What fails is told by the caller's line alone; keep it so.
 int InitializeDatabase(sqlite3* db, const std::string& path, const std::string& data_database,
                        const std::string& script) {
-  return file_op::CopyOwnerAndMode(data_database, path) == 0 && TuneSchema(db, "main") == 0 &&
-                 db_util::ExecScript(db, kJournalPragmas) == 0 && TuneSchema(db, "main") == 0 &&
-                 db_util::ExecScript(db, "BEGIN TRANSACTION;" + script + "END TRANSACTION;") == 0
+  const std::string tune = TuneStatements("main");
+  std::string error;
+  return file_op::CopyOwnerAndMode(data_database, path) == 0 &&
+                 db_util::Execute(
+                     db, tune + kJournalPragmas + tune + "BEGIN TRANSACTION;" + script + "END TRANSACTION;",
+                     error) == SQLITE_OK
              ? 0
              : -1;
 }
