@@ -65,7 +65,10 @@ std::string DatabasesIn(sqlite3* db, std::string_view sql) {
     if (position != std::string_view::npos) found.emplace(position, WithPath(db, schema));
   }
   std::string databases;
-  for (const auto& [position, database] : found) databases += (databases.empty() ? "" : ", ") + database;
+  for (const auto& [position, database] : found) {
+    if (!databases.empty()) databases += ", ";
+    databases += database;
+  }
   return databases;
 }
 
@@ -74,11 +77,9 @@ std::string DatabasesIn(sqlite3* db, std::string_view sql) {
 std::string DescribeDatabase(sqlite3* db, std::string_view rest, const std::string& script) {
   const std::string_view statement = rest.substr(0, rest.find(';'));
   if (statement.starts_with("ATTACH ")) return std::string(statement);
-  for (const std::string_view sql : {statement, std::string_view(script)}) {
-    std::string databases = DatabasesIn(db, sql);
-    if (!databases.empty()) return databases;
-  }
-  return WithPath(db, "main");
+  std::string databases = DatabasesIn(db, statement);
+  if (databases.empty()) databases = DatabasesIn(db, script);
+  return databases.empty() ? WithPath(db, "main") : databases;
 }
 
 // Runs the first statement of `rest` to its end and moves `rest` behind it. Returns SQLite's result code.

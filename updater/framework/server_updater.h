@@ -7,8 +7,8 @@
 // its SQL and its steps; it neither opens, checks, nor closes anything of the frame's.
 //
 // Results are 0 or -1; every failure is logged where it happens, and the frame adds the line of the step that
-// failed. On failure the working copies stay as the last statement left them; a transaction that a script left
-// open is rolled back. A database whose version cannot be read is named, with the reason.
+// failed. On failure the working copies stay as the last statement left them; a transaction that a script
+// left open is rolled back. A database whose version cannot be read is named, with the reason.
 //
 // How to add an updater:
 //  1. Make updater/server/svr_updater_<from>to<to>.{h,cc} with a class SvrUpdater<from>to<to> that is a
