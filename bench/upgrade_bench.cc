@@ -86,9 +86,10 @@ class StepMeter : public updater::RunObserver {
 // Runs the driver; returns the status word that it ends with.
 std::string RunUpgrade(const std::string& volume, StepMeter& meter) {
   const platform::SystemPaths paths = platform::SystemPaths::Under(ctl::DefaultStateFolder(volume));
-  ctl::DemoPlatform demo(volume, updater::RunPaths(volume).user_db);
+  ctl::DemoPlatform demo(volume, updater::RunPaths(volume).user_db, ctl::MadeUpIdentity(), {});
+  ctl::MadeFolders made;
   std::string status;
-  if (ctl::PrepareState(paths, demo.platform().state_files, status) < 0) return status;
+  if (ctl::PrepareState(paths, demo.platform().state_files, made, status) < 0) return status;
   updater::legacy::NoLegacySteps legacy;
   updater::DatabaseCheck check(paths, demo.platform());
   std::ostringstream ignored;
@@ -144,8 +145,9 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "upgrade-bench: %s exists\n", volume.c_str());
     return 1;
   }
+  ctl::MadeFolders made;
   std::string error;
-  if (ctl::MakeSampleVolume(volume, size, error) < 0) {
+  if (ctl::MakeSampleVolume(volume, size, made, error) < 0) {
     std::fprintf(stderr, "upgrade-bench: %s\n", error.c_str());
     return 1;
   }

@@ -1,9 +1,14 @@
 #include "ctl/command_line.h"
 
+#include <algorithm>
 #include <array>
+#include <exception>
 #include <ostream>
+#include <string>
+#include <string_view>
 
 #include "ctl/commands.h"
+#include "updater/volume_upgrade.h"
 
 namespace ctl {
 namespace {
@@ -20,11 +25,21 @@ constexpr std::array kCommands = {
     Command{"run", "Upgrade the databases in a folder and show what happened", DefineRun},
 };
 
-}  // namespace
+std::string VersionText() {
+  return "updater-ctl " UPDATER_PROGRAM_VERSION ", upgrades to " + std::to_string(updater::kTargetVersion);
+}
 
-int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
+// CLI11 would only say that a command is required.
+bool IsUnknownCommand(int argc, const char* const* argv) {
+  if (argc < 2 || argv[1][0] == '-') return false;
+  return std::none_of(kCommands.begin(), kCommands.end(),
+                      [&](const Command& command) { return argv[1] == std::string_view(command.name); });
+}
+
+int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
   CLI::App app("Tries the database upgrade out in an ordinary folder: no root, no mounted volume.",
                "updater-ctl");
+  app.set_version_flag("--version", VersionText());
   app.require_subcommand(1);
   std::array<Action, kCommands.size()> actions;
   std::array<CLI::App*, kCommands.size()> subcommands = {};
@@ -35,12 +50,32 @@ int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error, streams.out, streams.err);
+    return app.exit(error, streams.out, streams.err) == 0 ? 0 : kRefused;
   }
   for (std::size_t i = 0; i < kCommands.size(); ++i) {
     if (subcommands[i]->parsed()) return actions[i]();
   }
-  return 1;  // not reached: one command is required
+  return kRefused;  // not reached: one command is required
+}
+
+}  // namespace
+
+int TellReason(const Streams& streams, const std::string& reason, int status) {
+  streams.err << "updater-ctl: " << reason << "\n";
+  return status;
+}
+
+int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
+  if (IsUnknownCommand(argc, argv)) {
+    const std::string command = argv[1];
+    return TellReason(streams, "unknown command '" + command + "'\nRun with --help for more information.",
+                      kRefused);
+  }
+  try {
+    return ParseAndRun(argc, argv, streams);
+  } catch (const std::exception& error) {  // most likely out of memory
+    return TellReason(streams, std::string("unexpected failure: ") + error.what(), kFailed);
+  }
 }
 
 }  // namespace ctl

@@ -11,8 +11,11 @@ struct Streams {
   std::ostream& err;
 };
 
-// Runs the command that the arguments (the program's name first) ask for. Returns the program's exit status:
-// 0 for success.
+// Exit statuses besides 0 for success.
+inline constexpr int kFailed = 1;   // a sample could not be made, or a run did not end in "done"
+inline constexpr int kRefused = 2;  // the arguments or the folder of a run were refused; nothing was changed
+
+// Runs the command that the arguments (the program's name first) ask for. Returns the program's exit status.
 [[nodiscard]] int RunCommandLine(int argc, const char* const* argv, const Streams& streams);
 
 }  // namespace ctl

@@ -5,8 +5,12 @@
 #include <sstream>
 
 #include "ctl/command_line.h"
+#include "ctl/demo_volumes.h"
+#include "ctl/volume_folder.h"
 #include "db-util/database.h"
 #include "db-util/query.h"
+#include "platform/sdk/volume_uuid.h"
+#include "tests/support/fixtures.h"
 #include "tests/support/temporary_folder.h"
 #include "updater/run_paths.h"
 
@@ -16,10 +20,11 @@ using ::testing::HasSubstr;
 
 class CtlTest : public testing::Test {
  protected:
-  int Run(std::vector<const char*> arguments) {
-    arguments.insert(arguments.begin(), "updater-ctl");
+  int Run(const std::vector<std::string>& arguments) {
+    std::vector<const char*> words = {"updater-ctl"};
+    for (const std::string& argument : arguments) words.push_back(argument.c_str());
     out_.str("");
-    return ctl::RunCommandLine(static_cast<int>(arguments.size()), arguments.data(), {out_, err_});
+    return ctl::RunCommandLine(static_cast<int>(words.size()), words.data(), {out_, err_});
   }
   static int Query(const std::string& database, const std::string& query) {
     db_util::Database db;
@@ -37,12 +42,12 @@ class CtlTest : public testing::Test {
 };
 
 TEST_F(CtlTest, SampleHoldsThePromisedContentAndTouchesNothingThatIsThere) {
-  ASSERT_EQ(Run({"sample", volume_.c_str(), "--nodes", "100", "--versions", "250", "--views", "7"}), 0);
+  ASSERT_EQ(Run({"sample", volume_, "--nodes", "100", "--versions", "250", "--views", "7"}), 0);
   EXPECT_EQ(Query(paths_.user_db, "SELECT count(DISTINCT view_id) FROM user_table"), 7);
   EXPECT_EQ(Query(paths_.data_db, "SELECT count(*) FROM version_table"), 250);
   const auto count_nodes = [&] { return Query(paths_.data_db, "SELECT count(*) FROM node_table"); };
   EXPECT_EQ(count_nodes(), 100);
-  EXPECT_EQ(Run({"sample", volume_.c_str(), "--nodes", "10"}), 1);
+  EXPECT_EQ(Run({"sample", volume_, "--nodes", "10"}), 1);
   EXPECT_THAT(err_.str(), HasSubstr("exists already"));
   EXPECT_EQ(count_nodes(), 100);
 }
@@ -51,20 +56,88 @@ TEST_F(CtlTest, RunShowsTheUpgradeOfEveryVersionOrItsFailure) {
   for (const char* version :
        {"4100", "4060", "4000", "3450", "3400", "3300", "3200", "3004", "2603", "2577"}) {
     std::filesystem::remove_all(volume_);
-    ASSERT_EQ(Run({"sample", volume_.c_str(), "--version", version}), 0) << err_.str();
-    ASSERT_EQ(Run({"run", volume_.c_str()}), 0) << version << out_.str();
+    ASSERT_EQ(Run({"sample", volume_, "--version", version}), 0) << err_.str();
+    ASSERT_EQ(Run({"run", volume_}), 0) << version << out_.str();
   }
-  for (const char* part : {"(master, 4100)   -> (master, 4150)", "view databases: 5 (1, 2, 3, 5, 6)\n",
-                           "view 6         (master, 4150)", "removed left.the.company", "Status: done"}) {
+  for (const char* part :
+       {"(master, 4100)   -> (master, 4150)", "view databases: 5 (1, 2, 3, 5, 6)\n",
+        "view 6         (master, 4150)", "removed left.the.company",
+        "content version_table                       180 -> 150                -30", "Status: done"}) {
     EXPECT_THAT(out_.str(), HasSubstr(part));
   }
   std::filesystem::remove_all(volume_);
-  ASSERT_EQ(Run({"sample", volume_.c_str()}), 0);
+  ASSERT_EQ(Run({"sample", volume_}), 0);
   std::filesystem::remove_all(paths_.sync_folder + "/delta");
-  EXPECT_EQ(Run({"run", volume_.c_str()}), 1);
+  EXPECT_EQ(Run({"run", volume_}), 1);
   EXPECT_THAT(out_.str(), HasSubstr("failed to create empty file"));
-  EXPECT_EQ(Run({"sample", (volume_ + "2").c_str(), "--version", "3100"}), 1);
-  EXPECT_THAT(err_.str(), HasSubstr("no updater leads to version 3100"));
+}
+
+TEST_F(CtlTest, RecordedVolumesKeepTheirRecords) {
+  ASSERT_EQ(Run({"sample", volume_, "--version", "4100", "--views", "1"}), 0) << err_.str();
+  // As in a copy from another machine; two rows with one path, one of a volume that is not here.
+  tests::RunSql(
+      paths_.data_db,
+      "UPDATE volume_table SET repo_path = '/volume1/@stratofolder/@sync';"
+      "INSERT INTO volume_table VALUES ('a', '/volume1/@stratofolder/@sync'), ('', '/volume1/@stratofolder/@sync'), ('b', '/gone');");
+  tests::RunSql(paths_.view_folder + "/1/view-db.sqlite", "UPDATE version_table SET file_uuid = 'b';");
+  ASSERT_EQ(Run({"run", volume_}), 0) << out_.str();
+  EXPECT_EQ(Query(paths_.data_db, "SELECT count(*) FROM volume_table"), 4);
+  EXPECT_THAT(out_.str(), HasSubstr("content all tables                          647 -> 647 "));
+
+  const platform::FileSystemUuid bytes = {1, 2, 3, 4, 5, 6, 7, 8};
+  const std::string uuid = platform::sdk::BtrfsUuidToNewForm(bytes);
+  ctl::DemoVolumes volumes("/here", {platform::FileSystemType::kBtrfs, uuid, bytes},
+                           {{platform::sdk::BtrfsUuidToOldForm(bytes), "/recorded"}});
+  std::string answer;
+  EXPECT_EQ(platform::sdk::GetVolumeUuid(volumes, "/recorded", answer), 0);
+  EXPECT_EQ(answer, uuid);
+  EXPECT_EQ(platform::sdk::GetOldBtrfsUuid(volumes, "/recorded", answer), 0);
+}
+
+TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
+  ASSERT_EQ(Run({"sample", volume_}), 0);
+  for (const char* path : {"empty", "package/@stratofolder", "sync/@stratofolder/@sync", "linked",
+                           "odd/@stratofolder/@sync/syncfolder-db.sqlite"}) {
+    std::filesystem::create_directories(folder_ / path);
+  }
+  std::filesystem::create_symlink(folder_ / "empty", folder_ / "link");
+  std::filesystem::create_symlink(volume_ + "/@stratofolder", folder_ / "linked/@stratofolder");
+  const std::string file = folder_.Write("state/usr", "");
+  const auto before = tests::ReadTree(folder_.path());
+  const std::string give_volume = "give the folder that holds @stratofolder: " + volume_ + "\n";
+  const auto refuse = [&](const std::vector<std::string>& arguments, const std::string& reason) {
+    err_.str("");
+    EXPECT_EQ(Run(arguments), 2) << reason;
+    EXPECT_THAT(err_.str(), HasSubstr(reason));
+    EXPECT_EQ(tests::ReadTree(folder_.path()), before) << reason;
+  };
+  for (const auto& [name, reason] :
+       std::vector<std::pair<std::string, std::string>>{{"none", "No such file or directory"},
+                                                        {"state/usr", "is no folder"},
+                                                        {"empty", "holds no @stratofolder/@sync"},
+                                                        {"link", "empty holds no @stratofolder/@sync"},
+                                                        {"package/", "holds no @stratofolder/@sync"},
+                                                        {"sync", "syncfolder-db.sqlite: No such file"},
+                                                        {"odd", "is no file"},
+                                                        {"linked", "is reached through a link"},
+                                                        {"volume/@stratofolder", give_volume},
+                                                        {"volume/@stratofolder/@sync", give_volume}}) {
+    refuse({"run", folder_ / name}, reason);
+  }
+  for (const std::string& state : {std::string(), std::string("/"), volume_ + "/@stratofolder/x"}) {
+    refuse({"run", volume_, "--state", state}, state.empty() ? "is no path" : "the package's own");
+  }
+  refuse({"run", volume_, "--state", folder_ / "state"}, "cannot make the folder");
+  refuse({"run", ""}, "cannot use ''");
+  refuse({"sample", ""}, "is no path");
+  refuse({"sample", folder_ / "new/a", "--version", "4200"}, "4200 not in");
+  refuse({"frob", volume_}, "unknown command 'frob'");
+  base::FileDescriptor lock;
+  std::string error;
+  ASSERT_EQ(ctl::LockFolder(volume_, lock, error), 0);
+  refuse({"run", volume_}, "another updater-ctl is at work");
+  EXPECT_EQ(Run({"--version"}), 0);
+  EXPECT_THAT(out_.str(), HasSubstr("4150"));
 }
 
 }  // namespace

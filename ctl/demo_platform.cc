@@ -1,7 +1,6 @@
 #include "ctl/demo_platform.h"
 
 #include <strings.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -12,46 +11,12 @@
 namespace ctl {
 namespace {
 
-constexpr const char* kVolumeUuid = "3c6e0b8a-9c15-424a-8240-63ff7cf2ab1d";
 constexpr std::string_view kWatchedFolder = "/StratoFolder";
 constexpr int kNormalUser = 0;
 constexpr int kShareUser = 1;
 constexpr int kAccountExpired = 2;  // bit of a user's attribute
 
 }  // namespace
-
-int DemoVolumes::PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) {
-  struct stat status = {};
-  if (path != volume_ || stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return -1;
-  info = {.mount_point = volume_, .device = "a folder", .file_system = "ext4"};
-  return 0;
-}
-
-int DemoVolumes::GetShareBinPath(const std::string& /*path*/, std::string& bin_path) {
-  bin_path = volume_;
-  return 0;
-}
-
-int DemoVolumes::GetFileSystemType(const std::string& /*path*/, platform::FileSystemType& type) {
-  type = platform::FileSystemType::kExt4;
-  return 0;
-}
-
-int DemoVolumes::GetBtrfsUuid(const std::string& /*path*/, platform::FileSystemUuid& /*uuid*/) { return -1; }
-
-int DemoVolumes::ReadBtrfsSuperblock(const std::string& /*path*/, platform::BtrfsSuperblock& /*superblock*/) {
-  return -1;
-}
-
-int DemoVolumes::GetExtUuid(const std::string& /*path*/, std::string& uuid) {
-  uuid = kVolumeUuid;
-  return 0;
-}
-
-int DemoVolumes::ListMountPoints(std::vector<std::string>& mount_points) {
-  mount_points = {volume_};
-  return 0;
-}
 
 int DemoAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::string& /*application_id*/) {
   allowed_.insert(user);
@@ -87,7 +52,9 @@ platform::Lookup DemoShares::Open(const std::string& name, platform::Share& shar
   return platform::Lookup::kFound;
 }
 
-DemoPlatform::DemoPlatform(const std::string& volume, const std::string& user_database) : volumes_(volume) {
+DemoPlatform::DemoPlatform(const std::string& volume, const std::string& user_database, VolumeIdentity own,
+                           const RecordedVolumes& recorded)
+    : volumes_(volume, std::move(own), recorded) {
   ReadUsers(user_database);
 }
 

@@ -1,6 +1,6 @@
 // A machine on which the upgrade runs in an ordinary folder, without root: the folder counts as a mounted
-// ext4 volume with a uuid of its own, and the accounts and shares are those that the volume's user database
-// knows. Key/value and pid files are real.
+// volume, other volumes are those that the data database records, and the accounts and shares are those that
+// the user database knows. Key/value and pid files are real.
 #pragma once
 
 #include <map>
@@ -8,28 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "ctl/demo_volumes.h"
 #include "platform/host/host_state_files.h"
 #include "platform/platform.h"
 
 namespace ctl {
-
-class DemoVolumes : public platform::Volumes {
- public:
-  explicit DemoVolumes(std::string volume) : volume_(std::move(volume)) {}
-
-  // The folder is a volume; every other path lies on it.
-  [[nodiscard]] int PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) override;
-  [[nodiscard]] int GetShareBinPath(const std::string& path, std::string& bin_path) override;
-  [[nodiscard]] int GetFileSystemType(const std::string& path, platform::FileSystemType& type) override;
-  [[nodiscard]] int GetBtrfsUuid(const std::string& path, platform::FileSystemUuid& uuid) override;
-  [[nodiscard]] int ReadBtrfsSuperblock(const std::string& path,
-                                        platform::BtrfsSuperblock& superblock) override;
-  [[nodiscard]] int GetExtUuid(const std::string& path, std::string& uuid) override;
-  [[nodiscard]] int ListMountPoints(std::vector<std::string>& mount_points) override;
-
- private:
-  std::string volume_;
-};
 
 // Refuses nobody, and remembers who was allowed.
 class DemoAppPrivilege : public platform::AppPrivilege {
@@ -74,8 +57,9 @@ class DemoShares : public platform::Shares {
 class DemoPlatform {
  public:
   // The users are read from `user_database`; one that cannot be read gives a machine without users. The
-  // sample's user that has left has no account.
-  DemoPlatform(const std::string& volume, const std::string& user_database);
+  // sample's user that has left has no account. `own` and `recorded` as for DemoVolumes.
+  DemoPlatform(const std::string& volume, const std::string& user_database, VolumeIdentity own,
+               const RecordedVolumes& recorded);
 
   [[nodiscard]] platform::Platform& platform() { return platform_; }
   [[nodiscard]] const DemoAppPrivilege& app_privilege() const { return app_privilege_; }

@@ -1,23 +1,18 @@
 #include "ctl/demo_state.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 
-#include "file-op/file_op.h"
 #include "updater/service_status.h"
 
 namespace ctl {
 
 std::string DefaultStateFolder(const std::string& volume) { return volume + "/@updater-ctl"; }
 
-int PrepareState(const platform::SystemPaths& paths, platform::StateFiles& state_files, std::string& error) {
+int PrepareState(const platform::SystemPaths& paths, platform::StateFiles& state_files, MadeFolders& made,
+                 std::string& error) {
   for (const std::string* path : {&paths.package_enabled, &paths.service_status, &paths.upgrading_mark,
                                   &paths.scratch_database, &paths.user_lock}) {
-    const std::string folder = path->substr(0, path->rfind('/'));
-    if (file_op::FSMKDir(folder, true) == 0) continue;
-    error = "cannot make the folder " + folder + ": " + std::strerror(errno);
-    return -1;
+    if (made.Make(path->substr(0, path->rfind('/')), error) < 0) return -1;
   }
   updater::ServiceStatus status(paths, state_files);
   if (!std::ofstream(paths.package_enabled) || status.SetServiceStatus(updater::status::kInitializing) < 0) {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "ctl/made_folders.h"
 #include "platform/state_files.h"
 #include "platform/system_paths.h"
 
@@ -12,8 +13,9 @@ namespace ctl {
 [[nodiscard]] std::string DefaultStateFolder(const std::string& volume);
 
 // Makes the folders of `paths` and puts the package into the state in which an upgrade is started: enabled,
-// status "initializing". Returns 0, or -1 with the reason in `error`.
+// status "initializing". Returns 0, or -1 with the reason in `error`. What was made is for `made` to take
+// back.
 [[nodiscard]] int PrepareState(const platform::SystemPaths& paths, platform::StateFiles& state_files,
-                               std::string& error);
+                               MadeFolders& made, std::string& error);
 
 }  // namespace ctl

@@ -1,13 +1,17 @@
-#include <filesystem>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <sstream>
 
 #include "ctl/commands.h"
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
+#include "ctl/made_folders.h"
+#include "ctl/row_report.h"
 #include "ctl/run_report.h"
+#include "ctl/volume_folder.h"
 #include "logger/recording_sink.h"
+#include "platform/host/host_state_files.h"
 #include "updater/database_check.h"
 #include "updater/run_updater.h"
 #include "updater/service_status.h"
@@ -17,7 +21,7 @@ namespace {
 
 struct RunArguments {
   std::string folder;
-  std::string state;
+  std::optional<std::string> state;
   bool with_legacy_steps = false;
   bool show_log = false;
 };
@@ -70,25 +74,49 @@ void PrintUsersAllowed(const DemoAppPrivilege& app_privilege, std::ostream& out)
   out << "\n";
 }
 
-int RunVolume(const RunArguments& arguments, const Streams& streams) {
-  const std::string volume = std::filesystem::absolute(arguments.folder).string();
-  const updater::RunPaths run_paths(volume);
-  const platform::SystemPaths paths =
-      platform::SystemPaths::Under(arguments.state.empty() ? DefaultStateFolder(volume) : arguments.state);
-  DemoPlatform demo(volume, run_paths.user_db);
-  std::string error;
-  if (!std::filesystem::is_directory(volume)) error = volume + " is not a folder";
-  if (!error.empty() || PrepareState(paths, demo.platform().state_files, error) < 0) {
-    streams.err << "updater-ctl: " << error << "\n";
-    return 1;
+// What a run works on. Nobody else works on it, or keeps a run's state in its state folder, while this lives.
+struct RunPlace {
+  std::string volume;
+  platform::SystemPaths paths;
+  base::FileDescriptor volume_lock;
+  base::FileDescriptor state_lock;
+};
+
+// Returns 0, or -1 with the reason in `error`; nothing that was not there before is left then.
+int TakePlace(const RunArguments& arguments, RunPlace& place, std::string& error) {
+  if (FindVolume(arguments.folder, place.volume, error) < 0) return -1;
+  const std::string argument = arguments.state ? *arguments.state : DefaultStateFolder(place.volume);
+  std::string state;
+  MadeFolders made;
+  platform::host::HostStateFiles state_files;
+  if (FindStateFolder(argument, place.volume, state, error) < 0) return -1;
+  place.paths = platform::SystemPaths::Under(state);
+  if (LockFolder(place.volume, place.volume_lock, error) < 0 || made.Make(state, error) < 0 ||
+      LockFolder(state, place.state_lock, error) < 0 ||
+      PrepareState(place.paths, state_files, made, error) < 0) {
+    return -1;
   }
+  made.Keep();
+  return 0;
+}
+
+int RunVolume(const RunArguments& arguments, const Streams& streams) {
+  RunPlace place;
+  std::string error;
+  if (TakePlace(arguments, place, error) < 0) return TellReason(streams, error, kRefused);
+  const updater::RunPaths run_paths(place.volume);
+  const VolumeIdentity own = ReadIdentity(place.volume);
+  const RecordedVolumes recorded = ReadRecordedVolumes(run_paths.data_db);
+  DemoPlatform demo(place.volume, run_paths.user_db, own, recorded);
 
   const VolumeSurvey before = SurveyVolume(run_paths);
-  streams.out << "Before\n";
+  streams.out << "Volumes\n";
+  PrintVolumes(own, recorded, streams.out);
+  streams.out << "\nBefore\n";
   PrintSurvey(before, streams.out);
 
   RunRecord record;
-  const int result = RunDriver(volume, arguments, paths, demo, record);
+  const int result = RunDriver(place.volume, arguments, place.paths, demo, record);
   const bool is_done = result == 0 && record.status == updater::status::kDone;
 
   const VolumeSurvey after = SurveyVolume(run_paths);
@@ -103,9 +131,12 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   PrintRemovedUsers(before, after, streams.out);
   streams.out << "\nAfter\n";
   PrintSurvey(after, streams.out);
+  streams.out
+      << "\nRows, in all tables and where their number has changed (content: data, views and files)\n";
+  PrintRowChanges(before, after, streams.out);
   if (arguments.show_log || !is_done) PrintLog(record.log, streams.out);
   streams.out << "\nStatus: " << record.status << "\n";
-  return is_done ? 0 : 1;
+  return is_done ? 0 : kFailed;
 }
 
 }  // namespace

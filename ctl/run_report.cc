@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iomanip>
 #include <ostream>
+#include <set>
 
 namespace ctl {
 namespace {
@@ -57,6 +58,25 @@ void PrintChain(const StepTimes& times, std::ostream& out) {
         << std::setw(9) << std::fixed << std::setprecision(1) << step.milliseconds << " ms"
         << (step.failed ? "  FAILED" : "") << "\n";
   }
+}
+
+void PrintVolumes(const VolumeIdentity& own, const RecordedVolumes& recorded, std::ostream& out) {
+  const bool made_up = own.uuid == MadeUpIdentity().uuid;
+  if (recorded.empty()) {
+    out << "  none is recorded; the uuid " << own.uuid << " is taken, "
+        << (made_up ? "which is made up" : "that of the file system the folder is on") << "\n";
+    return;
+  }
+  std::set<std::string> paths;
+  bool shared_path = false;
+  for (const auto& [uuid, path] : recorded) {
+    out << "  " << uuid << "  " << path << "\n";
+    shared_path = !paths.insert(path).second || shared_path;
+  }
+  out << "  They are taken for what is recorded of them. What a run on their own machine does besides is not\n"
+         "  shown: it removes the records of a volume that is gone or has another uuid by then, and below 4000\n"
+         "  gives the uuid of a btrfs volume its new form (shown for the volume that this folder is on).\n";
+  if (shared_path) out << "  Some have the same path: all but one of them will count as gone there.\n";
 }
 
 void PrintMadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ctl/demo_volumes.h"
 #include "ctl/volume_survey.h"
 #include "updater/framework/updater_framework.h"
 
@@ -32,6 +33,9 @@ class StepTimes : public updater::RunObserver {
 };
 
 void PrintChain(const StepTimes& times, std::ostream& out);
+
+// The volumes as the run is shown them, and what it can therefore not show.
+void PrintVolumes(const VolumeIdentity& own, const RecordedVolumes& recorded, std::ostream& out);
 
 // The views and volumes for which `after` has a database and `before` has not.
 void PrintMadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out);

@@ -1,4 +1,3 @@
-#include <filesystem>
 #include <memory>
 #include <ostream>
 
@@ -6,10 +5,13 @@
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
 #include "ctl/sample_volume.h"
+#include "ctl/volume_folder.h"
 #include "ctl/volume_survey.h"
 
 namespace ctl {
 namespace {
+
+constexpr int kLargestSize = 100000000;  // far below where the numbers of nodes and versions overflow
 
 struct SampleArguments {
   std::string folder;
@@ -17,21 +19,26 @@ struct SampleArguments {
   SampleSize size;
 };
 
-int LiftTo(int version, const std::string& volume, std::string& error) {
-  DemoPlatform demo(volume, updater::RunPaths(volume).user_db);
+int LiftTo(int version, const std::string& volume, MadeFolders& made, std::string& error) {
+  DemoPlatform demo(volume, updater::RunPaths(volume).user_db, MadeUpIdentity(), {});
   const platform::SystemPaths paths = platform::SystemPaths::Under(DefaultStateFolder(volume));
-  if (PrepareState(paths, demo.platform().state_files, error) < 0) return -1;
+  if (PrepareState(paths, demo.platform().state_files, made, error) < 0) return -1;
   std::ostream silent(nullptr);  // how the sample came about is nobody's concern
   return LiftSampleVolume(volume, version, {paths.scratch_database, silent, demo.platform()}, error);
 }
 
 int MakeSample(const SampleArguments& arguments, const Streams& streams) {
-  const std::string volume = std::filesystem::absolute(arguments.folder).string();
+  MadeFolders made;
+  std::string volume;
   std::string error;
-  if (MakeSampleVolume(volume, arguments.size, error) < 0 || LiftTo(arguments.version, volume, error) < 0) {
-    streams.err << "updater-ctl: " << error << "\n";
-    return 1;
+  base::FileDescriptor lock;
+  if (AbsolutePath(arguments.folder, volume, error) < 0) return TellReason(streams, error, kRefused);
+  if (made.Make(volume, error) < 0 || LockFolder(volume, lock, error) < 0 ||
+      MakeSampleVolume(volume, arguments.size, made, error) < 0 ||
+      LiftTo(arguments.version, volume, made, error) < 0) {
+    return TellReason(streams, error, kFailed);
   }
+  made.Keep();
   streams.out << "Sample volume " << volume << "\n";
   PrintSurvey(SurveyVolume(updater::RunPaths(volume)), streams.out);
   return 0;
@@ -41,13 +48,19 @@ int MakeSample(const SampleArguments& arguments, const Streams& streams) {
 
 Action DefineSample(CLI::App& command, const Streams& streams) {
   const auto arguments = std::make_shared<SampleArguments>();
+  const CLI::Range count(1, kLargestSize);
   command.add_option("folder", arguments->folder, "Where the volume is made")->required();
-  command.add_option("--version", arguments->version, "The version of its databases")->capture_default_str();
+  command.add_option("--version", arguments->version, "The version of its databases")
+      ->check(CLI::IsMember(SampleVersions()))
+      ->capture_default_str();
   command.add_option("--nodes", arguments->size.nodes, "Files and folders in all views")
+      ->check(count)
       ->capture_default_str();
   command.add_option("--versions", arguments->size.versions, "Versions of these files")
+      ->check(CLI::Range(kLargestSize))
       ->capture_default_str();
   command.add_option("--views", arguments->size.views, "Views, each with a user of its own")
+      ->check(count)
       ->capture_default_str();
   return [arguments, streams] { return MakeSample(*arguments, streams); };
 }

@@ -1,8 +1,9 @@
 #include "ctl/sample_volume.h"
 
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
+#include <ostream>
 
+#include "ctl/demo_platform.h"
 #include "ctl/sample_schema.h"
 #include "ctl/sample_writer.h"
 #include "file-op/file_op.h"
@@ -16,13 +17,11 @@ namespace {
 constexpr int kSampleVersion = 2577;
 constexpr long long kFirstTime = 1400000000;
 
-int MakeFolders(const updater::RunPaths& paths, std::string& error) {
+int MakeFolders(const updater::RunPaths& paths, MadeFolders& made, std::string& error) {
   const std::string client_folder = paths.client_db.substr(0, paths.client_db.rfind('/'));
   for (const std::string& folder : {paths.sync_folder, paths.sync_folder + "/repo",
                                     paths.sync_folder + "/delta", paths.sync_folder + "/rm", client_folder}) {
-    if (file_op::FSMKDir(folder, true) == 0) continue;
-    error = "cannot make the folder " + folder + ": " + std::strerror(errno);
-    return -1;
+    if (made.Make(folder, error) < 0) return -1;
   }
   return 0;
 }
@@ -119,7 +118,20 @@ int WriteClientDatabase(const std::string& path, const SampleContent& content, s
 
 }  // namespace
 
-int MakeSampleVolume(const std::string& volume, const SampleSize& size, std::string& error) {
+std::vector<int> SampleVersions() {
+  DemoPlatform nobody({}, {}, MadeUpIdentity(), {});
+  std::ostream silent(nullptr);
+  std::vector<int> versions = {kSampleVersion};
+  for (const auto& updater : updater::server::CreateServerUpdaters({{}, silent, nobody.platform()}, {})) {
+    versions.push_back(updater->GetToVersion().number);
+  }
+  std::sort(versions.begin(), versions.end());
+  versions.erase(std::unique(versions.begin(), versions.end()), versions.end());
+  return versions;
+}
+
+int MakeSampleVolume(const std::string& volume, const SampleSize& size, MadeFolders& made,
+                     std::string& error) {
   if (size.views < 1 || size.nodes < size.views || size.versions < 0) {
     error = "a sample needs at least one view and one node a view";
     return -1;
@@ -130,7 +142,7 @@ int MakeSampleVolume(const std::string& volume, const SampleSize& size, std::str
     return -1;
   }
   const SampleContent content(size);
-  return MakeFolders(paths, error) < 0 || WriteDataDatabase(paths.data_db, content, error) < 0 ||
+  return MakeFolders(paths, made, error) < 0 || WriteDataDatabase(paths.data_db, content, error) < 0 ||
                  WriteUserDatabase(paths.user_db, content, error) < 0 ||
                  WriteClientDatabase(paths.client_db, content, error) < 0
              ? -1

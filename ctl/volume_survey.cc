@@ -32,23 +32,26 @@ std::string ReadVersion(sqlite3* db) {
   return "(" + QueryText(db, "SELECT value FROM config_table WHERE key = 'branch';") + ", " + number + ")";
 }
 
-std::vector<DatabaseSurvey::TableRows> CountRows(sqlite3* db) {
-  std::vector<DatabaseSurvey::TableRows> tables;
-  (void)db_util::ForEachRow(
-      db, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' ORDER BY name;",
-      [&tables](sqlite3_stmt* row) {
-        tables.push_back({db_util::ColumnText(row, 0), 0});
-        return true;
-      });
+bool CountRows(sqlite3* db, std::vector<DatabaseSurvey::TableRows>& tables) {
+  bool readable =
+      db_util::ForEachRow(
+          db,
+          "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' ORDER BY name;",
+          [&tables](sqlite3_stmt* row) {
+            tables.push_back({db_util::ColumnText(row, 0), 0});
+            return true;
+          })
+          .ok();
   for (DatabaseSurvey::TableRows& table : tables) {
     std::string query;
-    if (!db_util::FormatSql(query, "SELECT count(*) FROM \"%s\";", table.table)) continue;
-    (void)db_util::ForEachRow(db, query, [&table](sqlite3_stmt* row) {
-      table.rows = sqlite3_column_int64(row, 0);
-      return false;
-    });
+    const bool counted = db_util::FormatSql(query, "SELECT count(*) FROM %Q;", table.table) &&
+                         db_util::ForEachRow(db, query, [&table](sqlite3_stmt* row) {
+                           table.rows = sqlite3_column_int64(row, 0);
+                           return false;
+                         }).ok();
+    readable = readable && counted;
   }
-  return tables;
+  return readable;
 }
 
 void AddDatabase(VolumeSurvey& survey, DatabaseSurvey::Kind kind, std::string name, const std::string& path) {
@@ -58,11 +61,12 @@ void AddDatabase(VolumeSurvey& survey, DatabaseSurvey::Kind kind, std::string na
                              .name = std::move(name),
                              .version = "?",
                              .bytes = static_cast<long long>(status.st_size),
+                             .readable = false,
                              .tables = {}};
   db_util::Database db;
   if (db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite) == SQLITE_OK) {
     database.version = ReadVersion(db.get());
-    database.tables = CountRows(db.get());
+    database.readable = CountRows(db.get(), database.tables);
   }
   survey.databases.push_back(std::move(database));
 }

@@ -21,6 +21,7 @@ struct DatabaseSurvey {
   std::string name;     // "data"; of a view its id, of a file database the uuid of its volume
   std::string version;  // "(master, 4150)"; "?" when it cannot be read
   long long bytes = 0;
+  bool readable = false;          // false: not all tables and rows could be counted
   std::vector<TableRows> tables;  // by name
 };
 

@@ -1,0 +1,99 @@
+#include "ctl/volume_folder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "updater/run_paths.h"
+
+namespace ctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+int Refuse(std::string& error, std::string reason) {
+  error = std::move(reason);
+  return -1;
+}
+
+int RefuseBecauseOf(std::string& error, const std::string& path, int code) {
+  return Refuse(error, "cannot use " + path + ": " + std::strerror(code));
+}
+
+// What to say of a folder in which no package is. It may be the one that people mistake for the volume.
+std::string NoPackage(const std::string& folder) {
+  const std::string reason = folder + " holds no @stratofolder/@sync";
+  const std::size_t package = folder.find("/@stratofolder");
+  return package == std::string::npos
+             ? reason
+             : reason + "; give the folder that holds @stratofolder: " + folder.substr(0, package);
+}
+
+// What the path is, links not followed.
+int CheckType(const std::string& path, mode_t type, const char* name, std::string& error) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0) return RefuseBecauseOf(error, path, errno);
+  return (status.st_mode & S_IFMT) == type ? 0 : Refuse(error, path + " is no " + name);
+}
+
+int CheckAccess(const std::string& path, int mode, std::string& error) {
+  return access(path.c_str(), mode) == 0 ? 0 : RefuseBecauseOf(error, path, errno);
+}
+
+}  // namespace
+
+int AbsolutePath(const std::string& argument, std::string& path, std::string& error) {
+  std::error_code failure;
+  path = fs::absolute(argument, failure).lexically_normal().string();
+  if (argument.empty() || failure) return Refuse(error, "'" + argument + "' is no path of a folder");
+  if (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  return 0;
+}
+
+int FindVolume(const std::string& argument, std::string& volume, std::string& error) {
+  std::error_code failure;
+  volume = fs::canonical(argument, failure).string();
+  if (failure) return RefuseBecauseOf(error, "'" + argument + "'", failure.value());
+  const updater::RunPaths paths(volume);
+  if (CheckType(volume, S_IFDIR, "folder", error) < 0) return -1;
+  const fs::path sync_folder = fs::canonical(paths.sync_folder, failure);
+  if (failure == std::errc::no_such_file_or_directory) return Refuse(error, NoPackage(volume));
+  if (failure) return RefuseBecauseOf(error, paths.sync_folder, failure.value());
+  // Behind a link there may be the very databases of which this should be a copy.
+  if (sync_folder != paths.sync_folder) {
+    return Refuse(error, paths.sync_folder + " is reached through a link to " + sync_folder.string());
+  }
+  return CheckType(paths.data_db, S_IFREG, "file", error) < 0 ||
+                 CheckAccess(paths.sync_folder, R_OK | W_OK | X_OK, error) < 0 ||
+                 CheckAccess(paths.data_db, R_OK | W_OK, error) < 0
+             ? -1
+             : 0;
+}
+
+int FindStateFolder(const std::string& argument, const std::string& volume, std::string& path,
+                    std::string& error) {
+  if (AbsolutePath(argument, path, error) < 0) return -1;
+  std::error_code failure;
+  const fs::path resolved = fs::weakly_canonical(path, failure);
+  if (failure) return RefuseBecauseOf(error, path, failure.value());
+  if (resolved == "/" || (resolved.string() + "/").starts_with(volume + "/@stratofolder/")) {
+    return Refuse(error, path + " cannot hold the state of a run: that is the package's own");
+  }
+  path = resolved.string();
+  return 0;
+}
+
+int LockFolder(const std::string& folder, base::FileDescriptor& lock, std::string& error) {
+  lock = base::FileDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (lock.is_open() && flock(lock.get(), LOCK_EX | LOCK_NB) == 0) return 0;
+  if (lock.is_open() && errno == EWOULDBLOCK) {
+    return Refuse(error, "another updater-ctl is at work in " + folder);
+  }
+  return RefuseBecauseOf(error, folder, errno);
+}
+
+}  // namespace ctl
