@@ -33,12 +33,20 @@ int LogOpenFailure(const std::string& path, int code) {
   return -1;
 }
 
-// True when the file at `path` still is the one that was opened.
-bool IsStillAt(int fd, const std::string& path) {
-  struct stat opened {};
-  struct stat present {};
-  return fstat(fd, &opened) == 0 && lstat(path.c_str(), &present) == 0 && opened.st_dev == present.st_dev &&
-         opened.st_ino == present.st_ino;
+// True when this process has the file open a second time, by whatever path. Descriptors are handed out lowest
+// first, so one that was made just before is below the next free one.
+bool IsOpenTwice(int file) {
+  const base::FileDescriptor next(fcntl(file, F_DUPFD_CLOEXEC, 0));
+  struct stat wanted {};
+  if (!next.is_open() || fstat(file, &wanted) < 0) return false;
+  for (int fd = 0; fd < next.get(); ++fd) {
+    struct stat status {};
+    if (fd != file && fstat(fd, &status) == 0 && status.st_dev == wanted.st_dev &&
+        status.st_ino == wanted.st_ino) {
+      return true;
+    }
+  }
+  return false;
 }
 
 // Where `sql` uses the schema, as in "data_db.config_table"; npos when it does not.
@@ -114,6 +122,13 @@ int OpenDatabase(const std::string& path, Database& out, OpenMode mode) {
   return code == SQLITE_OK ? 0 : LogOpenFailure(path, code);
 }
 
+int OpenExactly(const std::string& path, int file, OpenMode mode, Database& out) {
+  const int code = OpenQuietly(path, out, mode);
+  if (code != SQLITE_OK || IsOpenTwice(file)) return code;
+  out.reset();
+  return SQLITE_CANTOPEN;
+}
+
 int OpenScratchDatabase(const std::string& path, Database& out) {
   out.reset();
   if (path.empty()) return -1;
@@ -125,11 +140,8 @@ int OpenScratchDatabase(const std::string& path, Database& out) {
   if (!created.is_open()) return LogOpenFailure(path, SQLITE_CANTOPEN);
   // ATTACH inherits the flags: without the one for creation it could not make a database that is missing, and
   // with the one against links it would refuse a volume that is reached through one.
-  const int code = OpenQuietly(path, out, OpenMode::kCreate);
-  if (code != SQLITE_OK) return LogOpenFailure(path, code);
-  if (IsStillAt(created.get(), path)) return 0;
-  out.reset();
-  return LogOpenFailure(path, SQLITE_CANTOPEN);
+  const int code = OpenExactly(path, created.get(), OpenMode::kCreate, out);
+  return code == SQLITE_OK ? 0 : LogOpenFailure(path, code);
 }
 
 // Not sqlite3_exec(), which does the same but does not tell the statement that failed.

@@ -35,6 +35,11 @@ inline constexpr int kBusyTimeoutMs = 300000;
 // The same without any message; returns SQLite's result code.
 [[nodiscard]] int OpenQuietly(const std::string& path, Database& out, OpenMode mode);
 
+// Opens the file that is open as `file` and was made at `path`; whatever somebody has put there since is
+// refused with SQLITE_CANTOPEN. No message; returns SQLite's result code. `file` is to be closed before the
+// first statement: closing it gives up the locks of the whole process.
+[[nodiscard]] int OpenExactly(const std::string& path, int file, OpenMode mode, Database& out);
+
 // Opens `path` as a new empty database that nobody else can have prepared: whatever stands there, and its
 // companion files, are unlinked first, the file is made exclusively with mode 0600, and links are not
 // followed. Results and message as OpenDatabase.

@@ -1,8 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
+#include "base/file_descriptor.h"
 #include "db-util/database.h"
 #include "db-util/database_files.h"
 #include "db-util/query.h"
@@ -61,6 +63,12 @@ TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   struct stat status {};
   ASSERT_EQ(lstat(scratch.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
+  fs::remove(scratch);
+  const base::FileDescriptor made(open(scratch.c_str(), O_RDWR | O_CREAT, 0600));
+  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_), SQLITE_OK);
+  fs::remove(scratch);
+  fs::create_symlink(folder_ / "victim", scratch);
+  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_), SQLITE_CANTOPEN);
   fs::remove(scratch);
   folder_.Write("scratch/full", "");
   EXPECT_EQ(db_util::OpenScratchDatabase(scratch, db_), -1);
