@@ -25,12 +25,14 @@ int LogOpenFailure(const FilePlace& place) {
   const int error = errno;
   logger::ComponentError(kFileOpComponent, "CopyFile: open(%s): %s (%d)\n", place.path, std::strerror(error),
                          error);
+  errno = error;
   return kFileOpFailed;
 }
 
 int LogWriteFailure() {
   const int error = errno;
   logger::ComponentError(kFileOpComponent, "CopyFile: write: %s (%d)\n", std::strerror(error), error);
+  errno = error;
   return error == ENOSPC || error == EDQUOT ? kCopyDiskFull : kFileOpFailed;
 }
 
@@ -51,7 +53,8 @@ bool OpenSource(const FilePlace& place, int flags, base::FileDescriptor& file, s
 // Empties the target only after making sure that it is not the source.
 bool OpenTarget(const FilePlace& place, const CopyOptions& options, const struct stat& source,
                 base::FileDescriptor& file) {
-  file = Open(place, O_WRONLY | O_CREAT | options.target_flags, options.mode);
+  file = options.exclusive ? Open(place, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR)
+                           : Open(place, O_WRONLY | O_CREAT, 0666);
   struct stat status {};
   if (!file.is_open() || fstat(file.get(), &status) < 0) return false;
   if (status.st_dev == source.st_dev && status.st_ino == source.st_ino) {
@@ -86,6 +89,7 @@ int CopyBytes(int source, int target) {
     if (length < 0) {
       const int error = errno;
       logger::ComponentError(kFileOpComponent, "CopyFile: read: %s (%d)\n", std::strerror(error), error);
+      errno = error;
       return kFileOpFailed;
     }
     if (length == 0) return 0;
@@ -109,24 +113,14 @@ int CopyFile(const FilePlace& source, const FilePlace& target, const CopyOptions
   if (!OpenTarget(target, options, status, to)) return LogOpenFailure(target);
   const int result = CopyContent(from.get(), to.get());
   if (result < 0) return result;
-  if (options.keep_owner && ApplyOwnerAndMode(to.get(), status) < 0) {
+  if (options.exclusive && ApplyOwnerAndMode(to.get(), status) < 0) {
     const int error = errno;
     logger::ComponentError(kFileOpComponent, "CopyFile: keep owner of %s: %s (%d)\n", target.path,
                            std::strerror(error), error);
+    errno = error;
     return kFileOpFailed;
   }
   return to.Close() == 0 ? 0 : LogWriteFailure();  // some file systems tell here that a write failed
-}
-
-int ApplyOwnerAndMode(int fd, const struct stat& status) {
-  mode_t bits = status.st_mode & ALLPERMS;
-  if (fchown(fd, status.st_uid, status.st_gid) < 0) {
-    if (errno != EPERM) return -1;
-    bits &= ACCESSPERMS;  // what runs as the owner must not run as somebody else
-    // The group alone, if this process is in it; otherwise both stay the process's own.
-    if (fchown(fd, static_cast<uid_t>(-1), status.st_gid) < 0 && errno != EPERM) return -1;
-  }
-  return fchmod(fd, bits);
 }
 
 }  // namespace file_op

@@ -23,8 +23,13 @@ int LogFailure(const std::string& path) {
 // them is copied.
 class FSDuplicator : public TraverseHandler {
  public:
+  explicit FSDuplicator(const std::function<int(const Folder&)>& finish) : finish_(finish) {}
+
   [[nodiscard]] int Start(const std::string& target) {
-    return mkdir(target.c_str(), S_IRWXU) == 0 && target_.OpenTop(target) == 0 ? 0 : LogFailure(target);
+    Folder top;
+    if (top.Make(target) < 0) return LogFailure(target);
+    target_.StartAt(std::move(top));
+    return 0;
   }
 
   int OnEntry(const FolderCursor& folder, const Entry& entry) override {
@@ -32,12 +37,8 @@ class FSDuplicator : public TraverseHandler {
       case Entry::Type::kFolder:
         return mkdirat(target_.fd(), entry.name.c_str(), S_IRWXU) == 0 ? 0 : LogEntryFailure(entry.name);
       case Entry::Type::kFile:
-        return CopyFile({folder.fd(), entry.name, folder.path() + "/" + entry.name},
-                        {target_.fd(), entry.name, target_.path() + "/" + entry.name},
-                        {.source_flags = O_NOFOLLOW,
-                         .target_flags = O_NOFOLLOW | O_EXCL,
-                         .mode = kPrivateMode,
-                         .keep_owner = true});
+        return CopyFile(folder.here().In(entry.name), target_.here().In(entry.name),
+                        {.source_flags = O_NOFOLLOW});
       case Entry::Type::kLink:
         return CopyLink(folder.fd(), entry.name) ? 0 : LogEntryFailure(entry.name);
       case Entry::Type::kOther:
@@ -51,10 +52,9 @@ class FSDuplicator : public TraverseHandler {
   }
 
   int OnFinish(const FolderCursor& folder) override {
-    struct stat status {};
-    return fstat(folder.fd(), &status) == 0 && ApplyOwnerAndMode(target_.fd(), status) == 0
-               ? 0
-               : LogFailure(target_.path());
+    const int finished = target_.is_at_top() && finish_ ? finish_(target_.here()) : 0;
+    if (finished < 0) return finished;
+    return target_.here().TakeOwnerAndMode(folder.here()) == 0 ? 0 : LogFailure(target_.path());
   }
 
   int OnLeave(const FolderCursor& /*folder*/, const std::string& /*name*/) override {
@@ -80,15 +80,17 @@ class FSDuplicator : public TraverseHandler {
            errno == EPERM;  // a process that may not change owners keeps its own
   }
 
+  const std::function<int(const Folder&)>& finish_;
   FolderCursor target_;
 };
 
 }  // namespace
 
-int FSCopyTree(const std::string& source, const std::string& target) {
+int FSCopyTree(const std::string& source, const std::string& target,
+               const std::function<int(const Folder&)>& finish) {
   FolderCursor cursor;
-  if (cursor.OpenTop(source) < 0) return LogFailure(source);
-  FSDuplicator duplicator;
+  if (cursor.OpenTop(At(source)) < 0) return LogFailure(source);
+  FSDuplicator duplicator(finish);
   const int started = duplicator.Start(target);
   return started < 0 ? started : WalkTree(cursor, duplicator);
 }

@@ -100,8 +100,10 @@ TEST_F(FileOpTest, MoveResultValues) {
 TEST_F(FileOpTest, MoveAcrossFileSystemsKeepsRegularFilesAtTheSource) {
   if (!Mount("a", "tmpfs none") || !Mount("b", "tmpfs none")) GTEST_SKIP() << "cannot mount a tmpfs";
   ASSERT_EQ(chmod(folder_.Write("a/file", "data").c_str(), 0640), 0);
+  fs::create_symlink(folder_.Write("outside", "precious"), Path("b/file"));
   EXPECT_EQ(FSMove(Path("a/file"), Path("b/file"), true), 0);
   EXPECT_EQ(ReadFile(Path("a/file")) + ReadFile(Path("b/file")), "datadata");
+  EXPECT_EQ(ReadFile(Path("outside")), "precious");
   EXPECT_EQ(Status(Path("b/file")).st_mode, S_IFREG | 0640U);
 
   fs::create_directories(Path("a/tree/inner"));
@@ -118,6 +120,25 @@ TEST_F(FileOpTest, MoveAcrossFileSystemsKeepsRegularFilesAtTheSource) {
   EXPECT_EQ(FSMove(Path("a/full"), Path("b/full"), true), kMoveFailed);
   EXPECT_EQ(ReadFile(Path("b/full/file")), "data");
   EXPECT_EQ(FSMove(Path("a/file"), Path("b/full"), true), kMoveFailed);
+}
+
+// Whoever can write in the folder must not lead this process elsewhere.
+TEST_F(FileOpTest, NewThingsAreMadeOnlyWhereNothingIs) {
+  const std::string source = folder_.Write("source", "new");
+  const std::string outside = folder_.Write("outside/file", "precious");
+  for (const char* planted : {"outside/file", "outside/none", "outside"}) {
+    const std::string link = Path(planted) + ".link";
+    fs::create_symlink(Path(planted), link);
+    base::FileDescriptor file;
+    EXPECT_EQ(CopyKeepingOwner(At(source), At(link)), -1);
+    EXPECT_EQ(MakeFileLike(At(link), source, file), -1);
+    EXPECT_EQ(Folder().Make(link), -1);
+    EXPECT_EQ(FSMakeEmptyFile(link), -1);
+  }
+  fs::create_hard_link(outside, Path("marker"));
+  EXPECT_EQ(FSMakeEmptyFile(Path("marker")), -1);
+  EXPECT_EQ(ReadFile(outside), "precious");
+  EXPECT_FALSE(FSExists(Path("outside/none")));
 }
 
 TEST_F(FileOpTest, TreesAreCopiedAndRemovedWithoutFollowingLinks) {
@@ -160,7 +181,7 @@ TEST_F(FileOpTest, TreesDeeperThanAPathOrTheDescriptorsReach) {
   ASSERT_TRUE(base::FileDescriptor(openat(here.get(), "file", O_WRONLY | O_CREAT, 0600)).is_open());
   ASSERT_EQ(FSCopyTree(Path("deep"), Path("copy")), 0);
   FolderCursor cursor;
-  ASSERT_EQ(cursor.OpenTop(Path("copy")), 0);
+  ASSERT_EQ(cursor.OpenTop(At(Path("copy"))), 0);
   for (int i = 0; i < kDepth; ++i) ASSERT_EQ(cursor.Enter(kLongName), 0) << i;
   EXPECT_EQ(faccessat(cursor.fd(), "file", F_OK, 0), 0);
   EXPECT_EQ(FSRemoveTree(Path("copy"), 0), 0);
@@ -173,7 +194,7 @@ TEST_F(FileOpTest, WalkRefusesToLeaveAFolderThatWasMovedAway) {
   folder_.Write("tree/inner/file", "");
   fs::create_directories(Path("elsewhere"));
   FolderCursor cursor;
-  ASSERT_EQ(cursor.OpenTop(Path("tree")), 0);
+  ASSERT_EQ(cursor.OpenTop(At(Path("tree"))), 0);
   ASSERT_EQ(cursor.Enter("inner"), 0);
   fs::rename(Path("tree/inner"), Path("elsewhere/inner"));
   EXPECT_EQ(cursor.Leave(), -1);

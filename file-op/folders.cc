@@ -7,7 +7,7 @@
 #include "base/file_descriptor.h"
 #include "base/retry.h"
 #include "file-op/file_op.h"
-#include "file-op/folder_reader.h"
+#include "file-op/folder.h"
 
 namespace file_op {
 namespace {
@@ -17,13 +17,6 @@ bool IsFolder(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// The path without its last component; empty when there is nothing above.
-std::string Parent(const std::string& path) {
-  const std::size_t last = path.find_last_not_of('/');
-  const std::size_t slash = last == std::string::npos ? last : path.rfind('/', last);
-  return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
 base::FileDescriptor OpenFolder(const std::string& path) {
   return base::FileDescriptor(
       base::RetryInterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
@@ -31,32 +24,29 @@ base::FileDescriptor OpenFolder(const std::string& path) {
 
 }  // namespace
 
-bool FSExists(const std::string& path) {
-  struct stat status {};
-  return lstat(path.c_str(), &status) == 0;
-}
+bool FSExists(const std::string& path) { return Exists(At(path)); }
 
-int FSMKDir(const std::string& path, bool parents) {
-  constexpr mode_t kMode = 0755;
-  if (mkdir(path.c_str(), kMode) == 0) return 0;
-  if (errno == EEXIST) {
-    if (IsFolder(path)) return 0;
-    errno = EEXIST;
-    return -1;
+int FSMKDir(const std::string& path, bool parents, mode_t mode) {
+  if (IsFolder(path)) return 0;
+  Folder above;
+  std::string name;
+  if (OpenAround(path, above, name) < 0) {
+    if (errno != ENOENT || !parents) return -1;
+    const std::string parent = path.substr(0, path.find_last_not_of('/') + 1 - name.size());
+    if (parent.empty() || FSMKDir(parent, true) < 0 || OpenAround(path, above, name) < 0) return -1;
   }
-  if (errno != ENOENT || !parents) return -1;
-  const std::string parent = Parent(path);
-  if (parent.empty()) {
-    errno = ENOENT;
-    return -1;
-  }
-  return FSMKDir(parent, true) < 0 ? -1 : FSMKDir(path, false);
+  Folder made;
+  if (made.MakeShared(above, name, mode) == 0) return 0;
+  const int error = errno;
+  if (error == EEXIST && IsFolder(path)) return 0;  // somebody was faster
+  errno = error;
+  return -1;
 }
 
 int FSMakeEmptyFile(const std::string& path) {
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  base::FileDescriptor file(base::RetryInterrupted([&] { return open(path.c_str(), kFlags, 0666); }));
-  return file.is_open() ? file.Close() : -1;
+  Folder above;
+  std::string name;
+  return OpenAround(path, above, name) < 0 ? -1 : MakeEmptyFile(above, name);
 }
 
 int FSSyncFolder(const std::string& folder) {
@@ -71,14 +61,8 @@ int FSSyncFileSystem(const std::string& path) {
 
 int ListFolders(const std::string& folder, std::vector<std::string>& names) {
   names.clear();
-  FolderReader reader;
-  if (reader.Open(AT_FDCWD, folder) < 0) return -1;
-  Entry entry;
-  int read = 0;
-  while ((read = reader.Next(entry)) > 0) {
-    if (entry.type == Entry::Type::kFolder) names.push_back(entry.name);
-  }
-  return read;
+  Folder opened;
+  return opened.Open(At(folder), 0) < 0 ? -1 : ListFolders(opened, names);
 }
 
 }  // namespace file_op

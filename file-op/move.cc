@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -10,43 +11,58 @@
 namespace file_op {
 namespace {
 
-// All names first, so that deep trees do not hold a descriptor for every level.
-int ListEntries(const std::string& folder, std::vector<std::string>& names) {
+// All names first, so that deep trees do not hold a folder reader for every level.
+int ListEntries(const Folder& folder, std::vector<std::string>& names) {
   FolderReader reader;
-  if (reader.Open(AT_FDCWD, folder) < 0) return -1;
+  if (reader.Open(folder.fd(), ".") < 0) return -1;
   Entry entry;
   int read = 0;
   while ((read = reader.Next(entry)) > 0) names.push_back(entry.name);
   return read;
 }
 
-// A regular file in the folder stays at the source, so the removal at the end fails then; keep it so.
-int MoveFolderAcross(const std::string& source, const std::string& target) {
-  std::vector<std::string> names;
-  if (FSMKDir(target, true) < 0 || ListEntries(source, names) < 0) return kMoveFailed;
-  const auto in = [](std::string folder, const std::string& name) { return folder.append("/").append(name); };
-  for (const std::string& name : names) {
-    if (FSMove(in(source, name), in(target, name), true) < 0) return kMoveFailed;
-  }
-  if (CopyOwnerAndMode(source, target) < 0) return kMoveFailed;
-  return std::remove(source.c_str()) == 0 ? 0 : kMoveFailed;
+// Private until it is complete, unless it is there already.
+int MakeTarget(const FilePlace& target, Folder& made) {
+  if (made.Make(target) == 0) return 0;
+  return errno == EEXIST || FSMKDir(target.path, true) == 0 ? made.Open(target) : -1;
 }
 
-int MoveAcross(const std::string& source, const std::string& target, mode_t mode) {
+// A regular file in the folder stays at the source, so the removal at the end fails then; keep it so.
+int MoveFolderAcross(const FilePlace& source, const FilePlace& target) {
+  std::vector<std::string> names;
+  Folder from;
+  Folder to;
+  if (from.Open(source) < 0 || MakeTarget(target, to) < 0 || ListEntries(from, names) < 0) return kMoveFailed;
+  for (const std::string& name : names) {
+    if (Move(from.In(name), to.In(name)) < 0) return kMoveFailed;
+  }
+  if (to.TakeOwnerAndMode(from) < 0) return kMoveFailed;
+  return unlinkat(source.at, source.name.c_str(), AT_REMOVEDIR) == 0 ? 0 : kMoveFailed;
+}
+
+// What a rename would replace goes first.
+int MoveFileAcross(const FilePlace& source, const FilePlace& target) {
+  const bool is_free = unlinkat(target.at, target.name.c_str(), 0) == 0 || errno == ENOENT;
+  return is_free && CopyKeepingOwner(source, target) == 0 ? 0 : kMoveFailed;
+}
+
+int MoveAcross(const FilePlace& source, const FilePlace& target, mode_t mode) {
   if (S_ISDIR(mode)) return MoveFolderAcross(source, target);
-  if (!S_ISREG(mode)) return 0;
-  return FSCopyKeepingOwner(source, target) < 0 ? kMoveFailed : 0;
+  return S_ISREG(mode) ? MoveFileAcross(source, target) : 0;
 }
 
 }  // namespace
 
-int FSMove(const std::string& source, const std::string& target, bool /*flag*/) {
-  if (source.empty() || target.empty()) return kFileOpFailed;
+int Move(const FilePlace& source, const FilePlace& target) {
   struct stat status {};
-  if (lstat(source.c_str(), &status) < 0) return kMoveNoSource;
-  if (std::rename(source.c_str(), target.c_str()) == 0) return 0;
+  if (fstatat(source.at, source.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0) return kMoveNoSource;
+  if (renameat(source.at, source.name.c_str(), target.at, target.name.c_str()) == 0) return 0;
   if (errno == ENAMETOOLONG) return kMoveNameTooLong;
   return errno == EXDEV ? MoveAcross(source, target, status.st_mode) : kMoveFailed;
+}
+
+int FSMove(const std::string& source, const std::string& target, bool /*flag*/) {
+  return source.empty() || target.empty() ? kFileOpFailed : Move(At(source), At(target));
 }
 
 }  // namespace file_op

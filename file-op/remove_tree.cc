@@ -27,13 +27,15 @@ class FSRemover : public TraverseHandler {
 
 }  // namespace
 
-int FSRemoveTree(const std::string& path, int /*flag*/) {
-  if (unlink(path.c_str()) == 0 || errno == ENOENT) return 0;
+int RemoveTree(const FilePlace& place) {
+  if (unlinkat(place.at, place.name.c_str(), 0) == 0 || errno == ENOENT) return 0;
   if (errno != EISDIR) return -1;
   FolderCursor cursor;
   FSRemover remover;
-  if (cursor.OpenTop(path) < 0 || WalkTree(cursor, remover) < 0) return -1;
-  return rmdir(path.c_str());
+  if (cursor.OpenTop(place) < 0 || WalkTree(cursor, remover) < 0) return -1;
+  return unlinkat(place.at, place.name.c_str(), AT_REMOVEDIR);
 }
+
+int FSRemoveTree(const std::string& path, int /*flag*/) { return RemoveTree(At(path)); }
 
 }  // namespace file_op

@@ -1,16 +1,10 @@
 #include "file-op/tree_walk.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
+#include <cerrno>
 #include <utility>
-
-#include "base/retry.h"
 
 namespace file_op {
 namespace {
-
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 struct Level {
   std::string name;                  // in the folder above; empty at the top
@@ -52,42 +46,41 @@ int FinishLevel(FolderCursor& cursor, TraverseHandler& handler, std::vector<Leve
 
 }  // namespace
 
-int FolderCursor::OpenTop(const std::string& path) {
-  base::FileDescriptor top(
-      base::RetryInterrupted([&] { return open(path.c_str(), kOpenFolder | O_NOFOLLOW); }));
-  if (!top.is_open()) return -1;
-  folder_ = std::move(top);
-  path_ = path;
-  above_.clear();
+int FolderCursor::OpenTop(const FilePlace& top) {
+  Folder opened;
+  if (opened.Open(top) < 0) return -1;
+  StartAt(std::move(opened));
   return 0;
 }
 
+void FolderCursor::StartAt(Folder top) {
+  here_ = std::move(top);
+  above_.clear();
+}
+
 int FolderCursor::Enter(const std::string& name) {
-  struct stat here {};
-  if (fstat(folder_.get(), &here) < 0) return -1;
-  base::FileDescriptor below(
-      base::RetryInterrupted([&] { return openat(folder_.get(), name.c_str(), kOpenFolder | O_NOFOLLOW); }));
-  if (!below.is_open()) return -1;
-  above_.push_back({here.st_dev, here.st_ino, path_.size()});
-  path_ += '/';
-  path_ += name;
-  folder_ = std::move(below);
+  struct stat status {};
+  Folder below;
+  if (fstat(fd(), &status) < 0 || below.Open(here_.In(name)) < 0) return -1;
+  above_.push_back({status.st_dev, status.st_ino, path().size()});
+  here_ = std::move(below);
   return 0;
 }
 
 int FolderCursor::Leave() {
-  base::FileDescriptor parent(
-      base::RetryInterrupted([&] { return openat(folder_.get(), "..", kOpenFolder); }));
-  struct stat there {};
-  if (!parent.is_open() || fstat(parent.get(), &there) < 0) return -1;
   const Above& expected = above_.back();
+  Folder parent;
+  struct stat there {};
+  if (parent.Open({fd(), "..", path().substr(0, expected.path_length)}) < 0 ||
+      fstat(parent.fd(), &there) < 0) {
+    return -1;
+  }
   if (there.st_dev != expected.device || there.st_ino != expected.inode) {
     errno = ESTALE;
     return -1;
   }
-  path_.resize(expected.path_length);
   above_.pop_back();
-  folder_ = std::move(parent);
+  here_ = std::move(parent);
   return 0;
 }
 

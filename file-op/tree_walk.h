@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "base/file_descriptor.h"
+#include "file-op/folder.h"
 #include "file-op/folder_reader.h"
 
 namespace file_op {
@@ -19,14 +19,16 @@ namespace file_op {
 class FolderCursor {
  public:
   // Opens the top folder, which must not be a link itself.
-  [[nodiscard]] int OpenTop(const std::string& path);
+  [[nodiscard]] int OpenTop(const FilePlace& top);
+  void StartAt(Folder top);
   [[nodiscard]] int Enter(const std::string& name);
   // Back to the folder above; ESTALE when the folder is no longer in it.
   [[nodiscard]] int Leave();
 
-  [[nodiscard]] int fd() const { return folder_.get(); }
-  // For messages.
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const Folder& here() const { return here_; }
+  [[nodiscard]] int fd() const { return here_.fd(); }
+  [[nodiscard]] const std::string& path() const { return here_.path(); }
+  [[nodiscard]] bool is_at_top() const { return above_.empty(); }
 
  private:
   struct Above {
@@ -34,8 +36,7 @@ class FolderCursor {
     ino_t inode;
     std::size_t path_length;
   };
-  base::FileDescriptor folder_;
-  std::string path_;
+  Folder here_;
   std::vector<Above> above_;
 };
 

@@ -92,7 +92,7 @@ int FlushCopies(const RunPaths& paths) {
 }
 
 void PlaceDatabase(const DatabasePair& database) {
-  if (file_op::FSMove(database.copy, database.live, true) < 0) return;  // also when there is no copy
+  if (MoveIntoPlace(database.copy, database.live) < 0) return;  // logged; or there is no copy
   // Both were folded, so there are none unless somebody opened one in between. The files are in place by now:
   // a companion that stays is as bad as none was before, and nothing is left to fall back to.
   (void)db_util::RemoveCompanions(database.live);

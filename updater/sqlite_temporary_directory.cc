@@ -1,7 +1,8 @@
 #include "updater/sqlite_temporary_directory.h"
 
 #include <sqlite3.h>
-#include <sys/stat.h>
+
+#include "file-op/file_op.h"
 
 namespace updater {
 
@@ -15,7 +16,7 @@ SqliteTemporaryDirectory::~SqliteTemporaryDirectory() {
 }
 
 void SqliteTemporaryDirectory::MakeIfMissing() const {
-  if (mkdir(path_.c_str(), 0777) == 0) (void)chmod(path_.c_str(), 01777);  // best effort, like the folder
+  (void)file_op::FSMKDir(path_, false, 01777);  // best effort
 }
 
 }  // namespace updater

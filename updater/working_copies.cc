@@ -1,8 +1,11 @@
 #include "updater/working_copies.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -16,6 +19,8 @@
 namespace updater {
 namespace {
 
+using file_op::FilePlace;
+using file_op::Folder;
 using Paths = logger::PrintfFormat<std::string, std::string>;
 
 int LogPaths(const Paths& format, const std::string& from, const std::string& to) {
@@ -29,16 +34,59 @@ int LogSystemFailure(const logger::PrintfFormat<std::string, char*, int>& format
   return -1;
 }
 
-bool IsLink(const std::string& path) {
+using DatabasePlaces = std::array<FilePlace, db_util::kCompanionSuffixes.size() + 1>;
+
+// The database with its companions.
+DatabasePlaces PlacesOf(const FilePlace& database) {
+  const auto names = db_util::DatabaseFiles(database.name);
+  const auto paths = db_util::DatabaseFiles(database.path);
+  DatabasePlaces places;
+  for (std::size_t i = 0; i < places.size(); ++i) places[i] = {database.at, names[i], paths[i]};
+  return places;
+}
+
+bool IsLink(const FilePlace& place) {
   struct stat status {};
-  return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  return fstatat(place.at, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
 // SQLite keeps the companions of a database that is reached through a link beside the file itself.
-std::string ResolveLink(const std::string& path) {
-  if (!IsLink(path)) return path;
-  const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), &std::free);
-  return resolved ? resolved.get() : path;
+FilePlace ResolveLink(const FilePlace& place) {
+  if (!IsLink(place)) return place;
+  const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(place.path.c_str(), nullptr),
+                                                             &std::free);
+  return resolved ? file_op::At(resolved.get()) : place;
+}
+
+int RemoveDatabase(const FilePlace& database) {
+  for (const FilePlace& file : PlacesOf(database)) {
+    if (file_op::Exists(file) && file_op::RemoveTree(file) < 0) return -1;
+  }
+  return 0;
+}
+
+int CopyDatabase(const FilePlace& source, const FilePlace& target) {
+  const DatabasePlaces sources = PlacesOf(ResolveLink(source));
+  const DatabasePlaces targets = PlacesOf(target);
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    if (file_op::Exists(sources[i]) && file_op::CopyKeepingOwner(sources[i], targets[i]) < 0) return -1;
+  }
+  return 0;
+}
+
+// Moves the database with its companions, each where it exists.
+int MoveDatabase(const FilePlace& source, const FilePlace& target) {
+  const DatabasePlaces sources = PlacesOf(source);
+  const DatabasePlaces targets = PlacesOf(target);
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    if (file_op::Exists(sources[i]) && file_op::Move(sources[i], targets[i]) < 0) return -1;
+  }
+  return 0;
+}
+
+void LogMoveFailure(const std::string& source, const std::string& target) {
+  const int error = errno;
+  logger::SystemLog("cannot move %s to %s: %s (%d)\n", source, target, std::strerror(error), error);
 }
 
 int RemoveOldCopy(const std::string& copy) {
@@ -46,118 +94,165 @@ int RemoveOldCopy(const std::string& copy) {
   return LogSystemFailure("Cannot remove old backup at %s: %s (%d)", copy);
 }
 
-// A working copy's folder becomes the live one where there is none, so it belongs to whom the live one does.
-int CopyFolderOwner(const std::string& folder, const std::string& copy) {
-  if (file_op::CopyOwnerAndMode(folder, copy) == 0) return 0;
-  return LogSystemFailure("Cannot keep owner and mode of %s: %s (%d)", folder);
+// The folders behind links are somebody else's; the databases in them stay as they are.
+void WarnOfLinkedFolders(const Folder& folder) {
+  std::vector<std::string> names;
+  if (file_op::ListLinkedFolders(folder, names) < 0) return;  // the folders were listed, which is what counts
+  for (const std::string& name : names) {
+    logger::SystemLog("warning: %s is a link to a folder and is skipped, its database is not upgraded",
+                      folder.In(name).path);
+  }
 }
 
-int BackupView(const FolderDatabases& live, const FolderDatabases& copy, const std::string& view) {
-  const std::string folder = copy.ViewFolder(view);
-  if (file_op::FSMKDir(folder, true) < 0) {
-    logger::SystemLog("Cannot create backup view folder at %s", folder);
+// A working copy's folder becomes the live one where there is none, so it belongs to whom the live one does,
+// but only when everything is in it.
+int OpenCopy(const Folder& live, const Folder& copy) {
+  if (copy.TakeOwnerAndMode(live) == 0) return 0;
+  return LogSystemFailure("Cannot keep owner and mode of %s: %s (%d)", live.path());
+}
+
+std::string ViewDatabaseIn(const Folder& folder, const std::string& view) {
+  return FolderDatabases(folder.path(), {}).ViewDatabase(view);
+}
+
+int BackupView(const Folder& live, const Folder& copy, const std::string& view) {
+  Folder from;
+  Folder to;
+  if (to.Make(copy.In(view)) < 0) {
+    logger::SystemLog("Cannot create backup view folder at %s", copy.In(view).path);
     return -1;
   }
-  if (BackupDatabaseFile(live.ViewDatabase(view), copy.ViewDatabase(view)) < 0) {
-    return LogPaths("Cannot backup view from %s to %s", live.ViewDatabase(view), copy.ViewDatabase(view));
+  if (from.Open(live.In(view)) < 0 ||
+      CopyDatabase(from.In(kViewDatabaseName), to.In(kViewDatabaseName)) < 0) {
+    return LogPaths("Cannot backup view from %s to %s", ViewDatabaseIn(live, view),
+                    ViewDatabaseIn(copy, view));
   }
-  return CopyFolderOwner(live.ViewFolder(view), folder);
+  return OpenCopy(from, to);
 }
 
-// Moves the database with its companions, each where it exists.
-int MoveDatabaseFiles(const std::string& source, const std::string& target) {
-  const auto sources = db_util::DatabaseFiles(source);
-  const auto targets = db_util::DatabaseFiles(target);
-  for (std::size_t i = 0; i < sources.size(); ++i) {
-    if (file_op::FSExists(sources[i]) && file_op::FSMove(sources[i], targets[i], true) < 0) return -1;
-  }
-  return 0;
+// Returns 0, or -1 with errno set.
+int RestoreView(const Folder& copy, const Folder& live, const std::string& view) {
+  Folder from;
+  Folder to;
+  const bool has_copy = from.Open(copy.In(view)) == 0;
+  if (!has_copy && errno != ENOENT) return -1;
+  if (to.Open(live.In(view)) < 0 || RemoveDatabase(to.In(kViewDatabaseName)) < 0) return -1;
+  // A view without a working copy only loses its database; keep it so.
+  return has_copy ? MoveDatabase(from.In(kViewDatabaseName), to.In(kViewDatabaseName)) : 0;
 }
 
 // The updaters would reach the live database through a link that was copied as one.
-int ReplaceCopiedLinks(const FolderDatabases& live, const FolderDatabases& copy) {
+int ReplaceCopiedLinks(const Folder& live, const Folder& copy) {
   std::vector<std::string> volumes;
-  if (file_op::ListFolders(copy.file_folder(), volumes) < 0) return -1;
+  if (file_op::ListFolders(copy, volumes) < 0) return -1;
   for (const std::string& volume : volumes) {
-    if (!IsLink(copy.FileDatabase(volume))) continue;
-    if (BackupDatabaseFile(live.FileDatabase(volume), copy.FileDatabase(volume)) < 0) return -1;
+    Folder from;
+    Folder to;
+    if (to.Open(copy.In(volume)) < 0) return -1;
+    const FilePlace target = to.In(kFileDatabaseName);
+    if (!IsLink(target)) continue;
+    if (from.Open(live.In(volume)) < 0 || RemoveDatabase(target) < 0 ||
+        CopyDatabase(from.In(kFileDatabaseName), target) < 0) {
+      return -1;
+    }
   }
   return 0;
 }
 
 }  // namespace
 
-int RemoveDatabaseFiles(const std::string& database) {
-  for (const std::string& file : db_util::DatabaseFiles(database)) {
-    if (file_op::FSExists(file) && file_op::FSRemoveTree(file, 0) < 0) return -1;
+int MoveIntoPlace(const std::string& copy, const std::string& live) {
+  const int result = file_op::FSMove(copy, live, true);
+  if (result >= 0) return 0;
+  if (result != file_op::kMoveNoSource || errno != ENOENT) LogMoveFailure(copy, live);
+  return -1;
+}
+
+int RemoveDatabaseFiles(const std::string& database) { return RemoveDatabase(file_op::At(database)); }
+
+int RemoveStaleCopy(const std::string& live, const std::string& copy) {
+  if (file_op::FSExists(live)) return 0;
+  // For a folder too: nothing but a leftover has the name of its companions.
+  for (const std::string& file : db_util::DatabaseFiles(copy)) {
+    if (RemoveOldCopy(file) < 0) return -1;
   }
   return 0;
 }
 
 int BackupDatabaseFile(const std::string& source, const std::string& target) {
   if (RemoveDatabaseFiles(target) < 0) return -1;
-  const auto sources = db_util::DatabaseFiles(ResolveLink(source));
-  const auto targets = db_util::DatabaseFiles(target);
-  for (std::size_t i = 0; i < sources.size(); ++i) {
-    if (file_op::FSExists(sources[i]) && file_op::FSCopyKeepingOwner(sources[i], targets[i]) < 0) return -1;
-  }
-  return 0;
+  return CopyDatabase(file_op::At(source), file_op::At(target));
 }
 
 int BackupViewFolder(const std::string& view_folder, const std::string& view_copy) {
   if (RemoveOldCopy(view_copy) < 0) return -1;
-  if (file_op::FSMKDir(view_copy, true) < 0) {
+  Folder copy;
+  if (copy.Make(view_copy) < 0) {
     logger::SystemLog("Cannot create backup folder for %s", view_copy);
     return -1;
   }
   std::vector<std::string> views;
-  if (file_op::ListFolders(view_folder, views) < 0) {
+  Folder live;
+  if (live.Open(file_op::At(view_folder), 0) < 0 || file_op::ListFolders(live, views) < 0) {
     logger::SystemLog("Cannot get views to backup view folder at %s\n", view_folder);
     return -1;
   }
-  const FolderDatabases live(view_folder, {});
-  const FolderDatabases copy(view_copy, {});
+  WarnOfLinkedFolders(live);
   for (const std::string& view : views) {
     if (BackupView(live, copy, view) < 0) return -1;
   }
-  return CopyFolderOwner(view_folder, view_copy);
+  return OpenCopy(live, copy);
 }
 
 int RestoreViewFolder(const std::string& view_copy, const std::string& view_folder) {
   if (!file_op::FSExists(view_folder)) {
-    if (file_op::FSMove(view_copy, view_folder, true) == 0) return 0;
+    if (MoveIntoPlace(view_copy, view_folder) == 0) return 0;
     return LogPaths("Failed to rename from %s to %s\n", view_copy, view_folder);
   }
+  Folder copy;
   // Without a working copy, going on would only remove the live databases.
-  if (!file_op::FSExists(view_copy)) return LogPaths("Cannot restore %s to %s", view_copy, view_folder);
+  if (copy.Open(file_op::At(view_copy)) < 0)
+    return LogPaths("Cannot restore %s to %s", view_copy, view_folder);
   std::vector<std::string> views;
-  if (file_op::ListFolders(view_folder, views) < 0) {
+  Folder live;
+  if (live.Open(file_op::At(view_folder), 0) < 0 || file_op::ListFolders(live, views) < 0) {
     logger::SystemLog("Failed to get views to restore in %s\n", view_folder);
     return -1;
   }
-  const FolderDatabases live(view_folder, {});
-  const FolderDatabases copy(view_copy, {});
   for (const std::string& view : views) {
-    const std::string source = copy.ViewDatabase(view);
-    const std::string target = live.ViewDatabase(view);
-    if (RemoveDatabaseFiles(target) < 0 || MoveDatabaseFiles(source, target) < 0) {
-      return LogPaths("Cannot restore %s to %s", source, target);
-    }
+    if (RestoreView(copy, live, view) == 0) continue;
+    const std::string source = ViewDatabaseIn(copy, view);
+    const std::string target = ViewDatabaseIn(live, view);
+    LogMoveFailure(source, target);
+    return LogPaths("Cannot restore %s to %s", source, target);
   }
   (void)file_op::FSRemoveTree(view_copy, 0);  // every database is in place; the next run removes what stays
   return 0;
 }
 
 int BackupFileFolder(const std::string& file_folder, const std::string& file_copy) {
-  if (RemoveOldCopy(file_copy) < 0 || file_op::FSCopyTree(file_folder, file_copy) < 0) return -1;
-  return ReplaceCopiedLinks(FolderDatabases({}, file_folder), FolderDatabases({}, file_copy));
+  const auto finish = [&](const Folder& copy) {
+    Folder live;
+    if (live.Open(file_op::At(file_folder)) < 0) return -1;
+    WarnOfLinkedFolders(live);
+    return ReplaceCopiedLinks(live, copy);
+  };
+  return RemoveOldCopy(file_copy) < 0 || file_op::FSCopyTree(file_folder, file_copy, finish) < 0 ? -1 : 0;
 }
 
 int RestoreFileFolder(const std::string& file_copy, const std::string& file_folder) {
+  // Exchanged where the file system can: a run that is killed between removal and move would leave a working
+  // copy without its live folder, which the next run takes for a stale one.
+  if (renameat2(AT_FDCWD, file_copy.c_str(), AT_FDCWD, file_folder.c_str(), RENAME_EXCHANGE) == 0) {
+    (void)file_op::FSRemoveTree(file_copy, 0);  // the former live folder; the next run removes what stays
+    return 0;
+  }
   const bool has_copy = file_op::FSExists(file_copy);
   // What cannot be removed keeps the move from succeeding.
-  if (has_copy) (void)file_op::FSRemoveTree(file_folder, 0);
-  if (has_copy && file_op::FSMove(file_copy, file_folder, true) == 0) return 0;
+  if (has_copy && file_op::FSRemoveTree(file_folder, 0) < 0) {
+    (void)LogSystemFailure("cannot remove %s: %s (%d)\n", file_folder);
+  }
+  if (has_copy && MoveIntoPlace(file_copy, file_folder) == 0) return 0;
   return LogPaths("Cannot restore %s to %s", file_copy, file_folder);
 }
 

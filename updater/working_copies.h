@@ -1,7 +1,9 @@
 // The working copies: what every upgrade step works on, instead of the live databases.
 //
 // Operations return 0, or -1 after a line in the system log. Nothing is retried and nothing that was copied
-// or moved is undone: a partial working copy stays until the next run removes it.
+// or moved is undone: a partial working copy stays until the next run removes it. Working copies are made
+// where nothing is, through open folders, and never show more than their source: a folder can be entered by
+// nobody else until everything is in it.
 #pragma once
 
 #include <string>
@@ -12,12 +14,20 @@ namespace updater {
 // links are not followed. Stops at the first that cannot be removed. No line in the log.
 [[nodiscard]] int RemoveDatabaseFiles(const std::string& database);
 
+// Removes the working copy of a database or folder whose live part does not exist: it is a former run's, and
+// would be put in place as if it were this one's.
+[[nodiscard]] int RemoveStaleCopy(const std::string& live, const std::string& copy);
+
+// Moves a working copy over its live database or folder. One that was never made is a failure without a line.
+[[nodiscard]] int MoveIntoPlace(const std::string& copy, const std::string& live);
+
 // Copies a database with its companion files, as far as they exist, over whatever stands at `target`. The
 // copy has the owner and the mode of its source. A source that does not exist is success without a copy. What
 // failed is logged by the file operation that did.
 [[nodiscard]] int BackupDatabaseFile(const std::string& source, const std::string& target);
 
-// Copies the database of every view; other files of the view folders are left out.
+// Copies the database of every view; other files of the view folders are left out. A view folder that is a
+// link is skipped with a warning, also in the file folder below.
 [[nodiscard]] int BackupViewFolder(const std::string& view_folder, const std::string& view_copy);
 
 // Puts the copies of the view databases in place of the live ones and removes the rest of the working copy.

@@ -50,6 +50,9 @@ class WorkingCopiesTest : public ::testing::Test {
     db.reset();
     fs::remove(made);
   }
+  static std::string Skipped(const std::string& link) {
+    return "warning: " + link + " is a link to a folder and is skipped, its database is not upgraded";
+  }
   static std::string Value(const std::string& path) { return tests::Query(path, "SELECT v FROM t;"); }
 
   const tests::TemporaryFolder folder_;
@@ -87,8 +90,18 @@ TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsBesideIt) 
   EXPECT_EQ(tests::ReadFile(paths_.user_copy) + tests::ReadFile(paths_.user_copy + "-wal"), "mainwal");
   fs::create_directories(paths_.file_folder + "/uuid");
   fs::create_symlink(elsewhere, paths_.file_folder + "/uuid/file-db.sqlite");
+  fs::create_directory_symlink(".", paths_.file_folder + "/link");
   EXPECT_EQ(BackupFileFolder(paths_.file_folder, paths_.file_copy), 0);
   EXPECT_FALSE(fs::is_symlink(paths_.file_copy + "/uuid/file-db.sqlite"));
+  EXPECT_EQ(sink_.Texts(), std::vector{Skipped(paths_.file_folder + "/link")});
+}
+
+TEST_F(WorkingCopiesTest, ACopyThatFailsMidwayIsNoMoreReadableThanItsSource) {
+  for (const char* view : {"/7", "/8", "/9"}) Make(paths_.view_folder + view + "/view-db.sqlite", "private");
+  fs::create_directories(paths_.view_folder + "/unreadable/view-db.sqlite");
+  fs::permissions(paths_.view_folder, fs::perms::owner_all);
+  EXPECT_EQ(BackupViewFolder(paths_.view_folder, paths_.view_copy), -1);
+  EXPECT_EQ(fs::status(paths_.view_copy).permissions(), fs::perms::owner_all);
 }
 
 TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
@@ -103,6 +116,7 @@ TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
   ASSERT_EQ(BackupViewFolder(paths_.view_folder, paths_.view_copy), 0);
   EXPECT_THAT(Files(paths_.view_copy),
               ElementsAre("7/view-db.sqlite=old", "7/view-db.sqlite-wal=old", "name/view-db.sqlite=old"));
+  EXPECT_EQ(sink_.Texts(), std::vector{Skipped(paths_.view_folder + "/8")});
   for (const char* view : {"/7", "/8", "/9", "/name"}) {
     Make(paths_.view_copy + view + "/view-db.sqlite", "new");
   }
@@ -133,6 +147,14 @@ TEST_F(WorkingCopiesTest, RestoresThatFailAreNamedAndLoseNothing) {
                                          "Cannot remove old backup at " + view + "/x: Not a directory (20)",
                                          "Failed to get views to restore in " + view + "\n",
                                          "Cannot restore " + view_copy + " to " + view,
+                                         "Cannot restore " + paths_.file_copy + " to " + paths_.file_folder));
+  sink_.Clear();
+  fs::create_directories(paths_.user_db);
+  Make(paths_.user_copy, "");
+  fs::create_directory(view_copy);
+  PlaceWorkingCopies(paths_);
+  EXPECT_THAT(sink_.Texts(), ElementsAre("cannot move " + paths_.user_copy + " to " + paths_.user_db +
+                                             ": Is a directory (21)\n",
                                          "Cannot restore " + paths_.file_copy + " to " + paths_.file_folder));
 }
 

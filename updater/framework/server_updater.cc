@@ -117,7 +117,12 @@ int ServerUpdater::AttachDatabases() {
     if (!db_util::FormatSql(statement, "ATTACH DATABASE %Q AS %s;", path, database.schema)) return -1;
     attach += statement;
     tune += TuneStatements(database.schema);
-    if (!file_op::FSExists(path)) missing_.push_back(path);
+    if (file_op::FSExists(path)) continue;
+    missing_.push_back(path);
+    // A database that ATTACH would make belongs to whoever the data database belongs to, not to root. What
+    // cannot be made cannot be attached either.
+    base::FileDescriptor made;
+    (void)file_op::MakeFileLike(file_op::At(path), paths_.data, made);
   }
   db_util::ExecFailure failure;
   if (db_util::Execute(db(), attach + tune, failure) != SQLITE_OK) {
@@ -125,10 +130,6 @@ int ServerUpdater::AttachDatabases() {
     // SQLite does not say which of several files is no database.
     if (attach.size() <= db_util::kLongStatement) db_util::LogReason(failure);
     return -1;
-  }
-  // A database that ATTACH has just made belongs to whoever the data database belongs to, not to root.
-  for (const std::string& path : missing_) {
-    if (file_op::FSExists(path)) (void)file_op::CopyOwnerAndMode(paths_.data, path);  // best effort
   }
   return 0;
 }

@@ -8,9 +8,6 @@
 namespace updater {
 namespace {
 
-constexpr const char* kViewDatabaseName = "/view-db.sqlite";
-constexpr const char* kFileDatabaseName = "/file-db.sqlite";
-
 // 32 MiB a schema: the five that are attached at once stay below what the smallest appliance has free.
 constexpr int kCacheKiB = 32768;
 
@@ -52,13 +49,13 @@ FolderDatabases::FolderDatabases(std::string view_folder, std::string file_folde
 std::string FolderDatabases::ViewFolder(const std::string& name) const { return view_folder_ + "/" + name; }
 
 std::string FolderDatabases::ViewDatabase(const std::string& name) const {
-  return ViewFolder(name) + kViewDatabaseName;
+  return ViewFolder(name) + "/" + kViewDatabaseName;
 }
 
 std::string FolderDatabases::FileFolder(const std::string& name) const { return file_folder_ + "/" + name; }
 
 std::string FolderDatabases::FileDatabase(const std::string& name) const {
-  return FileFolder(name) + kFileDatabaseName;
+  return FileFolder(name) + "/" + kFileDatabaseName;
 }
 
 int FolderDatabases::List() {

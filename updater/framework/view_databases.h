@@ -14,6 +14,9 @@ namespace updater {
 
 using base::ViewId;
 
+inline constexpr const char* kViewDatabaseName = "view-db.sqlite";
+inline constexpr const char* kFileDatabaseName = "file-db.sqlite";
+
 class FolderDatabases {
  public:
   FolderDatabases(std::string view_folder, std::string file_folder);

@@ -1,6 +1,5 @@
 #include "updater/server/new_databases.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +15,8 @@
 namespace updater::server {
 namespace {
 
+using file_op::FilePlace;
+using file_op::Folder;
 using sql::Index;
 
 constexpr const char* kJournalPragmas = "PRAGMA journal_mode = WAL;PRAGMA synchronous = NORMAL;";
@@ -80,18 +81,39 @@ constexpr const char* kCreateVolumeTable =
 
 constexpr Index kDataIndexes[] = {{"volume_table", "uuid"}, {"config_table", "key"}};
 
-int MakeEmptyFile(const std::string& path) {
-  if (file_op::FSMakeEmptyFile(path) < 0) {
-    const int error = errno;
-    logger::SystemLog("fopen: %s (%d)\n", std::string(std::strerror(error)), error);
-    return -1;
-  }
-  TakeOwnerOfParent(path);
-  return 0;
+int LogFolderFailure(const std::string& path) {
+  const int error = errno;
+  logger::SystemLog("mkdir(%s): %s (%d)\n", path, std::string(std::strerror(error)), error);
+  return -1;
 }
 
-int OpenNewDatabase(const std::string& path, db_util::Database& out) {
-  const int code = db_util::OpenQuietly(path, out, db_util::OpenMode::kCreate);
+// Opens the folder that is there, or a new one.
+int OpenFolder(const Folder& above, const std::string& name, Folder& out) {
+  const bool made = out.MakeShared(above, name, file_op::kFolderMode) == 0;
+  return made || (errno == EEXIST && out.Open(above.In(name)) == 0) ? 0
+                                                                    : LogFolderFailure(above.In(name).path);
+}
+
+// In the folder of all views or volumes, which is a working copy and so no link.
+int OpenFolderOf(const std::string& folder, const std::string& name, Folder& out) {
+  Folder above;
+  return above.Open(file_op::At(folder)) < 0 ? LogFolderFailure(folder + "/" + name)
+                                             : OpenFolder(above, name, out);
+}
+
+int MakeSignFile(const Folder& sign_folder) {
+  if (file_op::MakeEmptyFile(sign_folder, ".0") == 0) return 0;
+  const int error = errno;
+  logger::SystemLog("fopen: %s (%d)\n", std::string(std::strerror(error)), error);
+  return -1;
+}
+
+// With the owner and access bits of the data database from the start.
+int OpenNewDatabase(const FilePlace& place, const std::string& data_database, db_util::Database& out) {
+  base::FileDescriptor made;
+  const int code = file_op::MakeFileLike(place, data_database, made) < 0
+                       ? SQLITE_CANTOPEN
+                       : db_util::OpenExactly(place.path, made.get(), db_util::OpenMode::kReadWrite, out);
   if (code == SQLITE_OK)
     return sqlite3_busy_timeout(out.get(), db_util::kBusyTimeoutMs) == SQLITE_OK ? 0 : -1;
   logger::UpdaterLog("sqlite3_open: %s (%d)\n", sqlite3_errstr(code), code);
@@ -100,57 +122,46 @@ int OpenNewDatabase(const std::string& path, db_util::Database& out) {
 
 // Tuned twice: the first time for the change of the journal mode, which flushes too, and again because the
 // pragmas set their own level. What fails is told by the caller's line alone; keep it so.
-int InitializeDatabase(sqlite3* db, const std::string& path, const std::string& data_database,
-                       const std::string& script) {
+int InitializeDatabase(sqlite3* db, const std::string& script) {
   const std::string tune = TuneStatements("main");
   std::string error;
-  return file_op::CopyOwnerAndMode(data_database, path) == 0 &&
-                 db_util::Execute(
-                     db, tune + kJournalPragmas + tune + "BEGIN TRANSACTION;" + script + "END TRANSACTION;",
-                     error) == SQLITE_OK
+  return db_util::Execute(db,
+                          tune + kJournalPragmas + tune + "BEGIN TRANSACTION;" + script + "END TRANSACTION;",
+                          error) == SQLITE_OK
              ? 0
              : -1;
 }
 
-int CreateDatabase(const std::string& path, const std::string& data_database, const std::string& script,
+int CreateDatabase(const FilePlace& place, const std::string& data_database, const std::string& script,
                    const logger::PrintfFormat<>& failure) {
   db_util::Database db;
-  return OpenNewDatabase(path, db) == 0 &&
-                 logger::Succeeded(InitializeDatabase(db.get(), path, data_database, script), failure)
+  return OpenNewDatabase(place, data_database, db) == 0 &&
+                 logger::Succeeded(InitializeDatabase(db.get(), script), failure)
              ? 0
              : -1;
 }
 
 }  // namespace
 
-void TakeOwnerOfParent(const std::string& path) {
-  struct stat parent {};
-  if (stat(path.substr(0, path.rfind('/') + 1).c_str(), &parent) < 0) return;
-  (void)(lchown(path.c_str(), parent.st_uid, parent.st_gid) == 0);
-}
-
 int MakeFolder(const std::string& path) {
-  const bool existed = file_op::FSExists(path);
-  if (file_op::FSMKDir(path, false) < 0) {
-    const int error = errno;
-    logger::SystemLog("mkdir(%s): %s (%d)\n", path, std::string(std::strerror(error)), error);
-    return -1;
-  }
-  if (!existed) TakeOwnerOfParent(path);
-  return 0;
+  return file_op::FSMKDir(path, false) == 0 ? 0 : LogFolderFailure(path);
 }
 
 int CreateViewDatabase(const FolderDatabases& folders, ViewId view, const std::string& data_database) {
-  const std::string folder = folders.ViewFolder(std::to_string(view));
-  const std::string sign_folder = folder + "/sign";
+  const std::string name = std::to_string(view);
+  const std::string path = folders.ViewFolder(name);
+  const std::string sign_path = path + "/sign";
   const std::string script =
       sql::CreateViewTables("main", sql::kAttributeLayout) + kCreateConfigTable + kCreateViewRest;
-  return logger::Succeeded(MakeFolder(folder), "CreateViewDB: cannot make directory (%s)\n", folder) &&
-                 logger::Succeeded(MakeFolder(sign_folder), "CreateViewDB: cannot make directory (%s)\n",
-                                   sign_folder) &&
-                 logger::Succeeded(MakeEmptyFile(sign_folder + "/.0"),
-                                   "CreateViewDB: cannot make origin sign file in (%s)\n", sign_folder) &&
-                 CreateDatabase(folders.ViewDatabase(view), data_database, script,
+  Folder folder;
+  Folder sign_folder;
+  return logger::Succeeded(OpenFolderOf(folders.view_folder(), name, folder),
+                           "CreateViewDB: cannot make directory (%s)\n", path) &&
+                 logger::Succeeded(OpenFolder(folder, "sign", sign_folder),
+                                   "CreateViewDB: cannot make directory (%s)\n", sign_path) &&
+                 logger::Succeeded(MakeSignFile(sign_folder),
+                                   "CreateViewDB: cannot make origin sign file in (%s)\n", sign_path) &&
+                 CreateDatabase(folder.In(kViewDatabaseName), data_database, script,
                                 "CreateViewDB: initialize view db failed\n") == 0
              ? 0
              : -1;
@@ -158,10 +169,11 @@ int CreateViewDatabase(const FolderDatabases& folders, ViewId view, const std::s
 
 int CreateFileDatabase(const FolderDatabases& folders, const std::string& uuid,
                        const std::string& data_database) {
-  const std::string folder = folders.FileFolder(uuid);
   const std::string script = std::string(kCreateFileTables) + kCreateConfigTable + kFileRows;
-  return logger::Succeeded(MakeFolder(folder), "CreateFileDB: cannot make directory (%s)\n", folder) &&
-                 CreateDatabase(folders.FileDatabase(uuid), data_database, script,
+  Folder folder;
+  return logger::Succeeded(OpenFolderOf(folders.file_folder(), uuid, folder),
+                           "CreateFileDB: cannot make directory (%s)\n", folders.FileFolder(uuid)) &&
+                 CreateDatabase(folder.In(kFileDatabaseName), data_database, script,
                                 "CreateFileDB: initialize file db failed\n") == 0
              ? 0
              : -1;
@@ -174,7 +186,8 @@ int CreateNewDataDatabase(const std::string& path, const std::string& data_datab
   const std::string script =
       std::string(kCreateVolumeTable) + kCreateConfigTable + sql::CreateIndexes("main", kDataIndexes);
   // The message of the view database, also here; keep it so.
-  return CreateDatabase(path, data_database, script, "CreateViewDB: initialize view db failed\n");
+  return CreateDatabase(file_op::At(path), data_database, script,
+                        "CreateViewDB: initialize view db failed\n");
 }
 
 std::string CreateViewIndexes() { return sql::CreateIndexes("view_db", kViewIndexes); }

@@ -1,7 +1,7 @@
 // The databases that the split of the data database makes, each new on disk with its folder. They get the
 // owner and mode of the data database, and their folders the owner of the folder around them, so that a
-// service that does not run as root can go on using them. Every operation returns 0, or -1 after logging what
-// failed.
+// service that does not run as root can go on using them. Whatever stands at the path of one is refused.
+// Every operation returns 0, or -1 after logging what failed.
 //
 // The indexes are not made here but by the two statements below, after the rows are in: building an index
 // once costs a fraction of keeping it up row by row.
@@ -13,10 +13,7 @@
 
 namespace updater::server {
 
-// Gives a new file or folder the owner of the folder it is in; best effort, as it may not be ours to give.
-void TakeOwnerOfParent(const std::string& path);
-
-// Makes one folder, mode 0755; one that exists is success. Logs "mkdir(%s): %s (%d)\n".
+// Makes one folder, mode 0755 whatever the umask; one that exists is success. Logs "mkdir(%s): %s (%d)\n".
 [[nodiscard]] int MakeFolder(const std::string& path);
 
 // The folder of the view, its sign folder with the origin sign file, and the view database without indexes.

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "tests/support/package_test.h"
+#include "updater/server/new_databases.h"
 
 namespace {
 
@@ -42,24 +43,38 @@ TEST_F(ServerUpdatersTest, MarkersAreNotWrittenThroughALinkOrIntoAPipe) {
 
 TEST_F(ServerUpdatersTest, NewFilesAndFoldersBelongToTheOwnerOfTheOldOnes) {
   if (geteuid() != 0) GTEST_SKIP() << "only root gives files away";
-  StartAt(3004);
-  for (const std::string& path : {package_.sync_folder, Sync("rm"), package_.data}) {
+  StartAt(2577);
+  for (const std::string& path :
+       {package_.sync_folder, Sync("repo"), Sync("delta"), Sync("rm"), package_.data}) {
     ASSERT_EQ(chown(path.c_str(), 1234, 1235), 0);
   }
   ASSERT_EQ(chmod(package_.data.c_str(), 0600), 0);
-  for (const auto& [from, to] : {std::pair(3004, 3200), {3200, 3300}, {3300, 3400}}) {
-    ASSERT_EQ(Update(from, to), 0);
+  const mode_t mask = umask(0077);
+  for (const auto& [from, to] : {std::pair(2577, 3004), {3004, 3200}, {3200, 3300}, {3300, 3400}}) {
+    EXPECT_EQ(Update(from, to), 0);
   }
+  umask(mask);
   const std::string file_db = package_.file_folder + "/" + uuid_ + "/file-db.sqlite";
-  for (const std::string& path : {package_.data, package_.log, View("1"), file_db, Sync("node_delta"),
-                                  Sync("view/1"), Sync("view/1/sign/.0"), Sync("rm/file")}) {
+  for (const std::string& path :
+       {package_.data, package_.log, View("1"), file_db, Sync("repo/.0"), Sync("node_delta"),
+        Sync("node_delta/.0"), Sync("view"), Sync("view/1"), Sync("view/1/sign/.0"), Sync("rm/file")}) {
     struct stat status {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(std::pair(status.st_uid, status.st_gid), std::pair(uid_t{1234}, gid_t{1235})) << path;
-    if (path.ends_with(".sqlite")) {
-      EXPECT_EQ(status.st_mode & 0777U, 0600U) << path;
-    }
+    EXPECT_EQ(status.st_mode & 0777U, S_ISDIR(status.st_mode) ? 0755U : 0600U) << path;
   }
+}
+
+TEST_F(ServerUpdatersTest, NewDatabasesAreNotMadeThroughPlantedLinks) {
+  StartAt(3300);
+  for (const char* folder : {"outside", "view/1"}) fs::create_directories(Sync(folder));
+  fs::create_symlink(Sync("outside/new"), View("1"));
+  fs::create_symlink(Sync("outside"), Sync("view/2"));
+  const updater::FolderDatabases folders(package_.view_folder, package_.file_folder);
+  for (const updater::ViewId view : {1U, 2U}) {
+    EXPECT_EQ(updater::server::CreateViewDatabase(folders, view, package_.data), -1);
+  }
+  EXPECT_TRUE(fs::is_empty(Sync("outside")));
 }
 
 TEST_F(ServerUpdatersTest, To3200KeepsSettingsAndFoldersThatAreThere) {

@@ -1,7 +1,6 @@
 #include "updater/server/svr_updater_3004to3200.h"
 
 #include "file-op/file_op.h"
-#include "updater/server/new_databases.h"
 #include "updater/server/sql/log_table.h"
 #include "updater/server/sql/rebuild.h"
 
@@ -79,9 +78,7 @@ int SvrUpdater3004to3200::UpdateDatabases() {
 
 int SvrUpdater3004to3200::CreateNodeDeltaFolder() const {
   const std::string folder = sync_folder_ + "/node_delta";
-  const bool existed = file_op::FSExists(folder);
   if (!logger::Succeeded(file_op::FSMKDir(folder, true), "failed to create node_delta folder\n")) return -1;
-  if (!existed) TakeOwnerOfParent(folder);
   return logger::Succeeded(CreateEmptyFile(folder + "/.0"), "failed to create empty file node_delta/.0\n")
              ? 0
              : -1;

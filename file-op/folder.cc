@@ -1,0 +1,150 @@
+#include "file-op/folder.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "base/retry.h"
+#include "file-op/folder_reader.h"
+
+namespace file_op {
+namespace {
+
+int ListEntries(const Folder& folder, Entry::Type type, std::vector<std::string>& names) {
+  names.clear();
+  FolderReader reader;
+  if (reader.Open(folder.fd(), ".") < 0) return -1;
+  Entry entry;
+  int read = 0;
+  while ((read = reader.Next(entry)) > 0) {
+    if (entry.type == type) names.push_back(entry.name);
+  }
+  return read;
+}
+
+// Empties the file that is there. One that has another name too may be somebody else's file, put there for
+// this process to destroy.
+int EmptyFile(const FilePlace& place) {
+  constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  base::FileDescriptor file(
+      base::RetryInterrupted([&] { return openat(place.at, place.name.c_str(), kFlags); }));
+  struct stat status {};
+  if (!file.is_open() || fstat(file.get(), &status) < 0) return -1;
+  if (!S_ISREG(status.st_mode) || (status.st_size != 0 && status.st_nlink != 1)) {
+    errno = EINVAL;
+    return -1;
+  }
+  if (status.st_size == 0) return 0;
+  return base::RetryInterrupted([&] { return ftruncate(file.get(), 0); }) < 0 ? -1 : file.Close();
+}
+
+}  // namespace
+
+int Folder::Open(const FilePlace& place, int flags) {
+  base::FileDescriptor opened(base::RetryInterrupted(
+      [&] { return openat(place.at, place.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags); }));
+  if (!opened.is_open()) return -1;
+  folder_ = std::move(opened);
+  path_ = place.path;
+  return 0;
+}
+
+int Folder::Make(const FilePlace& place) {
+  if (mkdirat(place.at, place.name.c_str(), S_IRWXU) < 0 || Open(place) < 0) return -1;
+  struct stat status {};
+  if (fstat(fd(), &status) < 0) return -1;
+  if (status.st_uid == geteuid()) return 0;
+  errno = ESTALE;
+  return -1;
+}
+
+int Folder::Make(const std::string& path) {
+  Folder above;
+  std::string name;
+  return OpenAround(path, above, name) < 0 ? -1 : Make({above.fd(), name, path});
+}
+
+int Folder::MakeShared(const Folder& above, const std::string& name, mode_t mode) {
+  struct stat status {};
+  if (fstat(above.fd(), &status) < 0 || Make(above.In(name)) < 0) return -1;
+  status.st_mode = (status.st_mode & S_ISGID) | mode;  // new folders hand that one bit down by themselves
+  return ApplyOwnerAndMode(fd(), status);
+}
+
+int Folder::TakeOwnerAndMode(const Folder& source) const {
+  struct stat status {};
+  return fstat(source.fd(), &status) < 0 ? -1 : ApplyOwnerAndMode(fd(), status);
+}
+
+int OpenAround(const std::string& path, Folder& above, std::string& name) {
+  const std::size_t end = path.find_last_not_of('/') + 1;
+  const std::size_t begin = path.substr(0, end).rfind('/') + 1;
+  name = path.substr(begin, end - begin);
+  return above.Open(At(begin == 0 ? "." : path.substr(0, begin)), O_PATH);
+}
+
+int ApplyOwnerAndMode(int fd, const struct stat& status) {
+  mode_t bits = status.st_mode & ALLPERMS;
+  if (fchown(fd, status.st_uid, status.st_gid) < 0) {
+    if (errno != EPERM) return -1;
+    bits &= ACCESSPERMS;  // what runs as the owner must not run as somebody else
+    // The group alone, if this process is in it; otherwise both stay the process's own, and its group gets
+    // nothing that was meant for another.
+    if (fchown(fd, static_cast<uid_t>(-1), status.st_gid) < 0) {
+      if (errno != EPERM) return -1;
+      bits &= ~static_cast<mode_t>(S_IRWXG);
+    }
+  }
+  return fchmod(fd, bits);
+}
+
+int MakeFileLike(const FilePlace& place, const std::string& like, base::FileDescriptor& out) {
+  struct stat status {};
+  if (lstat(like.c_str(), &status) < 0) return -1;
+  if (!S_ISREG(status.st_mode)) {
+    errno = EINVAL;
+    return -1;
+  }
+  status.st_mode &= ACCESSPERMS;
+  base::FileDescriptor made(base::RetryInterrupted([&] {
+    return openat(place.at, place.name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  S_IRUSR | S_IWUSR);
+  }));
+  if (!made.is_open() || ApplyOwnerAndMode(made.get(), status) < 0) return -1;
+  out = std::move(made);
+  return 0;
+}
+
+int MakeEmptyFile(const Folder& above, const std::string& name) {
+  struct stat around {};
+  if (fstat(above.fd(), &around) < 0) return -1;
+  base::FileDescriptor made(base::RetryInterrupted([&] {
+    return openat(above.fd(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+  }));
+  if (!made.is_open()) return errno == EEXIST ? EmptyFile(above.In(name)) : -1;
+  struct stat status {};
+  if (fstat(made.get(), &status) < 0) return -1;
+  status.st_uid = around.st_uid;
+  status.st_gid = around.st_gid;
+  return ApplyOwnerAndMode(made.get(), status) < 0 ? -1 : made.Close();
+}
+
+bool Exists(const FilePlace& place) {
+  struct stat status {};
+  return fstatat(place.at, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+int ListFolders(const Folder& folder, std::vector<std::string>& names) {
+  return ListEntries(folder, Entry::Type::kFolder, names);
+}
+
+int ListLinkedFolders(const Folder& folder, std::vector<std::string>& names) {
+  if (ListEntries(folder, Entry::Type::kLink, names) < 0) return -1;
+  std::erase_if(names, [&](const std::string& name) {
+    struct stat status {};
+    return fstatat(folder.fd(), name.c_str(), &status, 0) < 0 || !S_ISDIR(status.st_mode);
+  });
+  return 0;
+}
+
+}  // namespace file_op
