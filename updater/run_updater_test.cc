@@ -145,6 +145,21 @@ TEST_F(RunUpdaterTest, LookingAtTheVersionDoesNotChangeTheLiveFiles) {
   for (const char* suffix : {"", "-wal"}) {
     EXPECT_EQ(tests::ReadFile(run_.data_db + suffix), tests::ReadFile(folder_ / "killed" + suffix));
   }
+  EXPECT_FALSE(fs::exists(run_.data_db + "-shm"));
+}
+
+TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
+  StartAt(3200);
+  tests::RunSql(run_.data_db, "INSERT INTO log_table (type, time) VALUES (1, 1);");
+  fs::remove_all(run_.sync_folder + "/rm");
+  EXPECT_EQ(Run(), "upgradefail");
+  fs::create_directory(run_.sync_folder + "/rm");
+  EXPECT_EQ(Run(), "done");
+  EXPECT_EQ(tests::Query(run_.log_db, "SELECT count(*) FROM log_table;"), "1 ");
+  fs::rename(run_.view_folder, run_.view_copy);
+  fs::rename(run_.file_folder, run_.file_copy);
+  EXPECT_EQ(Run(), "done");
+  EXPECT_FALSE(fs::exists(run_.view_folder) || fs::exists(run_.file_folder));
 }
 
 TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesThemOpen) {

@@ -77,9 +77,15 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   if (db_util::OpenDatabase(paths_.data_db, db, db_util::OpenMode::kReadWrite) < 0) return true;
   // Looking at the version must not change anything. A write-ahead log that is there stays as it is, where
   // closing would move it into the file; one that only this connection makes goes again.
-  const char* const log = sqlite3_filename_wal(sqlite3_db_filename(db.get(), "main"));
-  if (file_op::FSExists(log)) {
+  const char* const file = sqlite3_db_filename(db.get(), "main");
+  if (file_op::FSExists(sqlite3_filename_wal(file))) {
     (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+    // An index of the log would stay as well; whoever has the database for itself keeps it in memory. One
+    // that is there may be in use, and a file that cannot be written cannot be locked that way.
+    if (!file_op::FSExists(std::string(file) + "-shm") && sqlite3_db_readonly(db.get(), "main") == 0) {
+      std::string ignored;  // without it, only the index stays
+      (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;", ignored);
+    }
   }
   const long long version = ReadDatabaseVersion(db.get());
   if (version <= kTargetVersion) return false;
@@ -87,7 +93,20 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   return true;
 }
 
+int VolumeUpgrade::RemoveStaleCopies() const {
+  const std::pair<const std::string&, const std::string&> parts[] = {{paths_.user_db, paths_.user_copy},
+                                                                     {paths_.log_db, paths_.log_copy},
+                                                                     {paths_.client_db, paths_.client_copy},
+                                                                     {paths_.view_folder, paths_.view_copy},
+                                                                     {paths_.file_folder, paths_.file_copy}};
+  for (const auto& [live, copy] : parts) {
+    if (RemoveStaleCopy(live, copy) < 0) return -1;
+  }
+  return 0;
+}
+
 int VolumeUpgrade::MakeWorkingCopies() {
+  if (RemoveStaleCopies() < 0) return -1;
   if (CopyOrLog(BackupDatabaseFile, paths_.user_db, paths_.user_copy, "cannot backup db from %s to %s") < 0 ||
       CopyOrLog(BackupDatabaseFile, paths_.data_db, paths_.data_copy, "cannot backup db from %s to %s") < 0) {
     return -1;
