@@ -18,7 +18,7 @@ int OpenRegularFile(const std::string& path, int flags, FileDescriptor& file, st
   const int all_flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags;
   FileDescriptor opened(RetryInterrupted([&] { return ::open(path.c_str(), all_flags); }));
   if (!opened.is_open() || ::fstat(opened.get(), &status) != 0) return errno;
-  if (!S_ISREG(status.st_mode)) return EINVAL;
+  if (!S_ISREG(status.st_mode)) return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
   if (status.st_size > kMaxSize) return EFBIG;
   file = std::move(opened);
   return 0;

@@ -7,6 +7,8 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <map>
+#include <sstream>
 
 #include "platform/host/host_platform.h"
 #include "tests/support/mount_namespace.h"
@@ -15,6 +17,7 @@
 namespace {
 
 using platform::Lookup;
+using namespace std::string_literals;
 
 constexpr char kSamba[] = "etc/samba/smb.conf";
 
@@ -50,48 +53,144 @@ TEST_F(ConfigurationTest, AServiceIsOffOnlyWhereTheFileSaysSo) {
   EXPECT_EQ(services(switches, "passwd:compat winbind"), "domain home");
   EXPECT_EQ(services(kSamba, "[global]\n"), "domain ");
   EXPECT_EQ(services(kSamba, "[global]\ninclude = registry\n"), "domain home");
-  EXPECT_EQ(services(kSamba, "[ Homes ]\nbrowseable = no\n"), "domain home");
+  EXPECT_EQ(services(kSamba, "[Homes]\nbrowseable = no\n"), "domain home");
 }
 
-TEST_F(ConfigurationTest, SharesAreTheSectionsWithAPath) {
-  const std::string long_path = "/volume1/" + std::string(990, 'p');
-  const std::string long_name(120, 'n');
-  WriteSamba(
-      "\xEF\xBB\xBFworkgroup = A\n[global]\n   path = /g\n[homes]\npath=/h\n[print$]\npath=/p\n"
-      "[Photo]\n\t; a comment\n   PA TH = \"/volume1/my photos; #1\" \r\n   Plat : Replica = Yes\n"
-      "   plat:flags = dhos, share_replica_demote\n   comment = no = path \\\n   path = /wrong\n"
-      "[no path]\ncomment = x\n[\xC3\x84pfel Baum]\ndirectory = /volume1/a\n[twin]\ncopy = photo\n"
-      "[photo]\nread only = no\n[" +
-      long_name + "]\npath = " + long_path + "\n");
-  platform::Share share;
-  ASSERT_EQ(machine().shares.Open("pHOTO", share), Lookup::kFound);
-  EXPECT_EQ(share.name, "Photo");
-  EXPECT_EQ(share.path, "/volume1/my photos; #1");
-  EXPECT_TRUE(share.is_replica);
-  EXPECT_THAT(share.flags, ::testing::ElementsAre("dhos", "share_replica_demote"));
-  EXPECT_EQ(PathOf(long_name), long_path);
-  EXPECT_EQ(PathOf(long_name.substr(1)), "(none)");
-  EXPECT_EQ(PathOf("\xC3\xA4PFEL  baum"), "/volume1/a");
-  EXPECT_EQ(PathOf("twin"), "/volume1/my photos; #1");
-  for (const char* name : {"global", "HOMES", "print$", "no path", "missing"}) {
-    EXPECT_EQ(PathOf(name), "(none)") << name;
+using Paths = std::map<std::string, std::string>;  // of every section but [global]
+
+Paths PathsOfReader(const std::string& file) {
+  platform::host::SambaConfiguration configuration;
+  if (platform::host::ReadSambaConfiguration(file, configuration) != 0) return {{"refused", ""}};
+  Paths paths;
+  for (const auto& [folded, section] : configuration.sections) paths[section.name] = section.path;
+  return paths;
+}
+
+Paths PathsOfChecker(const std::string& folder) {
+  if (!tests::Run("(cd " + folder + "; LC_ALL=C testparm -s --suppress-prompt smb.conf >../out)"))
+    return {{"refused", ""}};
+  std::istringstream output(tests::ReadFile(folder + "/../out"));
+  Paths paths;
+  std::string name;
+  for (std::string line; std::getline(output, line);) {
+    if (line.starts_with('[')) paths.try_emplace(name = line.substr(1, line.size() - 2), paths["global"]);
+    if (line.starts_with("\tpath = ")) paths[name] = line.substr(8);
   }
+  paths.erase("global");
+  return paths;
+}
+
+TEST_F(ConfigurationTest, SharesAreThoseOfTheFileServersOwnChecker) {
+  if (!tests::Run("testparm --version")) GTEST_SKIP() << "needs testparm";
+  std::string every_letter;
+  for (char32_t letter = 0xA1; letter < 0x10000; ++letter) {
+    if (letter == 0x3000) letter = 0xA640;
+    if (letter == 0xAC00) letter = 0xFF01;
+    const std::string name = std::filesystem::path(std::u32string(1, letter)).string();
+    every_letter += "[x" + name + "]\npath=/" + std::to_string(int(letter)) + '\n';
+  }
+  std::string many = "[first]\ninclude=one\n";
+  for (int number = 0; number < 150; ++number) {
+    many += "[s" + std::to_string(number) + "]\npath=/s\ninclude=one\n";
+    folder_.Write("etc/samba/deep" + std::to_string(number),
+                  "[d" + std::to_string(number) + "]\ninclude = deep" + std::to_string(number + 1));
+  }
+  folder_.Write("etc/samba/deep110", "[last]\npath=/last\n");
+  folder_.Write("etc/samba/one", "comment=in share\n[opened]\ncomment=goes on");
+  folder_.Write("etc/samba/sub/two", "include = one\npath = /two\n[global]\npath = /global");
+  folder_.Write("etc/samba/torn", "[a]\npath=/a\n[torn");
+  for (
+      const std::string& text :
+      {every_letter,
+       many,
+       "[a]\npath=/a\n[b]\npath=/b\n[n\0n]\n"s,
+       "[a]\npath=/a\0b\n\0path=/c\npath\0=/b\n[b]\n\0\npath=/b\n\0[c]\n"s,
+       "[team a]\npath=/1\n[teama]\npath=/2\n[TEAM  A]\ncomment=x\n[ team a]\npath=/3\n[team a ]\npath=/4\n"
+       "[a\tb]\npath=/5\n[a \tb]\npath=/6\n[\"a\"]\npath=/7\n[ ]\npath=/8"s,
+       "[a]\npath=/a\ndirectory=/b\n[b]\nDIREC TORY=/b\nPa Th=/a\n[c]\npath=/c\ndirectory=\n[d]\ndirectory=\n"
+       "p\v\ath=/d\np\v\fath=/d\n[e]\np-ath=/e\n[f]\n\xEF\xBD\x90\x61th=/f\n[g]\npath==/g"s,
+       "[a]\npath=/a\n[b]\ncopy = A\n[c]\npath=/c\ncopy=a\n[d]\ncopy=a\npath=\n[e]\npath=\ncopy=a\n[f]\n"
+       "[g]\ncopy=a\ncopy=f\n[a]\npath=/x\ncopy=b\n[h]\ndirectory=/h\n[h]\ncopy=a"s,
+       "path=/0\n[a]\n[globals]\npath=/1\n[b]\n[Glo Bal]\npath=/2\n[c]\npath=\n[d]\ncopy=a\n"s,
+       "[a]\npath=/a \\\n  b\n[b]\npath=/b\\\nc\n[c]\npa\\ \t\r\nth=/\\\\\nd\\ e\\\n;\n[x\\\ny]\npath=/f\n"
+       "; path \\\npath=/g\n\\\n#path=/h\n\\\n[j]\n[i]\npath=/i\\"s,
+       "\r\n[a]\r\npath=/a\r\n \v[b]x=y\rz\npath = \t/b  c\t\t d\r \n[c\rd]\rpath=/c\n[e]f]\npath=/e\rf ; # g\n"
+       "nonsense\n  #path=/h\n[g[h]\npath=\xA0/g"s,
+       "\xEF\xBB\xBF[a]\npath=/a\n[b]\npath=/b"s,
+       "[a]\npath=/a\n[b"s,
+       "[a]\n=/a\n"s,
+       "[]\npath=/a"s,
+       "[a\n]\npath=/a"s,
+       "[a]\npath=/a\ninclude=torn\n"s,
+       "[a]\ninclude=smb.conf\n"s,
+       "[a]\npath=/a\ninclude=deep11\n[z]\npath=/z\n"s,
+       "include=deep10\n"s,
+       "[a]\nIN clude = sub/two\n[b]\ninclude=\ninclude=none\ninclude=one/none\ninclude=/dev/null\n"
+       "include=\"one\"\n[c]\npath=/c\ninclude=one\npath=/after"s}) {
+    WriteSamba(text);
+    EXPECT_EQ(PathsOfReader(paths_.samba), PathsOfChecker(folder_ / "etc/samba")) << text.substr(0, 300);
+  }
+}
+
+TEST_F(ConfigurationTest, AShareHasAPathAndItsOptions) {
+  WriteSamba(
+      "[homes]\npath=/h\n[print$]\npath=/p\n[Old]\nplat:flags = dhos\n[tw\xE9in]\n[Photo]\n"
+      "PA TH = \"/volume1/my photos; #1\" \r\nPlat : Replica = Yes\nplat:flags = dhos, share_replica_demote\n"
+      "[none]\npath=\"\"\n[copy]\ncopy=photo\n[old]\npath=\"\"/a\"b\n");
+  platform::Share share;
+  for (const char* name : {"copy", "pHOTO"}) {
+    ASSERT_EQ(machine().shares.Open(name, share), Lookup::kFound);
+    EXPECT_EQ(share.path, "/volume1/my photos; #1");
+    EXPECT_TRUE(share.is_replica);
+    EXPECT_THAT(share.flags, ::testing::ElementsAre("dhos", "share_replica_demote"));
+  }
+  EXPECT_EQ(share.name, "Photo");
+  ASSERT_EQ(machine().shares.Open("old", share), Lookup::kFound);
+  EXPECT_EQ(share.path, "\"\"/a\"b");
+  EXPECT_TRUE(share.flags.empty());
+  for (const char* name : {"global", "HOMES", "print$", "none", "missing", ""})
+    EXPECT_EQ(PathOf(name), "(none)");
+}
+
+TEST_F(ConfigurationTest, BytesThatAreNoTextCompareAsBytes) {
+  const std::vector<std::string> names = {"caf",
+                                          "caf\xE9",
+                                          "caf\xC9",
+                                          "\xC3",
+                                          "\xE9\xAA",
+                                          "\xC1\x81",
+                                          "\xE0\x81\x81",
+                                          "\xFF",
+                                          "\xF0\x90\x90\x80",
+                                          "\x80\x80",
+                                          "\xED\xA0\x80",
+                                          "\xE2\x82Z",
+                                          "\xF8\x88\x80\x80\x80"};
+  std::string text =
+      "d\xE9"
+      "bit = 1\n";
+  for (const std::string& name : names) text += '[' + name + "]\npath = /" + name + "\n\xC3 = \xE2\n";
+  WriteSamba(text);
+  for (const std::string& name : names) EXPECT_EQ(PathOf(name), '/' + name);
+  EXPECT_EQ(PathOf("CAF\xE9"), "/caf\xE9");
+  for (const char* name : {"\xE9", "a", "A", "\xC1\xA1", "\xE2\x82"})
+    EXPECT_EQ(PathOf(name), "(none)") << name;
 }
 
 TEST_F(ConfigurationTest, WhatCannotBeReadWholeNeverSaysThatAShareIsGone) {
-  for (const std::string& text :
-       {std::string("[a\npath=/a\n"), std::string("[a]\nnonsense\n"), std::string("[a]\n= /a\n"),
-        std::string("[ ]\na=b\n"), std::string("[a]\npath=/a\rx\n"), std::string("[a]\ninclude = smb.conf\n"),
-        std::string("[a]\npath=/a\0b\n", 14)}) {
-    WriteSamba(text);
-    EXPECT_EQ(PathOf("a"), "(failed)") << text;
-  }
-  for (const char* elsewhere : {"include = /etc/%m.conf\n", "config backend = registry\n"}) {
-    WriteSamba(elsewhere + std::string("[a]\npath=/a\n"));
+  std::filesystem::create_directories(folder_ / "etc/samba/folder");
+  std::filesystem::create_symlink("loop", folder_ / "etc/samba/loop");
+  for (const char* elsewhere : {"include = /etc/%m.conf", "include = REGISTRY", "include = folder",
+                                "include = loop", "copy = missing", "[global]\nconfig backend = registry",
+                                "[global]\nregistry shares = yes", "[global]\nconfig file = /x"}) {
+    WriteSamba("[a]\npath=/a\n" + std::string(elsewhere) + '\n');
     EXPECT_EQ(PathOf("a"), "/a") << elsewhere;
     EXPECT_EQ(PathOf("b"), "(failed)") << elsewhere;
   }
+  WriteSamba("[a]\npath=/a\n[torn");
+  EXPECT_EQ(PathOf("a"), "(failed)");
   std::filesystem::remove(paths_.samba);
+  EXPECT_EQ(PathOf("a"), "(none)");
   std::filesystem::create_directory(paths_.samba);
   EXPECT_EQ(PathOf("a"), "(failed)");
 }

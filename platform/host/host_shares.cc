@@ -5,15 +5,19 @@
 #include <cerrno>
 
 #include "base/text.h"
+#include "platform/host/samba_names.h"
 
 namespace platform::host {
 namespace {
 
-constexpr std::array<std::string_view, 4> kNoShares = {"global", "homes", "printers", "print$"};
+constexpr std::array<std::string_view, 3> kNoShares = {"homes", "printers", "print$"};
 
-std::string_view PathOf(const SambaSection& section) {
-  const std::string_view path = section.Get("path");
-  return path.empty() ? section.Get("directory") : path;  // the parameter's other name
+// The file server takes all quotes off both ends, but leaves a text alone that then still holds one.
+std::string_view Unquote(std::string_view text) {
+  const std::size_t begin = text.find_first_not_of('"');
+  if (begin == std::string_view::npos) return {};
+  const std::string_view inner = text.substr(begin, text.find_last_not_of('"') - begin + 1);
+  return inner.find('"') == std::string_view::npos ? inner : text;
 }
 
 std::vector<std::string> SplitWords(std::string_view text) {
@@ -33,17 +37,17 @@ Lookup HostShares::Open(const std::string& name, Share& share) {
     const int error = ReadSambaConfiguration(path_, configuration_);
     if (error != 0) return error == ENOENT ? Lookup::kNotFound : Lookup::kFailed;
   }
-  const std::string folded = FoldSambaName(name);
+  const std::string folded = FoldShareName(name);
   const auto found = configuration_.sections.find(folded);
   if (std::find(kNoShares.begin(), kNoShares.end(), folded) != kNoShares.end()) return Lookup::kNotFound;
-  if (found == configuration_.sections.end() || PathOf(found->second).empty()) {
+  if (found == configuration_.sections.end() || Unquote(found->second.path).empty()) {
     return configuration_.is_complete ? Lookup::kNotFound : Lookup::kFailed;
   }
   const SambaSection& section = found->second;
   share = {.name = section.name,
-           .path = std::string(PathOf(section)),
-           .is_replica = IsSambaYes(section.Get("plat:replica")),
-           .flags = SplitWords(section.Get("plat:flags"))};
+           .path = std::string(Unquote(section.path)),
+           .is_replica = IsSambaYes(Unquote(section.Option("plat:replica"))),
+           .flags = SplitWords(Unquote(section.Option("plat:flags")))};
   return Lookup::kFound;
 }
 

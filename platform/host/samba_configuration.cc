@@ -1,187 +1,137 @@
 #include "platform/host/samba_configuration.h"
 
-// The library's header brings its definitions only on request, and needs one of its converters to be named
-// although plain characters are never converted. Nothing of the converter is linked.
-#define SI_IMPLEMENTATION
-#define SI_CONVERT_ICU
-#include <SimpleIni.h>
-
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <cerrno>
-#include <clocale>
-#include <cstring>
-#include <cwctype>
 #include <utility>
 
 #include "base/read_text_file.h"
 #include "base/text.h"
+#include "platform/host/samba_names.h"
 
 namespace platform::host {
 namespace {
 
-using namespace std::string_view_literals;
+constexpr std::size_t kMaxDepth = 100;      // of files that include files; the file server's own limit
+constexpr std::size_t kMaxFiles = 100'000;  // a few files that include each other twice never come to an end
 
-constexpr std::size_t kMaxFiles = 100;  // include chains that come back to themselves end here
+bool IsBlank(char character) { return base::kBlanks.find(character) != std::string_view::npos; }
 
-struct ExactOrder {
-  bool operator()(const char* left, const char* right) const { return std::strcmp(left, right) < 0; }
-};
-using IniFile = CSimpleIniTempl<char, ExactOrder, SI_ConvertA<char>>;
-
-// One section head (empty name) or parameter, in the order of the file.
-struct IniLine {
-  int order;
-  std::string section;
-  std::string name;
-  std::string value;
-};
-
-std::string_view Unquote(std::string_view text) {
-  return text.size() >= 2 && text.front() == '"' && text.back() == '"' ? text.substr(1, text.size() - 2)
-                                                                       : text;
-}
-
-bool IsWellFormed(std::string_view line) {
-  if (line.find_first_of("\0\r"sv) != std::string_view::npos) return false;
-  if (line.front() == '[') {
-    const std::size_t end = line.find(']');
-    return end != std::string_view::npos && !base::Trim(line.substr(1, end - 1)).empty();
+// Takes the next line off the front of `rest`; what is continued is brought together. A comment is empty.
+std::string TakeLine(std::string_view& rest) {
+  while (!rest.empty() && IsBlank(rest.front())) rest.remove_prefix(1);
+  const bool is_comment = rest.starts_with('#') || rest.starts_with(';');  // which no backslash continues
+  std::string line;
+  for (bool goes_on = true; goes_on;) {
+    const std::size_t size = rest.size();
+    const std::string_view part = base::TakeUntil(rest, "\n");
+    const std::size_t last = part.find_last_not_of(base::kBlanks);
+    goes_on = !is_comment && size > part.size() && last != std::string_view::npos && part[last] == '\\';
+    line += goes_on ? part.substr(0, last) : part;
   }
-  return line.front() != '=' && line.find('=') != std::string_view::npos;
-}
-
-// Brings continued lines together and leaves comments out. The library skips lines that it does not
-// understand without a word, so they are found here; false then.
-bool NormaliseLines(std::string_view text, std::string& normal) {
-  if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
-  while (!text.empty()) {
-    std::string line(base::Trim(base::TakeUntil(text, "\n")));
-    if (line.empty() || line.front() == '#' || line.front() == ';') continue;
-    while (line.back() == '\\') {
-      line.pop_back();
-      line += base::Trim(base::TakeUntil(text, "\n"));
-      if (line.empty()) break;
-    }
-    if (line.empty()) continue;
-    if (!IsWellFormed(line)) return false;
-    normal += line + '\n';
-  }
-  return true;
-}
-
-bool ParseLines(std::string_view text, std::vector<IniLine>& lines) {
-  std::string normal;
-  IniFile ini(/*a_bIsUtf8=*/true, /*a_bMultiKey=*/true);
-  if (!NormaliseLines(text, normal) || ini.LoadData(normal.data(), normal.size()) < 0) return false;
-
-  IniFile::TNamesDepend sections;
-  ini.GetAllSections(sections);
-  for (const IniFile::Entry& section : sections) {
-    lines.push_back({section.nOrder, section.pItem, "", ""});
-    for (const auto& [key, value] : *ini.GetSection(section.pItem)) {
-      lines.push_back({key.nOrder, section.pItem, key.pItem, std::string(Unquote(value))});
-    }
-  }
-  std::sort(lines.begin(), lines.end(),
-            [](const IniLine& left, const IniLine& right) { return left.order < right.order; });
-  return true;
+  if (is_comment) return {};
+  line.erase(std::min(line.find('\0'), line.size()));
+  const auto both_blank = [](char left, char right) { return IsBlank(left) && IsBlank(right); };
+  line.erase(std::unique(line.begin(), line.end(), both_blank), line.end());
+  return line;
 }
 
 class Reader {
  public:
-  explicit Reader(SambaConfiguration& configuration) : configuration_(configuration) {}
+  Reader(const std::string& path, SambaConfiguration& configuration)
+      : folder_(path.substr(0, path.rfind('/') + 1)), configuration_(configuration) {}
 
-  // Reads one file into the section that is named; returns 0 or an errno.
-  int Read(const std::string& path, const std::string& outer_section) {
-    if (configuration_.files.size() >= kMaxFiles) return ELOOP;
-    configuration_.files.push_back(FileSignature::Of(path));
-    std::string text;
-    if (const int error = base::ReadTextFile(path, text); error != 0) return error;
-    std::vector<IniLine> lines;
-    if (!ParseLines(text, lines)) return EINVAL;
-    for (const IniLine& line : lines) {
-      const std::string& section = line.section.empty() ? outer_section : line.section;
-      if (const int error = Apply(section, line.name, line.value); error != 0) return error;
+  // The two halves of reading one file, so that it can be told which of them failed. 0 or an errno.
+  int Load(const std::string& path, std::string& text) {
+    if (++files_ > kMaxFiles) return ELOOP;
+    configuration_.files.try_emplace(path, FileSignature::Of(path));
+    return base::ReadTextFile(path, text);
+  }
+  int Apply(std::string_view text) {
+    while (!text.empty()) {
+      if (const int error = ApplyLine(TakeLine(text)); error != 0) return error;
     }
     return 0;
   }
 
  private:
-  int Apply(const std::string& section_name, const std::string& name, const std::string& value) {
-    const std::string folded_section = FoldSambaName(section_name);
-    SambaSection& section = configuration_.sections[folded_section];
-    if (section.name.empty()) section.name = section_name;
+  int ApplyLine(std::string_view line) {
+    const bool is_section = line.starts_with('[');
+    const std::size_t end = line.find(is_section ? ']' : '=');
+    if (end == std::string_view::npos) return is_section ? EINVAL : 0;
+    const std::string_view name = is_section ? line.substr(1, end - 1) : base::Trim(line.substr(0, end));
+    if (name.empty()) return EINVAL;
+    if (!is_section) return SetParameter(FoldSambaWord(name), std::string(base::Trim(line.substr(end + 1))));
+    OpenSection(name);
+    return 0;
+  }
 
-    const std::string parameter = FoldSambaName(name);
-    if (parameter == "include") return Include(section_name, value);
-    if (parameter == "configbackend" && FoldSambaName(value) != "file") configuration_.is_complete = false;
-    if (parameter == "copy") {
-      const auto source = configuration_.sections.find(FoldSambaName(value));
-      if (source != configuration_.sections.end())
-        section.parameters.insert(source->second.parameters.begin(), source->second.parameters.end());
-    } else if (!parameter.empty()) {
-      section.parameters[parameter] = value;
+  void OpenSection(std::string_view name) {
+    section_ = nullptr;
+    if (const std::string word = FoldSambaWord(name); word == "global" || word == "globals") return;
+    const auto [section, is_new] = configuration_.sections.try_emplace(FoldShareName(name));
+    section_ = &section->second;
+    section_->options.clear();
+    if (is_new) section_->name = name;
+    if (is_new) section_->path = default_path_;
+  }
+
+  int SetParameter(const std::string& parameter, const std::string& value) {
+    if (parameter == "include") return Include(value);
+    if (section_ == nullptr) {
+      SetGlobalParameter(parameter, value);
+    } else if (parameter == "path" || parameter == "directory") {
+      section_->path = value;
+      section_->has_own_path = true;
+    } else if (parameter == "copy") {
+      Copy(value);
+    } else if (parameter.find(':') != std::string::npos) {
+      section_->options[parameter] = value;
     }
     return 0;
   }
 
-  int Include(const std::string& section_name, const std::string& path) {
-    if (path == "registry" || path.find('%') != std::string::npos) {
+  void SetGlobalParameter(const std::string& parameter, const std::string& value) {
+    if (parameter == "path" || parameter == "directory") default_path_ = value;
+    // Shares elsewhere: in another file, in place of this one, or in the registry.
+    if (parameter == "configfile" || (parameter == "configbackend" && FoldSambaWord(value) != "file") ||
+        (parameter == "registryshares" && IsSambaYes(value))) {
       configuration_.is_complete = false;
-      return 0;
     }
-    const std::string& main_file = configuration_.files.front().path;
-    const bool is_absolute = path.starts_with('/');
-    const int error =
-        Read(is_absolute ? path : main_file.substr(0, main_file.rfind('/') + 1) + path, section_name);
-    return error == ENOENT ? 0 : error;
   }
 
+  void Copy(const std::string& name) {
+    const auto found = configuration_.sections.find(FoldShareName(name));
+    if (found == configuration_.sections.end()) {
+      configuration_.is_complete = false;  // and the file server will not start
+      return;
+    }
+    if (!section_->has_own_path) section_->path = found->second.path;
+    for (const auto& [option, value] : found->second.options) section_->options[option] = value;
+  }
+
+  int Include(const std::string& name) {
+    if (depth_ == kMaxDepth) return ELOOP;  // whatever the name is: keep it so
+    if (name.empty()) return 0;
+    std::string text;
+    const bool is_out_of_reach = FoldShareName(name) == "registry" || name.find('%') != std::string::npos;
+    int error = is_out_of_reach ? EREMOTE : Load(name.starts_with('/') ? name : folder_ + name, text);
+    if (error == 0) {
+      ++depth_;
+      error = Apply(text);
+      --depth_;
+      return error;
+    }
+    // What is not there, or is a device, is nothing to read for the file server.
+    if (error != ENOENT && error != ENOTDIR && error != EINVAL) configuration_.is_complete = false;
+    return 0;
+  }
+
+  std::string folder_;  // that relative names of included files begin in
   SambaConfiguration& configuration_;
-};
-
-// Lower case of any alphabet, whatever the locale of the process is.
-class CaseTable {
- public:
-  CaseTable() : locale_(::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {}
-  ~CaseTable() {
-    if (locale_ != nullptr) ::freelocale(locale_);
-  }
-  CaseTable(const CaseTable&) = delete;
-  CaseTable& operator=(const CaseTable&) = delete;
-
-  [[nodiscard]] std::string ToLower(std::string_view text) const {
-    std::string lower;
-    const locale_t before = locale_ != nullptr ? ::uselocale(locale_) : nullptr;
-    while (!text.empty()) text.remove_prefix(AppendLower(text, lower));
-    if (locale_ != nullptr) (void)::uselocale(before);  // a locale that was in use is valid
-    return lower;
-  }
-
- private:
-  // Appends the first character in lower case, a byte that is none as it is; returns its length.
-  static std::size_t AppendLower(std::string_view text, std::string& lower) {
-    std::mbstate_t state{};
-    wchar_t character = 0;
-    const std::size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);
-    std::array<char, 16> bytes{};
-    std::mbstate_t out_state{};
-    const std::size_t out_length =
-        length == 0 || length > text.size()
-            ? text.size() + 1
-            : std::wcrtomb(bytes.data(), static_cast<wchar_t>(std::towlower(static_cast<wint_t>(character))),
-                           &out_state);
-    if (out_length > bytes.size()) {
-      lower += text.front();
-      return 1;
-    }
-    lower.append(bytes.data(), out_length);
-    return length;
-  }
-
-  locale_t locale_;
+  SambaSection* section_ = nullptr;  // the one that is open; none: [global]
+  std::string default_path_;
+  std::size_t depth_ = 0;
+  std::size_t files_ = 0;
 };
 
 std::int64_t Nanoseconds(const timespec& time) {
@@ -190,46 +140,34 @@ std::int64_t Nanoseconds(const timespec& time) {
 
 }  // namespace
 
-std::string FoldSambaName(std::string_view name) {
-  static const CaseTable table;
-  std::string folded = table.ToLower(name);
-  std::erase_if(folded,
-                [](char character) { return base::kBlanks.find(character) != std::string_view::npos; });
-  return folded;
-}
-
-bool IsSambaYes(std::string_view value) {
-  const std::string folded = FoldSambaName(value);
-  return folded == "yes" || folded == "true" || folded == "on" || folded == "1";
-}
-
 FileSignature FileSignature::Of(const std::string& path) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return {.path = path, .error = errno};
-  return {.path = path,
-          .device = status.st_dev,
+  if (::stat(path.c_str(), &status) != 0) return {.error = errno};
+  return {.device = status.st_dev,
           .inode = status.st_ino,
           .size = status.st_size,
           .modified_ns = Nanoseconds(status.st_mtim),
           .changed_ns = Nanoseconds(status.st_ctim)};
 }
 
-std::string_view SambaSection::Get(const std::string& folded_name) const {
-  const auto found = parameters.find(folded_name);
-  if (found == parameters.end()) return {};
+std::string_view SambaSection::Option(const std::string& folded_name) const {
+  const auto found = options.find(folded_name);
+  if (found == options.end()) return {};
   return found->second;
 }
 
 bool SambaConfiguration::IsCurrent() const {
-  return !files.empty() && std::all_of(files.begin(), files.end(), [](const FileSignature& file) {
-    return FileSignature::Of(file.path) == file;
+  return !files.empty() && std::all_of(files.begin(), files.end(), [](const auto& file) {
+    return FileSignature::Of(file.first) == file.second;
   });
 }
 
 int ReadSambaConfiguration(const std::string& path, SambaConfiguration& configuration) {
   SambaConfiguration read;
-  // Parameters before the first section belong to the global one.
-  if (const int error = Reader(read).Read(path, "global"); error != 0) return error;
+  Reader reader(path, read);
+  std::string text;
+  if (const int error = reader.Load(path, text); error != 0) return error;
+  if (const int error = reader.Apply(text); error != 0) return error;
   configuration = std::move(read);
   return 0;
 }

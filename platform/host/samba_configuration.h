@@ -1,9 +1,14 @@
-// The file server's configuration, as far as the program needs it: sections and their parameters.
+// The file server's configuration, as far as the program needs it: sections with their folders.
 //
-// Read as the file server reads it: a backslash at the end of a line continues it, lines that begin with '#'
-// or ';' are comments (there are none behind a value), case and blanks in names do not count, later values
-// replace earlier ones, `include` puts another file's lines in its place and `copy` starts with the
-// parameters of an earlier section.
+// Read as the file server reads it, oddities included:
+// - A backslash at the end of a line continues it. Of several blanks in a row the first one stays. A line
+// that
+//   begins with '#' or ';' is a comment; behind a value there are none. What follows a NUL is not seen, a
+//   line without '=' is passed over.
+// - Of a section that comes twice the second part goes on with the first, but for options ("type:name").
+// - `path` and `directory` are one parameter. In [global] it is what later sections begin with.
+// - `copy` takes the folder of an earlier section, where the section has set none, and its options.
+// - `include` reads another file's lines in its place; a section that begins there goes on behind it.
 #pragma once
 
 #include <sys/stat.h>
@@ -12,19 +17,11 @@
 #include <map>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace platform::host {
 
-// A section's or parameter's name in the form in which names are compared: lower case, without blanks.
-[[nodiscard]] std::string FoldSambaName(std::string_view name);
-
-// A yes-or-no parameter that says yes.
-[[nodiscard]] bool IsSambaYes(std::string_view value);
-
 // Tells whether a file is still the one that was read.
 struct FileSignature {
-  std::string path;
   int error = 0;  // of stat: a file that was missing may be there now
   dev_t device = 0;
   ino_t inode = 0;
@@ -37,27 +34,31 @@ struct FileSignature {
 };
 
 struct SambaSection {
-  std::string name;                               // as written where it stands first
-  std::map<std::string, std::string> parameters;  // by folded name
+  std::string name;                            // as written where it stands first
+  std::string path;                            // as written, quotes included; empty: it is no share
+  bool has_own_path = false;                   // set, if only to nothing, which `copy` does not change
+  std::map<std::string, std::string> options;  // "type:name", folded as a word
 
-  // The value of a parameter; empty when it is not set.
-  [[nodiscard]] std::string_view Get(const std::string& folded_name) const;
+  // The value of an option; empty when it is not set.
+  [[nodiscard]] std::string_view Option(const std::string& folded_name) const;
 };
 
 struct SambaConfiguration {
-  std::map<std::string, SambaSection> sections;  // by folded name
-  std::vector<FileSignature> files;              // everything that was read, the file itself first
+  std::map<std::string, SambaSection> sections;  // all but [global], by folded name
+  std::map<std::string, FileSignature> files;    // everything that was read, by path
 
-  // False when a part of the configuration stands where it cannot be read here: in the file server's registry
-  // or in a file that it names for each client. What is not found may then still be there.
+  // False when a part of the configuration is out of reach here: it stands in the file server's registry, in
+  // a file that it names for each client or that cannot be read, or is copied from a section that is not
+  // there. What is not found may then still be there.
   bool is_complete = true;
 
   [[nodiscard]] bool IsCurrent() const;
 };
 
-// Returns 0; ENOENT when there is no such file; EINVAL when a line is not in the form; ELOOP when files
-// include each other without end; otherwise the errno of what failed. An included file that does not exist is
-// nothing to read, as for the file server.
+// Returns 0; ENOENT when there is no such file; EINVAL when it is no file, or a line in it or in an included
+// file is not in the form; ELOOP when files include each other too deeply, as those do that include
+// themselves; otherwise the errno of what failed. An included file that does not exist is nothing to read, as
+// for the file server, and neither is a device.
 [[nodiscard]] int ReadSambaConfiguration(const std::string& path, SambaConfiguration& configuration);
 
 }  // namespace platform::host
