@@ -58,7 +58,7 @@ class Reader {
     const bool is_section = line.starts_with('[');
     const std::size_t end = line.find(is_section ? ']' : '=');
     if (end == std::string_view::npos) return is_section ? EINVAL : 0;
-    const std::string_view name = is_section ? line.substr(1, end - 1) : base::Trim(line.substr(0, end));
+    const std::string_view name = is_section ? line.substr(1, end - 1) : line.substr(0, end);
     if (name.empty()) return EINVAL;
     if (!is_section) return SetParameter(FoldSambaWord(name), std::string(base::Trim(line.substr(end + 1))));
     OpenSection(name);
@@ -77,13 +77,13 @@ class Reader {
 
   int SetParameter(const std::string& parameter, const std::string& value) {
     if (parameter == "include") return Include(value);
-    if (section_ == nullptr) {
+    if (parameter == "copy") {
+      Copy(value);
+    } else if (section_ == nullptr) {
       SetGlobalParameter(parameter, value);
     } else if (parameter == "path" || parameter == "directory") {
       section_->path = value;
       section_->has_own_path = true;
-    } else if (parameter == "copy") {
-      Copy(value);
     } else if (parameter.find(':') != std::string::npos) {
       section_->options[parameter] = value;
     }
@@ -101,8 +101,8 @@ class Reader {
 
   void Copy(const std::string& name) {
     const auto found = configuration_.sections.find(FoldShareName(name));
-    if (found == configuration_.sections.end()) {
-      configuration_.is_complete = false;  // and the file server will not start
+    if (section_ == nullptr || found == configuration_.sections.end() || &found->second == section_) {
+      configuration_.is_complete = false;  // with such a line the file server does not even start
       return;
     }
     if (!section_->has_own_path) section_->path = found->second.path;
