@@ -31,9 +31,9 @@ class Accounts : public platform::Accounts {
     account.name = (uid % 10 == 7 ? "new" : "user") + std::to_string(uid);
     account.uid = uid;
     account.gid = 100;
+    account.home = "/volume1/homes/" + account.name;
     return platform::Lookup::kFound;
   }
-  std::string GetRealHomeFolder(const std::string& name) override { return "/volume1/homes/" + name; }
 };
 
 class Shares : public platform::Shares {

@@ -16,6 +16,11 @@ constexpr int kNormalUser = 0;
 constexpr int kShareUser = 1;
 constexpr int kAccountExpired = 2;  // bit of a user's attribute
 
+std::string HomeAbove(const std::string& watch_path) {
+  const std::size_t end = watch_path.rfind(kWatchedFolder);
+  return end == std::string::npos ? "" : watch_path.substr(0, end);
+}
+
 }  // namespace
 
 int DemoAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::string& /*application_id*/) {
@@ -23,22 +28,11 @@ int DemoAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::
   return 0;
 }
 
-void DemoAccounts::Add(const platform::Account& account, const std::string& watch_path) {
-  accounts_[account.uid] = account;
-  const std::size_t end = watch_path.rfind(kWatchedFolder);
-  if (end != std::string::npos) homes_[account.name] = watch_path.substr(0, end);
-}
-
 platform::Lookup DemoAccounts::FindByUid(uid_t uid, platform::Account& account) {
   const auto found = accounts_.find(uid);
   if (found == accounts_.end()) return platform::Lookup::kNotFound;
   account = found->second;
   return platform::Lookup::kFound;
-}
-
-std::string DemoAccounts::GetRealHomeFolder(const std::string& name) {
-  const auto found = homes_.find(name);
-  return found == homes_.end() ? "" : found->second;
 }
 
 void DemoShares::Add(platform::Share share) { shares_.push_back(std::move(share)); }
@@ -74,8 +68,8 @@ void DemoPlatform::ReadUsers(const std::string& user_database) {
           accounts_.Add({.name = name,
                          .uid = static_cast<uid_t>(sqlite3_column_int64(row, 1)),
                          .gid = static_cast<gid_t>(sqlite3_column_int64(row, 2)),
-                         .expired = (sqlite3_column_int(row, 4) & kAccountExpired) != 0},
-                        watch_path);
+                         .home = HomeAbove(watch_path),
+                         .expired = (sqlite3_column_int(row, 4) & kAccountExpired) != 0});
         }
         return true;
       });

@@ -28,13 +28,11 @@ class DemoAppPrivilege : public platform::AppPrivilege {
 // Every normal user of the user database has an account, and a home folder above what is watched for it.
 class DemoAccounts : public platform::Accounts {
  public:
-  void Add(const platform::Account& account, const std::string& watch_path);
+  void Add(const platform::Account& account) { accounts_[account.uid] = account; }
   [[nodiscard]] platform::Lookup FindByUid(uid_t uid, platform::Account& account) override;
-  [[nodiscard]] std::string GetRealHomeFolder(const std::string& name) override;
 
  private:
   std::map<uid_t, platform::Account> accounts_;
-  std::map<std::string, std::string> homes_;
 };
 
 class DemoServices : public platform::Services {

@@ -13,6 +13,7 @@ struct Account {
   std::string name;
   uid_t uid = 0;
   gid_t gid = 0;         // primary group
+  std::string home;      // its home folder as a real path (links resolved); empty when it cannot be resolved
   bool expired = false;  // the account's expiry date has passed; mirrored in the user table's attribute bit 2
 };
 
@@ -24,9 +25,6 @@ class Accounts {
   virtual ~Accounts() = default;
 
   [[nodiscard]] virtual Lookup FindByUid(uid_t uid, Account& account) = 0;
-
-  // The home folder of the account as a real path (links resolved); empty when it cannot be resolved.
-  [[nodiscard]] virtual std::string GetRealHomeFolder(const std::string& name) = 0;
 };
 
 }  // namespace platform

@@ -46,8 +46,7 @@ int FollowName(const UserRecord& user, const platform::Account& account) {
 
 int FollowHomeFolder(const UserRecord& user, const platform::Account& account, CheckRun& run) {
   std::string watch_path;
-  if (run.IsUserHomeEnabled())
-    watch_path = run.platform().accounts.GetRealHomeFolder(account.name) + kWatchFolder;
+  if (run.IsUserHomeEnabled()) watch_path = account.home + kWatchFolder;
   // Written even when it is the same.
   return Checked(UpdateWatchPath(user.view_id, watch_path),
                  "UserManager::CheckNormalUser failed to update watch path '%s'' to '%s'", user.watch_path,

@@ -37,14 +37,12 @@ Lookup HostAccounts::FindByUid(uid_t uid, Account& account) {
   if (found != Lookup::kFound) return found;
   long expiry_day = -1;
   if (FindExpiryDay(entry.name, expiry_day) == Lookup::kFailed && errno != ENOENT) return Lookup::kFailed;
-  account = {.name = entry.name, .uid = entry.uid, .gid = entry.gid, .expired = HasPassed(expiry_day)};
+  account = {.name = entry.name,
+             .uid = entry.uid,
+             .gid = entry.gid,
+             .home = RealPath(entry.home).value_or(std::string()),
+             .expired = HasPassed(expiry_day)};
   return Lookup::kFound;
-}
-
-std::string HostAccounts::GetRealHomeFolder(const std::string& name) {
-  AccountEntry entry;
-  if (FindAccount(name, entry) != Lookup::kFound) return {};
-  return RealPath(entry.home).value_or(std::string());
 }
 
 }  // namespace platform::host

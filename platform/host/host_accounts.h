@@ -20,8 +20,6 @@ class HostAccounts : public Accounts {
   // too, the whole lookup fails: the answer would otherwise switch a user on or off.
   [[nodiscard]] Lookup FindByUid(uid_t uid, Account& account) override;
 
-  [[nodiscard]] std::string GetRealHomeFolder(const std::string& name) override;
-
  private:
   std::string passwd_;
 };

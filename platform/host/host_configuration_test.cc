@@ -216,8 +216,8 @@ TEST_F(ConfigurationTest, AccountsExpireOnTheirDayAndMayHaveLongLines) {
   if (!tests::EnterMountNamespace()) GTEST_SKIP() << "needs the right to mount";
   const auto now = std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now());
   const auto today = now.time_since_epoch().count();
-  const std::string passwd =
-      "mary:x:4001:100:" + std::string(3000, 'g') + ":/:\nold:x:4002:7::/:\nnew:x:4003:7::/:\n";
+  const std::string passwd = "mary:x:4001:100:" + std::string(3000, 'g') +
+                             ":/:\nold:x:4002:7::/:\nnew:x:4003:7::/:\nmary:x:4004:7::/proc/self/root/tmp:\n";
   const std::string shadow = "mary:*:19000::::::\nold:*:19000:::::" + std::to_string(today) +
                              ":\nnew:*:19000:::::" + std::to_string(today + 1) + ":\n";
   ASSERT_TRUE(tests::Run("mount --bind " + folder_.Write("passwd", passwd) + " /etc/passwd"));
@@ -225,9 +225,10 @@ TEST_F(ConfigurationTest, AccountsExpireOnTheirDayAndMayHaveLongLines) {
   ASSERT_TRUE(tests::Run("mount --bind " + folder_.Write("shadow", shadow) + " /etc/shadow"));
   const tests::ScopedMount shadow_mount("/etc/shadow");
   platform::Account account;
-  for (const uid_t uid : {4001U, 4002U, 4003U}) {
+  for (const uid_t uid : {4001U, 4002U, 4003U, 4004U}) {
     ASSERT_EQ(machine().accounts.FindByUid(uid, account), Lookup::kFound);
     EXPECT_EQ(account.expired, uid == 4002) << uid;
+    EXPECT_EQ(account.home, uid == 4004 ? "/tmp" : "/") << uid;  // of the entry itself, links resolved
   }
 }
 

@@ -95,11 +95,10 @@ class FakeAppPrivilege : public platform::AppPrivilege {
 class FakeAccounts : public platform::Accounts {
  public:
   std::map<uid_t, platform::Account> accounts;
-  std::set<uid_t> failing;                   // could not be asked for
-  std::map<std::string, std::string> homes;  // by name; an account without one has no home
+  std::set<uid_t> failing;  // could not be asked for
 
   void Add(const std::string& name, uid_t uid, gid_t gid = 100, bool expired = false) {
-    accounts[uid] = {.name = name, .uid = uid, .gid = gid, .expired = expired};
+    accounts[uid] = {.name = name, .uid = uid, .gid = gid, .home = "", .expired = expired};
   }
   platform::Lookup FindByUid(uid_t uid, platform::Account& account) override {
     if (failing.contains(uid)) return platform::Lookup::kFailed;
@@ -107,10 +106,6 @@ class FakeAccounts : public platform::Accounts {
     if (found == accounts.end()) return platform::Lookup::kNotFound;
     account = found->second;
     return platform::Lookup::kFound;
-  }
-  std::string GetRealHomeFolder(const std::string& name) override {
-    const auto found = homes.find(name);
-    return found == homes.end() ? std::string() : found->second;
   }
 };
 
