@@ -46,7 +46,8 @@ class Volumes {
   [[nodiscard]] virtual int GetBtrfsUuid(const std::string& path, FileSystemUuid& uuid) = 0;
   // The superblock on the device of the btrfs file system that holds `path`. The magic is not checked here.
   [[nodiscard]] virtual int ReadBtrfsSuperblock(const std::string& path, BtrfsSuperblock& superblock) = 0;
-  // The uuid of the ext2/3/4 file system that holds `path`, as text in lower case.
+  // The uuid of the ext2/3/4 file system that holds `path`, as text in lower case: read from its device, or
+  // asked of the kernel where the device cannot be reached.
   [[nodiscard]] virtual int GetExtUuid(const std::string& path, std::string& uuid) = 0;
 
   // Every mount point of the machine, escapes decoded, in the order of the mount table.

@@ -18,6 +18,7 @@
 #include "base/file_descriptor.h"
 #include "base/retry.h"
 #include "platform/host/real_path.h"
+#include "platform/uuid_text.h"
 
 namespace platform::host {
 namespace {
@@ -87,13 +88,34 @@ std::optional<std::string> ProbeExtUuid(int device) {
   return uuid;
 }
 
+// Asks the mounted file system itself. Kernels before 6.0 cannot tell, and the headers know it later still.
+std::optional<std::string> AskExtUuid(const std::string& mount_point) {
+  struct ExtAnswer {
+    std::uint32_t length;
+    std::uint32_t flags;
+    FileSystemUuid uuid;
+  };
+  struct AnyAnswer {
+    std::uint8_t length;
+    FileSystemUuid uuid;
+  };
+  constexpr auto kAskExt = _IOR('f', 44, std::uint64_t);  // EXT4_IOC_GETFSUUID counts the head alone
+  constexpr auto kAskAny = _IOR(0x15, 0, AnyAnswer);      // FS_IOC_GETFSUUID
+  const base::FileDescriptor folder = Open(mount_point, 0);
+  ExtAnswer ext{.length = sizeof(ext.uuid), .flags = 0, .uuid = {}};
+  if (::ioctl(folder.get(), kAskExt, &ext) == 0 && ext.length == ext.uuid.size()) return PrintUuid(ext.uuid);
+  AnyAnswer any{};
+  if (::ioctl(folder.get(), kAskAny, &any) == 0 && any.length == any.uuid.size()) return PrintUuid(any.uuid);
+  return std::nullopt;
+}
+
 }  // namespace
 
 int HostVolumes::FindMount(const std::string& path, Mount& mount, bool* is_mount_point) const {
   // The path first: resolving it may be what mounts the volume.
   const std::optional<std::string> resolved = RealPath(path);
   std::vector<Mount> mounts;
-  if (!resolved || ReadMountTable(mount_info_, mounts) != 0) return -1;
+  if (!resolved || ReadMountInfo(mount_info_, mounts) != 0) return -1;
   const Mount* found = FindMountOf(mounts, *resolved);
   if (found == nullptr) return -1;
   if (is_mount_point != nullptr) *is_mount_point = found->mount_point == *resolved;
@@ -164,20 +186,18 @@ int HostVolumes::ReadBtrfsSuperblock(const std::string& path, BtrfsSuperblock& s
 int HostVolumes::GetExtUuid(const std::string& path, std::string& uuid) {
   Mount mount;
   if (FindMount(path, mount) != 0 || !mount.file_system.starts_with("ext")) return -1;
-  const base::FileDescriptor device = OpenDevice(mount);
-  if (!device.is_open()) return -1;
-  const std::optional<std::string> probed = ProbeExtUuid(device.get());
-  if (!probed) return -1;
-  uuid = *probed;
+  std::optional<std::string> found;
+  if (const base::FileDescriptor device = OpenDevice(mount); device.is_open()) {
+    found = ProbeExtUuid(device.get());
+  }
+  if (!found) found = AskExtUuid(mount.mount_point);
+  if (!found) return -1;
+  uuid = *found;
   return 0;
 }
 
 int HostVolumes::ListMountPoints(std::vector<std::string>& mount_points) {
-  std::vector<Mount> mounts;
-  if (ReadMountTable(mounts_, mounts) != 0) return -1;
-  mount_points.clear();
-  for (Mount& mount : mounts) mount_points.push_back(std::move(mount.mount_point));
-  return 0;
+  return ReadMountPoints(mounts_, mount_points);
 }
 
 }  // namespace platform::host

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 
@@ -23,14 +24,16 @@ TEST(MountTable, IsWalkedLikeThePathItself) {
       folder.Write("mountinfo",
                    "20 1 8:1 / / rw - ext4 /dev/root rw\n"
                    "21 20 0:31 / /a\\040b\\134 rw shared:1 - btrfs /dev/sdb rw,subvol=/\n"
-                   "this line is not in the form\n"
+                   "this line is not in the form\n\n22 21 8:3\n22 21 8:x / /x rw - ext4 /dev/sdx rw\n"
                    "22 21 8:3 / /a\\040b\\134/c rw - ext4 /dev/sdc rw\n"
                    "23 20 8:4 / /m rw - ext3 /dev/sdd rw\n"
                    "24 23 8:5 / /m/n rw - ext4 /dev/sde rw\n"
-                   "25 23 8:6 / /m rw - ext2 /dev/sdf rw\n");
+                   "25 23 8:6 / /m rw - ext2 /dev/sdf rw\n"
+                   "26 20 0:7 / /s\\011\\012\\043\\x\\04\\ rw - tmpfs  rw\n"
+                   "27 20 8:8 //deleted /d\\040(deleted) rw - ext4 - rw");
   std::vector<Mount> mounts;
-  ASSERT_EQ(platform::host::ReadMountTable(table, mounts), 0);
-  ASSERT_EQ(mounts.size(), 6U);
+  ASSERT_EQ(platform::host::ReadMountInfo(table, mounts), 0);
+  ASSERT_EQ(mounts.size(), 8U);
   const auto source_of = [&](const std::string& path) {
     return platform::host::FindMountOf(mounts, path)->source;
   };
@@ -39,8 +42,19 @@ TEST(MountTable, IsWalkedLikeThePathItself) {
   EXPECT_EQ(source_of("/a b\\/c"), "/dev/sdc");
   EXPECT_EQ(source_of("/m"), "/dev/sdf");      // the last one mounted is on top
   EXPECT_EQ(source_of("/m/n/x"), "/dev/sdf");  // and hides what lay below the one before
+  EXPECT_EQ(source_of("/s\t\n#\\x\\04\\"), "");
+  EXPECT_EQ(source_of("/d (deleted)"), "-");
   EXPECT_EQ(platform::host::FindMountOf({}, "/m"), nullptr);
-  EXPECT_LT(platform::host::ReadMountTable(folder / "missing", mounts), 0);
+
+  std::vector<std::string> points;
+  const std::string text =
+      " /srv/x tmpfs rw 0 0\n#a /b\\040c ext4 a b 0 0\nno line\n /\xE9 t\n/dev/a relative t";
+  ASSERT_EQ(platform::host::ReadMountPoints(folder.Write("mounts", text), points), 0);
+  EXPECT_EQ(points, (std::vector<std::string>{"/srv/x", "/b c", "/\xE9"}));
+  for (const std::string& bad : {folder / "missing", folder.Write("empty", ""), folder.path()}) {
+    EXPECT_LT(platform::host::ReadMountInfo(bad, mounts), 0) << bad;
+    EXPECT_LT(platform::host::ReadMountPoints(bad, points), 0) << bad;
+  }
 }
 
 // Volumes with that UUID.
@@ -84,6 +98,11 @@ TEST_F(HostVolumesTest, ADeviceWithoutAPathInTheTableIsFoundByItsNumber) {
   std::filesystem::create_symlink(mount_point_, folder_ / "link");
   EXPECT_EQ(volumes_.PLATMountVolInfoGet(folder_ / "link", info), 0);
   EXPECT_LT(volumes_.PLATMountVolInfoGet(sub_, info), 0);
+  ASSERT_TRUE(tests::Run("mount --bind /dev/null " + info.device));
+  const tests::ScopedMount hidden(info.device);
+  const int asked = volumes_.GetExtUuid(sub_, uuid = "");  // without a device the kernel is asked
+  if (asked != 0 && errno == ENOTTY) GTEST_SKIP() << "this kernel does not tell the uuid of an ext4";
+  EXPECT_EQ(uuid, kUuid);
 }
 
 TEST_F(HostVolumesTest, TypeAndUuidOfEachFileSystem) {

@@ -1,20 +1,88 @@
 #include "platform/host/mount_table.h"
 
-#include <libmount/libmount.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
-#include <memory>
+#include <charconv>
 #include <string_view>
+#include <utility>
+
+#include "base/read_text_file.h"
+#include "base/text.h"
 
 namespace platform::host {
 namespace {
 
-struct Releaser {
-  void operator()(libmnt_table* table) const { mnt_unref_table(table); }
-  void operator()(libmnt_iter* iterator) const { mnt_free_iter(iterator); }
-};
+// Text in which the kernel writes a blank, and what else would end the field, as a backslash and three
+// digits.
+std::string Decode(std::string_view field) {
+  std::string text;
+  for (; !field.empty(); field.remove_prefix(1)) {
+    unsigned code = 0;
+    if (field.size() >= 4 && field.front() == '\\' &&
+        std::from_chars(&field[1], &field[1] + 3, code, 8).ptr == &field[1] + 3) {
+      text += static_cast<char>(code);
+      field.remove_prefix(3);
+    } else {
+      text += field.front();
+    }
+  }
+  return text;
+}
 
-std::string TextOf(const char* text) { return text == nullptr ? std::string() : text; }
+// One blank ends a field, so that a field may be empty.
+std::string_view TakeField(std::string_view& line) { return base::TakeUntil(line, " "); }
+
+template <typename Number>
+bool ParseNumber(std::string_view text, Number& number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc{} && end == text.data() + text.size();
+}
+
+bool ParseDevice(std::string_view text, dev_t& device) {
+  unsigned major_number = 0;
+  unsigned minor_number = 0;
+  if (!ParseNumber(base::TakeUntil(text, ":"), major_number) || !ParseNumber(text, minor_number))
+    return false;
+  device = makedev(major_number, minor_number);
+  return true;
+}
+
+// "<id> <parent> <device> <root> <mount point> <options> [<tag>...] - <type> <source> <options>"
+bool ParseMountInfo(std::string_view line, Mount& mount) {
+  if (!ParseNumber(TakeField(line), mount.id) || !ParseNumber(TakeField(line), mount.parent_id) ||
+      !ParseDevice(TakeField(line), mount.device_number)) {
+    return false;
+  }
+  (void)TakeField(line);  // the root is of no interest here, nor are the options
+  mount.mount_point = Decode(TakeField(line));
+  (void)TakeField(line);
+  while (!line.empty() && TakeField(line) != "-") continue;
+  mount.file_system = Decode(TakeField(line));
+  mount.source = Decode(TakeField(line));
+  return mount.mount_point.starts_with('/') && !mount.file_system.empty();
+}
+
+// "<source> <mount point> <type> ..."
+bool ParseMountPoint(std::string_view line, std::string& mount_point) {
+  (void)TakeField(line);
+  mount_point = Decode(TakeField(line));
+  return mount_point.starts_with('/') && !TakeField(line).empty();
+}
+
+template <typename Entry>
+int ReadTable(const std::string& path, bool (*parse)(std::string_view, Entry&), std::vector<Entry>& entries) {
+  std::string text;
+  if (base::ReadTextFile(path, text) != 0) return -1;
+  std::vector<Entry> read;
+  for (std::string_view rest = text; !rest.empty();) {
+    Entry entry;
+    if (parse(base::TakeUntil(rest, "\n"), entry)) read.push_back(std::move(entry));
+  }
+  if (read.empty()) return -1;
+  entries = std::move(read);
+  return 0;
+}
 
 bool HasParent(const std::vector<Mount>& mounts, const Mount& mount) {
   return std::any_of(mounts.begin(), mounts.end(),
@@ -32,22 +100,12 @@ const Mount* FindNext(const std::vector<Mount>& mounts, const Mount* current, st
 
 }  // namespace
 
-int ReadMountTable(const std::string& path, std::vector<Mount>& mounts) {
-  const std::unique_ptr<libmnt_table, Releaser> table(mnt_new_table());
-  const std::unique_ptr<libmnt_iter, Releaser> iterator(mnt_new_iter(MNT_ITER_FORWARD));
-  if (!table || !iterator || mnt_table_parse_file(table.get(), path.c_str()) != 0) return -1;
-  std::vector<Mount> read;
-  libmnt_fs* entry = nullptr;
-  while (mnt_table_next_fs(table.get(), iterator.get(), &entry) == 0) {
-    read.push_back({.id = mnt_fs_get_id(entry),
-                    .parent_id = mnt_fs_get_parent_id(entry),
-                    .device_number = mnt_fs_get_devno(entry),
-                    .mount_point = TextOf(mnt_fs_get_target(entry)),
-                    .source = TextOf(mnt_fs_get_source(entry)),
-                    .file_system = TextOf(mnt_fs_get_fstype(entry))});
-  }
-  mounts = std::move(read);
-  return 0;
+int ReadMountInfo(const std::string& path, std::vector<Mount>& mounts) {
+  return ReadTable(path, ParseMountInfo, mounts);
+}
+
+int ReadMountPoints(const std::string& path, std::vector<std::string>& mount_points) {
+  return ReadTable(path, ParseMountPoint, mount_points);
 }
 
 const Mount* FindMountOf(const std::vector<Mount>& mounts, const std::string& resolved_path) {

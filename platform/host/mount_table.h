@@ -17,10 +17,11 @@ struct Mount {
   std::string file_system;
 };
 
-// Reads a table in the form of /proc/self/mountinfo or of /proc/mounts, in its order, with escapes decoded; a
-// table of the second form has no numbers. A line that is not in the form is left out. Returns 0 or a
-// negative value.
-[[nodiscard]] int ReadMountTable(const std::string& path, std::vector<Mount>& mounts);
+// Read a table in the form of /proc/self/mountinfo or of /proc/mounts, in its order, with escapes decoded; a
+// source may be empty. A line that is not in the form is left out. Nothing else is taken off a name: a folder
+// may well be called "x (deleted)". They return 0, or a negative value when not one line could be read.
+[[nodiscard]] int ReadMountInfo(const std::string& path, std::vector<Mount>& mounts);
+[[nodiscard]] int ReadMountPoints(const std::string& path, std::vector<std::string>& mount_points);
 
 // The mount on which a path lies whose links are resolved, found as the kernel walks the path: a mount that
 // is hidden below a later one is not seen, and of several on one mount point the last one is on top. Null

@@ -1,10 +1,11 @@
 #include "platform/sdk/volume_uuid.h"
 
-#include <array>
-#include <cstdio>
+#include <algorithm>
 #include <mutex>
+#include <utility>
 
 #include "logger/component_log.h"
+#include "platform/uuid_text.h"
 
 namespace platform::sdk {
 namespace {
@@ -17,18 +18,6 @@ std::mutex& ProcessLock() {
   return lock;
 }
 
-// The sixteen bytes in the order given, in groups of four, two, two, two and six.
-std::string PrintBytes(const FileSystemUuid& uuid, const std::array<std::size_t, 16>& order) {
-  std::string text;
-  std::array<char, 3> digits{};
-  for (std::size_t i = 0; i < order.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    (void)std::snprintf(digits.data(), digits.size(), "%02x", unsigned{uuid.at(order.at(i))});  // always fits
-    text += digits.data();
-  }
-  return text;
-}
-
 // Without the lock, for the operations that hold it.
 int AskBtrfsUuid(Volumes& volumes, const std::string& path, std::string& uuid) {
   FileSystemUuid bytes{};
@@ -39,12 +28,14 @@ int AskBtrfsUuid(Volumes& volumes, const std::string& path, std::string& uuid) {
 
 }  // namespace
 
-std::string BtrfsUuidToNewForm(const FileSystemUuid& uuid) {
-  return PrintBytes(uuid, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
-}
+std::string BtrfsUuidToNewForm(const FileSystemUuid& uuid) { return PrintUuid(uuid); }
 
 std::string BtrfsUuidToOldForm(const FileSystemUuid& uuid) {
-  return PrintBytes(uuid, {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15});
+  FileSystemUuid turned = uuid;
+  std::reverse(turned.begin(), turned.begin() + 4);
+  std::swap(turned[4], turned[5]);
+  std::swap(turned[6], turned[7]);
+  return PrintUuid(turned);
 }
 
 int GetVolumeUuid(Volumes& volumes, const std::string& path, std::string& uuid) {
