@@ -1,7 +1,9 @@
 #include "platform/host/host_state_files.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +12,7 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "base/file_descriptor.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -93,10 +96,14 @@ TEST_F(StateFilesTest, RefusesWhatCouldNotBeReadBackAndLeavesNothingBehind) {
     EXPECT_LT(Set(path, value), 0);
   }
   EXPECT_LT(files_.PLIBCFileSetKeyValue(path, "a=b", "1", 0), 0);
+  folder_.Write(".new-text.killed", "status=");
+  const base::FileDescriptor writer(::open(folder_.Write(".new-text.living", "status=").c_str(), O_RDONLY));
+  ASSERT_EQ(::flock(writer.get(), LOCK_EX), 0);
   std::filesystem::create_directory(folder_ / "sub");
   EXPECT_LT(Set(folder_ / "sub", "done"), 0);
   EXPECT_EQ(tests::ReadFile(path), "status=\"old\"\n");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 2);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / ".new-text.killed"));  // whoever wrote it is gone
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 3);
 }
 
 TEST_F(StateFilesTest, ALinkToTheFileStaysALinkUnlessItIsBrokenOrAStrangersOne) {

@@ -1,12 +1,16 @@
 #include "platform/host/text_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 #include "base/file_descriptor.h"
 #include "base/read_text_file.h"
@@ -17,6 +21,8 @@ namespace platform::host {
 namespace {
 
 constexpr mode_t kPermissions = 07777;
+constexpr std::string_view kNewText = ".new-text.";
+constexpr std::string_view kRandomPart = "XXXXXX";
 
 int WriteAll(int file, std::string_view text) {
   while (!text.empty()) {
@@ -60,13 +66,41 @@ int FillNewFile(int file, const struct stat& status, std::string_view text) {
   return base::RetryInterrupted([&] { return ::fsync(file); }) == 0 ? 0 : errno;
 }
 
+// Removes what writers have left that were killed. A file whose writer lives is locked.
+void RemoveLeftovers(const std::string& folder) {
+  std::error_code error;  // what cannot be tidied now is tidied another time
+  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (!name.starts_with(kNewText) || name.size() != kNewText.size() + kRandomPart.size()) continue;
+    base::FileDescriptor file;
+    struct stat status {};
+    if (base::OpenRegularFile(entry->path().string(), O_NOFOLLOW, file, status) != 0) continue;
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0) (void)::unlink(entry->path().c_str());
+  }
+}
+
+// Makes an empty file and locks it. Until it is locked somebody may take it for a leftover.
+int MakeNewFile(const std::string& folder, std::string& path, base::FileDescriptor& file) {
+  struct stat status {};
+  do {
+    path = folder + '/' + std::string(kNewText) + std::string(kRandomPart);
+    file = base::FileDescriptor(::mkostemp(path.data(), O_CLOEXEC));  // exclusive: nothing planted is opened
+    if (!file.is_open()) return errno;
+    // Where there are no locks nobody removes leftovers.
+    (void)base::RetryInterrupted([&] { return ::flock(file.get(), LOCK_EX); });
+    if (::fstat(file.get(), &status) != 0) return errno;
+  } while (status.st_nlink == 0);
+  return 0;
+}
+
 int ReplaceFile(const std::string& path, const struct stat& status, std::string_view text) {
   const std::string folder = FolderOf(path);
-  std::string temporary = folder + "/.new-text.XXXXXX";
-  const base::FileDescriptor file(
-      ::mkostemp(temporary.data(), O_CLOEXEC));  // exclusive: nothing planted is opened
-  if (!file.is_open()) return errno;
-  int error = FillNewFile(file.get(), status, text);
+  std::string temporary;
+  base::FileDescriptor file;
+  int error = MakeNewFile(folder, temporary, file);
+  if (error != 0) return error;
+  error = FillNewFile(file.get(), status, text);
   if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
   if (error != 0) {
     (void)::unlink(temporary.c_str());  // best effort: the failure is already told
@@ -85,6 +119,7 @@ int EditTextFile(const std::string& path, const EditOptions& options,
                  const std::function<void(std::string&)>& edit) {
   std::string target;
   if (const int error = FindTarget(path, target); error != 0) return error;
+  RemoveLeftovers(FolderOf(target));
 
   base::FileDescriptor file;
   struct stat status {};

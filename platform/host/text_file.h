@@ -17,8 +17,9 @@ struct EditOptions {
 
 // Changes the text of a file, which need not exist; the text is then empty at first. Whoever reads at the
 // same time, or after a crash, finds the old text or the new one: the new text is written to a new file in
-// the same folder, flushed, and renamed over the old one. The owner is kept. On failure the file is as it
-// was. Nothing is written when `edit` changes nothing.
+// the same folder, flushed, and renamed over the old one; new files that killed writers have left there are
+// removed. The owner is kept. On failure the file is as it was. Nothing is written when `edit` changes
+// nothing.
 //
 // A path that is a symbolic link stays one and its target is replaced, because the other programs reach the
 // text through that target. The link must belong to the user of this process or to the owner of the target,
