@@ -9,8 +9,8 @@
 
 namespace base {
 
-// Opens a regular file for reading, without ever waiting for it: a folder at the path is EISDIR, anything else
-// (a pipe, a device) EINVAL, a file too big to be a configuration file EFBIG. `flags` are added to open's.
+// Opens a regular file for reading, without ever waiting for it: a folder at the path is EISDIR, anything
+// else (a pipe, a device) EINVAL, one too big to be a configuration file EFBIG. `flags` are added to open's.
 [[nodiscard]] int OpenRegularFile(const std::string& path, int flags, FileDescriptor& file,
                                   struct stat& status);
 

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -54,23 +53,6 @@ TEST_F(StateFilesTest, ReadsTheFirstLineWithTheKeyWithOrWithoutQuotesAndBlanks) 
       {"status=\"\"\n", "(failed)"},
       {"status=\"torn", "torn"}};
   for (const auto& [text, value] : cases) EXPECT_EQ(Get(folder_.Write("file", text)), value) << text;
-}
-
-TEST_F(StateFilesTest, CutsAValueThatDoesNotFitAndEndsItWithAZeroByte) {
-  const std::string path = folder_.Write("file", "status=\"" + std::string(40, 'x') + "\"\n");
-  std::array<char, 34> buffer{};
-  buffer.fill('#');
-  EXPECT_EQ(files_.PLIBCFileGetKeyValue(path, "status", std::span(buffer).first(32), 0), 31);
-  EXPECT_EQ(std::string(buffer.data(), buffer.size()), std::string(31, 'x') + '\0' + "##");
-  EXPECT_LT(files_.PLIBCFileGetKeyValue(path, "status", {}, 0), 1);
-}
-
-TEST_F(StateFilesTest, KeepsTheCodeOfTheLastFailure) {
-  EXPECT_EQ(Set(folder_ / "no-folder/file", "done"), -1);
-  EXPECT_EQ(files_.PLIBCErrGet(), ENOENT);
-  EXPECT_EQ(Get(folder_.Write("file", "other=1\n")), "(failed)");
-  EXPECT_EQ(Set(folder_ / "file", "done"), 0);
-  EXPECT_EQ(files_.PLIBCErrGet(), ENODATA);
 }
 
 TEST_F(StateFilesTest, SettingKeepsEveryOtherByteTheModeAndTheOwner) {
@@ -142,19 +124,6 @@ TEST_F(StateFilesTest, APidFileHoldsOneWholeNumberAboveZero) {
   }
   ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
   EXPECT_LE(files_.PLIBCReadPidFile(folder_ / "pipe"), 0);  // and does not wait for a writer
-}
-
-TEST_F(StateFilesTest, AZombieIsNotAlive) {
-  EXPECT_NE(files_.PLIBCProcAlive(::getpid()), 0);
-  EXPECT_EQ(files_.PLIBCProcAlive(0), 0);
-  EXPECT_EQ(files_.PLIBCProcAlive(-1), 0);
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(0);
-  siginfo_t info{};
-  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);  // dead, not yet reaped
-  EXPECT_EQ(files_.PLIBCProcAlive(child), 0);
-  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-  EXPECT_EQ(files_.PLIBCProcAlive(child), 0);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "logger/recording_sink.h"
-#include "platform/sdk/app_privilege.h"
 #include "platform/sdk/volume_uuid.h"
 #include "tests/support/fake_platform.h"
 
@@ -34,17 +33,6 @@ TEST(Sdk, EveryFailureLeavesTheUuidAsItWas) {
                           "[ERROR] sdk-cpp(N): Failed to get file system property from '/100%s'\n",
                           "[ERROR] sdk-cpp(N): Failed to get sharebin path of '/volume1'\n",
                           "[ERROR] btrfs/btrfs-old(N): Magic mismatch abc:4d5f53665248425f\n"));
-}
-
-TEST(Sdk, ARefusedUserIsLoggedAndTheOthersAreAllowed) {
-  logger::RecordingSink sink;
-  const logger::ScopedSink scope(sink);
-  tests::FakeAppPrivilege privilege;
-  privilege.refused = {"gone"};
-  for (const char* user : {"mary", "gone", "joe"}) platform::sdk::AllowApplication(privilege, user);
-  EXPECT_THAT(privilege.allowed, ElementsAre(std::pair("mary", "PLAT.HDS.STFD.Instance"),
-                                             std::pair("joe", "PLAT.HDS.STFD.Instance")));
-  EXPECT_THAT(sink.Texts(), ElementsAre("[ERROR] sdk-impl-6-0(N): Fail to allow user 'gone'\n"));
 }
 
 }  // namespace
