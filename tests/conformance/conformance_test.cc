@@ -75,7 +75,7 @@ TEST_P(EveryUpdater, RefusesOtherVersionsAndChangesNothing) {
     for (const std::string& path : paths) RunSql(path, sql);
     const Dumps before = DumpPackage(package_);
     std::map<std::string, std::string> files = ReadTree(folder_);
-    if (GetParam().from == 3200) files.erase("package/sync/data.sqlite");
+    if (GetParam().from == 3200) files.erase("package/@sync/syncfolder-db.sqlite");
     EXPECT_EQ(Update(GetParam().from, GetParam().to), -1);
     EXPECT_EQ(sink_.Texts(), std::vector<std::string>{UpdaterLine(line)});
     EXPECT_EQ(out_.str(), "");
@@ -142,7 +142,7 @@ TEST_F(UpdaterTest, EndsAtAnObstacleWithItsTransactionUndone) {
   for (const auto& [edge, database, sql, step_line, changed] : obstacles) {
     SCOPED_TRACE(NameOf(edge));
     StartAnalysed(edge.from);
-    RunSql(PathOf(database), sql);
+    RunSql(DatabasesOf(package_).at(database), sql);
     Dumps before = DumpPackage(package_);
 
     EXPECT_EQ(Update(edge.from, edge.to), -1);

@@ -1,6 +1,9 @@
 #include "tests/support/fixtures.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
 #include <vector>
 
@@ -16,15 +19,46 @@ const fs::path kData = UPDATER_TEST_DATA;
 constexpr int kFirstVersionWithLog = 3300;
 constexpr int kFirstVersionWithViews = 3400;
 
+// Read-write: a read-only connection to a database with a write-ahead log would leave the log behind.
+db_util::Database Open(const std::string& path, db_util::OpenMode mode = db_util::OpenMode::kReadWrite) {
+  db_util::Database db;
+  if (db_util::OpenQuietly(path, db, mode) != SQLITE_OK) throw std::runtime_error("cannot open " + path);
+  return db;
+}
+
+std::vector<std::string> Rows(const db_util::Database& db, const std::string& sql,
+                              std::string (*text_of)(sqlite3_stmt*, int)) {
+  std::vector<std::string> rows;
+  const auto add = [&](sqlite3_stmt* row) {
+    std::string text = text_of(row, 0);
+    for (int i = 1; i < sqlite3_column_count(row); ++i) text += '|' + text_of(row, i);
+    rows.push_back(std::move(text));
+    return true;
+  };
+  const db_util::QueryResult result = db_util::ForEachRow(db.get(), sql, add);
+  if (!result.ok()) throw std::runtime_error(sql + ": " + result.message);
+  return rows;
+}
+
+// Name, type and every byte: 1, '1', 1.0 and X'31' are four different values.
+std::string ExactText(sqlite3_stmt* row, int column) {
+  const auto* bytes = static_cast<const char*>(sqlite3_column_blob(row, column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(row, column));
+  return std::string(sqlite3_column_name(row, column)) + " " + "?ifTBn"[sqlite3_column_type(row, column)] +
+         (size == 0 ? std::string() : std::string(bytes, size));
+}
+
+std::string Sorted(const std::string& head, std::vector<std::string> rows) {
+  std::sort(rows.begin(), rows.end());
+  std::string text;
+  for (const std::string& row : rows) text.append(head).append(row).append("\n");
+  return text;
+}
+
 void Replace(std::string& text, const std::string& what, const std::string& with) {
   for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
     text.replace(at, what.size(), with);
   }
-}
-
-std::string Quote(std::string text) {
-  Replace(text, "'", "''");
-  return "'" + text + "'";
 }
 
 // The script of that name which holds for the version; empty when there is none.
@@ -37,18 +71,6 @@ std::string FindScript(int version, const std::string& name) {
   return text;
 }
 
-void WriteDatabase(const std::string& path, const std::string& sql, int version, int stored_version) {
-  const std::string branch = VersionOf(version).branch;
-  fs::create_directories(fs::path(path).parent_path());
-  if (fs::exists(path)) throw std::runtime_error(path + " exists");
-  RunSql(path,
-         "PRAGMA synchronous = OFF;" + sql +
-             "INSERT OR REPLACE INTO config_table (key, value) VALUES ('version', '" +
-             std::to_string(stored_version) + "')" +
-             (branch.empty() ? "" : ", ('branch', '" + branch + "')") + ";",
-         db_util::OpenMode::kCreate);
-}
-
 }  // namespace
 
 updater::Version VersionOf(int number) {
@@ -56,57 +78,114 @@ updater::Version VersionOf(int number) {
   return {number == 2603 ? "hos-4.3" : updater::kMasterBranch, number};
 }
 
-void WriteFixture(int version, const std::string& uuid, const std::string& extra,
-                  const updater::server::WorkingCopies& where) {
-  const auto text_of = [&](const std::vector<std::string>& scripts) {
-    std::string text;
-    for (const std::string& head : {std::string(), "extra-" + extra + "-"}) {
-      for (const std::string& script : scripts) text += FindScript(version, head + script);
+updater::server::WorkingCopies PackageIn(const std::string& folder) {
+  return {.sync_folder = folder + "/@sync",
+          .data = folder + "/@sync/syncfolder-db.sqlite",
+          .log = folder + "/@sync/log-db.sqlite",
+          .user = folder + "/@sync/user-db.sqlite",
+          .client = folder + "/@clientd/db.sqlite",
+          .view_folder = folder + "/@sync/view",
+          .file_folder = folder + "/@sync/file"};
+}
+
+std::map<std::string, std::string> DatabasesOf(const updater::server::WorkingCopies& where) {
+  std::map<std::string, std::string> paths = {
+      {"data", where.data}, {"log", where.log}, {"user", where.user}, {"client", where.client}};
+  for (const auto& [folder, kind] : {std::pair(where.view_folder, "view"), {where.file_folder, "file"}}) {
+    if (!fs::exists(folder)) continue;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      paths[kind + ("/" + entry.path().filename().string())] =
+          entry.path() / (kind + std::string("-db.sqlite"));
     }
-    Replace(text, "@UUID@", Quote(uuid));
-    Replace(text, "@SYNC@", Quote(where.sync_folder));
-    return text;
+  }
+  std::erase_if(paths, [](const auto& path) { return !fs::exists(path.second); });
+  return paths;
+}
+
+void WriteFixture(int version, const std::string& uuid, const std::string& extras,
+                  const updater::server::WorkingCopies& where) {
+  const auto write = [&](const std::string& path, const std::vector<std::string>& scripts, int stored) {
+    std::string text;
+    for (const std::string& script : scripts) text += FindScript(version, script);
+    std::istringstream names(extras);
+    for (std::string extra; names >> extra;) {
+      for (const std::string& script : scripts) text += FindScript(version, "extra-" + extra + "-" + script);
+    }
+    for (auto [name, value] : {std::pair("@UUID@", uuid), {"@SYNC@", where.sync_folder}}) {
+      Replace(value, "'", "''");
+      Replace(text, name, "'" + value + "'");
+    }
+    const std::string insert = "INSERT OR REPLACE INTO config_table (key, value) VALUES ";
+    text += insert + "('version', '" + std::to_string(stored) + "');";
+    const std::string branch = VersionOf(version).branch;
+    if (!branch.empty()) text += insert + "('branch', '" + branch + "');";
+    fs::create_directories(fs::path(path).parent_path());
+    RunSql(path, "PRAGMA synchronous = OFF;" + text, db_util::OpenMode::kCreate);
   };
-  for (const char* folder : {"repo", "delta", "rm"}) fs::create_directories(where.sync_folder + "/" + folder);
-  std::map<std::string, std::string> databases = {
-      {"data", where.data}, {"user", where.user}, {"client", where.client}};
-  if (version >= kFirstVersionWithLog) databases["log"] = where.log;
-  for (const auto& [script, path] : databases) WriteDatabase(path, text_of({script}), version, version);
+  for (const char* folder : {"/repo", "/delta", "/rm"}) fs::create_directories(where.sync_folder + folder);
+  write(where.data, {"data"}, version);
+  write(where.user, {"user"}, version);
+  write(where.client, {"client"}, version);
+  if (version >= kFirstVersionWithLog) write(where.log, {"log"}, version);
   if (version < kFirstVersionWithViews) return;
   // The step that splits the data database makes these at once as of the last version; the next one puts that
   // right.
-  const int stored_version = version == kFirstVersionWithViews ? kVersions.back() : version;
-  for (const auto& entry : fs::directory_iterator(kData / std::to_string(kFirstVersionWithViews))) {
-    const std::string script = entry.path().stem();
-    if (!script.starts_with("view-") || script == "view-config") continue;
-    WriteDatabase(where.view_folder + "/" + script.substr(5) + "/view-db.sqlite",
-                  text_of({"view", "view-config", script}), version, stored_version);
+  const int stored = version == kFirstVersionWithViews ? kVersions.back() : version;
+  write(where.file_folder + "/" + uuid + "/file-db.sqlite", {"file"}, stored);
+  for (const std::string view : {"1", "5", "17", "4294967297"}) {
+    write(where.view_folder + "/" + view + "/view-db.sqlite", {"view", "view-config", "view-" + view},
+          stored);
   }
-  WriteDatabase(where.file_folder + "/" + uuid + "/file-db.sqlite", text_of({"file"}), version,
-                stored_version);
 }
 
 void RunSql(const std::string& path, const std::string& sql, db_util::OpenMode mode) {
-  db_util::Database db;
   std::string error;
-  if (db_util::OpenQuietly(path, db, mode) != SQLITE_OK ||
-      db_util::Execute(db.get(), sql, error) != SQLITE_OK) {
+  if (db_util::Execute(Open(path, mode).get(), sql, error) != SQLITE_OK) {
     throw std::runtime_error(path + ": " + error);
   }
 }
 
-std::string Query(const std::string& path, const std::string& sql) {
-  db_util::Database db;
-  std::string rows;
-  const auto append = [&rows](sqlite3_stmt* row) {
-    rows += db_util::ColumnText(row, 0) + " ";
-    return true;
-  };
-  if (db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite) != SQLITE_OK ||
-      !db_util::ForEachRow(db.get(), sql, append).ok()) {
-    throw std::runtime_error(path + ": " + sql);
+std::string Query(const std::string& path, const std::string& sql, const char* end) {
+  std::string text;
+  for (const std::string& row : Rows(Open(path), sql, &db_util::ColumnText)) text += row + end;
+  return text;
+}
+
+std::string SchemaOf(const std::string& path) {
+  static const std::regex kTokens(R"('[^']*'|\w+|[^\s\w"'])");
+  std::vector<std::string> statements =
+      Rows(Open(path), "SELECT sql FROM sqlite_master WHERE sql IS NOT NULL", &db_util::ColumnText);
+  for (std::string& statement : statements) {
+    std::string tokens;
+    for (std::sregex_iterator token(statement.begin(), statement.end(), kTokens), end; token != end;
+         ++token) {
+      tokens += token->str() + ' ';
+    }
+    statement = tokens;
   }
-  return rows;
+  return Sorted("", std::move(statements));
+}
+
+Dumps DumpPackage(const updater::server::WorkingCopies& where) {
+  Dumps dumps;
+  for (const auto& [name, path] : DatabasesOf(where)) {
+    std::string& text = dumps[name] = SchemaOf(path);
+    const db_util::Database db = Open(path);
+    const auto add = [&](const std::string& head, const std::string& sql) {
+      text += Sorted(head, Rows(db, sql, &ExactText));
+    };
+    for (const char* setting : {"journal_mode", "auto_vacuum", "integrity_check"}) {
+      add("", std::string("PRAGMA ") + setting);
+    }
+    for (const std::string& table :
+         Rows(db, "SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY 1", &db_util::ColumnText)) {
+      // A counter may start before the first row; the statistics depend on the size of pages.
+      const std::string columns = table == "sqlite_stat1" ? "DISTINCT tbl, idx" : "*";
+      add(table + ": ",
+          "SELECT " + columns + " FROM " + table + (table == "sqlite_sequence" ? " WHERE seq > 0" : ""));
+    }
+  }
+  return dumps;
 }
 
 std::map<std::string, std::string> ReadTree(const std::string& folder) {

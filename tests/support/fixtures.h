@@ -28,22 +28,32 @@ inline constexpr std::array kExtras = {Extra{"", 2577}, Extra{"rights", 3004}, E
 // The version with the branch that databases of that number are on.
 [[nodiscard]] updater::Version VersionOf(int number);
 
+// Where the live databases of a package folder are.
+[[nodiscard]] updater::server::WorkingCopies PackageIn(const std::string& folder);
+
+// The paths of the databases that there are, by "data", "log", "user", "client", "view/<id>" and
+// "file/<uuid>".
+[[nodiscard]] std::map<std::string, std::string> DatabasesOf(const updater::server::WorkingCopies& where);
+
 // Writes the databases where `where` says, which may be a volume's live files or their working copies, and
 // makes the folders of the sync folder. Databases that the version does not have are not written. `uuid` is
-// that of the volume that holds the sync folder.
-void WriteFixture(int version, const std::string& uuid, const std::string& extra,
+// that of the volume that holds the sync folder; `extras` are names with a blank between them.
+void WriteFixture(int version, const std::string& uuid, const std::string& extras,
                   const updater::server::WorkingCopies& where);
 
 // Executes SQL on a database.
 void RunSql(const std::string& path, const std::string& sql,
             db_util::OpenMode mode = db_util::OpenMode::kReadWrite);
 
-// The first column of every row, each followed by a blank.
-[[nodiscard]] std::string Query(const std::string& path, const std::string& sql);
+// All rows, their columns with '|' in between, each row followed by `end`.
+[[nodiscard]] std::string Query(const std::string& path, const std::string& sql, const char* end = " ");
 
-// Every database of a package as text, by "data", "log", "user", "client", "view/<id>" and "file/<uuid>":
-// journal mode, integrity, tables with columns, collations, indexes and triggers, and all rows in an order of
-// their own. Two databases with the same text have the same layout and content.
+// The statements that make the tables, indexes and triggers of a database, each followed by a line break, in
+// an order of their own; blanks and quotes that say nothing are left out.
+[[nodiscard]] std::string SchemaOf(const std::string& path);
+
+// Every database of a package as text, by its name in DatabasesOf(): schema, integrity, settings, and all
+// rows in an order of their own. Two databases with the same text have the same layout and content.
 using Dumps = std::map<std::string, std::string>;
 [[nodiscard]] Dumps DumpPackage(const updater::server::WorkingCopies& where);
 

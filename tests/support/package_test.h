@@ -25,21 +25,21 @@ inline std::string UpdaterLine(const std::string& text) { return "Strato Folder 
 class PackageTest : public ::testing::Test {
  protected:
   // Forgets the package and all that was said, and writes the databases of that version.
-  void StartAt(int version, const std::string& extra = "") {
+  void StartAt(int version, const std::string& extras = "") {
     fake_.volumes.everywhere.ext_uuid = uuid_;
     fake_.volumes.failing_calls.clear();
     std::filesystem::remove_all(folder_);
     std::filesystem::create_directories(folder_);
     sink_.Clear();
     out_.str("");
-    WriteFixture(version, uuid_, extra, package_);
+    WriteFixture(version, uuid_, extras, package_);
   }
 
   // The databases of the fixture as text. Its sync folder is that of the package under test.
-  Dumps DumpFixture(int version, const std::string& extra = "") {
+  Dumps DumpFixture(int version, const std::string& extras = "") {
     updater::server::WorkingCopies where = PackageIn(folder_ / "expected");
     where.sync_folder = package_.sync_folder;
-    WriteFixture(version, uuid_, extra, where);
+    WriteFixture(version, uuid_, extras, where);
     return DumpPackage(where);
   }
 
@@ -65,13 +65,6 @@ class PackageTest : public ::testing::Test {
   [[nodiscard]] std::string View(const std::string& view) const {
     return package_.view_folder + "/" + view + "/view-db.sqlite";
   }
-  // Where a database is, by its name in the dumps.
-  [[nodiscard]] std::string PathOf(const std::string& name) const {
-    if (name == "data") return package_.data;
-    if (name == "log") return package_.log;
-    if (name == "user") return package_.user;
-    return name == "client" ? package_.client : package_.sync_folder + "/" + name + "/view-db.sqlite";
-  }
   // The values of those keys of the configuration of a database, in the order of the keys.
   static std::string Config(const std::string& path, const std::string& keys) {
     return Query(path,
@@ -79,17 +72,6 @@ class PackageTest : public ::testing::Test {
   }
 
  private:
-  static updater::server::WorkingCopies PackageIn(const std::filesystem::path& folder) {
-    const std::string sync_folder = folder / "sync";
-    return {.sync_folder = sync_folder,
-            .data = sync_folder + "/data.sqlite",
-            .log = sync_folder + "/log.sqlite",
-            .user = sync_folder + "/user.sqlite",
-            .client = folder / "client.sqlite",
-            .view_folder = sync_folder + "/view",
-            .file_folder = sync_folder + "/file"};
-  }
-
   const TemporaryFolder temporary_;
 
  protected:

@@ -95,15 +95,57 @@ def clear(folder):
         (shutil.rmtree if entry.is_dir(follow_symlinks=False) else os.unlink)(entry.path)
 
 
-class Volume:
+class Package:
+    """The databases, marker files and folders of a package, below its folder."""
+
+    def __init__(self, folder):
+        self.package, self.sync = folder, folder + "/@sync"
+        self.data, self.user = self.sync + "/syncfolder-db.sqlite", self.sync + "/user-db.sqlite"
+        self.log, self.client = self.sync + "/log-db.sqlite", folder + "/@clientd/db.sqlite"
+
+    def view(self, view):
+        return f"{self.sync}/view/{view}/view-db.sqlite"
+
+    def fill(self, version, uuid_text, extras=(), sync=None):
+        """The databases of the version, and the files and folders that earlier upgrades made."""
+        databases.tool(self.package, str(version), uuid_text, sync or self.sync, " ".join(extras))
+        made = {2603: ["repo/.0", "delta/.0"], 3200: ["node_delta/.0"],
+                3400: [f"view/{view}/sign/.0" for view in databases.VIEWS] + [
+                    f"rm/{name}/" for name in
+                    ("file", "delta", "node_delta", "deref_file", "rotate_node", "rotate_base")]}
+        for path in (f"{self.sync}/{name}" for since, names in made.items() if since <= version for name in names):
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            if not path.endswith("/"):
+                write(path)
+
+    def files(self):
+        """All files below the package folder, and its empty folders."""
+        return sorted(os.path.relpath(os.path.join(folder, name), self.package)
+                      for folder, folders, names in os.walk(self.package)
+                      for name in names + [f for f in folders if not os.listdir(os.path.join(folder, f))])
+
+    def databases(self):
+        return [os.path.join(self.package, path) for path in self.files() if path.endswith(".sqlite")]
+
+    def content(self):
+        """All that is in the databases. Whoever used one before the run may have changed its journal mode."""
+        return [line for line in databases.tool(self.package).splitlines() if not line.startswith("journal_mode")]
+
+    def live(self):
+        """Identity of all files that a failed run must leave as they were."""
+        return {path: identity for path in self.files() if not MADE_BY_A_FAILED_RUN.search(path)
+                if (identity := identity_of(os.path.join(self.package, path)))}
+
+    def copies(self):
+        return [path for path in self.files() if ".bak" in path]
+
+
+class Volume(Package):
     """An image with a file system, mounted through a loop device."""
 
     def __init__(self, fs="ext4", name="volume", megabytes=128):
         self.fs, self.path = fs, os.path.join(namespace.ROOM, f"{name} {next(NUMBERS)}")
-        self.package = self.path + "/@stratofolder"
-        self.sync = self.package + "/@sync"
-        self.data, self.user = self.sync + "/syncfolder-db.sqlite", self.sync + "/user-db.sqlite"
-        self.log, self.client = self.sync + "/log-db.sqlite", self.package + "/@clientd/db.sqlite"
+        super().__init__(self.path + "/@stratofolder")
         identity = uuid.uuid4()
         self.uuid = str(identity)
         self.old_uuid = str(uuid.UUID(bytes_le=identity.bytes))  # the first three groups read as integers
@@ -119,46 +161,6 @@ class Volume:
         subprocess.run(["umount", self.path], check=True)
         os.rmdir(self.path)
         self.image.close()
-
-    def view(self, view):
-        return f"{self.sync}/view/{view}/view-db.sqlite"
-
-    def fill(self, version, uuid_text, extras=()):
-        """The databases of a package at the version, and the files and folders that earlier upgrades made."""
-        databases.make(self.package, version, uuid_text, self.sync, extras)
-        for name in ("repo", "delta", "rm"):
-            os.makedirs(f"{self.sync}/{name}", exist_ok=True)
-        for name in self.others(version):
-            path = os.path.join(self.package, name)
-            if name.endswith("/.0"):
-                write(path)
-            else:
-                os.makedirs(path)
-
-    def others(self, version=databases.LATEST):
-        """Marker files and folders of the version, below the package folder."""
-        made = {2603: ["repo/.0", "delta/.0"], 3200: ["node_delta/.0"],
-                3400: [f"view/{view}/sign/.0" for view in databases.views()] + [
-                    "rm/" + name for name in
-                    ("file", "delta", "node_delta", "deref_file", "rotate_node", "rotate_base")]}
-        return ["@sync/" + name for since, names in made.items() if since <= version for name in names]
-
-    def files(self):
-        """All files below the package folder, and its empty folders."""
-        return sorted(os.path.relpath(os.path.join(folder, name), self.package)
-                      for folder, folders, names in os.walk(self.package)
-                      for name in names + [f for f in folders if not os.listdir(os.path.join(folder, f))])
-
-    def databases(self):
-        return [os.path.join(self.package, path) for path in self.files() if path.endswith(".sqlite")]
-
-    def live(self):
-        """Identity of all files that a failed run must leave as they were."""
-        return {path: identity for path in self.files() if not MADE_BY_A_FAILED_RUN.search(path)
-                if (identity := identity_of(os.path.join(self.package, path)))}
-
-    def copies(self):
-        return [path for path in self.files() if ".bak" in path]
 
 
 def identity_of(path):
@@ -217,27 +219,28 @@ class SystemTest(unittest.TestCase):
         self.assertEqual([name for name in os.listdir("/tmp") if name.startswith(".StratoFolder")], [])
 
     def assert_upgraded(self, volume, extras=()):
-        """The volume holds what the latest version holds, and nothing else."""
-        expected = databases.contents_of_latest(volume.uuid, volume.sync, extras,
-                                                namespace.HOME + "/StratoFolder")
-        self.assertEqual(volume.files(), sorted([*expected, *volume.others()]))
-        for path, content in expected.items():
-            with self.subTest(database=path):
-                self.assertEqual(databases.contents_of(os.path.join(volume.package, path)), content)
+        """The volume holds what the latest version holds, and nothing else. The check after the upgrade brings
+        the watch path of the one local user up to date."""
+        with tempfile.TemporaryDirectory(dir=namespace.ROOM) as folder:
+            expected = Package(folder)
+            expected.fill(databases.LATEST, volume.uuid, extras, volume.sync)
+            home = namespace.HOME.replace("'", "''")
+            databases.change(expected.user,
+                             f"UPDATE user_table SET watch_path = '{home}/StratoFolder' WHERE user_type = 0")
+            self.assertEqual(volume.files(), expected.files())
+            self.assertEqual(volume.content(), expected.content())
 
 
 def main():
-    """Runs the tests of the calling file: <program under test> [unittest arguments]."""
+    """Runs the tests of the calling file: <program under test> <package-tool> [unittest arguments]."""
     os.environ["PATH"] += ":/usr/sbin:/sbin"  # not on the path of every root
     reason = namespace.what_is_missing()
     if reason is not None:
         print(f"{__file__}:1: Skipped\n{reason}\n")  # as GoogleTest puts it, for whoever counts the tests
         sys.exit(SKIPPED)
-    with open(sys.argv.pop(1), "rb") as file:
-        program = file.read()
+    programs = [os.open(sys.argv.pop(1), os.O_RDONLY) for _ in (PROGRAM, databases.TOOL)]
     namespace.enter()
-    with open(PROGRAM, "wb") as file:
-        file.write(program)
-    os.chmod(PROGRAM, 0o755)
+    for program, path in zip(programs, (PROGRAM, databases.TOOL)):
+        shutil.copy(f"/proc/self/fd/{program}", path)
     os.umask(0o022)
     unittest.main()
