@@ -55,11 +55,12 @@ TEST_F(DbUtilTest, ExecSqlFormatsOnceAndLogsTheStatementThatFailed) {
 
 TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   const std::string scratch = folder_ / "scratch";
-  fs::create_symlink(folder_.Write("victim", "precious"), scratch);
-  folder_.Write("scratch-journal", "planted");
+  const std::string victim = folder_.Write("victim", "precious");
+  for (const char* suffix : {"", "-wal", "-shm", "-journal"}) fs::create_symlink(victim, scratch + suffix);
   ASSERT_EQ(db_util::OpenScratchDatabase(scratch, db_), 0);
   ASSERT_EQ(db_util::ExecScript(db_.get(), "CREATE TABLE t (a);"), 0);
-  EXPECT_EQ(tests::ReadFile(folder_ / "victim"), "precious");
+  EXPECT_EQ(tests::ReadFile(victim), "precious");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 2);
   struct stat status {};
   ASSERT_EQ(lstat(scratch.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFREG | 0600U);

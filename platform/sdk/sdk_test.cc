@@ -14,24 +14,23 @@ TEST(Sdk, EveryFailureLeavesTheUuidAsItWas) {
   const logger::ScopedSink scope(sink);
   tests::FakePlatform fake;
   std::string uuid = "(unchanged)";
-  const auto expect_failure = [&](const std::string& path, const std::vector<std::string>& failing_calls) {
-    fake.volumes.failing_calls = {failing_calls.begin(), failing_calls.end()};
-    EXPECT_EQ(platform::sdk::GetVolumeUuid(fake.volumes, path, uuid), -1) << path;
+  const auto expect_failure = [&](platform::FileSystemType type, const std::string& failing_call) {
+    fake.volumes.everywhere.type = type;
+    fake.volumes.failing_calls = {failing_call};
+    EXPECT_EQ(platform::sdk::GetVolumeUuid(fake.volumes, "/100%s", uuid), -1) << failing_call;
   };
-  fake.volumes.volumes["/volume2"].type = platform::FileSystemType::kBtrfs;
-  fake.volumes.volumes["/volume4"].type = platform::FileSystemType::kEcryptfs;
+  expect_failure(platform::FileSystemType::kEcryptfs, "");
+  expect_failure(platform::FileSystemType::kExt4, "GetFileSystemType");
+  expect_failure(platform::FileSystemType::kExt4, "GetShareBinPath");
+  expect_failure(platform::FileSystemType::kExt4, "GetExtUuid");
+  expect_failure(platform::FileSystemType::kBtrfs, "GetBtrfsUuid");
   fake.volumes.everywhere.btrfs_magic = 0xABCULL;
-  expect_failure("/volume4", {});
-  expect_failure("/100%s", {"GetFileSystemType"});
-  expect_failure("/volume1", {"GetShareBinPath"});
-  expect_failure("/volume1", {"GetExtUuid"});
-  expect_failure("/volume2", {"GetBtrfsUuid"});
-  EXPECT_EQ(platform::sdk::GetOldBtrfsUuid(fake.volumes, "/volume1", uuid), -1);  // no real superblock
+  EXPECT_EQ(platform::sdk::GetOldBtrfsUuid(fake.volumes, "/100%s", uuid), -1);  // no real superblock
   EXPECT_EQ(uuid, "(unchanged)");
   EXPECT_THAT(sink.Texts(),
-              ElementsAre("[ERROR] sdk-cpp(N): Unknow file system type: 3 ('/volume4')\n",
+              ElementsAre("[ERROR] sdk-cpp(N): Unknow file system type: 3 ('/100%s')\n",
                           "[ERROR] sdk-cpp(N): Failed to get file system property from '/100%s'\n",
-                          "[ERROR] sdk-cpp(N): Failed to get sharebin path of '/volume1'\n",
+                          "[ERROR] sdk-cpp(N): Failed to get sharebin path of '/100%s'\n",
                           "[ERROR] btrfs/btrfs-old(N): Magic mismatch abc:4d5f53665248425f\n"));
 }
 

@@ -24,59 +24,45 @@ struct FakeVolume {
   unsigned long long btrfs_magic = platform::kBtrfsMagic;
 };
 
-// Every folder that exists is a mount point; every path, existing or not, lies on a volume.
+// Every folder that exists is a mount point; every path, existing or not, lies on the one volume.
 class FakeVolumes : public platform::Volumes {
  public:
-  FakeVolume everywhere;                      // the volume of all paths that are not below one of the next
-  std::map<std::string, FakeVolume> volumes;  // by the folder that they are mounted on
-  std::set<std::string> gone;                 // paths on which, and below which, every call fails
-  std::set<std::string> failing_calls;        // names of the operations that fail: "GetBtrfsUuid"
+  FakeVolume everywhere;
+  std::set<std::string> gone;           // paths for which every call fails
+  std::set<std::string> failing_calls;  // names of the operations that fail: "GetBtrfsUuid"
   std::vector<std::string> mount_points;
 
   int PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) override {
     std::error_code ignored;  // what cannot be looked at is no folder
     if (!std::filesystem::is_directory(path, ignored)) return -1;
-    const bool btrfs = Find(path).type == platform::FileSystemType::kBtrfs;
+    const bool btrfs = everywhere.type == platform::FileSystemType::kBtrfs;
     return Answer(__func__, path, {path, "/dev/fake", btrfs ? "btrfs" : "ext4"}, info);
   }
   int GetShareBinPath(const std::string& path, std::string& bin_path) override {
     return Answer(__func__, path, path, bin_path);
   }
   int GetFileSystemType(const std::string& path, platform::FileSystemType& type) override {
-    return Answer(__func__, path, Find(path).type, type);
+    return Answer(__func__, path, everywhere.type, type);
   }
   int GetBtrfsUuid(const std::string& path, platform::FileSystemUuid& uuid) override {
-    return Answer(__func__, path, Find(path).btrfs_uuid, uuid);
+    return Answer(__func__, path, everywhere.btrfs_uuid, uuid);
   }
   int ReadBtrfsSuperblock(const std::string& path, platform::BtrfsSuperblock& superblock) override {
-    return Answer(__func__, path, {Find(path).btrfs_magic, Find(path).btrfs_uuid}, superblock);
+    return Answer(__func__, path, {everywhere.btrfs_magic, everywhere.btrfs_uuid}, superblock);
   }
   int GetExtUuid(const std::string& path, std::string& uuid) override {
-    return Answer(__func__, path, Find(path).ext_uuid, uuid);
+    return Answer(__func__, path, everywhere.ext_uuid, uuid);
   }
   int ListMountPoints(std::vector<std::string>& result) override {
     return Answer(__func__, "", mount_points, result);
   }
 
  private:
-  static bool IsAtOrBelow(const std::string& path, const std::string& folder) {
-    return path == folder || path.starts_with(folder.ends_with('/') ? folder : folder + '/');
-  }
   template <typename Value>
   int Answer(const char* call, const std::string& path, const Value& value, Value& result) const {
-    for (const std::string& folder : gone) {
-      if (IsAtOrBelow(path, folder)) return -1;
-    }
-    if (failing_calls.contains(call)) return -1;
+    if (gone.contains(path) || failing_calls.contains(call)) return -1;
     result = value;
     return 0;
-  }
-  const FakeVolume& Find(const std::string& path) const {
-    const FakeVolume* found = &everywhere;
-    for (const auto& [folder, volume] : volumes) {  // in order: a nested folder comes after its parent
-      if (IsAtOrBelow(path, folder)) found = &volume;
-    }
-    return *found;
   }
 };
 

@@ -18,13 +18,13 @@ from typing import NamedTuple
 
 import databases
 import namespace
+from namespace import write
 
 SKIPPED = 77
 STATUS_FILE = "/var/packages/StratoFolder/etc/enable_status"
 ENABLED = "/var/packages/StratoFolder/enabled"
 MARK = "/usr/plat/etc/packages/StratoFolder/stfd_upgrading_mark"
 PRIVILEGE = "/usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance"
-SCRATCH = "/tmp/.StratoFolder-upgrade.sqlite3"
 PROGRAM = os.path.join(namespace.ROOM, "updater-svr")
 NO_OVERRIDE = ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")  # root without root's reach
 USER_LOG, ERROR, PRIORITIES = 1 << 3, 3, {"INFO": 6, "WARNING": 4}
@@ -45,17 +45,16 @@ class Run(NamedTuple):
     log: list
 
 
-class Log:
+class Log(threading.Thread):
     """The system log: a socket at /dev/log, read while the program runs so that it never has to wait."""
 
     def __init__(self):
-        self.lines = []
-        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        super().__init__()
+        self.lines, self.socket = [], socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.socket.bind("/dev/log")
-        self.reader = threading.Thread(target=self.read)
-        self.reader.start()
+        self.start()
 
-    def read(self):
+    def run(self):
         while datagram := self.socket.recv(1 << 20):
             priority, text = re.fullmatch(r"<(\d+)>.{15} [^:]*: (.*)", datagram.decode(), re.S).groups()
             level = re.match(r"\[(\w+)\]", text)
@@ -63,11 +62,11 @@ class Log:
             self.lines.append(comparable(text) if int(priority) == expected else datagram.decode())
 
     def finish(self):
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as end:
-            end.sendto(b"", "/dev/log")
-        self.reader.join()
-        self.socket.close()
+        self.socket.connect("/dev/log")
+        self.socket.send(b"")
+        self.join()
         os.unlink("/dev/log")
+        self.socket.close()
         return self.lines
 
 
@@ -77,12 +76,6 @@ def comparable(text):
     text = re.sub(r"(Failed to exec|, sql =) .*?(\n?)\Z", r"\1 SQL\2", text, flags=re.S)
     text = re.sub(r"^(Strato Folder Updater|\[[A-Z]+\] [a-z0-9/-]+)\(\d+\)", r"\1(N)", text)
     return re.sub(r"^updater-svr:\d+ ", "updater-svr:N ", text)
-
-
-def write(path, text=""):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "w", encoding="utf-8") as file:
-        file.write(text)
 
 
 def read(path):
@@ -197,17 +190,14 @@ class SystemTest(unittest.TestCase):
     def run_updater(self, *arguments, prefix=(), kill_at=None):
         """One run. With kill_at it is killed as soon as it has written a line with that text."""
         log, written = Log(), []
-        environment = {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
-        with tempfile.TemporaryFile(dir=namespace.ROOM, mode="w+", encoding="utf-8") as errors:
-            with subprocess.Popen([*prefix, PROGRAM, *arguments], stdin=subprocess.DEVNULL,
-                                  stdout=subprocess.PIPE, stderr=errors,
-                                  env={"PATH": os.environ["PATH"], **environment}) as process:
-                for line in process.stdout:
-                    written.append(line.decode())
-                    if kill_at is not None and kill_at in written[-1]:
-                        process.kill()
-            errors.seek(0)
-            stderr = errors.read()
+        kept = {name: value for name, value in os.environ.items() if name == "PATH" or name.endswith("SAN_OPTIONS")}
+        with subprocess.Popen([*prefix, PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, encoding="utf-8", env=kept) as process:
+            for line in process.stdout:
+                written.append(line)
+                if kill_at is not None and kill_at in line:
+                    process.kill()
+            stderr = process.stderr.read()
         lines = log.finish()
         self.assertNotRegex(stderr, "Sanitizer|runtime error")
         status = re.search(r'^status="(.*)"$', read(STATUS_FILE), re.M)[1]

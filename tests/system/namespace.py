@@ -76,7 +76,10 @@ def make_writable(folder):
 
 def configure(files):
     for name, text in files.items():
-        path = os.path.join("/etc", name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "w", encoding="utf-8") as file:
-            file.write(text)
+        write("/etc/" + name, text)
+
+
+def write(path, text=""):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)

@@ -6,9 +6,8 @@ import sqlite3
 
 import databases
 import harness
-import namespace
 from databases import change, query
-from harness import SCRATCH, SystemTest, write
+from harness import SystemTest, write
 
 COUNT = 20000  # nodes enough for every step to take a while
 MANY_NODES = f"""
@@ -133,20 +132,6 @@ class Leftovers(SystemTest):
                 write(volume.sync + "/new-syncfolder.sqlite", "stale")
 
         self.upgrade_each((2577, 3300, 3450), plant)
-
-    def test_hostile_temporary_folder(self):
-        """Nothing that stands at the name of the scratch database is read, followed or damaged."""
-        victim = namespace.ROOM + "/victim"
-        write(victim, "precious")
-        for plant in (
-                lambda _: os.symlink(victim, SCRATCH),
-                lambda _: change(SCRATCH, "CREATE TABLE user_table (view_id, name);"
-                                 "INSERT INTO user_table VALUES (666, 'evil');"
-                                 "CREATE TABLE progress_table AS SELECT 1 AS view_id, 666 AS sync_id;"),
-                lambda _: [os.symlink(victim, SCRATCH + end) for end in ("-journal", "-wal", "-shm")],
-                lambda _: leave(SCRATCH, *BEGIN_JUNK, "ALTER TABLE junk RENAME TO user_table")):
-            self.upgrade_each([3300], plant)
-            self.assertEqual(harness.read(victim), "precious")
 
 
 if __name__ == "__main__":

@@ -10,38 +10,23 @@ from databases import text_of
 from harness import SystemTest
 
 EXTRAS = ("rights", "activity", "own-rotation")
-PRINTS_ITS_SUCCESS = 3450
 
 
-def edges_from(version):
+def told_from(version, volume):
+    """What a run prints, and what it logs. Every version in them ends in a blank."""
     chain = [version] + [later for later in databases.VERSIONS if later > max(version, 2603)]
-    return list(zip(chain, chain[1:]))
-
-
-def output_from(version):
-    """Every version ends in a blank."""
-    lines = [f"update from {text_of(version)} to (master, 4150) "]
-    for start, end in edges_from(version):
-        lines.append(f"updating from {text_of(start)}  to {text_of(end)} ")
-        if end <= PRINTS_ITS_SUCCESS:
-            lines.append(f"Upgrade to {text_of(end)}  successfully")
-    return "".join(line + "\n" for line in lines)
-
-
-def log_from(version, volume):
-    lines = [f"database is located at '{volume.path}'"]
-    for _, end in edges_from(version):
+    out = [f"update from {text_of(version)} to (master, 4150) "]
+    log = [f"database is located at '{volume.path}'"]
+    for start, end in zip(chain, chain[1:]):
+        out.append(f"updating from {text_of(start)}  to {text_of(end)} ")
         if end == 4000:
-            if volume.fs == "btrfs":
-                lines.append(f"Strato Folder Updater(N): Update repo path '{volume.sync}' uuid\n")
-            lines += harness.REFUSED_USERS
-        if end > PRINTS_ITS_SUCCESS:
-            lines.append(f"Strato Folder Updater(N): Upgrade to '{text_of(end)} ' successfully\n")
-    return lines
-
-
-def mode_of(path):
-    return stat.S_IMODE(os.stat(path).st_mode)
+            log += [f"Strato Folder Updater(N): Update repo path '{volume.sync}' uuid\n"] * (volume.fs == "btrfs")
+            log += harness.REFUSED_USERS
+        if end <= 3450:
+            out.append(f"Upgrade to {text_of(end)}  successfully")
+        else:
+            log.append(f"Strato Folder Updater(N): Upgrade to '{text_of(end)} ' successfully\n")
+    return "".join(line + "\n" for line in out), log
 
 
 class UpgradeTest(SystemTest):
@@ -52,13 +37,13 @@ class UpgradeTest(SystemTest):
             os.chmod(path, 0o600)
         run = self.run_updater(volume.path, *arguments)
         self.assert_ended(run, "done")
-        self.assertEqual((run.stdout, run.stderr), (output_from(version), ""))
-        self.assertEqual(run.log, log_from(version, volume))
+        self.assertEqual((run.stdout, run.log, run.stderr), (*told_from(version, volume), ""))
         self.assert_upgraded(volume, [extra for extra in extras if databases.FIRST_WITH[extra] <= version])
         for path in volume.databases():
-            self.assertEqual((os.stat(path).st_uid, os.stat(path).st_gid, mode_of(path)), (1026, 100, 0o600), path)
+            status = os.stat(path)
+            self.assertEqual((status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)), (1026, 100, 0o600), path)
         if version <= 3450:  # the accounts of the machine get the privilege on the way
-            self.assertEqual((harness.read(harness.PRIVILEGE), mode_of(harness.PRIVILEGE)), ("O'Brien\n", 0o600))
+            self.assertEqual(harness.read(harness.PRIVILEGE), "O'Brien\n")
         # What other programs keep in the status file stays, and SQLite's temporary files are gone.
         self.assertEqual(harness.read(harness.STATUS_FILE), self.status_text("done"))
         self.assertEqual(os.listdir(volume.path + "/@tmp"), [])
