@@ -55,12 +55,6 @@ std::string Sorted(const std::string& head, std::vector<std::string> rows) {
   return text;
 }
 
-void Replace(std::string& text, const std::string& what, const std::string& with) {
-  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
-    text.replace(at, what.size(), with);
-  }
-}
-
 // The script of that name which holds for the version; empty when there is none.
 std::string FindScript(int version, const std::string& name) {
   std::string text;
@@ -111,9 +105,9 @@ void WriteFixture(int version, const std::string& uuid, const std::string& extra
     for (std::string extra; names >> extra;) {
       for (const std::string& script : scripts) text += FindScript(version, "extra-" + extra + "-" + script);
     }
-    for (auto [name, value] : {std::pair("@UUID@", uuid), {"@SYNC@", where.sync_folder}}) {
-      Replace(value, "'", "''");
-      Replace(text, name, "'" + value + "'");
+    for (const auto& [name, value] : {std::pair("@UUID@", uuid), {"@SYNC@", where.sync_folder}}) {
+      const std::string quoted = "'" + std::regex_replace(value, std::regex("'"), "''") + "'";
+      text = std::regex_replace(text, std::regex(name), quoted);
     }
     const std::string insert = "INSERT OR REPLACE INTO config_table (key, value) VALUES ";
     text += insert + "('version', '" + std::to_string(stored) + "');";

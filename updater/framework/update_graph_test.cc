@@ -39,12 +39,6 @@ class FrameworkTest : public ::testing::Test {
       return result;
     }));
   }
-  void AddRegisteredStart() {
-    Add(kOld, kJoined, "direct");
-    Add(kSide, kJoined, "side2");
-    Add(kOld, kSide, "side1");
-    Add(kJoined, kNext, "next");
-  }
   // The updaters that ran, or why none did.
   std::string Run(const Version& from, const Version& to, int result = 0) {
     journal_.clear();
@@ -58,7 +52,10 @@ class FrameworkTest : public ::testing::Test {
 };
 
 TEST_F(FrameworkTest, TakesTheDirectWayAndTheSideBranchOnlyFromIt) {
-  AddRegisteredStart();
+  Add(kOld, kJoined, "direct");
+  Add(kSide, kJoined, "side2");
+  Add(kOld, kSide, "side1");
+  Add(kJoined, kNext, "next");
   EXPECT_EQ(Run(kNext, kNext), "");
   EXPECT_EQ(Run(kOld, kNext), "direct;next;");
   EXPECT_EQ(Run(kSide, kNext), "side2;next;");
