@@ -21,14 +21,16 @@ class ServerUpdatersTest : public tests::PackageTest {
     EXPECT_EQ(Update(from, to), -1);
     for (const std::string& text : texts) EXPECT_THAT(sink_.Texts(), ::testing::Contains(UpdaterLine(text)));
   }
+  // What a query finds in a database after an updater has run over the fixture with these changes.
+  std::string Found(int from, int to, const std::vector<std::pair<std::string, std::string>>& changes,
+                    const std::string& database, const std::string& query) {
+    StartAt(from);
+    for (const auto& [name, sql] : changes) RunSql(tests::DatabasesOf(package_).at(name), sql);
+    EXPECT_EQ(Update(from, to), 0);
+    return Query(tests::DatabasesOf(package_).at(database), query);
+  }
   [[nodiscard]] std::string Sync(const std::string& name) const { return package_.sync_folder + "/" + name; }
 };
-
-TEST_F(ServerUpdatersTest, OneDatabaseWithoutABranchMakesAllBranchesEmpty) {
-  StartAt(2577);
-  RunSql(package_.client, "INSERT INTO config_table (key, value) VALUES ('branch', 'master');");
-  EXPECT_EQ(Update(2577, 3004), 0);
-}
 
 TEST_F(ServerUpdatersTest, MarkersAreNotWrittenThroughALinkOrIntoAPipe) {
   StartAt(2577);
@@ -77,31 +79,26 @@ TEST_F(ServerUpdatersTest, NewDatabasesAreNotMadeThroughPlantedLinks) {
   EXPECT_TRUE(fs::is_empty(Sync("outside")));
 }
 
-TEST_F(ServerUpdatersTest, To3200KeepsSettingsAndFoldersThatAreThere) {
+TEST_F(ServerUpdatersTest, To3200KeepsFoldersThatAreThere) {
   StartAt(3004);
-  RunSql(package_.data, "INSERT INTO config_table (key, value) VALUES ('log_del_cnt', '500');");
   fs::create_directory(Sync("node_delta"));
   for (const char* name : {"node_delta/.0", "node_delta/7"}) std::ofstream(Sync(name)) << "delta";
   ASSERT_EQ(Update(3004, 3200), 0);
   EXPECT_EQ(fs::file_size(Sync("node_delta/.0")), 0U);
   EXPECT_EQ(fs::file_size(Sync("node_delta/7")), 5U);
-  EXPECT_EQ(Config(package_.data, "'log_del_cnt','log_del_span'"), "log_del_cnt=500 log_del_span=2592000 ");
 }
 
-// The middle step commits on its own; the last one rolls back.
-TEST_F(ServerUpdatersTest, To3200KeepsTheLogAndProfilesWhenTheRebuildFails) {
+TEST_F(ServerUpdatersTest, To3200CanBeRepeatedAfterAFailedRebuild) {
   StartAt(3004);
-  RunSql(package_.data, "UPDATE version_table SET sync_id = 12 WHERE ver_id = 2;");
-  // Two versions for one node.
+  RunSql(package_.data,
+         "UPDATE version_table SET sync_id = 12 WHERE ver_id = 2");  // two versions for one node
   ExpectFailure(3004, 3200, {"UpdateDatabases: UpdateRedundantNodeTable failed\n"});
-  EXPECT_EQ(Query(package_.data, "SELECT count(*) FROM log_table;"), "0 ");
-  EXPECT_EQ(Query(package_.user, "SELECT count(*) FROM profile_apply_table;"), "0 ");
-  EXPECT_EQ(Query(package_.data, "SELECT name FROM sqlite_master WHERE name = 'new_node_table';"), "");
-  EXPECT_EQ(Query(package_.data, "SELECT name FROM pragma_table_info('node_table') WHERE name = 'v_mode';"),
-            "");
-  EXPECT_EQ(Config(package_.data, "'version','node_delta_file_id'"), "node_delta_file_id=1 version=3004 ");
-  RunSql(package_.data, "UPDATE version_table SET sync_id = 2 WHERE ver_id = 2;");
-  EXPECT_EQ(Update(3004, 3200), 0) << "what is there already is no failure";
+  // The middle step commits on its own, and what is there already is no failure.
+  EXPECT_EQ(Query(package_.data, "SELECT count(*) FROM log_table"), "0 ");
+  EXPECT_EQ(Query(package_.user, "SELECT count(*) FROM profile_apply_table"), "0 ");
+  RunSql(package_.data, "UPDATE version_table SET sync_id = 2 WHERE ver_id = 2");
+  EXPECT_EQ(Update(3004, 3200), 0);
+  ExpectPackage(DumpFixture(3200));
 }
 
 TEST_F(ServerUpdatersTest, TablesAreRebuiltUnderTriggersAndViewsThatNameThem) {
@@ -154,24 +151,6 @@ TEST_F(ServerUpdatersTest, To3300MaintainsTheDataDatabaseAlsoAfterAFailedRunAndO
                                "StratoFolder Updater: sqlite3_exec: database disk image is malformed (11)"}));
 }
 
-TEST_F(ServerUpdatersTest, WithoutUsersThereAreNoViewsAndTheSharedRotationComesFromTheSettings) {
-  const std::tuple<std::string, const char*, const char*> cases[] = {
-      {package_.data, "SELECT 1;", "8 "},
-      {package_.data, "UPDATE config_table SET value = '1' WHERE key = 'remove_repo';", "0 "},
-      {package_.user, "INSERT INTO customized_rotate_cnt_table VALUES (0, 12);", "12 "}};
-  for (const auto& [database, settings, rotation] : cases) {
-    StartAt(3300);
-    RunSql(package_.user, "DELETE FROM user_table;");
-    ASSERT_EQ(Update(3300, 3400), 0);
-    EXPECT_TRUE(fs::is_empty(package_.view_folder));
-    EXPECT_EQ(Config(package_.user, "'view_id'"), "view_id=1 ");
-    ASSERT_EQ(Update(3400, 3450), 0);
-    RunSql(database, settings);
-    ASSERT_EQ(Update(3450, 4000), 0);
-    EXPECT_EQ(Query(package_.user, "SELECT rotate_cnt FROM rotate_setting_table;"), rotation);
-  }
-}
-
 // The order of the rows is all that a table without a key has.
 TEST_F(ServerUpdatersTest, To3400KeepsNodesUnderViewIdsBelowZeroAndTheOrderOfTheirRows) {
   StartAt(3300);
@@ -213,14 +192,27 @@ TEST_F(ServerUpdatersTest, To3400RefusesNodesUnderWhatIsNoViewIdBeforeItWritesAn
 
 TEST_F(ServerUpdatersTest, FailedScriptsAreLoggedWholeOrNotAtAll) {
   const std::string step = "failed to update databases\n";
+  const std::string rotation = "failed to update all rotate_cnt\n";
   const std::string no_log = "no such table: data_db.log_table .1.\n";
   const std::tuple<int, int, std::string, const char*, std::string> cases[] = {
       {3200, 3300, package_.data, "DROP TABLE log_table;",
        "sqlite3_exec.PRAGMA log_db.journal_mode = WAL;.*_s5_index ON log_table.s5.;INSERT .* TRANSACTION; .: " +
-           no_log + "3200 to 3300, log_db .*log.sqlite., data_db .*data.sqlite.: " + no_log + step},
+           no_log + "3200 to 3300, log_db .*log-db.sqlite., data_db .*r-db.sqlite.: " + no_log + step},
       {3300, 3400, package_.data, "SELECT 1;",
        "CreateViewDB: initialize view db failed\nFailed to CreateNewDataDB\nFailed to update data db\n" +
            step},
+      {3400, 3450, package_.user, "DROP TABLE customized_rotate_cnt_table;",
+       "sqlite3_prepare_v2.1., sql = SELECT view_id, rotate_cnt FROM user_db.customized_rotate_cnt_table; \n"
+       "Failed to EnumCustomizedRotateTable\n" +
+           step},
+      {4000, 4060, package_.user, "ALTER TABLE user_table DROP COLUMN user_type;",
+       ".*: user_type .1.\nfailed to get user type of view 5\n" + rotation},
+      {4000, 4060, View("5"), "DROP TABLE config_table;",
+       "sqlite3_exec.ATTACH DATABASE '.*it''s .*' AS view_db;INSERT OR IGNORE INTO view_db.config_table .key, "
+       "value. VALUES \t.'rotate_policy', \t.SELECT .* WHERE view_id = 0..;DETACH DATABASE view_db;.: no such "
+       "table: view_db.config_table .1.\nFailed to update rotate_cnt for view 5\nFailed to update rotate count "
+       "for view 5\n" +
+           rotation},
       {4100, 4150, View("5"), "DROP TABLE version_table;",
        "Failed to exec ATTACH .*_old; END;DETACH DATABASE view_db;\n4100 to 4150, view_db .*: no such table: "
        "view_db.version_table .1.\nFailed to update view db for view 5\nfailed to update all view db\n"}};
@@ -250,25 +242,44 @@ TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation
   }
 }
 
-// The views are visited in the order 5, 4294967297, 1, 17; the last is no user's.
-TEST_F(ServerUpdatersTest, TheLastUserViewDecidesTheSharedRotation) {
-  StartAt(3450);
-  RunSql(View("5"), "UPDATE config_table SET value = '3' WHERE key = 'rotate_cnt';");
-  RunSql(View("17"), "UPDATE config_table SET value = '7' WHERE key = 'rotate_cnt';");
-  RunSql(View("1"), "UPDATE config_table SET value = '1' WHERE key = 'remove_repo';");
-  fake_.app_privilege.refused = {"O'Brien"};
-  ASSERT_EQ(Update(3450, 4000), 0) << "a refusal is no failure";
-  EXPECT_EQ(Query(package_.user, "SELECT view_id || '-' || rotate_cnt FROM rotate_setting_table;"),
-            "0-0 17-7 ");
-}
-
-TEST_F(ServerUpdatersTest, RotationPolicyComesFromTheRowOfTheViewUnlessThereIsOne) {
-  StartAt(4000);
-  RunSql(package_.user, "UPDATE rotate_setting_table SET rotate_policy = 'smart' WHERE view_id = 17;");
-  RunSql(View("5"), "INSERT INTO config_table VALUES ('rotate_policy', 'kept');");
-  ASSERT_EQ(Update(4000, 4060), 0);
-  EXPECT_EQ(Config(View("17"), "'rotate_policy'") + Config(View("5"), "'rotate_policy'"),
-            "rotate_policy=smart rotate_policy=kept ");
+// The views of users are visited in the order 5, 4294967297, 1, 17; the last one is a share user's.
+TEST_F(ServerUpdatersTest, AwkwardContent) {
+  const std::string no_users = "DELETE FROM user_table";
+  const std::string rotation = "SELECT * FROM rotate_setting_table";
+  const std::string policy = "SELECT value FROM config_table WHERE key = 'rotate_policy'";
+  // One database without a branch makes all branches empty.
+  (void)Found(2577, 3004, {{"client", "INSERT INTO config_table VALUES ('branch', 'master')"}}, "data",
+              "SELECT 1");
+  EXPECT_EQ(Found(3004, 3200, {{"data", "INSERT INTO config_table VALUES ('log_del_cnt', '500')"}}, "data",
+                  "SELECT value FROM config_table WHERE key LIKE 'log_del%' ORDER BY key"),
+            "500 2592000 ");
+  EXPECT_EQ(
+      Found(3300, 3400, {{"user", no_users}}, "user", "SELECT * FROM config_table WHERE key = 'view_id'"),
+      "view_id|1 ");
+  EXPECT_TRUE(fs::is_empty(package_.view_folder));
+  EXPECT_EQ(Found(3450, 4000, {{"user", no_users}}, "user", rotation), "0|8|fifo ");
+  EXPECT_EQ(
+      Found(3450, 4000,
+            {{"user", no_users}, {"data", "UPDATE config_table SET value = '1' WHERE key = 'remove_repo'"}},
+            "user", rotation),
+      "0|0|fifo ");
+  EXPECT_EQ(
+      Found(3450, 4000, {{"user", no_users + "; INSERT INTO customized_rotate_cnt_table VALUES (0, 12)"}},
+            "user", rotation),
+      "0|12|fifo ");
+  // The last user's view decides the shared rotation.
+  EXPECT_EQ(Found(3450, 4000,
+                  {{"view/5", "UPDATE config_table SET value = '3' WHERE key = 'rotate_cnt'"},
+                   {"view/17", "UPDATE config_table SET value = '7' WHERE key = 'rotate_cnt'"},
+                   {"view/1", "UPDATE config_table SET value = '1' WHERE key = 'remove_repo'"}},
+                  "user", rotation),
+            "0|0|fifo 17|7|fifo ");
+  EXPECT_EQ(Found(4000, 4060, {{"user", "UPDATE rotate_setting_table SET rotate_policy = view_id"}},
+                  "view/17", policy),
+            "17 ");
+  EXPECT_EQ(Found(4000, 4060, {{"view/5", "INSERT INTO config_table VALUES ('rotate_policy', 'kept')"}},
+                  "view/5", policy),
+            "kept ");
 }
 
 TEST_F(ServerUpdatersTest, FailuresAreNamed) {
@@ -278,40 +289,17 @@ TEST_F(ServerUpdatersTest, FailuresAreNamed) {
   StartAt(3400);
   fs::remove_all(package_.view_folder);
   ExpectFailure(3400, 3450, {"Failed to get views in " + package_.view_folder + " to update rotate count\n"});
-  RunSql(package_.user, "DROP TABLE customized_rotate_cnt_table;");
-  ExpectFailure(
-      3400, 3450,
-      {"sqlite3_prepare_v2(1), sql = SELECT view_id, rotate_cnt FROM user_db.customized_rotate_cnt_table; \n",
-       "Failed to EnumCustomizedRotateTable\n"});
+  StartAt(3400);
+  fs::remove_all(package_.file_folder);  // its message names the view folder
+  ExpectFailure(3400, 3450,
+                {"Failed to get files in folder " + package_.view_folder + "\n",
+                 "failed to update database versions\n"});
+  EXPECT_EQ(Config(package_.data, "'version'"), "version=3400 ");
   StartAt(3450);
   fake_.volumes.failing_calls = {"GetFileSystemType"};
   ExpectFailure(3450, 4000,
                 {"Failed to check btrfs volume '" + package_.sync_folder + "'\n",
                  "Fail to get btrfs uuid history\n", "failed to update for btrfs uuid\n"});
-  StartAt(4000);
-  fs::remove_all(Sync("view/5"));
-  std::string quoted = View("5");
-  quoted.replace(quoted.find('\''), 1, "''");
-  ExpectFailure(
-      4000, 4060,
-      {"sqlite3_exec(ATTACH DATABASE '" + quoted +
-           "' AS view_db;INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES \t('rotate_policy', "
-           "\t(SELECT rotate_policy FROM user_db.rotate_setting_table WHERE view_id = 0));DETACH DATABASE "
-           "view_db;): unable to open database: " +
-           View("5") + " (14)\n",
-       "Failed to update rotate_cnt for view 5\n", "Failed to update rotate count for view 5\n"});
-  RunSql(package_.user, "ALTER TABLE user_table DROP COLUMN user_type;");
-  ExpectFailure(4000, 4060, {"failed to get user type of view 5\n"});
-}
-
-// The message for the file folder names the view folder.
-TEST_F(ServerUpdatersTest, UnlistedFileFolderIsReportedAsTheViewFolder) {
-  StartAt(3400);
-  fs::remove_all(package_.file_folder);
-  ExpectFailure(3400, 3450,
-                {"Failed to get files in folder " + package_.view_folder + "\n",
-                 "failed to update database versions\n"});
-  EXPECT_EQ(Config(package_.data, "'version'"), "version=3400 ");
 }
 
 }  // namespace
