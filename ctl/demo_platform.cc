@@ -1,9 +1,5 @@
 #include "ctl/demo_platform.h"
 
-#include <strings.h>
-
-#include <algorithm>
-
 #include "ctl/sample_content.h"
 #include "db-util/database.h"
 #include "db-util/query.h"
@@ -23,29 +19,6 @@ std::string HomeAbove(const std::string& watch_path) {
 
 }  // namespace
 
-int DemoAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::string& /*application_id*/) {
-  allowed_.insert(user);
-  return 0;
-}
-
-platform::Lookup DemoAccounts::FindByUid(uid_t uid, platform::Account& account) {
-  const auto found = accounts_.find(uid);
-  if (found == accounts_.end()) return platform::Lookup::kNotFound;
-  account = found->second;
-  return platform::Lookup::kFound;
-}
-
-void DemoShares::Add(platform::Share share) { shares_.push_back(std::move(share)); }
-
-platform::Lookup DemoShares::Open(const std::string& name, platform::Share& share) {
-  const auto found = std::find_if(shares_.begin(), shares_.end(), [&name](const platform::Share& candidate) {
-    return strcasecmp(candidate.name.c_str(), name.c_str()) == 0;
-  });
-  if (found == shares_.end()) return platform::Lookup::kNotFound;
-  share = *found;
-  return platform::Lookup::kFound;
-}
-
 DemoPlatform::DemoPlatform(const std::string& volume, const std::string& user_database, VolumeIdentity own,
                            const RecordedVolumes& recorded)
     : volumes_(volume, std::move(own), recorded) {
@@ -63,13 +36,15 @@ void DemoPlatform::ReadUsers(const std::string& user_database) {
         const int type = sqlite3_column_int(row, 3);
         const std::string watch_path = db_util::ColumnText(row, 5);
         if (type == kShareUser && !name.empty()) {
-          shares_.Add({.name = name.substr(1), .path = watch_path, .is_replica = false, .flags = {}});
+          shares_.shares.push_back(
+              {.name = name.substr(1), .path = watch_path, .is_replica = false, .flags = {}});
         } else if (type == kNormalUser && name != kGoneUser) {
-          accounts_.Add({.name = name,
-                         .uid = static_cast<uid_t>(sqlite3_column_int64(row, 1)),
-                         .gid = static_cast<gid_t>(sqlite3_column_int64(row, 2)),
-                         .home = HomeAbove(watch_path),
-                         .expired = (sqlite3_column_int(row, 4) & kAccountExpired) != 0});
+          const auto uid = static_cast<uid_t>(sqlite3_column_int64(row, 1));
+          accounts_.accounts[uid] = {.name = name,
+                                     .uid = uid,
+                                     .gid = static_cast<gid_t>(sqlite3_column_int64(row, 2)),
+                                     .home = HomeAbove(watch_path),
+                                     .expired = (sqlite3_column_int(row, 4) & kAccountExpired) != 0};
         }
         return true;
       });

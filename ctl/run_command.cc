@@ -1,6 +1,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <sstream>
 
 #include "ctl/commands.h"
@@ -63,11 +64,11 @@ void PrintLog(const logger::RecordingSink& log, std::ostream& out) {
   for (const logger::RecordingSink::Line& line : log.lines()) PrintIndented(line.text, out);
 }
 
-void PrintUsersAllowed(const DemoAppPrivilege& app_privilege, std::ostream& out) {
-  if (app_privilege.allowed().empty()) return;
+void PrintUsersAllowed(const std::set<std::string>& allowed, std::ostream& out) {
+  if (allowed.empty()) return;
   out << "  allowed to use the application:";
   const char* separator = " ";
-  for (const std::string& user : app_privilege.allowed()) {
+  for (const std::string& user : allowed) {
     out << separator << user;
     separator = ", ";
   }
@@ -127,7 +128,7 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   streams.out << "\nNew view and file databases\n";
   PrintMadeDatabases(before, after, streams.out);
   streams.out << "\nUsers\n";
-  PrintUsersAllowed(demo.app_privilege(), streams.out);
+  PrintUsersAllowed(demo.allowed(), streams.out);
   PrintRemovedUsers(before, after, streams.out);
   streams.out << "\nAfter\n";
   PrintSurvey(after, streams.out);

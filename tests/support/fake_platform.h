@@ -1,18 +1,13 @@
 // A machine for tests: every answer is a public field that a test sets, every key/value and pid file is real.
 #pragma once
 
-#include <strings.h>
-
-#include <algorithm>
 #include <filesystem>
-#include <map>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/host/host_state_files.h"
-#include "platform/platform.h"
+#include "platform/memory/memory_platform.h"
 
 namespace tests {
 
@@ -66,59 +61,15 @@ class FakeVolumes : public platform::Volumes {
   }
 };
 
-class FakeAppPrivilege : public platform::AppPrivilege {
+class FakeAccounts : public platform::memory::MemoryAccounts {
  public:
-  std::set<std::string> refused;                             // users
-  std::vector<std::pair<std::string, std::string>> allowed;  // user and application id, in the order of calls
-
-  int PLIBAppPrivUserAddOne(const std::string& user, const std::string& application_id) override {
-    if (refused.contains(user)) return -1;
-    allowed.emplace_back(user, application_id);
-    return 0;
-  }
-};
-
-class FakeAccounts : public platform::Accounts {
- public:
-  std::map<uid_t, platform::Account> accounts;
   std::set<uid_t> failing;  // could not be asked for
 
-  void Add(const std::string& name, uid_t uid, gid_t gid = 100, bool expired = false) {
-    accounts[uid] = {.name = name, .uid = uid, .gid = gid, .home = "", .expired = expired};
+  void Add(const std::string& name, uid_t uid, gid_t gid = 100) {
+    accounts[uid] = {.name = name, .uid = uid, .gid = gid, .home = "", .expired = false};
   }
   platform::Lookup FindByUid(uid_t uid, platform::Account& account) override {
-    if (failing.contains(uid)) return platform::Lookup::kFailed;
-    const auto found = accounts.find(uid);
-    if (found == accounts.end()) return platform::Lookup::kNotFound;
-    account = found->second;
-    return platform::Lookup::kFound;
-  }
-};
-
-class FakeServices : public platform::Services {
- public:
-  bool ldap = true;
-  bool domain = true;
-  bool user_home = true;
-
-  bool IsLdapEnabled() override { return ldap; }
-  bool IsDomainEnabled() override { return domain; }
-  bool IsUserHomeEnabled() override { return user_home; }
-};
-
-class FakeShares : public platform::Shares {
- public:
-  std::vector<platform::Share> shares;
-  std::set<std::string> failing;  // names that could not be asked for
-
-  platform::Lookup Open(const std::string& name, platform::Share& share) override {
-    if (failing.contains(name)) return platform::Lookup::kFailed;
-    const auto found = std::find_if(shares.begin(), shares.end(), [&name](const platform::Share& candidate) {
-      return ::strcasecmp(candidate.name.c_str(), name.c_str()) == 0;
-    });
-    if (found == shares.end()) return platform::Lookup::kNotFound;
-    share = *found;
-    return platform::Lookup::kFound;
+    return failing.contains(uid) ? platform::Lookup::kFailed : MemoryAccounts::FindByUid(uid, account);
   }
 };
 
@@ -126,10 +77,10 @@ class FakePlatform {
  public:
   FakeVolumes volumes;
   platform::host::HostStateFiles state_files;
-  FakeAppPrivilege app_privilege;
+  platform::memory::MemoryAppPrivilege app_privilege;
   FakeAccounts accounts;
-  FakeServices services;
-  FakeShares shares;
+  platform::memory::MemoryServices services;
+  platform::memory::MemoryShares shares;
 
   [[nodiscard]] platform::Platform& platform() { return platform_; }
 

@@ -1,0 +1,65 @@
+// Parts of a machine that are told what they answer: for a machine made of a folder, and for tests.
+#pragma once
+
+#include <strings.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace platform::memory {
+
+// Refuses nobody, and remembers who was allowed.
+class MemoryAppPrivilege : public AppPrivilege {
+ public:
+  [[nodiscard]] int PLIBAppPrivUserAddOne(const std::string& user,
+                                          const std::string& /*application_id*/) override {
+    allowed.insert(user);
+    return 0;
+  }
+
+  std::set<std::string> allowed;
+};
+
+class MemoryAccounts : public Accounts {
+ public:
+  [[nodiscard]] Lookup FindByUid(uid_t uid, Account& account) override {
+    const auto found = accounts.find(uid);
+    if (found == accounts.end()) return Lookup::kNotFound;
+    account = found->second;
+    return Lookup::kFound;
+  }
+
+  std::map<uid_t, Account> accounts;  // each under its own uid
+};
+
+class MemoryServices : public Services {
+ public:
+  [[nodiscard]] bool IsLdapEnabled() override { return ldap; }
+  [[nodiscard]] bool IsDomainEnabled() override { return domain; }
+  [[nodiscard]] bool IsUserHomeEnabled() override { return user_home; }
+
+  bool ldap = true;
+  bool domain = true;
+  bool user_home = true;
+};
+
+class MemoryShares : public Shares {
+ public:
+  [[nodiscard]] Lookup Open(const std::string& name, Share& share) override {
+    const auto found = std::find_if(shares.begin(), shares.end(), [&name](const Share& candidate) {
+      return strcasecmp(candidate.name.c_str(), name.c_str()) == 0;
+    });
+    if (found == shares.end()) return Lookup::kNotFound;
+    share = *found;
+    return Lookup::kFound;
+  }
+
+  std::vector<Share> shares;
+};
+
+}  // namespace platform::memory
