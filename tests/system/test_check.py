@@ -239,19 +239,13 @@ class Shares(CheckTest):
 
 
 class Volumes(CheckTest):
-    # Records of two more volumes: of b one version of three and an attribute, of a node 4 and a delta.
+    # Records of two more volumes: of b one version of three, of a node 4.
     RECORDS = """
-        UPDATE version_table SET file_uuid = 'b' WHERE ver_id = 4;
-        UPDATE version_table SET mac_attr = 'uuid=b&x=1' WHERE ver_id = 3;
-        UPDATE version_table SET file_uuid = 'a' WHERE ver_id = 7;
-        UPDATE node_table SET v_file_uuid = 'a' WHERE node_id = 4;
-        UPDATE node_table SET node_delta_file_uuid = 'a', node_delta_file_id = 5 WHERE node_id = 2;"""
-    A_GONE = {"view 1 node_table 4": None, "view 1 version_table 7": None, "view 1 tree_table 3": None,
-              "view 1 node_table 2": {"node_delta_file_uuid": None, "node_delta_file_id": 0}}
-    BOTH_GONE = {"view 1 version_table 4": None, "view 1 version_table 3": {"mac_attr": ""},
-                 "view 1 node_table 3": {"ver_cnt": 2}, **A_GONE,
+        UPDATE version_table SET file_uuid = CASE ver_id WHEN 4 THEN 'b' ELSE 'a' END WHERE ver_id IN (4, 7);
+        UPDATE node_table SET v_file_uuid = 'a' WHERE node_id = 4;"""
+    A_GONE = {"view 1 node_table 4": None, "view 1 version_table 7": None, "view 1 tree_table 3": None}
+    BOTH_GONE = {"view 1 version_table 4": None, "view 1 node_table 3": {"ver_cnt": 2}, **A_GONE,
                  "data volume_table 2": None, "data volume_table 3": None}
-
     NOT_FOUND = "[ERROR] sdk-cpp(N): Failed to get sharebin path of '/gone'\n"
 
     def check_volumes(self, path_of_b, new_uuid_of_b, *lines, **options):
