@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "base/path.h"
 #include "updater/service_status.h"
 
 namespace ctl {
@@ -12,7 +13,7 @@ int PrepareState(const platform::SystemPaths& paths, platform::StateFiles& state
                  std::string& error) {
   for (const std::string* path : {&paths.package_enabled, &paths.service_status, &paths.upgrading_mark,
                                   &paths.scratch_database, &paths.user_lock}) {
-    if (made.Make(path->substr(0, path->rfind('/')), error) < 0) return -1;
+    if (made.Make(base::FolderOf(*path), error) < 0) return -1;
   }
   updater::ServiceStatus status(paths, state_files);
   if (!std::ofstream(paths.package_enabled) || status.SetServiceStatus(updater::status::kInitializing) < 0) {

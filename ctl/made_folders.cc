@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/path.h"
 #include "file-op/file_op.h"
 
 namespace ctl {
@@ -15,8 +16,7 @@ MadeFolders::~MadeFolders() {
 
 int MadeFolders::Make(const std::string& path, std::string& error) {
   const bool existed = file_op::FSExists(path);
-  const std::string parent = path.substr(0, path.rfind('/'));
-  if (!existed && !parent.empty() && Make(parent, error) < 0) return -1;
+  if (!existed && Make(base::FolderOf(path), error) < 0) return -1;  // the root is there
   if (file_op::FSMKDir(path, false) < 0) {
     error = "cannot make the folder " + path + ": " + std::strerror(errno);
     return -1;

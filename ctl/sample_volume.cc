@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "base/path.h"
 #include "ctl/demo_platform.h"
 #include "ctl/sample_schema.h"
 #include "ctl/sample_writer.h"
@@ -18,9 +19,9 @@ constexpr int kSampleVersion = 2577;
 constexpr long long kFirstTime = 1400000000;
 
 int MakeFolders(const updater::RunPaths& paths, MadeFolders& made, std::string& error) {
-  const std::string client_folder = paths.client_db.substr(0, paths.client_db.rfind('/'));
-  for (const std::string& folder : {paths.sync_folder, paths.sync_folder + "/repo",
-                                    paths.sync_folder + "/delta", paths.sync_folder + "/rm", client_folder}) {
+  for (const std::string& folder :
+       {paths.sync_folder, paths.sync_folder + "/repo", paths.sync_folder + "/delta",
+        paths.sync_folder + "/rm", base::FolderOf(paths.client_db)}) {
     if (made.Make(folder, error) < 0) return -1;
   }
   return 0;

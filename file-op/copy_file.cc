@@ -9,10 +9,10 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <string_view>
 
 #include "base/file_descriptor.h"
 #include "base/retry.h"
+#include "base/write_all.h"
 #include "file-op/file_op.h"
 
 namespace file_op {
@@ -64,17 +64,6 @@ bool OpenTarget(const FilePlace& place, const CopyOptions& options, const struct
   return !S_ISREG(status.st_mode) || base::RetryInterrupted([&] { return ftruncate(file.get(), 0); }) == 0;
 }
 
-// False with errno set; errno is 0 for a write that took nothing.
-bool WriteAll(int fd, std::string_view data) {
-  while (!data.empty()) {
-    errno = 0;
-    const ssize_t written = base::RetryInterrupted([&] { return write(fd, data.data(), data.size()); });
-    if (written <= 0) return false;
-    data.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 int CopyBytes(int source, int target) {
   // Not filled: a small file then touches only the pages that it needs.
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBufferSize]);
@@ -93,7 +82,7 @@ int CopyBytes(int source, int target) {
       return kFileOpFailed;
     }
     if (length == 0) return 0;
-    if (!WriteAll(target, {buffer.get(), static_cast<std::size_t>(length)})) return LogWriteFailure();
+    if (!base::WriteAll(target, {buffer.get(), static_cast<std::size_t>(length)})) return LogWriteFailure();
   }
 }
 

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "base/retry.h"
 #include "file-op/folder_reader.h"
@@ -10,16 +11,14 @@
 namespace file_op {
 namespace {
 
-int ListEntries(const Folder& folder, Entry::Type type, std::vector<std::string>& names) {
+int ListNames(const Folder& folder, Entry::Type type, std::vector<std::string>& names) {
   names.clear();
-  FolderReader reader;
-  if (reader.Open(folder.fd(), ".") < 0) return -1;
-  Entry entry;
-  int read = 0;
-  while ((read = reader.Next(entry)) > 0) {
-    if (entry.type == type) names.push_back(entry.name);
+  std::vector<Entry> entries;
+  if (ListEntries(folder.fd(), entries) < 0) return -1;
+  for (Entry& entry : entries) {
+    if (entry.type == type) names.push_back(std::move(entry.name));
   }
-  return read;
+  return 0;
 }
 
 // Empties the file that is there. One that has another name too may be somebody else's file, put there for
@@ -135,11 +134,11 @@ bool Exists(const FilePlace& place) {
 }
 
 int ListFolders(const Folder& folder, std::vector<std::string>& names) {
-  return ListEntries(folder, Entry::Type::kFolder, names);
+  return ListNames(folder, Entry::Type::kFolder, names);
 }
 
 int ListLinkedFolders(const Folder& folder, std::vector<std::string>& names) {
-  if (ListEntries(folder, Entry::Type::kLink, names) < 0) return -1;
+  if (ListNames(folder, Entry::Type::kLink, names) < 0) return -1;
   std::erase_if(names, [&](const std::string& name) {
     struct stat status {};
     return fstatat(folder.fd(), name.c_str(), &status, 0) < 0 || !S_ISDIR(status.st_mode);

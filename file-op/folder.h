@@ -36,7 +36,7 @@ class Folder {
   [[nodiscard]] int Open(const FilePlace& place, int flags = O_NOFOLLOW);
 
   // Makes a folder that must not be there and that nobody else can look into (mode 0700), and opens it.
-  // ESTALE when it is not the one that was made any more.
+  // ESTALE when somebody else's folder stands there by then.
   [[nodiscard]] int Make(const FilePlace& place);
   [[nodiscard]] int Make(const std::string& path);
 

@@ -25,10 +25,10 @@ void FolderReader::CloseFolder::operator()(DIR* folder) const noexcept {
   errno = error;
 }
 
-int FolderReader::Open(int at, const std::string& path) {
+int FolderReader::Open(int folder) {
   folder_.reset();
   const int fd =
-      base::RetryInterrupted([&] { return openat(at, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+      base::RetryInterrupted([&] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (fd < 0) return -1;
   folder_.reset(fdopendir(fd));
   if (folder_) return 0;
@@ -54,6 +54,15 @@ int FolderReader::Next(Entry& entry) {
     }
     if (errno != ENOENT) return -1;
   }
+}
+
+int ListEntries(int folder, std::vector<Entry>& entries) {
+  FolderReader reader;
+  if (reader.Open(folder) < 0) return -1;
+  Entry entry;
+  int read = 0;
+  while ((read = reader.Next(entry)) > 0) entries.push_back(entry);
+  return read;
 }
 
 }  // namespace file_op

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace file_op {
 
@@ -16,8 +17,8 @@ struct Entry {
 
 class FolderReader {
  public:
-  // Opens `path`, relative to the open folder `at` (AT_FDCWD for none). Returns 0, or -1 with errno set.
-  [[nodiscard]] int Open(int at, const std::string& path);
+  // Begins with the first entry of an open folder, which stays the caller's. Returns 0, or -1 with errno set.
+  [[nodiscard]] int Open(int folder);
 
   // Reads the next entry other than "." and "..", in directory order. An entry whose type the file system
   // does not tell is asked for; one that has gone by then is passed over. Returns 1, 0 at the end, or -1 with
@@ -30,5 +31,8 @@ class FolderReader {
   };
   std::unique_ptr<DIR, CloseFolder> folder_;
 };
+
+// Adds every entry of an open folder to `entries`. Returns 0, or -1 with errno set.
+[[nodiscard]] int ListEntries(int folder, std::vector<Entry>& entries);
 
 }  // namespace file_op

@@ -1,10 +1,8 @@
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "base/file_descriptor.h"
 #include "base/retry.h"
 #include "file-op/file_op.h"
 #include "file-op/folder.h"
@@ -15,11 +13,6 @@ namespace {
 bool IsFolder(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-base::FileDescriptor OpenFolder(const std::string& path) {
-  return base::FileDescriptor(
-      base::RetryInterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
 }  // namespace
@@ -50,13 +43,15 @@ int FSMakeEmptyFile(const std::string& path) {
 }
 
 int FSSyncFolder(const std::string& folder) {
-  const base::FileDescriptor handle = OpenFolder(folder);
-  return handle.is_open() ? base::RetryInterrupted([&] { return fsync(handle.get()); }) : -1;
+  Folder opened;
+  if (opened.Open(At(folder), 0) < 0) return -1;
+  return base::RetryInterrupted([&] { return fsync(opened.fd()); });
 }
 
 int FSSyncFileSystem(const std::string& path) {
-  const base::FileDescriptor handle = OpenFolder(path);
-  return handle.is_open() ? base::RetryInterrupted([&] { return syncfs(handle.get()); }) : -1;
+  Folder opened;
+  if (opened.Open(At(path), 0) < 0) return -1;
+  return base::RetryInterrupted([&] { return syncfs(opened.fd()); });
 }
 
 int ListFolders(const std::string& folder, std::vector<std::string>& names) {

@@ -11,16 +11,6 @@
 namespace file_op {
 namespace {
 
-// All names first, so that deep trees do not hold a folder reader for every level.
-int ListEntries(const Folder& folder, std::vector<std::string>& names) {
-  FolderReader reader;
-  if (reader.Open(folder.fd(), ".") < 0) return -1;
-  Entry entry;
-  int read = 0;
-  while ((read = reader.Next(entry)) > 0) names.push_back(entry.name);
-  return read;
-}
-
 // Private until it is complete, unless it is there already.
 int MakeTarget(const FilePlace& target, Folder& made) {
   if (made.Make(target) == 0) return 0;
@@ -29,12 +19,14 @@ int MakeTarget(const FilePlace& target, Folder& made) {
 
 // A regular file in the folder stays at the source, so the removal at the end fails then; keep it so.
 int MoveFolderAcross(const FilePlace& source, const FilePlace& target) {
-  std::vector<std::string> names;
+  std::vector<Entry> entries;  // all first, so that deep trees do not hold a folder reader for every level
   Folder from;
   Folder to;
-  if (from.Open(source) < 0 || MakeTarget(target, to) < 0 || ListEntries(from, names) < 0) return kMoveFailed;
-  for (const std::string& name : names) {
-    if (Move(from.In(name), to.In(name)) < 0) return kMoveFailed;
+  if (from.Open(source) < 0 || MakeTarget(target, to) < 0 || ListEntries(from.fd(), entries) < 0) {
+    return kMoveFailed;
+  }
+  for (const Entry& entry : entries) {
+    if (Move(from.In(entry.name), to.In(entry.name)) < 0) return kMoveFailed;
   }
   if (to.TakeOwnerAndMode(from) < 0) return kMoveFailed;
   return unlinkat(source.at, source.name.c_str(), AT_REMOVEDIR) == 0 ? 0 : kMoveFailed;

@@ -13,7 +13,7 @@ struct Level {
 
 int VisitEntries(const FolderCursor& cursor, TraverseHandler& handler, std::vector<std::string>& folders) {
   FolderReader reader;
-  if (reader.Open(cursor.fd(), ".") < 0) return handler.OnWalkFailure(cursor);
+  if (reader.Open(cursor.fd()) < 0) return handler.OnWalkFailure(cursor);
   Entry entry;
   int read = 0;
   while ((read = reader.Next(entry)) > 0) {

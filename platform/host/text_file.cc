@@ -13,8 +13,10 @@
 #include <system_error>
 
 #include "base/file_descriptor.h"
+#include "base/path.h"
 #include "base/read_text_file.h"
 #include "base/retry.h"
+#include "base/write_all.h"
 #include "platform/host/real_path.h"
 
 namespace platform::host {
@@ -23,15 +25,6 @@ namespace {
 constexpr mode_t kPermissions = 07777;
 constexpr std::string_view kNewText = ".new-text.";
 constexpr std::string_view kRandomPart = "XXXXXX";
-
-int WriteAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t length = base::RetryInterrupted([&] { return ::write(file, text.data(), text.size()); });
-    if (length < 0) return errno;
-    text.remove_prefix(static_cast<std::size_t>(length));
-  }
-  return 0;
-}
 
 // Finds the file that `path` stands for: itself, or what it links to.
 int FindTarget(const std::string& path, std::string& target) {
@@ -47,12 +40,6 @@ int FindTarget(const std::string& path, std::string& target) {
   return 0;
 }
 
-std::string FolderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // Owner before mode: a change of owner takes mode bits away.
 int FillNewFile(int file, const struct stat& status, std::string_view text) {
   struct stat made {};
@@ -62,7 +49,7 @@ int FillNewFile(int file, const struct stat& status, std::string_view text) {
     return errno;
   }
   if (::fchmod(file, status.st_mode & kPermissions) != 0) return errno;
-  if (const int error = WriteAll(file, text); error != 0) return error;
+  if (!base::WriteAll(file, text)) return errno == 0 ? EIO : errno;
   return base::RetryInterrupted([&] { return ::fsync(file); }) == 0 ? 0 : errno;
 }
 
@@ -95,7 +82,7 @@ int MakeNewFile(const std::string& folder, std::string& path, base::FileDescript
 }
 
 int ReplaceFile(const std::string& path, const struct stat& status, std::string_view text) {
-  const std::string folder = FolderOf(path);
+  const std::string folder = base::FolderOf(path);
   std::string temporary;
   base::FileDescriptor file;
   int error = MakeNewFile(folder, temporary, file);
@@ -119,7 +106,7 @@ int EditTextFile(const std::string& path, const EditOptions& options,
                  const std::function<void(std::string&)>& edit) {
   std::string target;
   if (const int error = FindTarget(path, target); error != 0) return error;
-  RemoveLeftovers(FolderOf(target));
+  RemoveLeftovers(base::FolderOf(target));
 
   base::FileDescriptor file;
   struct stat status {};
