@@ -4,6 +4,8 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "base/file_descriptor.h"
 
@@ -61,6 +63,12 @@ std::string CutInTheMiddle(std::string_view text, std::size_t limit) {
 }
 
 void WriteToSink(int priority, std::string_view text) { CurrentSink()->Write(priority, text); }
+
+int SystemLogErrno(const PrintfFormat<std::string, const char*, int>& format, const std::string& path) {
+  const int error = errno;
+  SystemLog<std::string, const char*, int>(format, path, std::strerror(error), error);
+  return -1;
+}
 
 ScopedSink::ScopedSink(LogSink& sink) : before_(CurrentSink()) { CurrentSink() = &sink; }
 ScopedSink::~ScopedSink() { CurrentSink() = before_; }

@@ -21,14 +21,17 @@ class LogSink {
   virtual ~LogSink() = default;
 
   // `priority` is one of syslog's (LOG_ERR ...). `text` is one message as written by the caller, with its
-  // line feed if it has one. Never fails: a log that cannot be written has nowhere to say so. The system log
-  // gets a message that is longer than its socket takes cut in the middle.
+  // line feed if it has one. Never fails: a log that cannot be written has nowhere to say so. A message that
+  // is longer than the system log's socket takes is cut in its middle there.
   virtual void Write(int priority, std::string_view text) = 0;
 };
 
 // The text if it is no longer than `limit` bytes, which hold at least the mark; otherwise its beginning and
 // its end, where the reason of a failure stands, with a mark in between. No UTF-8 character is cut in two.
 [[nodiscard]] std::string CutInTheMiddle(std::string_view text, std::size_t limit);
+
+// As much of a stored value as a line shows: what is damaged may be of any length.
+inline constexpr std::size_t kLongestShownValue = 100;
 
 // Writes one already formatted message to the sink of the process.
 void WriteToSink(int priority, std::string_view text);
@@ -50,5 +53,9 @@ template <typename... Args>
 void SystemLog(const PrintfFormat<Args...>& format, const Args&... args) {
   WriteToSink(LOG_ERR, FormatText<Args...>(format, args...));
 }
+
+// The same for a system call that failed on `path`: the format takes the path, errno's text and errno.
+// Returns -1.
+int SystemLogErrno(const PrintfFormat<std::string, const char*, int>& format, const std::string& path);
 
 }  // namespace logger

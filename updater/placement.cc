@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <vector>
 
+#include "base/path.h"
 #include "db-util/database_files.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
@@ -30,8 +30,6 @@ std::array<DatabasePair, 4> Databases(const RunPaths& paths) {
            {paths.client_copy, paths.client_db}}};
 }
 
-std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
-
 // A file without companions is the whole database as it is: nothing to open, be there thousands of them.
 int Fold(const std::string& database) {
   const auto files = db_util::DatabaseFiles(database);
@@ -43,9 +41,7 @@ int Fold(const std::string& database) {
 
 int ListCopies(const std::string& folder, std::vector<std::string>& names) {
   if (!file_op::FSExists(folder) || file_op::ListFolders(folder, names) == 0) return 0;
-  const int error = errno;
-  logger::SystemLog("cannot list working copies in %s: %s (%d)\n", folder, std::strerror(error), error);
-  return -1;
+  return logger::SystemLogErrno("cannot list working copies in %s: %s (%d)\n", folder);
 }
 
 int FoldCopies(const RunPaths& paths) {
@@ -76,15 +72,13 @@ int FoldLiveDatabases(const RunPaths& paths) {
 // they are renamed, nothing else is left. Folders of the package may be file systems of their own.
 int FlushCopies(const RunPaths& paths) {
   std::vector<dev_t> flushed;
-  for (const std::string& folder :
-       {paths.volume, paths.sync_folder, FolderOf(paths.client_copy), paths.view_copy, paths.file_copy}) {
+  for (const std::string& folder : {paths.volume, paths.sync_folder, base::FolderOf(paths.client_copy),
+                                    paths.view_copy, paths.file_copy}) {
     struct stat status {};
     if (stat(folder.c_str(), &status) < 0 && errno == ENOENT) continue;
     if (std::find(flushed.begin(), flushed.end(), status.st_dev) != flushed.end()) continue;
     if (file_op::FSSyncFileSystem(folder) < 0) {
-      const int error = errno;
-      logger::SystemLog("cannot flush file system of %s: %s (%d)\n", folder, std::strerror(error), error);
-      return -1;
+      return logger::SystemLogErrno("cannot flush file system of %s: %s (%d)\n", folder);
     }
     flushed.push_back(status.st_dev);
   }
@@ -101,14 +95,14 @@ void PlaceDatabase(const DatabasePair& database) {
 
 void FlushFolder(const std::string& folder) {
   if (file_op::FSSyncFolder(folder) == 0 || errno == ENOENT) return;
-  const int error = errno;
-  logger::SystemLog("cannot flush folder %s: %s (%d)\n", folder, std::strerror(error), error);
+  (void)logger::SystemLogErrno("cannot flush folder %s: %s (%d)\n",
+                               folder);  // everything is in place already
 }
 
 // Every folder in which something was renamed or removed.
 void FlushFolders(const RunPaths& paths) {
   FlushFolder(paths.sync_folder);
-  FlushFolder(FolderOf(paths.client_db));
+  FlushFolder(base::FolderOf(paths.client_db));
   std::vector<std::string> views;
   if (file_op::ListFolders(paths.view_folder, views) < 0) return;  // there is none
   const FolderDatabases live(paths.view_folder, paths.file_folder);

@@ -21,16 +21,10 @@ namespace {
 
 using file_op::FilePlace;
 using file_op::Folder;
-using Paths = logger::PrintfFormat<std::string, std::string>;
+using TwoPathsFormat = logger::PrintfFormat<std::string, std::string>;
 
-int LogPaths(const Paths& format, const std::string& from, const std::string& to) {
+int LogPaths(const TwoPathsFormat& format, const std::string& from, const std::string& to) {
   logger::SystemLog<std::string, std::string>(format, from, to);
-  return -1;
-}
-
-int LogSystemFailure(const logger::PrintfFormat<std::string, char*, int>& format, const std::string& path) {
-  const int error = errno;
-  logger::SystemLog<std::string, char*, int>(format, path, std::strerror(error), error);
   return -1;
 }
 
@@ -91,7 +85,7 @@ void LogMoveFailure(const std::string& source, const std::string& target) {
 
 int RemoveOldCopy(const std::string& copy) {
   if (file_op::FSRemoveTree(copy, 0) == 0) return 0;
-  return LogSystemFailure("Cannot remove old backup at %s: %s (%d)", copy);
+  return logger::SystemLogErrno("Cannot remove old backup at %s: %s (%d)", copy);
 }
 
 // The folders behind links are somebody else's; the databases in them stay as they are.
@@ -104,11 +98,11 @@ void WarnOfLinkedFolders(const Folder& folder) {
   }
 }
 
-// A working copy's folder becomes the live one where there is none, so it belongs to whom the live one does,
-// but only when everything is in it.
-int OpenCopy(const Folder& live, const Folder& copy) {
+// The last step of a copied folder. The copy may become the live folder, so it must belong to whom that does;
+// but until everything is in it, nobody else may enter it.
+int GiveOwnerAndMode(const Folder& live, const Folder& copy) {
   if (copy.TakeOwnerAndMode(live) == 0) return 0;
-  return LogSystemFailure("Cannot keep owner and mode of %s: %s (%d)", live.path());
+  return logger::SystemLogErrno("Cannot keep owner and mode of %s: %s (%d)", live.path());
 }
 
 std::string ViewDatabaseIn(const Folder& folder, const std::string& view) {
@@ -127,7 +121,7 @@ int BackupView(const Folder& live, const Folder& copy, const std::string& view) 
     return LogPaths("Cannot backup view from %s to %s", ViewDatabaseIn(live, view),
                     ViewDatabaseIn(copy, view));
   }
-  return OpenCopy(from, to);
+  return GiveOwnerAndMode(from, to);
 }
 
 // Returns 0, or -1 with errno set.
@@ -201,7 +195,7 @@ int BackupViewFolder(const std::string& view_folder, const std::string& view_cop
   for (const std::string& view : views) {
     if (BackupView(live, copy, view) < 0) return -1;
   }
-  return OpenCopy(live, copy);
+  return GiveOwnerAndMode(live, copy);
 }
 
 int RestoreViewFolder(const std::string& view_copy, const std::string& view_folder) {
@@ -250,7 +244,7 @@ int RestoreFileFolder(const std::string& file_copy, const std::string& file_fold
   const bool has_copy = file_op::FSExists(file_copy);
   // What cannot be removed keeps the move from succeeding.
   if (has_copy && file_op::FSRemoveTree(file_folder, 0) < 0) {
-    (void)LogSystemFailure("cannot remove %s: %s (%d)\n", file_folder);
+    (void)logger::SystemLogErrno("cannot remove %s: %s (%d)\n", file_folder);
   }
   if (has_copy && MoveIntoPlace(file_copy, file_folder) == 0) return 0;
   return LogPaths("Cannot restore %s to %s", file_copy, file_folder);

@@ -11,8 +11,6 @@
 namespace updater {
 namespace {
 
-constexpr std::size_t kLongestShownValue = 100;
-
 // What the rows of a configuration say. Every row overwrites the value, so the last one wins; without a row
 // it keeps what it held.
 db_util::QueryResult ReadValue(sqlite3* db, const std::string& query, std::string& value, bool& found) {
@@ -52,7 +50,8 @@ std::string ReadVersion(const std::string& path, Version& out) {
   if (!result.ok()) return ReasonOf(result.message, result.code);
   const std::optional<int> number = ParseNumber(value);
   if (!number && !found) return "config_table has no row for it";
-  if (!number) return "'" + logger::CutInTheMiddle(value, kLongestShownValue) + "' is no version number";
+  if (!number)
+    return "'" + logger::CutInTheMiddle(value, logger::kLongestShownValue) + "' is no version number";
   out = {branch, *number};
   return {};
 }

@@ -81,11 +81,7 @@ constexpr const char* kCreateVolumeTable =
 
 constexpr Index kDataIndexes[] = {{"volume_table", "uuid"}, {"config_table", "key"}};
 
-int LogFolderFailure(const std::string& path) {
-  const int error = errno;
-  logger::SystemLog("mkdir(%s): %s (%d)\n", path, std::string(std::strerror(error)), error);
-  return -1;
-}
+int LogFolderFailure(const std::string& path) { return logger::SystemLogErrno("mkdir(%s): %s (%d)\n", path); }
 
 // Opens the folder that is there, or a new one.
 int OpenFolder(const Folder& above, const std::string& name, Folder& out) {
