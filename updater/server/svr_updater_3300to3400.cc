@@ -5,10 +5,10 @@
 #include <cstdio>
 
 #include "db-util/database_files.h"
-#include "db-util/query.h"
 #include "file-op/file_op.h"
 #include "platform/sdk/volume_uuid.h"
 #include "updater/server/new_databases.h"
+#include "updater/server/split_preparation.h"
 
 namespace updater::server {
 namespace {
@@ -23,14 +23,6 @@ constexpr const char* kNewDataDatabaseName = "/new-syncfolder.sqlite";
 // For removal that the server defers. Their parent is not made here.
 constexpr const char* kRemovalFolders[] = {"/rm/file",       "/rm/delta",       "/rm/node_delta",
                                            "/rm/deref_file", "/rm/rotate_node", "/rm/rotate_base"};
-
-// The column by which every view picks its rows from a table of the data database.
-struct Lookup {
-  const char* table;
-  const char* column;
-};
-constexpr Lookup kViewLookups[] = {
-    {"node_table", "view_id"}, {"version_table", "node_id"}, {"tree_table", "node_id"}};
 
 // The home volume's uuid goes into each row that names a stored file.
 constexpr const char* kCopyViewRows =
@@ -95,12 +87,6 @@ constexpr const char* kRepairNextViewId =
     "UPDATE user_db.config_table SET value = (SELECT MAX(CAST(view_id AS INTEGER)) + 1 FROM user_db.user_table) "
     "WHERE key = 'view_id' AND (SELECT typeof(MAX(view_id)) FROM user_db.user_table) IN ('text', 'blob');";
 
-// A view id that is no whole number is read as one, so nodes that are stored under it would be in no view.
-constexpr const char* kLostNodesQuery =
-    "SELECT id, name, quote(view_id) FROM user_db.user_table "
-    "WHERE typeof(view_id) NOT IN ('integer', 'null') AND EXISTS "
-    "(SELECT 1 FROM data_db.node_table WHERE data_db.node_table.view_id = user_table.view_id);";
-
 constexpr const char* kFillNewDataDatabase =
     "INSERT INTO new_data_db.config_table SELECT * FROM data_db.config_table WHERE key = 'row1'; "
     "INSERT INTO new_data_db.config_table SELECT * FROM data_db.config_table WHERE key = 'serial'; "
@@ -119,31 +105,6 @@ constexpr const char* kInsertViewSyncId =
     "(CASE WHEN (SELECT sync_id FROM progress_table WHERE view_id = %lld) IS NOT NULL THEN \t\t"
     "(SELECT sync_id FROM progress_table WHERE view_id = %lld) \t\t"
     "ELSE (SELECT value FROM client_db.config_table WHERE key = 'sync_id') END)); ";
-
-bool HasLeadingIndex(sqlite3* db, const Lookup& lookup) {
-  std::string query;
-  int count = 0;
-  return db_util::FormatSql(query,
-                            "SELECT count(*) FROM pragma_index_list(%Q, 'data_db') AS list "
-                            "JOIN pragma_index_info(list.name, 'data_db') AS info "
-                            "WHERE NOT list.partial AND info.seqno = 0 AND info.name = %Q;",
-                            lookup.table, lookup.column) &&
-         db_util::QueryInt(db, query, count).ok() && count > 0;
-}
-
-// Without these indexes every view scans whole tables. They leave no trace: the data database is replaced at
-// the end of the split. Silent when it fails, as only speed is lost; a table that is missing fails the copy.
-void IndexViewLookups(sqlite3* db) {
-  for (const Lookup& lookup : kViewLookups) {
-    if (HasLeadingIndex(db, lookup)) continue;
-    std::string statement;
-    std::string error;
-    if (db_util::FormatSql(statement, "CREATE INDEX IF NOT EXISTS data_db.split_%s_index ON %s(%s);",
-                           lookup.table, lookup.table, lookup.column)) {
-      (void)db_util::Execute(db, statement, error);
-    }
-  }
-}
 
 }  // namespace
 
@@ -164,25 +125,10 @@ SvrUpdater3300to3400::SvrUpdater3300to3400(const UpdaterContext& context, const 
 
 std::vector<ServerUpdater::Step> SvrUpdater3300to3400::Steps() {
   return {
-      {[this] { return CheckViewIds(); }, "failed to update databases\n"},
+      {[this] { return RefuseLostNodes(db()); }, "failed to update databases\n"},
       {[this] { return CreateFolders(); }, "failed to create new db and rotate folders\n"},
       {[this] { return SplitDatabases(); }, "failed to update databases\n"},
   };
-}
-
-// A query that fails is no reason to refuse: what is wrong with the tables, the split says.
-int SvrUpdater3300to3400::CheckViewIds() const {
-  constexpr std::size_t kLongestShownValue = 100;
-  int result = 0;
-  (void)db_util::ForEachRow(db(), kLostNodesQuery, [&result](sqlite3_stmt* row) {
-    logger::UpdaterLog("user_table row %lld ('%s') has nodes under view_id %s, which is no view id\n",
-                       static_cast<long long>(sqlite3_column_int64(row, 0)),
-                       logger::CutInTheMiddle(db_util::ColumnText(row, 1), kLongestShownValue),
-                       logger::CutInTheMiddle(db_util::ColumnText(row, 2), kLongestShownValue));
-    result = -1;
-    return true;
-  });
-  return result;
 }
 
 int SvrUpdater3300to3400::CreateFolders() const {

@@ -20,8 +20,6 @@ class SvrUpdater3300to3400 : public ServerUpdater {
   [[nodiscard]] std::vector<Step> Steps() override;
 
  private:
-  // Refuses nodes that the split would lose, before anything is written.
-  [[nodiscard]] int CheckViewIds() const;
   [[nodiscard]] int CreateFolders() const;
 
   [[nodiscard]] int SplitDatabases();
