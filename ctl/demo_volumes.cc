@@ -39,8 +39,7 @@ RecordedVolumes ReadRecordedVolumes(const std::string& data_database) {
   (void)db_util::ForEachRow(db.get(), "SELECT uuid, repo_path FROM volume_table;", [&](sqlite3_stmt* row) {
     std::string uuid;
     std::string path;
-    const bool has_uuid = sqlite3_column_type(row, 0) != SQLITE_NULL;
-    if ((!has_uuid || db_util::ReadWholeText(row, 0, uuid)) && db_util::ReadWholeText(row, 1, path)) {
+    if (db_util::ReadWholeTextOrNull(row, 0, uuid) && db_util::ReadWholeText(row, 1, path)) {
       recorded.insert_or_assign(uuid, path);
     }
     return true;

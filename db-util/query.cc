@@ -32,6 +32,12 @@ bool ReadWholeText(sqlite3_stmt* statement, int column, std::string& text) {
   return text.size() == static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
 }
 
+bool ReadWholeTextOrNull(sqlite3_stmt* statement, int column, std::string& text) {
+  if (sqlite3_column_type(statement, column) != SQLITE_NULL) return ReadWholeText(statement, column, text);
+  text.clear();
+  return true;
+}
+
 QueryResult QueryInt(sqlite3* db, const std::string& sql, int& out) {
   return ForEachRow(db, sql, [&out](sqlite3_stmt* statement) {
     out = sqlite3_column_int(statement, 0);

@@ -34,6 +34,8 @@ struct QueryResult {
 
 // Reads a column that is text without a NUL, at which others would end it. Returns false for anything else.
 [[nodiscard]] bool ReadWholeText(sqlite3_stmt* statement, int column, std::string& text);
+// The same, but a NULL becomes empty text.
+[[nodiscard]] bool ReadWholeTextOrNull(sqlite3_stmt* statement, int column, std::string& text);
 
 // The first column of the first row as an integer into `out`, which keeps its value when there is no row.
 [[nodiscard]] QueryResult QueryInt(sqlite3* db, const std::string& sql, int& out);

@@ -69,8 +69,7 @@ int Manager::EnumVolumeTable(std::map<std::string, std::string>& volumes) {
       GetState().data.get(), "SELECT uuid, repo_path FROM volume_table;", [&found](sqlite3_stmt* row) {
         std::string uuid;
         std::string path;
-        const bool has_uuid = sqlite3_column_type(row, 0) != SQLITE_NULL;
-        if ((has_uuid && !db_util::ReadWholeText(row, 0, uuid)) || !db_util::ReadWholeText(row, 1, path)) {
+        if (!db_util::ReadWholeTextOrNull(row, 0, uuid) || !db_util::ReadWholeText(row, 1, path)) {
           logger::ComponentLog(
               kComponent, logger::Level::kWarning,
               "EnumVolumeTable: the row of uuid '%s' and path '%s' is damaged and left alone\n",
