@@ -29,7 +29,11 @@ std::string VersionText() {
   return "updater-ctl " UPDATER_PROGRAM_VERSION ", upgrades to " + std::to_string(updater::kTargetVersion);
 }
 
-// CLI11 would only say that a command is required.
+int RefuseArguments(const Streams& streams, const std::string& reason) {
+  return TellReason(streams, reason + "\nRun with --help for more information.", kRefused);
+}
+
+// CLI11 would only say that the word was not expected.
 bool IsUnknownCommand(int argc, const char* const* argv) {
   if (argc < 2 || argv[1][0] == '-') return false;
   return std::none_of(kCommands.begin(), kCommands.end(),
@@ -40,7 +44,7 @@ int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
   CLI::App app("Tries the database upgrade out in an ordinary folder: no root, no mounted volume.",
                "updater-ctl");
   app.set_version_flag("--version", VersionText());
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // none is refused below: CLI11 would do so before it looks at the options
   std::array<Action, kCommands.size()> actions;
   std::array<CLI::App*, kCommands.size()> subcommands = {};
   for (std::size_t i = 0; i < kCommands.size(); ++i) {
@@ -50,12 +54,14 @@ int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error, streams.out, streams.err) == 0 ? 0 : kRefused;
+    // What ends the parsing without a failure is a question for the help or the version.
+    if (error.get_exit_code() == 0) return app.exit(error, streams.out, streams.err);
+    return RefuseArguments(streams, error.what());
   }
   for (std::size_t i = 0; i < kCommands.size(); ++i) {
     if (subcommands[i]->parsed()) return actions[i]();
   }
-  return kRefused;  // not reached: one command is required
+  return RefuseArguments(streams, "a command is required");
 }
 
 }  // namespace
@@ -67,9 +73,7 @@ int TellReason(const Streams& streams, const std::string& reason, int status) {
 
 int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
   if (IsUnknownCommand(argc, argv)) {
-    const std::string command = argv[1];
-    return TellReason(streams, "unknown command '" + command + "'\nRun with --help for more information.",
-                      kRefused);
+    return RefuseArguments(streams, std::string("unknown command '") + argv[1] + "'");
   }
   try {
     return ParseAndRun(argc, argv, streams);

@@ -128,7 +128,7 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
     refuse({"run", volume_, "--state", state}, state.empty() ? "is no path" : "the package's own");
   }
   refuse({"run", volume_, "--state", folder_ / "state"}, "cannot make the folder");
-  refuse({"run", ""}, "cannot use ''");
+  refuse({"run", ""}, "'' is no path of a folder");
   refuse({"sample", ""}, "is no path");
   refuse({"sample", folder_ / "new/a", "--version", "4200"}, "4200 not in");
   refuse({"frob", volume_}, "unknown command 'frob'");

@@ -3,14 +3,14 @@
 #include "ctl/sample_content.h"
 #include "db-util/database.h"
 #include "db-util/query.h"
+#include "user-mgr/records.h"
 
 namespace ctl {
 namespace {
 
 constexpr std::string_view kWatchedFolder = "/StratoFolder";
-constexpr int kNormalUser = 0;
-constexpr int kShareUser = 1;
-constexpr int kAccountExpired = 2;  // bit of a user's attribute
+constexpr int kNormalUser = static_cast<int>(user_mgr::UserType::kNormal);
+constexpr int kShareUser = static_cast<int>(user_mgr::UserType::kShare);
 
 std::string HomeAbove(const std::string& watch_path) {
   const std::size_t end = watch_path.rfind(kWatchedFolder);
@@ -44,7 +44,7 @@ void DemoPlatform::ReadUsers(const std::string& user_database) {
                                      .uid = uid,
                                      .gid = static_cast<gid_t>(sqlite3_column_int64(row, 2)),
                                      .home = HomeAbove(watch_path),
-                                     .expired = (sqlite3_column_int(row, 4) & kAccountExpired) != 0};
+                                     .expired = (sqlite3_column_int(row, 4) & user_mgr::kExpired) != 0};
         }
         return true;
       });

@@ -29,14 +29,15 @@ struct RunArguments {
 
 // Everything one run leaves behind for the report.
 struct RunRecord {
+  bool is_done = false;
   std::string status;
   std::ostringstream output;
   StepTimes times;
   logger::RecordingSink log;
 };
 
-int RunDriver(const std::string& volume, const RunArguments& arguments, const platform::SystemPaths& paths,
-              DemoPlatform& demo, RunRecord& record) {
+void RunDriver(const std::string& volume, const RunArguments& arguments, const platform::SystemPaths& paths,
+               DemoPlatform& demo, RunRecord& record) {
   updater::legacy::NoLegacySteps legacy;
   updater::DatabaseCheck check(paths, demo.platform());
   std::vector<const char*> run_arguments = {volume.c_str()};
@@ -51,7 +52,7 @@ int RunDriver(const std::string& volume, const RunArguments& arguments, const pl
                                                          .observer = &record.times});
   // Only a status that a living process has to back could be corrected, and none of those ends a run.
   (void)updater::ServiceStatus(paths, demo.platform().state_files).GetServiceStatus(record.status);
-  return result;
+  record.is_done = result == 0 && record.status == updater::status::kDone;
 }
 
 void PrintIndented(const std::string& text, std::ostream& out) {
@@ -101,6 +102,23 @@ int TakePlace(const RunArguments& arguments, RunPlace& place, std::string& error
   return 0;
 }
 
+void PrintRun(const VolumeSurvey& before, const VolumeSurvey& after, const RunRecord& record,
+              const std::set<std::string>& allowed, std::ostream& out) {
+  out << "\nStandard output of the run\n";
+  PrintIndented(record.output.str(), out);
+  out << "\nThe chain that ran\n";
+  PrintChain(record.times, out);
+  out << "\nNew view and file databases\n";
+  PrintMadeDatabases(before, after, out);
+  out << "\nUsers\n";
+  PrintUsersAllowed(allowed, out);
+  PrintRemovedUsers(before, after, out);
+  out << "\nAfter\n";
+  PrintSurvey(after, out);
+  out << "\nRows, in all tables and where their number has changed (content: data, views and files)\n";
+  PrintRowChanges(before, after, out);
+}
+
 int RunVolume(const RunArguments& arguments, const Streams& streams) {
   RunPlace place;
   std::string error;
@@ -117,27 +135,11 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   PrintSurvey(before, streams.out);
 
   RunRecord record;
-  const int result = RunDriver(place.volume, arguments, place.paths, demo, record);
-  const bool is_done = result == 0 && record.status == updater::status::kDone;
-
-  const VolumeSurvey after = SurveyVolume(run_paths);
-  streams.out << "\nStandard output of the run\n";
-  PrintIndented(record.output.str(), streams.out);
-  streams.out << "\nThe chain that ran\n";
-  PrintChain(record.times, streams.out);
-  streams.out << "\nNew view and file databases\n";
-  PrintMadeDatabases(before, after, streams.out);
-  streams.out << "\nUsers\n";
-  PrintUsersAllowed(demo.allowed(), streams.out);
-  PrintRemovedUsers(before, after, streams.out);
-  streams.out << "\nAfter\n";
-  PrintSurvey(after, streams.out);
-  streams.out
-      << "\nRows, in all tables and where their number has changed (content: data, views and files)\n";
-  PrintRowChanges(before, after, streams.out);
-  if (arguments.show_log || !is_done) PrintLog(record.log, streams.out);
+  RunDriver(place.volume, arguments, place.paths, demo, record);
+  PrintRun(before, SurveyVolume(run_paths), record, demo.allowed(), streams.out);
+  if (arguments.show_log || !record.is_done) PrintLog(record.log, streams.out);
   streams.out << "\nStatus: " << record.status << "\n";
-  return is_done ? 0 : kFailed;
+  return record.is_done ? 0 : kFailed;
 }
 
 }  // namespace

@@ -51,6 +51,7 @@ Action DefineSample(CLI::App& command, const Streams& streams) {
   const CLI::Range count(1, kLargestSize);
   command.add_option("folder", arguments->folder, "Where the volume is made")->required();
   command.add_option("--version", arguments->version, "The version of its databases")
+      ->check(CLI::TypeValidator<int>(""))  // the next one says nothing of what is no number
       ->check(CLI::IsMember(SampleVersions()))
       ->capture_default_str();
   command.add_option("--nodes", arguments->size.nodes, "Files and folders in all views")

@@ -55,6 +55,7 @@ int AbsolutePath(const std::string& argument, std::string& path, std::string& er
 }
 
 int FindVolume(const std::string& argument, std::string& volume, std::string& error) {
+  if (AbsolutePath(argument, volume, error) < 0) return -1;
   std::error_code failure;
   volume = fs::canonical(argument, failure).string();
   if (failure) return RefuseBecauseOf(error, "'" + argument + "'", failure.value());
