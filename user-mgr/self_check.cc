@@ -32,7 +32,7 @@ int DropIndexes() {
   return Checked(ExecuteWithoutLock(kDropIndexes), "UserManager::SelfCheck fail to drop indexes\n");
 }
 
-// Not UserManager's own operation, whose statement is another one.
+// UserManager's own operation words its statement differently ("uid in", "%d"); keep both.
 int DeleteUsersOfType(UserType type) {
   const auto number = static_cast<unsigned>(type);
   return Run(

@@ -42,8 +42,8 @@ class UserManager {
 
   // Brings the users in line with the accounts, shares and services of the machine. The view ids of the users
   // that were removed because their account or share is gone are appended to `removed_views`, in the order of
-  // the table; users removed because their service is off are not reported. A view that several rows name is
-  // reported with the last of them, and not at all while one remains. Damaged rows (see Damage), their
+  // the table; the views of users removed because their service is off are not. A view that several rows name
+  // is appended with the last of them, and not at all while one remains. Damaged rows (see Damage), their
   // sessions and the backup tasks of these stay as they are.
   //
   // Warnings: one for each damaged row, one for each removed user with the reason, one for each user whose

@@ -47,9 +47,8 @@ bool IsDeviceOf(const base::FileDescriptor& device, const Mount& mount) {
   return !HasDeviceNumber(mount) || status.st_rdev == mount.device_number;
 }
 
-// Opens the device of a mount: by the name in the mount table, or by its number where that name is no path
-// ("/dev/root"), or is by now another
-// device's.
+// Opens the device of a mount: by the name in the mount table, or by its number where that name is no path or
+// another device's by now.
 base::FileDescriptor OpenDevice(const Mount& mount) {
   if (mount.source.starts_with('/')) {
     base::FileDescriptor device = Open(mount.source, 0);
