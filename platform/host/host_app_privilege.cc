@@ -40,7 +40,9 @@ int HostAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::
   if (!IsOneLine(user) || !IsFileName(application_id)) return -1;
   AccountEntry ignored;
   if (FindAccount(user, ignored) != Lookup::kFound) return -1;
-  if (::mkdir(folder_.c_str(), kFolderMode) != 0 && errno != EEXIST) return -1;
+  const int made = ::mkdir(folder_.c_str(), kFolderMode);
+  // Whatever the umask took away.
+  if (made == 0 ? ::chmod(folder_.c_str(), kFolderMode) != 0 : errno != EEXIST) return -1;
   const int error = EditTextFile(folder_ + '/' + application_id, {.mode = kFileMode, .keep_mode = false},
                                  [&](std::string& text) { AddLine(text, user); });
   return error == 0 ? 0 : -1;
