@@ -1,6 +1,7 @@
 #include "updater/placement.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -17,18 +18,29 @@
 namespace updater {
 namespace {
 
-struct DatabasePair {
+struct Part {
   const std::string& copy;
   const std::string& live;
 };
 
 // In the order in which they are put in place.
-std::array<DatabasePair, 4> Databases(const RunPaths& paths) {
+std::array<Part, 4> Databases(const RunPaths& paths) {
   return {{{paths.user_copy, paths.user_db},
            {paths.data_copy, paths.data_db},
            {paths.log_copy, paths.log_db},
            {paths.client_copy, paths.client_db}}};
 }
+
+// The parts whose live one may be missing at the start of a run.
+std::array<Part, 5> OtherParts(const RunPaths& paths) {
+  return {{{paths.user_copy, paths.user_db},
+           {paths.log_copy, paths.log_db},
+           {paths.client_copy, paths.client_db},
+           {paths.view_copy, paths.view_folder},
+           {paths.file_copy, paths.file_folder}}};
+}
+
+bool IsAllThereIs(const Part& part) { return file_op::FSExists(part.copy) && !file_op::FSExists(part.live); }
 
 // A file without companions is the whole database as it is: nothing to open, be there thousands of them.
 int Fold(const std::string& database) {
@@ -45,7 +57,7 @@ int ListCopies(const std::string& folder, std::vector<std::string>& names) {
 }
 
 int FoldCopies(const RunPaths& paths) {
-  for (const DatabasePair& database : Databases(paths)) {
+  for (const Part& database : Databases(paths)) {
     if (Fold(database.copy) < 0) return -1;
   }
   std::vector<std::string> views;
@@ -62,7 +74,7 @@ int FoldCopies(const RunPaths& paths) {
 }
 
 int FoldLiveDatabases(const RunPaths& paths) {
-  for (const DatabasePair& database : Databases(paths)) {
+  for (const Part& database : Databases(paths)) {
     if (file_op::FSExists(database.copy) && Fold(database.live) < 0) return -1;
   }
   return 0;
@@ -85,12 +97,19 @@ int FlushCopies(const RunPaths& paths) {
   return 0;
 }
 
-void PlaceDatabase(const DatabasePair& database) {
+void PlaceDatabase(const Part& database) {
   if (MoveIntoPlace(database.copy, database.live) < 0) return;  // logged; or there is no copy
   // Both were folded, so there are none unless somebody opened one in between. The files are in place by now:
   // a companion that stays is as bad as none was before, and nothing is left to fall back to.
   (void)db_util::RemoveCompanions(database.live);
   (void)db_util::RemoveCompanions(database.copy);
+}
+
+// Durable before the first move.
+int MakePlacingMark(const RunPaths& paths) {
+  if (file_op::FSMakeEmptyFile(paths.placing_mark) == 0 && file_op::FSSyncFolder(paths.sync_folder) == 0)
+    return 0;
+  return logger::SystemLogErrno("cannot make %s: %s (%d)\n", paths.placing_mark);
 }
 
 void FlushFolder(const std::string& folder) {
@@ -112,14 +131,32 @@ void FlushFolders(const RunPaths& paths) {
 }  // namespace
 
 int PreparePlacement(const RunPaths& paths) {
-  return FoldCopies(paths) < 0 || FlushCopies(paths) < 0 || FoldLiveDatabases(paths) < 0 ? -1 : 0;
+  return FoldCopies(paths) < 0 || FlushCopies(paths) < 0 || FoldLiveDatabases(paths) < 0 ||
+                 MakePlacingMark(paths) < 0
+             ? -1
+             : 0;
 }
 
 void PlaceWorkingCopies(const RunPaths& paths) {
-  for (const DatabasePair& database : Databases(paths)) PlaceDatabase(database);
+  for (const Part& database : Databases(paths)) PlaceDatabase(database);
   (void)RestoreViewFolder(paths.view_copy, paths.view_folder);  // logged; the rest goes in place all the same
   (void)RestoreFileFolder(paths.file_copy, paths.file_folder);  // the same
   FlushFolders(paths);
+  const auto parts = OtherParts(paths);
+  // Otherwise the next run has to finish it.
+  if (std::none_of(parts.begin(), parts.end(), IsAllThereIs)) (void)unlink(paths.placing_mark.c_str());
+}
+
+int SettleFormerCopies(const RunPaths& paths) {
+  const bool was_placing = file_op::FSExists(paths.placing_mark) && !file_op::FSExists(paths.data_copy);
+  for (const Part& part : OtherParts(paths)) {
+    const bool is_wanted = was_placing && IsAllThereIs(part);
+    if ((is_wanted ? MoveIntoPlace(part.copy, part.live) : RemoveStaleCopy(part.live, part.copy)) < 0)
+      return -1;
+  }
+  if (was_placing) FlushFolders(paths);
+  (void)unlink(paths.placing_mark.c_str());  // there usually is none
+  return 0;
 }
 
 }  // namespace updater

@@ -23,7 +23,8 @@ RunPaths::RunPaths(const std::string& volume_path)
       log_copy(log_db + kCopySuffix),
       client_copy(client_db + kCopySuffix),
       view_copy(view_folder + kCopySuffix),
-      file_copy(file_folder + kCopySuffix) {}
+      file_copy(file_folder + kCopySuffix),
+      placing_mark(sync_folder + "/.upgrade-commit") {}
 
 server::WorkingCopies RunPaths::ForUpdaters() const {
   return {.sync_folder = sync_folder,

@@ -31,6 +31,8 @@ struct RunPaths {
   std::string client_copy;
   std::string view_copy;
   std::string file_copy;
+
+  std::string placing_mark;  // is there while working copies are put in place
 };
 
 }  // namespace updater

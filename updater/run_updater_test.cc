@@ -156,10 +156,14 @@ TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
   fs::create_directory(run_.sync_folder + "/rm");
   EXPECT_EQ(Run(), "done");
   EXPECT_EQ(tests::Query(run_.log_db, "SELECT count(*) FROM log_table;"), "1 ");
-  fs::rename(run_.view_folder, run_.view_copy);
-  fs::rename(run_.file_folder, run_.file_copy);
-  EXPECT_EQ(Run(), "done");
-  EXPECT_FALSE(fs::exists(run_.view_folder) || fs::exists(run_.file_folder));
+  for (const bool was_placing : {true, false}) {
+    if (was_placing) folder_.Write(run_.placing_mark.substr(folder_.path().size() + 1), "");
+    fs::rename(run_.view_folder, run_.view_copy);
+    fs::rename(run_.file_folder, run_.file_copy);
+    EXPECT_EQ(Run(), "done");
+    EXPECT_EQ(fs::exists(run_.view_folder) && fs::exists(run_.file_folder), was_placing);
+    EXPECT_FALSE(fs::exists(run_.placing_mark));
+  }
 }
 
 TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesThemOpen) {

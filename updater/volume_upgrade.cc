@@ -93,20 +93,8 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   return true;
 }
 
-int VolumeUpgrade::RemoveStaleCopies() const {
-  const std::pair<const std::string&, const std::string&> parts[] = {{paths_.user_db, paths_.user_copy},
-                                                                     {paths_.log_db, paths_.log_copy},
-                                                                     {paths_.client_db, paths_.client_copy},
-                                                                     {paths_.view_folder, paths_.view_copy},
-                                                                     {paths_.file_folder, paths_.file_copy}};
-  for (const auto& [live, copy] : parts) {
-    if (RemoveStaleCopy(live, copy) < 0) return -1;
-  }
-  return 0;
-}
-
 int VolumeUpgrade::MakeWorkingCopies() {
-  if (RemoveStaleCopies() < 0) return -1;
+  if (SettleFormerCopies(paths_) < 0) return -1;
   if (CopyOrLog(BackupDatabaseFile, paths_.user_db, paths_.user_copy, "cannot backup db from %s to %s") < 0 ||
       CopyOrLog(BackupDatabaseFile, paths_.data_db, paths_.data_copy, "cannot backup db from %s to %s") < 0) {
     return -1;

@@ -27,7 +27,6 @@ class VolumeUpgrade {
 
  private:
   [[nodiscard]] bool IsNewerOrCannotBeOpened() const;
-  [[nodiscard]] int RemoveStaleCopies() const;
   [[nodiscard]] int MakeWorkingCopies();
   [[nodiscard]] int RunLegacySteps();
   [[nodiscard]] int CopyRemaining();

@@ -9,6 +9,7 @@
 #include "db-util/database.h"
 #include "logger/recording_sink.h"
 #include "tests/support/fixtures.h"
+#include "tests/support/mount_namespace.h"
 #include "tests/support/temporary_folder.h"
 #include "updater/placement.h"
 
@@ -156,6 +157,11 @@ TEST_F(WorkingCopiesTest, RestoresThatFailAreNamedAndLoseNothing) {
   EXPECT_THAT(sink_.Texts(), ElementsAre("cannot move " + paths_.user_copy + " to " + paths_.user_db +
                                              ": Is a directory (21)\n",
                                          "Cannot restore " + paths_.file_copy + " to " + paths_.file_folder));
+  if (!tests::EnterMountNamespace() || !tests::Run("mount -t tmpfs none " + paths_.file_folder)) return;
+  const tests::ScopedMount mount(paths_.file_folder);
+  for (const std::string& folder : {paths_.file_copy, paths_.file_folder}) Make(folder + "/kept", "");
+  EXPECT_EQ(RestoreFileFolder(paths_.file_copy, paths_.file_folder), -1);
+  EXPECT_THAT(Files(paths_.file_folder), ElementsAre("kept="));
 }
 
 // What is left beside a live database would be replayed into the new file.
@@ -172,6 +178,7 @@ TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedIntoTheNewOne)
   }
 
   ASSERT_EQ(PreparePlacement(paths_), 0);
+  EXPECT_TRUE(fs::exists(paths_.placing_mark));
   fs::copy_file(paths_.user_db, folder_ / "user-before");
   EXPECT_EQ(Value(folder_ / "user-before"), "newer ");  // whole in its file, and not replaced yet
   EXPECT_TRUE(sink_.lines().empty());
