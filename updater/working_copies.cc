@@ -241,6 +241,11 @@ int RestoreFileFolder(const std::string& file_copy, const std::string& file_fold
     (void)file_op::FSRemoveTree(file_copy, 0);  // the former live folder; the next run removes what stays
     return 0;
   }
+  // A mount point can be emptied but not replaced: nothing would be left in it.
+  if (errno == EBUSY) {
+    LogMoveFailure(file_copy, file_folder);
+    return LogPaths("Cannot restore %s to %s", file_copy, file_folder);
+  }
   const bool has_copy = file_op::FSExists(file_copy);
   // What cannot be removed keeps the move from succeeding.
   if (has_copy && file_op::FSRemoveTree(file_folder, 0) < 0) {
