@@ -166,6 +166,15 @@ TEST_F(FileOpTest, TreesAreCopiedAndRemovedWithoutFollowingLinks) {
   EXPECT_EQ(ReadFile(outside), "precious");
 }
 
+TEST_F(FileOpTest, WhatEverybodyMayDoTheGroupMayToo) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a folder of somebody else";
+  ASSERT_EQ(chown(folder_.path().c_str(), 0, 5678) + chmod(folder_.path().c_str(), 0777), 0);
+  ASSERT_EQ(seteuid(65534), 0);
+  EXPECT_EQ(FSMKDir(Path("shared"), false, 01777), 0);
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(Status(Path("shared")).st_mode, S_IFDIR | 01777U);
+}
+
 TEST_F(FileOpTest, TreesDeeperThanAPathOrTheDescriptorsReach) {
   constexpr int kDepth = 300;  // 300 names of 255 bytes
   rlimit before{};

@@ -86,12 +86,12 @@ int ApplyOwnerAndMode(int fd, const struct stat& status) {
   mode_t bits = status.st_mode & ALLPERMS;
   if (fchown(fd, status.st_uid, status.st_gid) < 0) {
     if (errno != EPERM) return -1;
-    bits &= ACCESSPERMS;  // what runs as the owner must not run as somebody else
+    bits &= ACCESSPERMS | S_ISVTX;  // what runs as the owner must not run as somebody else
     // The group alone, if this process is in it; otherwise both stay the process's own, and its group gets
-    // nothing that was meant for another.
+    // nothing that was meant for another, only what everybody gets.
     if (fchown(fd, static_cast<uid_t>(-1), status.st_gid) < 0) {
       if (errno != EPERM) return -1;
-      bits &= ~static_cast<mode_t>(S_IRWXG);
+      bits &= ~static_cast<mode_t>(S_IRWXG) | (bits & S_IRWXO) << 3U;
     }
   }
   return fchmod(fd, bits);
