@@ -6,6 +6,7 @@
 
 #include "ctl/command_line.h"
 #include "ctl/demo_volumes.h"
+#include "ctl/made_folders.h"
 #include "ctl/volume_folder.h"
 #include "db-util/database.h"
 #include "db-util/query.h"
@@ -136,6 +137,12 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
   std::string error;
   ASSERT_EQ(ctl::LockFolder(volume_, lock, error), 0);
   refuse({"run", volume_}, "another updater-ctl is at work");
+  base::FileDescriptor second;
+  if (ctl::MadeFolders made; made.Make(folder_ / "other", error) == 0) {
+    ASSERT_EQ(ctl::LockFolder(folder_ / "other", lock, error), 0);
+    EXPECT_EQ(made.MakeLocked(folder_ / "other", second, error), -1);
+  }
+  EXPECT_TRUE(std::filesystem::exists(folder_ / "other"));
   EXPECT_EQ(Run({"--version"}), 0);
   EXPECT_THAT(out_.str(), HasSubstr("4150"));
 }

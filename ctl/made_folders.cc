@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/path.h"
+#include "ctl/volume_folder.h"
 #include "file-op/file_op.h"
 
 namespace ctl {
@@ -17,12 +18,25 @@ MadeFolders::~MadeFolders() {
 int MadeFolders::Make(const std::string& path, std::string& error) {
   const bool existed = file_op::FSExists(path);
   if (!existed && Make(base::FolderOf(path), error) < 0) return -1;  // the root is there
-  if (file_op::FSMKDir(path, false) < 0) {
-    error = "cannot make the folder " + path + ": " + std::strerror(errno);
-    return -1;
+  file_op::Folder above;
+  file_op::Folder made;
+  std::string name;
+  // Not FSMKDir alone: a folder that somebody else has made meanwhile is not for this process to remove.
+  if (!existed && file_op::OpenAround(path, above, name) == 0 &&
+      made.MakeShared(above, name, file_op::kFolderMode) == 0) {
+    made_.push_back(path);
+    return 0;
   }
-  if (!existed) made_.push_back(path);
-  return 0;
+  if (file_op::FSMKDir(path, false) == 0) return 0;
+  error = "cannot make the folder " + path + ": " + std::strerror(errno);
+  return -1;
+}
+
+int MadeFolders::MakeLocked(const std::string& path, base::FileDescriptor& lock, std::string& error) {
+  if (Make(path, error) < 0) return -1;
+  if (LockFolder(path, lock, error) == 0) return 0;
+  Keep();
+  return -1;
 }
 
 }  // namespace ctl

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "base/file_descriptor.h"
+
 namespace ctl {
 
 class MadeFolders {
@@ -18,6 +20,8 @@ class MadeFolders {
   // Makes the folder, whose path begins at the root, and those missing above it; one that exists is success.
   // Returns 0, or -1 with the reason in `error`.
   [[nodiscard]] int Make(const std::string& path, std::string& error);
+  // The same, and takes the folder as LockFolder() does. What somebody else has taken is not removed.
+  [[nodiscard]] int MakeLocked(const std::string& path, base::FileDescriptor& lock, std::string& error);
   void Keep() { made_.clear(); }
 
  private:

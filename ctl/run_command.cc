@@ -93,8 +93,8 @@ int TakePlace(const RunArguments& arguments, RunPlace& place, std::string& error
   platform::host::HostStateFiles state_files;
   if (FindStateFolder(argument, place.volume, state, error) < 0) return -1;
   place.paths = platform::SystemPaths::Under(state);
-  if (LockFolder(place.volume, place.volume_lock, error) < 0 || made.Make(state, error) < 0 ||
-      LockFolder(state, place.state_lock, error) < 0 ||
+  if (LockFolder(place.volume, place.volume_lock, error) < 0 ||
+      made.MakeLocked(state, place.state_lock, error) < 0 ||
       PrepareState(place.paths, state_files, made, error) < 0) {
     return -1;
   }

@@ -28,13 +28,12 @@ int LiftTo(int version, const std::string& volume, MadeFolders& made, std::strin
 }
 
 int MakeSample(const SampleArguments& arguments, const Streams& streams) {
+  base::FileDescriptor lock;  // until everything that is taken back is gone
   MadeFolders made;
   std::string volume;
   std::string error;
-  base::FileDescriptor lock;
   if (AbsolutePath(arguments.folder, volume, error) < 0) return TellReason(streams, error, kRefused);
-  if (made.Make(volume, error) < 0 || LockFolder(volume, lock, error) < 0 ||
-      MakeSampleVolume(volume, arguments.size, made, error) < 0 ||
+  if (made.MakeLocked(volume, lock, error) < 0 || MakeSampleVolume(volume, arguments.size, made, error) < 0 ||
       LiftTo(arguments.version, volume, made, error) < 0) {
     return TellReason(streams, error, kFailed);
   }
