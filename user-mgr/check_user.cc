@@ -24,6 +24,10 @@ const MountTable* CheckRun::Mounts() {
 }
 
 int CheckRun::NoteRemoval(const UserRecord& user, const char* why) {
+  if (!damaged.MayBeShared(user.view_id)) {
+    removed.push_back({user, why, false});
+    return 0;
+  }
   std::string query;
   if (!FormatStatement(query, "", "SELECT EXISTS (SELECT 1 FROM user_table WHERE view_id = %llu);",
                        user.view_id))

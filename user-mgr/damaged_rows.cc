@@ -1,5 +1,7 @@
 #include "user-mgr/damaged_rows.h"
 
+#include <algorithm>
+
 #include "user-mgr/user_rows.h"
 
 namespace user_mgr {
@@ -43,8 +45,10 @@ const char* Describe(Damage damage) {
 
 int DamagedRows::Find() {
   inserts_.clear();
-  return ForEachRow("EnumUser", kSelectUser, [this](sqlite3_stmt* row) {
+  views_.clear();
+  const int result = ForEachRow("EnumUser", kSelectUser, [this](sqlite3_stmt* row) {
     const Damage damage = DamageOf(row);
+    views_.push_back(ColumnId(row, 2));
     if (damage == Damage::kNone) return;
     const auto id = static_cast<long long>(ColumnId(row, 1));  // signed, as it stands in the table
     logger::ComponentLog(kComponent, logger::Level::kWarning,
@@ -52,6 +56,13 @@ int DamagedRows::Find() {
                          id, Describe(damage));
     inserts_ += "INSERT OR IGNORE INTO temp.damaged_user VALUES (" + std::to_string(id) + ");";
   });
+  std::sort(views_.begin(), views_.end());
+  return result;
+}
+
+bool DamagedRows::MayBeShared(ViewId view) const {
+  const auto [first, last] = std::equal_range(views_.begin(), views_.end(), view);
+  return last - first > 1;
 }
 
 int DamagedRows::Protect() const {

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "user-mgr/records.h"
 
 namespace user_mgr {
 
@@ -17,8 +20,12 @@ class DamagedRows {
   [[nodiscard]] int Protect() const;
   [[nodiscard]] int Unprotect() const;
 
+  // False when no two rows named the view at the time of Find: nobody has to ask the table again then.
+  [[nodiscard]] bool MayBeShared(ViewId view) const;
+
  private:
-  std::string inserts_;  // statements that note the ids
+  std::string inserts_;        // statements that note the ids
+  std::vector<ViewId> views_;  // of all rows, sorted
 };
 
 }  // namespace user_mgr

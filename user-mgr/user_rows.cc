@@ -14,10 +14,10 @@ bool IsNumber(sqlite3_stmt* row, int column) {
          std::in_range<Number>(sqlite3_column_int64(row, column));
 }
 
-bool IsName(sqlite3_stmt* row, int column, UserType type) {
+bool IsName(sqlite3_stmt* row, int column, int type_column) {
   std::string name;
   return db_util::ReadWholeText(row, column, name) && !name.empty() &&
-         (type != UserType::kShare || name != "@");
+         (name != "@" || ColumnUserType(row, type_column) != UserType::kShare);
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ bool ReadName(sqlite3_stmt* row, int column, UserType type, std::string& name) {
 Damage DamageOf(sqlite3_stmt* row) {
   if (!IsNumber<ViewId>(row, 2)) return Damage::kViewId;
   if (!IsNumber<unsigned>(row, 4)) return Damage::kUid;
-  return IsName(row, 0, ColumnUserType(row, 6)) ? Damage::kNone : Damage::kName;
+  return IsName(row, 0, 6) ? Damage::kNone : Damage::kName;
 }
 
 bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
