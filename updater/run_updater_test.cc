@@ -142,6 +142,8 @@ TEST_F(RunUpdaterTest, LookingAtTheVersionDoesNotChangeTheLiveFiles) {
     fs::copy_file(folder_ / "killed" + suffix, run_.data_db + suffix, fs::copy_options::overwrite_existing);
   }
   EXPECT_EQ(Run(), "dbnewer");
+  fs::permissions(run_.data_db, fs::perms::owner_read);  // to root a file like any other
+  EXPECT_EQ(Run(), "dbnewer");
   for (const char* suffix : {"", "-wal"}) {
     EXPECT_EQ(tests::ReadFile(run_.data_db + suffix), tests::ReadFile(folder_ / "killed" + suffix));
   }

@@ -78,16 +78,20 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   // Looking at the version must not change anything. A write-ahead log that is there stays as it is, where
   // closing would move it into the file; one that only this connection makes goes again.
   const char* const file = sqlite3_db_filename(db.get(), "main");
-  if (file_op::FSExists(sqlite3_filename_wal(file))) {
-    (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
-    // An index of the log would stay as well; whoever has the database for itself keeps it in memory. One
-    // that is there may be in use, and a file that cannot be written cannot be locked that way.
-    if (!file_op::FSExists(std::string(file) + "-shm") && sqlite3_db_readonly(db.get(), "main") == 0) {
-      std::string ignored;  // without it, only the index stays
-      (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;", ignored);
-    }
+  const std::string index = std::string(file) + "-shm";
+  const bool has_log = file_op::FSExists(sqlite3_filename_wal(file));
+  const bool makes_index = has_log && !file_op::FSExists(index);  // one that is there may be in use
+  const bool can_write = sqlite3_db_readonly(db.get(), "main") == 0;
+  if (has_log) (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+  // An index of the log would stay as well; whoever has the database for itself keeps it in memory.
+  if (makes_index && can_write) {
+    std::string ignored;  // without it, only the index stays
+    (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;", ignored);
   }
   const long long version = ReadDatabaseVersion(db.get());
+  db.reset();
+  // A file that cannot be written, as one that is immutable, cannot be locked that way.
+  if (makes_index && !can_write) (void)unlink(index.c_str());
   if (version <= kTargetVersion) return false;
   logger::SystemLog("exist db is newer, exist: %lld, target: %d", version, kTargetVersion);
   return true;
