@@ -169,20 +169,20 @@ int Execute(sqlite3* db, const std::string& text, std::string& error) {
   return code;
 }
 
-void LogReason(const ExecFailure& failure) {
+void LogReasonBehind(const std::string& statement, const ExecFailure& failure) {
+  // Of a file that is damaged SQLite does not say which of several it is.
+  const bool is_damaged =
+      failure.code == SQLITE_NOTADB || failure.code == SQLITE_CORRUPT || failure.code == SQLITE_IOERR;
+  if (statement.size() <= kLongStatement && !is_damaged) return;
   constexpr std::size_t kLongestPart = 400;  // paths and messages may be long; the line may not
   logger::UpdaterLog("%s, %s: %s (%d)\n", logger::UpdaterAtWork(),
                      logger::CutInTheMiddle(failure.database, kLongestPart),
                      logger::CutInTheMiddle(failure.message, kLongestPart), failure.code);
 }
 
-void LogReasonOfLong(const std::string& statement, const ExecFailure& failure) {
-  if (statement.size() > kLongStatement) LogReason(failure);
-}
-
 void LogExecFailure(const std::string& text, const ExecFailure& failure) {
   logger::UpdaterLog("sqlite3_exec(%s): %s (%d)\n", text, failure.message, failure.code);
-  LogReasonOfLong(text, failure);
+  LogReasonBehind(text, failure);
 }
 
 int ExecScript(sqlite3* db, const std::string& text) { return ExecScriptAs(db, text, text); }

@@ -62,14 +62,12 @@ struct ExecFailure {
 // A message with a longer statement than this may lose its end in a log, and with it the reason.
 inline constexpr std::size_t kLongStatement = 512;
 
-// Logs one short line, "Strato Folder Updater(%d): <updater>, <database>: <message> (<code>)\n". Follows the
-// line that a failed statement is logged in.
-void LogReason(const ExecFailure& failure);
-// The same, only for a statement longer than kLongStatement.
-void LogReasonOfLong(const std::string& statement, const ExecFailure& failure);
+// Follows the line that a failed statement is logged in. When the statement is longer than kLongStatement, or
+// one of the files is damaged, it logs "Strato Folder Updater(%d): <updater>, <database>: <message> (<code>)\n".
+void LogReasonBehind(const std::string& statement, const ExecFailure& failure);
 
 // Logs "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with the text, the message and the code, and
-// the reason of a long text.
+// the reason behind it.
 void LogExecFailure(const std::string& text, const ExecFailure& failure);
 
 // Executes text that is complete, and never used as a format. Returns 0, or -1 after

@@ -127,8 +127,6 @@ int ServerUpdater::AttachDatabases() {
   db_util::ExecFailure failure;
   if (db_util::Execute(db(), attach + tune, failure) != SQLITE_OK) {
     db_util::LogExecFailure(attach, failure);
-    // SQLite does not say which of several files is no database.
-    if (attach.size() <= db_util::kLongStatement) db_util::LogReason(failure);
     return -1;
   }
   return 0;

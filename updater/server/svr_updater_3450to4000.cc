@@ -70,7 +70,7 @@ int SvrUpdater3450to4000::UpdateUserSchema() const {
   db_util::ExecFailure failure;
   if (db_util::Execute(db(), kUpdateUserSchema, failure) == SQLITE_OK) return 0;
   logger::UpdaterLog("sqlite3_exec(%d), %s, sql = %s", failure.code, failure.message, kUpdateUserSchema);
-  db_util::LogReasonOfLong(kUpdateUserSchema, failure);
+  db_util::LogReasonBehind(kUpdateUserSchema, failure);
   return -1;
 }
 
@@ -88,9 +88,10 @@ int SvrUpdater3450to4000::UpdateRotation() {
 }
 
 int SvrUpdater3450to4000::RemoveSharedRotation() const {
-  std::string error;
-  if (db_util::Execute(db(), kRemoveSharedRotation, error) == SQLITE_OK) return 0;
-  logger::UpdaterLog("SQLExecute failed, %s, sql = %s\n", error, kRemoveSharedRotation);
+  db_util::ExecFailure failure;
+  if (db_util::Execute(db(), kRemoveSharedRotation, failure) == SQLITE_OK) return 0;
+  logger::UpdaterLog("SQLExecute failed, %s, sql = %s\n", failure.message, kRemoveSharedRotation);
+  db_util::LogReasonBehind(kRemoveSharedRotation, failure);
   return -1;
 }
 

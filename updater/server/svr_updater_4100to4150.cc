@@ -85,7 +85,7 @@ int SvrUpdater4100to4150::Rebuild(ViewId view) const {
   if (!script.empty() && db_util::Execute(db(), script, failure) == SQLITE_OK) return 0;
   const std::string logged = AttachedScript("view_db", path, RebuildScript({}));
   logger::UpdaterLog("Failed to exec %s\n", logged);
-  db_util::LogReasonOfLong(logged, failure);
+  db_util::LogReasonBehind(logged, failure);
   return -1;
 }
 
