@@ -2,11 +2,9 @@
 
 #include <filesystem>
 
-#include "db-util/database.h"
-#include "db-util/query.h"
-#include "db/mac_attribute.h"
 #include "db/manager.h"
 #include "logger/recording_sink.h"
+#include "tests/support/fixtures.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -32,32 +30,19 @@ END;)";
 class DbTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    Run(folder_.Write("syncfolder-db.sqlite", ""),
-        "CREATE TABLE config_table (key, value); INSERT INTO config_table VALUES ('version', 4150);"
-        "CREATE TABLE volume_table (uuid VARCHAR PRIMARY KEY, repo_path VARCHAR);");
-    Run(view_path_, kViewSchema);
+    tests::RunSql(folder_.Write("syncfolder-db.sqlite", ""),
+                  "CREATE TABLE config_table (key, value); INSERT INTO config_table VALUES ('version', 4150);"
+                  "CREATE TABLE volume_table (uuid VARCHAR PRIMARY KEY, repo_path VARCHAR);");
+    tests::RunSql(view_path_, kViewSchema);
   }
   void TearDown() override { Manager::Destroy(false); }
 
-  static void Run(const std::string& path, const std::string& sql) {
-    db_util::Database db;
-    ASSERT_EQ(db_util::OpenDatabase(path, db), 0);
-    ASSERT_EQ(db::RegisterMacAttributeFunctions(db.get()), SQLITE_OK);
-    ASSERT_EQ(db_util::ExecScript(db.get(), sql), 0);
-  }
-  // The rows of a table in one line: columns joined by '|', each row ended by ' '.
-  std::string Rows(const std::string& table) const {
-    db_util::Database db;
-    EXPECT_EQ(db_util::OpenDatabase(view_path_, db), 0);
+  // The rows of all tables that records are deleted from.
+  [[nodiscard]] std::string Rows() const {
     std::string rows;
-    const auto add = [&rows](sqlite3_stmt* row) {
-      for (int i = 0; i < sqlite3_column_count(row); ++i) {
-        rows += (i == 0 ? "" : "|") + db_util::ColumnText(row, i);
-      }
-      rows += ' ';
-      return true;
-    };
-    EXPECT_TRUE(db_util::ForEachRow(db.get(), "SELECT * FROM " + table, add).ok());
+    for (const char* table : {"node_table", "version_table", "tree_table", "remove_file_table"}) {
+      rows += tests::Query(view_path_, std::string("SELECT * FROM ") + table) + "\n";
+    }
     return rows;
   }
   void OpenView() {
@@ -72,37 +57,32 @@ class DbTest : public ::testing::Test {
   logger::ScopedSink scope_{sink_};
 };
 
-TEST(MacAttribute, ValuesAreFoundByWholeKeys) {
-  EXPECT_EQ(db::MacAttributeValue("uuid=U-1&xfile_id=1&file_id=22&x", "file_id"), "22");
-  EXPECT_EQ(db::MacAttributeValue("uuid=U-1", "uuid"), "U-1");
-  EXPECT_EQ(db::MacAttributeValue("uuid&file_id=", "uuid"), "");
-}
-
 TEST_F(DbTest, RemovesTheRowsOfOneVolumeAndNothingElse) {
-  Run(view_path_,
+  tests::RunSql(
+      view_path_,
       "INSERT INTO node_table VALUES (1, 3, 'U', 11, NULL, 'V', 5), (2, 3, 'V', 12, 'uuid=U&file_id=4', 'U', 6),"
-      " (3, 0, NULL, 0, 'uuid=V&file_id=U', NULL, 0), (4, 1, 'V', 13, '', 'V', 7);"
-      "INSERT INTO version_table VALUES (1, 1, 'U', 11, NULL), (2, 1, 'V', 20, NULL), (3, 2, 'U', 21, NULL),"
+      " (3, 0, NULL, 0, 'uuid=V&file_id=U', NULL, 0), (4, 1, 'V', 13, 'uuid_U&uuid', 'V', 7);"
+      "INSERT INTO version_table VALUES (1, 1, 'U', 11, NULL), (2, 1, 'V', 20, 'xuuid=U&uuid=W&xfile_id=1&file_id=23&x'), (3, 2, 'U', 21, NULL),"
       " (4, 2, 'V', 12, 'uuid=U&file_id=4'), (5, 2, 'V', 22, 'uuid=V&file_id=9'), (6, 4, 'V', 13, NULL);"
       "INSERT INTO tree_table VALUES (1, 3, 1), (2, 3, 1), (4, 3, 1), (9, 1, 1);"
       "INSERT INTO remove_file_table VALUES ('U', 1), ('V', 2);");
-  const std::string before = Rows("node_table") + Rows("version_table");
+  const std::string before = Rows();
   OpenView();
   ASSERT_EQ(view_->DeleteRecordWithUuid("' OR 1=1 --%s"), 0);
-  EXPECT_EQ(Rows("node_table") + Rows("version_table"), before);
+  EXPECT_EQ(Rows(), before);
   ASSERT_EQ(view_->DeleteRecordWithUuid("U"), 0);
-  EXPECT_EQ(Rows("node_table"), "2|2|V|12|||0 3|0||0|uuid=V&file_id=U||0 4|1|V|13||V|7 ");
-  EXPECT_EQ(Rows("version_table"), "4|2|V|12| 5|2|V|22|uuid=V&file_id=9 6|4|V|13| ");
-  EXPECT_EQ(Rows("tree_table"), "2|3|1 4|3|1 ");
   // What the trigger queued for the other volume (the removed node's second version) stays.
-  EXPECT_EQ(Rows("remove_file_table"), "V|2 V|20 ");
+  EXPECT_EQ(Rows(),
+            "2|2|V|12|||0 3|0||0|uuid=V&file_id=U||0 4|1|V|13|uuid_U&uuid|V|7 \n"
+            "4|2|V|12| 5|2|V|22|uuid=V&file_id=9 6|4|V|13| \n2|3|1 4|3|1 \nV|2 V|20 W|23 \n");
 }
 
 TEST_F(DbTest, AFailureInTheMiddleRollsEverythingBack) {
-  Run(view_path_,
-      "INSERT INTO node_table VALUES (1, 1, 'U', 11, '', NULL, 0);"
-      "INSERT INTO version_table VALUES (1, 1, 'U', 11, NULL);"
-      "CREATE TRIGGER refuse BEFORE DELETE ON node_table BEGIN SELECT RAISE(ABORT, 'no'); END;");
+  tests::RunSql(view_path_,
+                "INSERT INTO node_table VALUES (1, 1, 'U', 11, '', NULL, 0);"
+                "INSERT INTO version_table VALUES (1, 1, 'U', 11, NULL);"
+                "CREATE TRIGGER refuse BEFORE DELETE ON node_table BEGIN SELECT RAISE(ABORT, 'no'); END;");
+  const std::string before = Rows();
   OpenView();
   std::shared_ptr<db::ViewDBInterface> same_view;
   ASSERT_EQ(Manager::GetViewDB(7, same_view), 0);
@@ -111,19 +91,18 @@ TEST_F(DbTest, AFailureInTheMiddleRollsEverythingBack) {
   Manager::Destroy(false);
   EXPECT_EQ(view_->DeleteRecordWithUuid("none"), -1) << "closed with the manager";
   EXPECT_EQ(same_view->DeleteRecordWithUuid("none"), -1) << "however often it was opened";
-  EXPECT_EQ(Rows("version_table"), "1|1|U|11| ");
+  EXPECT_EQ(Rows(), before);
 }
 
 TEST_F(DbTest, DeletingAViewFollowsNoLinks) {
-  const std::string precious = folder_.Write("elsewhere/precious", "x");
-  for (const char* link : {"view/7/link", "view/8"}) {
-    fs::create_directory_symlink(folder_ / "elsewhere", folder_ / link);
-  }
+  folder_.Write("elsewhere/precious", "x");
+  fs::create_directory_symlink(folder_ / "elsewhere", folder_ / "view/7/link");
+  fs::create_directory_symlink(folder_ / "elsewhere", folder_ / "view/8");
   OpenView();
   for (const db::ViewId view : {7U, 8U, 1234U}) EXPECT_EQ(Manager::DeleteView(view), 0);
   EXPECT_EQ(view_->DeleteRecordWithUuid("U"), -1) << "closed before its folder went";
   EXPECT_TRUE(fs::is_empty(folder_ / "view"));
-  EXPECT_TRUE(fs::exists(precious));
+  EXPECT_TRUE(fs::exists(folder_ / "elsewhere/precious"));
   fs::remove(folder_ / "view");
   folder_.Write("view", "no folder");
   EXPECT_EQ(Manager::DeleteView(9), -1);
