@@ -1,10 +1,9 @@
 // What the machine answers from its configuration files: services, shares, accounts, privileges.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -170,29 +169,24 @@ TEST_F(ConfigurationTest, APrivilegeIsOneLineInAFileForRootOnly) {
   auto& privilege = machine().app_privilege;
   EXPECT_LT(privilege.PLIBAppPrivUserAddOne("root", kApplication), 0);  // parents are not made
   const std::string file = folder_.Write("usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance", "somebody");
-  ASSERT_EQ(::chmod(file.c_str(), 0644), 0);
-  for (int times = 0; times < 2; ++times) {
-    EXPECT_EQ(privilege.PLIBAppPrivUserAddOne("root", kApplication), 0);
-  }
+  std::filesystem::permissions(file, std::filesystem::perms{0644});
+  for (int times = 0; times < 2; ++times) EXPECT_EQ(privilege.PLIBAppPrivUserAddOne("root", kApplication), 0);
   EXPECT_LT(privilege.PLIBAppPrivUserAddOne("no such account", kApplication), 0);
   EXPECT_LT(privilege.PLIBAppPrivUserAddOne("root", "../root"), 0);
   EXPECT_EQ(tests::ReadFile(file), "somebody\nroot\n");
-  struct stat status {};
-  ASSERT_EQ(::stat(file.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0600U);
+  EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms{0600});
 }
 
 TEST_F(ConfigurationTest, AccountsExpireOnTheirDayAndMayHaveLongLines) {
   if (!tests::EnterMountNamespace()) GTEST_SKIP() << "needs the right to mount";
-  const auto now = std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now());
-  const auto today = now.time_since_epoch().count();
+  const auto today = std::time(nullptr) / (24 * 60 * 60);
   const std::string passwd = "mary:x:4001:100:" + std::string(3000, 'g') +
                              ":/:\nold:x:4002:7::/:\nnew:x:4003:7::/:\nmary:x:4004:7::/proc/self/root/tmp:\n";
   const std::string shadow = "mary:*:19000::::::\nold:*:19000:::::" + std::to_string(today) +
                              ":\nnew:*:19000:::::" + std::to_string(today + 1) + ":\n";
-  ASSERT_TRUE(tests::Run("mount --bind " + folder_.Write("passwd", passwd) + " /etc/passwd"));
+  ASSERT_TRUE(tests::Run("mount --bind " + folder_.Write("passwd", passwd) + " /etc/passwd && mount --bind " +
+                         folder_.Write("shadow", shadow) + " /etc/shadow"));
   const tests::ScopedMount passwd_mount("/etc/passwd");
-  ASSERT_TRUE(tests::Run("mount --bind " + folder_.Write("shadow", shadow) + " /etc/shadow"));
   const tests::ScopedMount shadow_mount("/etc/shadow");
   platform::Account account;
   for (const uid_t uid : {4001U, 4002U, 4003U, 4004U}) {

@@ -16,32 +16,24 @@
 
 namespace {
 
-using platform::host::HostStateFiles;
+namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 class StateFilesTest : public ::testing::Test {
  protected:
-  void SetUp() override { mask_ = ::umask(077); }  // a mode that is promised holds under any mask
-  void TearDown() override { ::umask(mask_); }
+  StateFilesTest() { (void)::umask(077); }  // a mode that is promised holds under any mask
 
   static struct stat StatusOf(const std::string& path) {
     struct stat status {};
     EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
     return status;
   }
-  std::string Get(const std::string& path) {
-    std::array<char, 32> buffer{};
-    const int length = files_.PLIBCFileGetKeyValue(path, "status", buffer, 0);
-    return length < 1 ? "(failed)" : std::string(buffer.data(), static_cast<std::size_t>(length));
-  }
   int Set(const std::string& path, const std::string& value) {
     return files_.PLIBCFileSetKeyValue(path, "status", value, 0);
   }
 
   tests::TemporaryFolder folder_;
-  HostStateFiles files_;
-
- private:
-  mode_t mask_ = 0;
+  platform::host::HostStateFiles files_;
 };
 
 TEST_F(StateFilesTest, ReadsTheFirstLineWithTheKeyWithOrWithoutQuotesAndBlanks) {
@@ -52,7 +44,12 @@ TEST_F(StateFilesTest, ReadsTheFirstLineWithTheKeyWithOrWithoutQuotesAndBlanks) 
       {"xstatus=\"no\"\nstatusx=no\nstatus\n", "(failed)"},
       {"status=\"\"\n", "(failed)"},
       {"status=\"torn", "torn"}};
-  for (const auto& [text, value] : cases) EXPECT_EQ(Get(folder_.Write("file", text)), value) << text;
+  for (const auto& [text, value] : cases) {
+    std::array<char, 32> buffer{};
+    const int length = files_.PLIBCFileGetKeyValue(folder_.Write("file", text), "status", buffer, 0);
+    EXPECT_EQ(length < 1 ? "(failed)" : std::string(buffer.data(), static_cast<std::size_t>(length)), value)
+        << text;
+  }
 }
 
 TEST_F(StateFilesTest, SettingKeepsEveryOtherByteTheModeAndTheOwner) {
@@ -74,28 +71,26 @@ TEST_F(StateFilesTest, SettingKeepsEveryOtherByteTheModeAndTheOwner) {
 
 TEST_F(StateFilesTest, RefusesWhatCouldNotBeReadBackAndLeavesNothingBehind) {
   const std::string path = folder_.Write("file", "status=\"old\"\n");
-  for (const std::string& value : {std::string("a\nb"), std::string("a\"b"), std::string("a\0b", 3)}) {
-    EXPECT_LT(Set(path, value), 0);
-  }
+  for (const std::string& value : {"a\nb"s, "a\"b"s, "a\0b"s}) EXPECT_LT(Set(path, value), 0);
   EXPECT_LT(files_.PLIBCFileSetKeyValue(path, "a=b", "1", 0), 0);
   folder_.Write(".new-text.killed", "status=");
   const base::FileDescriptor writer(::open(folder_.Write(".new-text.living", "status=").c_str(), O_RDONLY));
   ASSERT_EQ(::flock(writer.get(), LOCK_EX), 0);
-  std::filesystem::create_directory(folder_ / "sub");
+  fs::create_directory(folder_ / "sub");
   EXPECT_LT(Set(folder_ / "sub", "done"), 0);
   EXPECT_EQ(tests::ReadFile(path), "status=\"old\"\n");
-  EXPECT_FALSE(std::filesystem::exists(folder_ / ".new-text.killed"));  // whoever wrote it is gone
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 3);
+  EXPECT_FALSE(fs::exists(folder_ / ".new-text.killed"));  // whoever wrote it is gone
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 3);
 }
 
 TEST_F(StateFilesTest, ALinkToTheFileStaysALinkUnlessItIsBrokenOrAStrangersOne) {
   const std::string target = folder_.Write("real/file", "status=\"old\"\n");
-  std::filesystem::create_symlink("real/file", folder_ / "link");
+  fs::create_symlink("real/file", folder_ / "link");
   EXPECT_EQ(Set(folder_ / "link", "new"), 0);
-  EXPECT_EQ(StatusOf(folder_ / "link").st_mode & S_IFMT, mode_t{S_IFLNK});
-  std::filesystem::create_symlink("nowhere", folder_ / "broken");
+  EXPECT_TRUE(fs::is_symlink(folder_ / "link"));
+  fs::create_symlink("nowhere", folder_ / "broken");
   EXPECT_LT(Set(folder_ / "broken", "new"), 0);
-  EXPECT_FALSE(std::filesystem::exists(folder_ / "nowhere"));
+  EXPECT_FALSE(fs::exists(folder_ / "nowhere"));
 
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to give a link to another user";
   ASSERT_EQ(::lchown((folder_ / "link").c_str(), 1234, 1234), 0);
@@ -104,19 +99,16 @@ TEST_F(StateFilesTest, ALinkToTheFileStaysALinkUnlessItIsBrokenOrAStrangersOne) 
   EXPECT_EQ(tests::ReadFile(target), "status=\"new\"\n");
 }
 
-TEST_F(StateFilesTest, APidFileIsAlwaysNew) {
+TEST_F(StateFilesTest, APidFileIsAlwaysNewAndHoldsOneWholeNumberAboveZero) {
   const std::string path = folder_ / "pid";
   EXPECT_EQ(files_.PLIBCProcPidFileCreate(path), 0);
   EXPECT_EQ(tests::ReadFile(path), std::to_string(::getpid()) + "\n");
   EXPECT_EQ(StatusOf(path).st_mode, S_IFREG | 0644U);
   EXPECT_NE(files_.PLIBCProcPidFileCreate(path), 0);
   EXPECT_EQ(errno, EEXIST);
-  std::filesystem::create_symlink("planted", folder_ / "link");
+  fs::create_symlink("planted", folder_ / "link");
   EXPECT_NE(files_.PLIBCProcPidFileCreate(folder_ / "link"), 0);
-  EXPECT_FALSE(std::filesystem::exists(folder_ / "planted"));
-}
-
-TEST_F(StateFilesTest, APidFileHoldsOneWholeNumberAboveZero) {
+  EXPECT_FALSE(fs::exists(folder_ / "planted"));
   const std::pair<const char*, pid_t> cases[] = {{" 12 \nmore\n", 12}, {"12", 12},  {"12x\n", -1},
                                                  {"-12\n", -1},        {"0\n", -1}, {"99999999999\n", -1}};
   for (const auto& [text, pid] : cases) {

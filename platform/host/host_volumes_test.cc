@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <memory>
+#include <tuple>
 
 #include "platform/sdk/volume_uuid.h"
 #include "tests/support/mount_namespace.h"
@@ -14,7 +15,6 @@ namespace {
 
 using platform::FileSystemType;
 using platform::host::HostVolumes;
-using platform::host::Mount;
 
 constexpr char kUuid[] = "a0b1c2d3-e4f5-4607-8899-aabbccddeeff";
 
@@ -31,7 +31,7 @@ TEST(MountTable, IsWalkedLikeThePathItself) {
                    "25 23 8:6 / /m rw - ext2 /dev/sdf rw\n"
                    "26 20 0:7 / /s\\011\\012\\043\\x\\04\\ rw - tmpfs  rw\n"
                    "27 20 8:8 //deleted /d\\040(deleted) rw - ext4 - rw");
-  std::vector<Mount> mounts;
+  std::vector<platform::host::Mount> mounts;
   ASSERT_EQ(platform::host::ReadMountInfo(table, mounts), 0);
   ASSERT_EQ(mounts.size(), 8U);
   const auto source_of = [&](const std::string& path) {
@@ -57,73 +57,49 @@ TEST(MountTable, IsWalkedLikeThePathItself) {
   }
 }
 
-// Volumes with that UUID.
-class HostVolumesTest : public ::testing::Test {
- protected:
-  // Makes a file system in an image and mounts it; a loop device is let go with its mount.
-  bool MountNew(const std::string& type) {
-    mount_.reset();
-    const std::string image = folder_ / type;
-    std::filesystem::create_directories(sub_);
+TEST(HostVolumes, TypeAndUuidOfEachFileSystemAlsoWithoutThePathOfItsDevice) {
+  const tests::TemporaryFolder folder;
+  const std::string volume = folder / "my volume";
+  const std::string sub = volume + "/sub";
+  std::filesystem::create_directory(volume);
+  HostVolumes volumes{platform::SystemPaths{}};
+  std::unique_ptr<tests::ScopedMount> mount;  // goes before the folder
+  std::string uuid;
+  const std::tuple<std::string, FileSystemType, const char*> cases[] = {
+      {"btrfs", FileSystemType::kBtrfs, kUuid},
+      {"ext2", FileSystemType::kOther, "(failed)"},
+      {"ext3", FileSystemType::kExt3, kUuid},
+      {"ext4", FileSystemType::kExt4, kUuid}};
+  for (const auto& [name, type, expected] : cases) {
+    mount.reset();
+    const std::string image = folder / name;  // a loop device is let go with its mount
     if (!tests::EnterMountNamespace() ||
-        !tests::Run("truncate -s 128M " + image + " && mkfs." + type + " -q -U " + kUuid + " " + image +
-                    " && mount -t " + type + " -o loop " + image + " '" + mount_point_ + "'")) {
-      return false;
+        !tests::Run("truncate -s 128M " + image + " && mkfs." + name + " -q -U " + kUuid + " " + image +
+                    " && mount -o loop " + image + " '" + volume + "'")) {
+      GTEST_SKIP() << "cannot make and mount " << name;
     }
-    mount_ = std::make_unique<tests::ScopedMount>(mount_point_);
-    return std::filesystem::create_directory(sub_);
+    mount = std::make_unique<tests::ScopedMount>(volume);
+    std::filesystem::create_directory(sub);
+    FileSystemType found = FileSystemType::kEcryptfs;
+    EXPECT_EQ(volumes.GetFileSystemType(sub, found), 0);
+    EXPECT_EQ(found, type) << name;
+    if (platform::sdk::GetVolumeUuid(volumes, sub, uuid = "") != 0) uuid = "(failed)";
+    EXPECT_EQ(uuid, expected) << name;
   }
-  std::string UuidOf(const std::string& path) {
-    std::string uuid;
-    return platform::sdk::GetVolumeUuid(volumes_, path, uuid) == 0 ? uuid : "(failed)";
-  }
-
-  tests::TemporaryFolder folder_;
-  std::string mount_point_ = folder_ / "my volume";
-  std::string sub_ = mount_point_ + "/sub";
-  std::unique_ptr<tests::ScopedMount> mount_;  // goes before the folder
-  HostVolumes volumes_{platform::SystemPaths{}};
-};
-
-TEST_F(HostVolumesTest, ADeviceWithoutAPathInTheTableIsFoundByItsNumber) {
-  if (!MountNew("ext4")) GTEST_SKIP() << "cannot make and mount ext4";
-  platform::SystemPaths paths;
-  paths.mount_info = folder_ / "mountinfo";
+  platform::SystemPaths paths;  // of the last one, the ext4
+  paths.mount_info = folder / "mountinfo";
   ASSERT_TRUE(
       tests::Run("sed -n 's,/dev/loop[0-9]*,/dev/root,w " + paths.mount_info + "' /proc/self/mountinfo"));
-  std::string uuid;
-  EXPECT_EQ(HostVolumes(paths).GetExtUuid(mount_point_, uuid), 0);
+  EXPECT_EQ(HostVolumes(paths).GetExtUuid(volume, uuid = ""), 0);  // found by the number of its device
   EXPECT_EQ(uuid, kUuid);
-  platform::VolumeInfo info;  // through a link it is a volume, a folder on it is none
-  std::filesystem::create_symlink(mount_point_, folder_ / "link");
-  EXPECT_EQ(volumes_.PLATMountVolInfoGet(folder_ / "link", info), 0);
-  EXPECT_LT(volumes_.PLATMountVolInfoGet(sub_, info), 0);
+  platform::VolumeInfo info;  // through a link it is a volume
+  std::filesystem::create_symlink(volume, folder / "link");
+  EXPECT_EQ(volumes.PLATMountVolInfoGet(folder / "link", info), 0);
   ASSERT_TRUE(tests::Run("mount --bind /dev/null " + info.device));
   const tests::ScopedMount hidden(info.device);
-  const int asked = volumes_.GetExtUuid(sub_, uuid = "");  // without a device the kernel is asked
+  const int asked = volumes.GetExtUuid(sub, uuid = "");  // without a device the kernel is asked
   if (asked != 0 && errno == ENOTTY) GTEST_SKIP() << "this kernel does not tell the uuid of an ext4";
   EXPECT_EQ(uuid, kUuid);
-}
-
-TEST_F(HostVolumesTest, TypeAndUuidOfEachFileSystem) {
-  struct Case {
-    const char* name;
-    FileSystemType type;
-    const char* uuid;
-  };
-  for (const Case& c :
-       {Case{"ext4", FileSystemType::kExt4, kUuid}, Case{"ext3", FileSystemType::kExt3, kUuid},
-        Case{"ext2", FileSystemType::kOther, "(failed)"}, Case{"btrfs", FileSystemType::kBtrfs, kUuid}}) {
-    if (!MountNew(c.name)) GTEST_SKIP() << "cannot make and mount " << c.name;
-    FileSystemType type = FileSystemType::kEcryptfs;
-    EXPECT_EQ(volumes_.GetFileSystemType(sub_, type), 0);
-    EXPECT_EQ(type, c.type) << c.name;
-    EXPECT_EQ(UuidOf(sub_), c.uuid) << c.name;
-    std::string old_form;
-    const bool has_old_form = platform::sdk::GetOldBtrfsUuid(volumes_, sub_, old_form) == 0;
-    EXPECT_EQ(has_old_form, c.type == FileSystemType::kBtrfs) << c.name;
-    EXPECT_EQ(old_form, has_old_form ? "d3c2b1a0-f5e4-0746-8899-aabbccddeeff" : "");
-  }
 }
 
 }  // namespace
