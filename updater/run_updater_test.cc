@@ -22,30 +22,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class RecordingCheck : public updater::ConsistencyCheck {
- public:
+// Its legacy steps and its check write into a journal what they find.
+class RunUpdaterTest : public ::testing::Test,
+                       public updater::ConsistencyCheck,
+                       public updater::legacy::LegacyChain {
+ protected:
+  int RunStep(int number, const updater::legacy::LegacyPaths& paths) override {
+    journal_ += std::to_string(number) + (fs::exists(paths.client) ? "+" : "-");
+    return number == failing_step_ ? -1 : 0;
+  }
   int Run(const updater::RunPaths& paths) override {
     EXPECT_FALSE(fs::exists(paths.data_copy) || fs::exists(paths.user_copy));
-    EXPECT_EQ(status->GetServiceStatus(status_during), 0);
     EXPECT_STREQ(sqlite3_temp_directory, paths.temporary_folder.c_str()) << "deleting records needs it too";
+    journal_ += Status();
     return 0;
   }
-  updater::ServiceStatus* status = nullptr;
-  std::string status_during;
-};
-
-class RecordingLegacyChain : public updater::legacy::LegacyChain {
- public:
-  int RunStep(int number, const updater::legacy::LegacyPaths& paths) override {
-    journal += std::to_string(number) + (fs::exists(paths.client) ? "+" : "-");
-    return number == failing ? -1 : 0;
-  }
-  std::string journal;
-  int failing = 0;
-};
-
-class RunUpdaterTest : public ::testing::Test {
- protected:
   void SetUp() override {
     for (const std::string& path :
          {system_.service_status, system_.upgrading_mark, system_.scratch_database, system_.sync_daemon_pid,
@@ -53,7 +44,6 @@ class RunUpdaterTest : public ::testing::Test {
       fs::create_directories(fs::path(path).parent_path());
     }
     std::ofstream(system_.package_enabled).flush();
-    check_.status = &status_;
     fake_.accounts.Add("O'Brien", 1026);
     fake_.shares.shares = {{"team \"50%\"", "/volume1/team", false, {}}};
   }
@@ -65,22 +55,16 @@ class RunUpdaterTest : public ::testing::Test {
   // Live databases of that version.
   void StartAt(int version) {
     tests::WriteFixture(version, fake_.volumes.everywhere.ext_uuid, "",
-                        {.sync_folder = run_.sync_folder,
-                         .data = run_.data_db,
-                         .log = run_.log_db,
-                         .user = run_.user_db,
-                         .client = run_.client_db,
-                         .view_folder = run_.view_folder,
-                         .file_folder = run_.file_folder});
+                        tests::PackageIn(run_.volume + "/@stratofolder"));
   }
   // Runs the program and returns the status it leaves; the mark must be gone.
-  std::string Run(std::vector<const char*> more = {}) {
+  std::string Upgrade(std::vector<const char*> more = {}) {
     EXPECT_EQ(status_.SetServiceStatus("initializing"), 0);
     more.insert(more.begin(), run_.volume.c_str());
     EXPECT_EQ(updater::RunUpdater(more, {.paths = system_,
                                          .platform = fake_.platform(),
-                                         .legacy = legacy_,
-                                         .check = check_,
+                                         .legacy = *this,
+                                         .check = *this,
                                          .out = out_,
                                          .err = out_}),
               0);
@@ -98,15 +82,14 @@ class RunUpdaterTest : public ::testing::Test {
     return Status();
   }
   int Check() { return updater::DatabaseCheck(system_, fake_.platform()).Run(run_); }
-  bool Logged(const std::string& line) const { return sink_.Count(line) == 1; }
 
   const tests::TemporaryFolder folder_;
   const platform::SystemPaths system_ = platform::SystemPaths::Under(folder_.path());
   const updater::RunPaths run_{folder_ / "vol'ume %s"};
   tests::FakePlatform fake_;
   updater::ServiceStatus status_{system_, fake_.state_files};
-  RecordingLegacyChain legacy_;
-  RecordingCheck check_;
+  std::string journal_;
+  int failing_step_ = 0;
   std::ostringstream out_;
   logger::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
@@ -114,55 +97,48 @@ class RunUpdaterTest : public ::testing::Test {
 
 TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacement) {
   StartAt(4150);
-  EXPECT_EQ(Run({"--dont_skip"}), "done");
-  EXPECT_EQ(legacy_.journal, "");
-  EXPECT_EQ(check_.status_during, "checking");
-  EXPECT_EQ(Run({"--dont-skip"}), "done");
-  EXPECT_EQ(legacy_.journal, "1-3-4-5-6-7+8+9+10+11+") << "there is no V2; the client copy comes before V7";
-  legacy_.failing = 5;
-  check_.status_during.clear();
-  EXPECT_EQ(Run({"--dont-skip"}), "upgradefail");
-  EXPECT_TRUE(Logged("Update V5 Fail"));
-  EXPECT_EQ(check_.status_during, "");
+  EXPECT_EQ(Upgrade({"--dont_skip"}), "done");
+  EXPECT_EQ(Upgrade({"--dont-skip"}), "done");
+  failing_step_ = 5;
+  EXPECT_EQ(Upgrade({"--dont-skip"}), "upgradefail");
+  EXPECT_EQ(journal_, "checking1-3-4-5-6-7+8+9+10+11+checking1-3-4-5-")
+      << "there is no V2; the client copy comes before V7";
+  EXPECT_EQ(sink_.Count("Update V5 Fail"), 1);
 }
 
 TEST_F(RunUpdaterTest, LookingAtTheVersionDoesNotChangeTheLiveFiles) {
   StartAt(4150);
   tests::RunSql(run_.data_db,
                 "PRAGMA journal_mode = WAL; UPDATE config_table SET value = 4151 WHERE key = 'version';");
-  EXPECT_EQ(Run(), "dbnewer");
+  EXPECT_EQ(Upgrade(), "dbnewer");
   EXPECT_FALSE(fs::exists(run_.data_db + "-wal") || fs::exists(run_.data_db + "-shm"));
   // As a killed daemon leaves it: rows in the log only.
   db_util::Database daemon;
   ASSERT_EQ(db_util::OpenDatabase(run_.data_db, daemon), 0);
-  ASSERT_EQ(db_util::ExecScript(daemon.get(), "CREATE TABLE t (a);"), 0);
-  for (const char* suffix : {"", "-wal"}) fs::copy_file(run_.data_db + suffix, folder_ / "killed" + suffix);
+  ASSERT_EQ(sqlite3_db_config(daemon.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr), SQLITE_OK);
+  ASSERT_EQ(db_util::ExecScript(daemon.get(), "PRAGMA locking_mode = EXCLUSIVE; CREATE TABLE t (a);"), 0);
   daemon.reset();
-  for (const char* suffix : {"", "-wal"}) {
-    fs::copy_file(folder_ / "killed" + suffix, run_.data_db + suffix, fs::copy_options::overwrite_existing);
-  }
-  EXPECT_EQ(Run(), "dbnewer");
+  const auto before = tests::ReadTree(run_.sync_folder);
+  ASSERT_NE(before.at("syncfolder-db.sqlite-wal"), "");
+  EXPECT_EQ(Upgrade(), "dbnewer");
   fs::permissions(run_.data_db, fs::perms::owner_read);  // to root a file like any other
-  EXPECT_EQ(Run(), "dbnewer");
-  for (const char* suffix : {"", "-wal"}) {
-    EXPECT_EQ(tests::ReadFile(run_.data_db + suffix), tests::ReadFile(folder_ / "killed" + suffix));
-  }
-  EXPECT_FALSE(fs::exists(run_.data_db + "-shm"));
+  EXPECT_EQ(Upgrade(), "dbnewer");
+  EXPECT_TRUE(tests::ReadTree(run_.sync_folder) == before);
 }
 
 TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
   StartAt(3200);
   tests::RunSql(run_.data_db, "INSERT INTO log_table (type, time) VALUES (1, 1);");
   fs::remove_all(run_.sync_folder + "/rm");
-  EXPECT_EQ(Run(), "upgradefail");
+  EXPECT_EQ(Upgrade(), "upgradefail");
   fs::create_directory(run_.sync_folder + "/rm");
-  EXPECT_EQ(Run(), "done");
+  EXPECT_EQ(Upgrade(), "done");
   EXPECT_EQ(tests::Query(run_.log_db, "SELECT count(*) FROM log_table;"), "1 ");
   for (const bool was_placing : {true, false}) {
     if (was_placing) folder_.Write(run_.placing_mark.substr(folder_.path().size() + 1), "");
     fs::rename(run_.view_folder, run_.view_copy);
     fs::rename(run_.file_folder, run_.file_copy);
-    EXPECT_EQ(Run(), "done");
+    EXPECT_EQ(Upgrade(), "done");
     EXPECT_EQ(fs::exists(run_.view_folder) && fs::exists(run_.file_folder), was_placing);
     EXPECT_FALSE(fs::exists(run_.placing_mark));
   }
@@ -172,35 +148,26 @@ TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesTh
   StartAt(4150);
   fake_.accounts.failing.insert(1026);
   EXPECT_EQ(Check(), -1);
-  EXPECT_TRUE(Logged("Failed to do initial self check on user database\n"));
   user_mgr::UserList users;
   EXPECT_LT(user_mgr::UserManager::EnumAllUser(users), 0) << "closed";
   fake_.accounts.failing.clear();
 
-  const std::string gone = folder_ / "it's";
-  fake_.volumes.gone.insert(gone);
-  const std::string quoted = folder_ / "it''s";
-  tests::RunSql(run_.data_db, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '" + quoted +
-                                  "'), ('b', '" + quoted + "');");
+  fake_.volumes.gone.insert("/gone");
+  tests::RunSql(run_.data_db, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '/gone');");
   fs::remove(run_.view_folder + "/17/view-db.sqlite");
   EXPECT_EQ(Check(), -1);
-  EXPECT_TRUE(Logged("Failed to open view db with view_id 17\n"));
   std::map<std::string, std::string> volumes;
   EXPECT_EQ(db::Manager::EnumVolumeTable(volumes), 0) << "still open";
-  EXPECT_EQ(volumes.size(), 3U) << "uuids not handled yet stay recorded";
   EXPECT_EQ(user_mgr::UserManager::EnumAllUser(users), 0) << "still open";
   db::Manager::Destroy(false);
   std::ofstream(run_.data_db) << std::string(2000, 'x');
   EXPECT_EQ(Check(), -1);
-  EXPECT_TRUE(Logged("Failed to initialize sync folder data database\n"));
+  EXPECT_EQ(sink_.Count("Failed to initialize sync folder data database\n"), 1);
 }
 
 TEST_F(RunUpdaterTest, AStatusIsBelievedOnlyWhileItsProcessLives) {
   const pid_t child = fork();
-  if (child == 0) {
-    pause();
-    _exit(0);
-  }
+  if (child == 0) _exit(pause());
   const std::pair<std::string, std::string> cases[] = {{"updating", system_.upgrading_mark},
                                                        {"checking", system_.upgrading_mark},
                                                        {"enabled", system_.sync_daemon_pid},

@@ -37,19 +37,16 @@ class WorkingCopiesTest : public ::testing::Test {
     return files;
   }
 
-  // A database as a killed process leaves it: `in_log` is committed, but only in the write-ahead log.
-  static void MakeKilled(const std::string& path, const std::string& in_file, const std::string& in_log) {
-    const std::string made = Make(path + ".made", "");
+  // A database as a killed process leaves it: `value` is committed, but only in the write-ahead log.
+  static void MakeKilled(const std::string& path, const std::string& value) {
     db_util::Database db;
-    ASSERT_EQ(db_util::OpenDatabase(made, db), 0);
+    ASSERT_EQ(db_util::OpenDatabase(Make(path, ""), db), 0);
+    ASSERT_EQ(sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr), SQLITE_OK);
     ASSERT_EQ(db_util::ExecSql(db.get(),
-                               "PRAGMA journal_mode = WAL; CREATE TABLE t (v); INSERT INTO t VALUES (%Q);"
-                               "PRAGMA wal_checkpoint(TRUNCATE); UPDATE t SET v = %Q;",
-                               in_file, in_log),
+                               "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = WAL;"
+                               "CREATE TABLE t AS SELECT %Q AS v;",
+                               value),
               0);
-    for (const char* suffix : {"", "-wal"}) fs::copy_file(made + suffix, path + suffix);
-    db.reset();
-    fs::remove(made);
   }
   static std::string Skipped(const std::string& link) {
     return "warning: " + link + " is a link to a folder and is skipped, its database is not upgraded";
@@ -62,34 +59,18 @@ class WorkingCopiesTest : public ::testing::Test {
   logger::ScopedSink scope_{sink_};
 };
 
-TEST_F(WorkingCopiesTest, DatabaseIsCopiedWithTheCompanionsItHasAndReplacesAnOldCopy) {
+TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsItHasAndReplacesAnOldCopy) {
   EXPECT_EQ(BackupDatabaseFile(paths_.log_db, paths_.log_copy), 0);  // no such database
   for (const char* suffix : {"", "-wal", "-shm", "-journal"}) Make(paths_.user_copy + suffix, "old");
-  Make(paths_.user_db, "main");
-  Make(paths_.user_db + "-wal", "wal");
-  EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
-  EXPECT_THAT(Files(paths_.sync_folder),
-              ElementsAre("user-db.sqlite=main", "user-db.sqlite-wal=wal", "user-db.sqlite.bak=main",
-                          "user-db.sqlite.bak-wal=wal"));
-  fs::remove(paths_.user_db + "-wal");
-  Make(paths_.user_db + "-journal", "hot");
-  EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
-  EXPECT_EQ(tests::ReadFile(paths_.user_copy + "-journal"), "hot");
-  EXPECT_FALSE(fs::exists(paths_.user_copy + "-wal"));
-  EXPECT_EQ(RemoveDatabaseFiles(paths_.user_copy), 0);
-  EXPECT_EQ(Files(paths_.sync_folder).size(), 2U);
-  fs::create_directories(paths_.data_db);
-  EXPECT_EQ(BackupDatabaseFile(paths_.data_db, paths_.data_copy), -1);
-}
-
-TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsBesideIt) {
   const std::string elsewhere = Make(paths_.volume + "/elsewhere", "main");
-  Make(elsewhere + "-wal", "wal");
+  for (const char* suffix : {"-wal", "-journal"}) Make(elsewhere + suffix, suffix);
   fs::create_symlink(elsewhere, paths_.user_db);
   EXPECT_EQ(BackupDatabaseFile(paths_.user_db, paths_.user_copy), 0);
-  EXPECT_FALSE(fs::is_symlink(paths_.user_copy));
-  EXPECT_EQ(tests::ReadFile(paths_.user_copy) + tests::ReadFile(paths_.user_copy + "-wal"), "mainwal");
-  fs::create_directories(paths_.file_folder + "/uuid");
+  EXPECT_THAT(Files(paths_.sync_folder),
+              ElementsAre("user-db.sqlite=main", "user-db.sqlite.bak=main",
+                          "user-db.sqlite.bak-journal=-journal", "user-db.sqlite.bak-wal=-wal"));
+  for (const std::string& folder : {paths_.file_folder + "/uuid", paths_.file_copy})
+    fs::create_directories(folder);
   fs::create_symlink(elsewhere, paths_.file_folder + "/uuid/file-db.sqlite");
   fs::create_directory_symlink(".", paths_.file_folder + "/link");
   EXPECT_EQ(BackupFileFolder(paths_.file_folder, paths_.file_copy), 0);
@@ -97,20 +78,11 @@ TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsBesideIt) 
   EXPECT_EQ(sink_.Texts(), std::vector{Skipped(paths_.file_folder + "/link")});
 }
 
-TEST_F(WorkingCopiesTest, ACopyThatFailsMidwayIsNoMoreReadableThanItsSource) {
-  for (const char* view : {"/7", "/8", "/9"}) Make(paths_.view_folder + view + "/view-db.sqlite", "private");
-  fs::create_directories(paths_.view_folder + "/unreadable/view-db.sqlite");
-  fs::permissions(paths_.view_folder, fs::perms::owner_all);
-  EXPECT_EQ(BackupViewFolder(paths_.view_folder, paths_.view_copy), -1);
-  EXPECT_EQ(fs::status(paths_.view_copy).permissions(), fs::perms::owner_all);
-}
-
 TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
-  Make(paths_.view_folder + "/7/view-db.sqlite", "old");
-  Make(paths_.view_folder + "/7/view-db.sqlite-wal", "old");
-  Make(paths_.view_folder + "/7/sign/.0", "");
-  Make(paths_.view_folder + "/name/view-db.sqlite", "old");
-  Make(paths_.view_folder + "/file", "");
+  for (const char* name :
+       {"/7/view-db.sqlite", "/7/view-db.sqlite-wal", "/7/sign/.0", "/name/view-db.sqlite", "/file"}) {
+    Make(paths_.view_folder + name, "old");
+  }
   const std::string outside = Make(paths_.volume + "/outside/view-db.sqlite", "precious");
   fs::create_symlink(paths_.volume + "/outside", paths_.view_folder + "/8");
   Make(paths_.view_copy + "/99/view-db.sqlite", "of a former run");
@@ -118,14 +90,12 @@ TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
   EXPECT_THAT(Files(paths_.view_copy),
               ElementsAre("7/view-db.sqlite=old", "7/view-db.sqlite-wal=old", "name/view-db.sqlite=old"));
   EXPECT_EQ(sink_.Texts(), std::vector{Skipped(paths_.view_folder + "/8")});
-  for (const char* view : {"/7", "/8", "/9", "/name"}) {
-    Make(paths_.view_copy + view + "/view-db.sqlite", "new");
-  }
+  for (const char* id : {"/7", "/8", "/9", "/name"}) Make(paths_.view_copy + id + "/view-db.sqlite", "new");
   fs::remove(paths_.view_copy + "/7/view-db.sqlite-wal");
   ASSERT_EQ(RestoreViewFolder(paths_.view_copy, paths_.view_folder), 0);
   fs::remove(paths_.view_folder + "/8");
   EXPECT_THAT(Files(paths_.view_folder),
-              ElementsAre("7/sign/.0=", "7/view-db.sqlite=new", "file=", "name/view-db.sqlite=new"));
+              ElementsAre("7/sign/.0=old", "7/view-db.sqlite=new", "file=old", "name/view-db.sqlite=new"));
   EXPECT_EQ(tests::ReadFile(outside), "precious");
   EXPECT_FALSE(fs::exists(paths_.view_copy));
 }
@@ -165,16 +135,21 @@ TEST_F(WorkingCopiesTest, RestoresThatFailAreNamedAndLoseNothing) {
 }
 
 // What is left beside a live database would be replayed into the new file.
-TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedIntoTheNewOne) {
+TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedAndNoDamagedCopyPlaced) {
   Make(paths_.client_db + "-wal", "of a database that is gone");
   const std::string view = "/7/view-db.sqlite";
-  for (const std::string& live : {paths_.user_db, paths_.view_folder + view}) {
-    MakeKilled(live, "old", "newer");
-  }
+  for (const std::string& live : {paths_.user_db, paths_.view_folder + view}) MakeKilled(live, "newer");
+  Make(paths_.user_copy, std::string(4096, 'x'));
+  Make(paths_.user_copy + "-wal", "log");
+  EXPECT_EQ(PreparePlacement(paths_), -1);
+  EXPECT_EQ(sink_.Texts(),
+            std::vector{"cannot fold database " + paths_.user_copy + ": file is not a database (26)\n"});
+  sink_.Clear();
+  EXPECT_EQ(RemoveDatabaseFiles(paths_.user_copy), 0);
   const std::string file = "/uuid/file-db.sqlite";
   for (const std::string& copy :
        {paths_.user_copy, paths_.client_copy, paths_.view_copy + view, paths_.file_copy + file}) {
-    MakeKilled(copy, "?", "upgraded");
+    MakeKilled(copy, "upgraded");
   }
 
   ASSERT_EQ(PreparePlacement(paths_), 0);
@@ -183,22 +158,11 @@ TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedIntoTheNewOne)
   EXPECT_EQ(Value(folder_ / "user-before"), "newer ");  // whole in its file, and not replaced yet
   EXPECT_TRUE(sink_.lines().empty());
   PlaceWorkingCopies(paths_);
-  for (const auto& entry : fs::recursive_directory_iterator(folder_ / "@stratofolder")) {
-    EXPECT_TRUE(entry.is_directory() || entry.path().extension() == ".sqlite") << entry.path();
-  }
+  EXPECT_EQ(Files(folder_ / "@stratofolder").size(), 4U) << "companions or copies are left";
   for (const std::string& live :
        {paths_.user_db, paths_.client_db, paths_.view_folder + view, paths_.file_folder + file}) {
     EXPECT_EQ(Value(live), "upgraded ") << live;
   }
-}
-
-TEST_F(WorkingCopiesTest, DamagedCopyIsNotPlaced) {
-  Make(paths_.user_db, "live");
-  Make(paths_.user_copy, std::string(4096, 'x'));
-  Make(paths_.user_copy + "-wal", "log");
-  EXPECT_EQ(PreparePlacement(paths_), -1);
-  EXPECT_EQ(tests::ReadFile(paths_.user_db), "live");
-  EXPECT_EQ(sink_.Count("cannot fold database " + paths_.user_copy + ": file is not a database (26)\n"), 1);
 }
 
 }  // namespace
