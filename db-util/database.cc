@@ -10,6 +10,7 @@
 
 #include "base/file_descriptor.h"
 #include "db-util/database_files.h"
+#include "db-util/guarded_files.h"
 #include "db-util/query.h"
 #include "logger/updater_log.h"
 
@@ -109,7 +110,7 @@ int ExecuteFirst(sqlite3* db, const char*& rest) {
 int OpenQuietly(const std::string& path, Database& out, OpenMode mode) {
   out.reset();
   sqlite3* db = nullptr;
-  const int code = sqlite3_open_v2(path.c_str(), &db, OpenFlags(mode), nullptr);
+  const int code = sqlite3_open_v2(path.c_str(), &db, OpenFlags(mode), GuardedFiles());
   Database opened(db);  // SQLite hands out a handle with most failures too
   if (code == SQLITE_OK) out = std::move(opened);
   return code;

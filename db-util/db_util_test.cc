@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <numeric>
+#include <utility>
 
 #include "base/file_descriptor.h"
 #include "db-util/database.h"
@@ -83,6 +85,36 @@ TEST_F(DbUtilTest, FoldRefusesWhatIsNoDatabaseAndForgetsCompanionsOfNothing) {
   folder_.Write("gone-wal", "stale");
   EXPECT_EQ(db_util::FoldDatabase(folder_ / "gone"), 0);
   EXPECT_FALSE(fs::exists(folder_ / "gone-wal") || fs::exists(folder_ / "gone"));
+}
+
+// A journal without pages that names one more file, as a commit to several databases does.
+std::string JournalNaming(const std::string& file) {
+  const std::string magic = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+  const auto number = [](unsigned value) {
+    return std::string{static_cast<char>(value >> 24U), static_cast<char>(value >> 16U),
+                       static_cast<char>(value >> 8U), static_cast<char>(value)};
+  };
+  std::string head = magic + number(0) + number(1) + number(2) + number(512) + number(4096);
+  head.resize(512);
+  return head + number(0x40000000 / 4096 + 1) + file + number(static_cast<unsigned>(file.size())) +
+         number(std::accumulate(file.begin(), file.end(), 0U)) + magic;
+}
+
+TEST_F(DbUtilTest, WhatLiesBesideADatabaseCostsNobodyAFile) {
+  const std::string path = folder_ / "a";
+  ASSERT_EQ(db_util::OpenDatabase(path, db_), 0);
+  ASSERT_EQ(db_util::ExecScript(db_.get(), "CREATE TABLE t (a);"), 0);
+  db_.reset();
+  for (const auto& [name, result] : {std::pair("b", -1), {"b-journal", -1}, {"b-mj01234567A", 0}}) {
+    const std::string named = folder_.Write(name, "precious");
+    folder_.Write("a-journal", JournalNaming(named));
+    EXPECT_EQ(db_util::FoldDatabase(path), result);
+    EXPECT_EQ(fs::exists(named), result < 0) << named;
+  }
+  EXPECT_EQ(sink_.Count(folder_ / "b is not deleted although a journal names it\n"), 1);
+  fs::create_hard_link(folder_ / "b", path + "-journal");
+  EXPECT_EQ(db_util::FoldDatabase(path), -1);
+  EXPECT_NE(sink_.Count(path + "-journal is not opened: no regular file, or one with other names\n"), 0);
 }
 
 }  // namespace
