@@ -1,5 +1,7 @@
 #include "platform/host/host_shares.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -29,13 +31,19 @@ std::vector<std::string> SplitWords(std::string_view text) {
   return words;
 }
 
+// A link that leads nowhere, say to a volume that is not mounted, is no answer about shares.
+bool IsThere(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0;
+}
+
 }  // namespace
 
 Lookup HostShares::Open(const std::string& name, Share& share) {
   if (!configuration_.IsCurrent()) {
     configuration_ = {};
     const int error = ReadSambaConfiguration(path_, configuration_);
-    if (error != 0) return error == ENOENT ? Lookup::kNotFound : Lookup::kFailed;
+    if (error != 0) return error == ENOENT && !IsThere(path_) ? Lookup::kNotFound : Lookup::kFailed;
   }
   const std::string folded = FoldShareName(name);
   const auto found = configuration_.sections.find(folded);
