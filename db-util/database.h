@@ -63,7 +63,7 @@ struct ExecFailure {
 inline constexpr std::size_t kLongStatement = 512;
 
 // Follows the line that a failed statement is logged in. When the statement is longer than kLongStatement, or
-// one of the files is damaged, it logs "Strato Folder Updater(%d): <updater>, <database>: <message> (<code>)\n".
+// a file is damaged, it logs "Strato Folder Updater(%d): <updater>, <database>: <message> (<code>)\n".
 void LogReasonBehind(const std::string& statement, const ExecFailure& failure);
 
 // Logs "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with the text, the message and the code, and
