@@ -82,7 +82,8 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   const bool has_log = file_op::FSExists(sqlite3_filename_wal(file));
   const bool makes_index = has_log && !file_op::FSExists(index);  // one that is there may be in use
   const bool can_write = sqlite3_db_readonly(db.get(), "main") == 0;
-  if (has_log) (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+  if (has_log)
+    (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
   // An index of the log would stay as well; whoever has the database for itself keeps it in memory.
   if (makes_index && can_write) {
     std::string ignored;  // without it, only the index stays
