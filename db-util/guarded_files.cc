@@ -56,8 +56,9 @@ std::string IndexOf(const std::string& log) {
 
 int Open(sqlite3_vfs* /*guarded*/, sqlite3_filename name, sqlite3_file* file, int flags, int* opened) {
   constexpr int kJournals = SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_SUPER_JOURNAL | SQLITE_OPEN_WAL;
-  if ((flags & SQLITE_OPEN_MAIN_DB) != 0 && name != nullptr) OpenedDatabases().emplace(name);
-  if ((flags & kJournals) != 0) {
+  const bool has_name = name != nullptr;  // temporary files have none
+  if (has_name && (flags & SQLITE_OPEN_MAIN_DB) != 0) OpenedDatabases().emplace(name);
+  if (has_name && (flags & kJournals) != 0) {
     const bool is_log = (flags & SQLITE_OPEN_WAL) != 0;
     if (IsPlanted(name) || (is_log && IsPlanted(IndexOf(name)))) {
       logger::SystemLog("%s%s is not opened: no regular file, or one with other names\n", std::string(name),
