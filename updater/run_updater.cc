@@ -99,6 +99,7 @@ class Driver {
 int RunUpdater(std::span<const char* const> arguments, const RunDependencies& dependencies) {
   logger::SetUpComponentLog(dependencies.paths.debug_configuration);
   (void)std::signal(SIGPIPE, SIG_IGN);  // a log or terminal that went away must not end the run
+  (void)std::signal(SIGXFSZ, SIG_IGN);  // a write beyond a limit must fail like any other, and say so
   if (arguments.empty() || arguments.size() > 2) {
     logger::SystemLog("updater: invalid arguments\n");
     return -1;
