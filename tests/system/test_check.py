@@ -227,6 +227,7 @@ class Shares(CheckTest):
             "no configuration": dict(files={"samba/smb.conf": None}, changed=TEAM_GONE | MUSIC_GONE,
                                      gone=[NO_TEAM, NO_SHARE]),
             "unreadable": dict(prepare=unreadable("samba/smb.conf"), **not_asked),
+            "link to nowhere": dict(prepare=lambda: subprocess.run(["ln", "-sf", "/x", "/etc/samba/smb.conf"]), **not_asked),
             "path of 1000 bytes": dict(files=music(path=too_long), **failed_check(
                 "statement of 1058 bytes does not fit its buffer of 1024 bytes\n",
                 f"UserManager::CheckShareUser fail to update watch path {too_long} to share 'music'.\n",
