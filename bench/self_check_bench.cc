@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "db-util/database.h"
+#include "db-util/execute.h"
 #include "tests/support/fake_platform.h"
 #include "user-mgr/user_manager.h"
 
@@ -60,7 +61,7 @@ std::string Data(unsigned users) {
 double Measure(unsigned users, const std::string& path) {
   if (UserManager::Initialize(path) < 0) return -1;
   db_util::Database db;
-  if (db_util::OpenDatabase(path, db) < 0 || db_util::ExecScript(db.get(), Data(users)) < 0) return -1;
+  if (db_util::OpenDatabase(path, db) < 0 || !db_util::Execute(db.get(), Data(users)).ok()) return -1;
   db.reset();
   std::list<user_mgr::ViewId> removed;
   const auto begin = std::chrono::steady_clock::now();

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "ctl/commands.h"
-#include "updater/volume_upgrade.h"
+#include "package/layout.h"
 
 namespace ctl {
 namespace {
@@ -26,7 +26,7 @@ constexpr std::array kCommands = {
 };
 
 std::string VersionText() {
-  return "updater-ctl " UPDATER_PROGRAM_VERSION ", upgrades to " + std::to_string(updater::kTargetVersion);
+  return "updater-ctl " UPDATER_PROGRAM_VERSION ", upgrades to " + std::to_string(package::kCurrentVersion);
 }
 
 int RefuseArguments(const Streams& streams, const std::string& reason) {

@@ -10,10 +10,10 @@
 #include "ctl/volume_folder.h"
 #include "db-util/database.h"
 #include "db-util/query.h"
+#include "package/layout.h"
 #include "platform/sdk/volume_uuid.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/temporary_folder.h"
-#include "updater/run_paths.h"
 
 namespace {
 
@@ -30,23 +30,23 @@ class CtlTest : public testing::Test {
   static int Query(const std::string& database, const std::string& query) {
     db_util::Database db;
     int value = -1;
-    EXPECT_EQ(db_util::OpenQuietly(database, db, db_util::OpenMode::kReadWrite), SQLITE_OK) << database;
+    EXPECT_TRUE(db_util::OpenQuietly(database, db, db_util::OpenMode::kReadWrite).ok()) << database;
     EXPECT_TRUE(db_util::QueryInt(db.get(), query, value).ok()) << query;
     return value;
   }
 
   tests::TemporaryFolder folder_;
   std::string volume_ = folder_ / "volume";
-  updater::RunPaths paths_{volume_};
+  package::VolumePaths paths_{volume_};
   std::ostringstream out_;
   std::ostringstream err_;
 };
 
 TEST_F(CtlTest, SampleHoldsThePromisedContentAndTouchesNothingThatIsThere) {
   ASSERT_EQ(Run({"sample", volume_, "--nodes", "100", "--versions", "250", "--views", "7"}), 0);
-  EXPECT_EQ(Query(paths_.user_db, "SELECT count(DISTINCT view_id) FROM user_table"), 7);
-  EXPECT_EQ(Query(paths_.data_db, "SELECT count(*) FROM version_table"), 250);
-  const auto count_nodes = [&] { return Query(paths_.data_db, "SELECT count(*) FROM node_table"); };
+  EXPECT_EQ(Query(paths_.live.user, "SELECT count(DISTINCT view_id) FROM user_table"), 7);
+  EXPECT_EQ(Query(paths_.live.data, "SELECT count(*) FROM version_table"), 250);
+  const auto count_nodes = [&] { return Query(paths_.live.data, "SELECT count(*) FROM node_table"); };
   EXPECT_EQ(count_nodes(), 100);
   EXPECT_EQ(Run({"sample", volume_, "--nodes", "10"}), 1);
   EXPECT_THAT(err_.str(), HasSubstr("exists already"));
@@ -68,7 +68,7 @@ TEST_F(CtlTest, RunShowsTheUpgradeOfEveryVersionOrItsFailure) {
   }
   std::filesystem::remove_all(volume_);
   ASSERT_EQ(Run({"sample", volume_}), 0);
-  std::filesystem::remove_all(paths_.sync_folder + "/delta");
+  std::filesystem::remove_all(paths_.live.sync_folder + "/delta");
   EXPECT_EQ(Run({"run", volume_}), 1);
   EXPECT_THAT(out_.str(), HasSubstr("failed to create empty file"));
 }
@@ -77,12 +77,12 @@ TEST_F(CtlTest, RecordedVolumesKeepTheirRecords) {
   ASSERT_EQ(Run({"sample", volume_, "--version", "4100", "--views", "1"}), 0) << err_.str();
   // As in a copy from another machine; two rows with one path, one of a volume that is not here.
   tests::RunSql(
-      paths_.data_db,
+      paths_.live.data,
       "UPDATE volume_table SET repo_path = '/volume1/@stratofolder/@sync';"
       "INSERT INTO volume_table VALUES ('a', '/volume1/@stratofolder/@sync'), ('', '/volume1/@stratofolder/@sync'), ('b', '/gone');");
-  tests::RunSql(paths_.view_folder + "/1/view-db.sqlite", "UPDATE version_table SET file_uuid = 'b';");
+  tests::RunSql(paths_.live.view_folder + "/1/view-db.sqlite", "UPDATE version_table SET file_uuid = 'b';");
   ASSERT_EQ(Run({"run", volume_}), 0) << out_.str();
-  EXPECT_EQ(Query(paths_.data_db, "SELECT count(*) FROM volume_table"), 4);
+  EXPECT_EQ(Query(paths_.live.data, "SELECT count(*) FROM volume_table"), 4);
   EXPECT_THAT(out_.str(), HasSubstr("content all tables                          647 -> 647 "));
 
   const platform::FileSystemUuid bytes = {1, 2, 3, 4, 5, 6, 7, 8};

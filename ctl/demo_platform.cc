@@ -27,7 +27,7 @@ DemoPlatform::DemoPlatform(const std::string& volume, const std::string& user_da
 
 void DemoPlatform::ReadUsers(const std::string& user_database) {
   db_util::Database db;
-  if (db_util::OpenQuietly(user_database, db, db_util::OpenMode::kReadWrite) != SQLITE_OK) return;
+  if (!db_util::OpenQuietly(user_database, db, db_util::OpenMode::kReadWrite).ok()) return;
   // What cannot be read is no user of this machine; the run itself says what is wrong with the database.
   (void)db_util::ForEachRow(
       db.get(), "SELECT name, uid, gid, user_type, attribute, watch_path FROM user_table;",

@@ -34,7 +34,7 @@ VolumeIdentity ReadIdentity(const std::string& folder) {
 RecordedVolumes ReadRecordedVolumes(const std::string& data_database) {
   RecordedVolumes recorded;
   db_util::Database db;
-  if (db_util::OpenQuietly(data_database, db, db_util::OpenMode::kReadWrite) != SQLITE_OK) return recorded;
+  if (!db_util::OpenQuietly(data_database, db, db_util::OpenMode::kReadWrite).ok()) return recorded;
   // The run itself says what is wrong with the database, and passes the same rows over.
   (void)db_util::ForEachRow(db.get(), "SELECT uuid, repo_path FROM volume_table;", [&](sqlite3_stmt* row) {
     std::string uuid;

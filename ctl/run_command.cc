@@ -123,12 +123,12 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   RunPlace place;
   std::string error;
   if (TakePlace(arguments, place, error) < 0) return TellReason(streams, error, kRefused);
-  const updater::RunPaths run_paths(place.volume);
+  const package::PackagePaths live = package::VolumePaths(place.volume).live;
   const VolumeIdentity own = ReadIdentity(place.volume);
-  const RecordedVolumes recorded = ReadRecordedVolumes(run_paths.data_db);
-  DemoPlatform demo(place.volume, run_paths.user_db, own, recorded);
+  const RecordedVolumes recorded = ReadRecordedVolumes(live.data);
+  DemoPlatform demo(place.volume, live.user, own, recorded);
 
-  const VolumeSurvey before = SurveyVolume(run_paths);
+  const VolumeSurvey before = SurveyVolume(live);
   streams.out << "Volumes\n";
   PrintVolumes(own, recorded, streams.out);
   streams.out << "\nBefore\n";
@@ -136,7 +136,7 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
 
   RunRecord record;
   RunDriver(place.volume, arguments, place.paths, demo, record);
-  PrintRun(before, SurveyVolume(run_paths), record, demo.allowed(), streams.out);
+  PrintRun(before, SurveyVolume(live), record, demo.allowed(), streams.out);
   if (arguments.show_log || !record.is_done) PrintLog(record.log, streams.out);
   streams.out << "\nStatus: " << record.status << "\n";
   return record.is_done ? 0 : kFailed;

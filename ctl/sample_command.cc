@@ -20,7 +20,7 @@ struct SampleArguments {
 };
 
 int LiftTo(int version, const std::string& volume, MadeFolders& made, std::string& error) {
-  DemoPlatform demo(volume, updater::RunPaths(volume).user_db, MadeUpIdentity(), {});
+  DemoPlatform demo(volume, package::VolumePaths(volume).live.user, MadeUpIdentity(), {});
   const platform::SystemPaths paths = platform::SystemPaths::Under(DefaultStateFolder(volume));
   if (PrepareState(paths, demo.platform().state_files, made, error) < 0) return -1;
   std::ostream silent(nullptr);  // how the sample came about is nobody's concern
@@ -39,7 +39,7 @@ int MakeSample(const SampleArguments& arguments, const Streams& streams) {
   }
   made.Keep();
   streams.out << "Sample volume " << volume << "\n";
-  PrintSurvey(SurveyVolume(updater::RunPaths(volume)), streams.out);
+  PrintSurvey(SurveyVolume(package::VolumePaths(volume).live), streams.out);
   return 0;
 }
 

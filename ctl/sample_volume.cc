@@ -8,8 +8,8 @@
 #include "ctl/sample_schema.h"
 #include "ctl/sample_writer.h"
 #include "file-op/file_op.h"
+#include "package/layout.h"
 #include "updater/framework/updater_framework.h"
-#include "updater/run_paths.h"
 #include "updater/server/registration.h"
 
 namespace ctl {
@@ -18,10 +18,10 @@ namespace {
 constexpr int kSampleVersion = 2577;
 constexpr long long kFirstTime = 1400000000;
 
-int MakeFolders(const updater::RunPaths& paths, MadeFolders& made, std::string& error) {
+int MakeFolders(const package::VolumePaths& paths, MadeFolders& made, std::string& error) {
   for (const std::string& folder :
-       {paths.sync_folder, paths.sync_folder + "/repo", paths.sync_folder + "/delta",
-        paths.sync_folder + "/rm", base::FolderOf(paths.client_db)}) {
+       {paths.live.sync_folder, paths.live.sync_folder + "/repo", paths.live.sync_folder + "/delta",
+        paths.live.sync_folder + "/rm", base::FolderOf(paths.live.client)}) {
     if (made.Make(folder, error) < 0) return -1;
   }
   return 0;
@@ -137,15 +137,15 @@ int MakeSampleVolume(const std::string& volume, const SampleSize& size, MadeFold
     error = "a sample needs at least one view and one node a view";
     return -1;
   }
-  const updater::RunPaths paths(volume);
-  if (file_op::FSExists(paths.sync_folder)) {
-    error = paths.sync_folder + " exists already; a sample is made in a folder of its own";
+  const package::VolumePaths paths(volume);
+  if (file_op::FSExists(paths.live.sync_folder)) {
+    error = paths.live.sync_folder + " exists already; a sample is made in a folder of its own";
     return -1;
   }
   const SampleContent content(size);
-  return MakeFolders(paths, made, error) < 0 || WriteDataDatabase(paths.data_db, content, error) < 0 ||
-                 WriteUserDatabase(paths.user_db, content, error) < 0 ||
-                 WriteClientDatabase(paths.client_db, content, error) < 0
+  return MakeFolders(paths, made, error) < 0 || WriteDataDatabase(paths.live.data, content, error) < 0 ||
+                 WriteUserDatabase(paths.live.user, content, error) < 0 ||
+                 WriteClientDatabase(paths.live.client, content, error) < 0
              ? -1
              : 0;
 }
@@ -153,18 +153,10 @@ int MakeSampleVolume(const std::string& volume, const SampleSize& size, MadeFold
 int LiftSampleVolume(const std::string& volume, int version, const updater::UpdaterContext& context,
                      std::string& error) {
   const updater::Version start = {"", kSampleVersion};
-  const updater::RunPaths paths(volume);
-  // The live databases instead of working copies: a sample that breaks is made again.
-  const updater::server::WorkingCopies live = {.sync_folder = paths.sync_folder,
-                                               .data = paths.data_db,
-                                               .log = paths.log_db,
-                                               .user = paths.user_db,
-                                               .client = paths.client_db,
-                                               .view_folder = paths.view_folder,
-                                               .file_folder = paths.file_folder};
   updater::UpdaterFramework framework(context.out);
   updater::Version target = start;
-  for (auto& updater : updater::server::CreateServerUpdaters(context, live)) {
+  // The live databases instead of working copies: a sample that breaks is made again.
+  for (auto& updater : updater::server::CreateServerUpdaters(context, package::VolumePaths(volume).live)) {
     if (updater->GetToVersion().number == version) target = updater->GetToVersion();
     framework.AddUpdater(std::move(updater));
   }

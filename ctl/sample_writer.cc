@@ -4,12 +4,13 @@ namespace ctl {
 
 SampleWriter::SampleWriter(const std::string& path, const char* schema) : path_(path) {
   db_util::Database existing;
-  if (db_util::OpenQuietly(path, existing, db_util::OpenMode::kReadOnly) == SQLITE_OK) {
+  if (db_util::OpenQuietly(path, existing, db_util::OpenMode::kReadOnly).ok()) {
     Fail("it exists already");
     return;
   }
-  if (const int code = db_util::OpenQuietly(path, db_, db_util::OpenMode::kCreate); code != SQLITE_OK) {
-    Fail(sqlite3_errstr(code));
+  const db_util::Status opened = db_util::OpenQuietly(path, db_, db_util::OpenMode::kCreate);
+  if (!opened.ok()) {
+    Fail(opened.message);
     return;
   }
   Run("PRAGMA synchronous = OFF; PRAGMA journal_mode = MEMORY; BEGIN;");  // neither is kept in the file
@@ -18,8 +19,8 @@ SampleWriter::SampleWriter(const std::string& path, const char* schema) : path_(
 
 void SampleWriter::Run(const char* script) {
   if (failed()) return;
-  std::string message;
-  if (db_util::Execute(db_.get(), script, message) != SQLITE_OK) Fail(message);
+  const db_util::Status status = db_util::Execute(db_.get(), script);
+  if (!status.ok()) Fail(status.message);
 }
 
 int SampleWriter::Finish(std::string& error) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "db-util/database.h"
+#include "db-util/execute.h"
 #include "db-util/query.h"
 
 namespace ctl {

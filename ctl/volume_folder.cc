@@ -8,7 +8,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "updater/run_paths.h"
+#include "package/layout.h"
 
 namespace ctl {
 namespace {
@@ -59,18 +59,18 @@ int FindVolume(const std::string& argument, std::string& volume, std::string& er
   std::error_code failure;
   volume = fs::canonical(argument, failure).string();
   if (failure) return RefuseBecauseOf(error, "'" + argument + "'", failure.value());
-  const updater::RunPaths paths(volume);
+  const package::VolumePaths paths(volume);
   if (CheckType(volume, S_IFDIR, "folder", error) < 0) return -1;
-  const fs::path sync_folder = fs::canonical(paths.sync_folder, failure);
+  const fs::path sync_folder = fs::canonical(paths.live.sync_folder, failure);
   if (failure == std::errc::no_such_file_or_directory) return Refuse(error, NoPackage(volume));
-  if (failure) return RefuseBecauseOf(error, paths.sync_folder, failure.value());
+  if (failure) return RefuseBecauseOf(error, paths.live.sync_folder, failure.value());
   // Behind a link there may be the very databases of which this should be a copy.
-  if (sync_folder != paths.sync_folder) {
-    return Refuse(error, paths.sync_folder + " is reached through a link to " + sync_folder.string());
+  if (sync_folder != paths.live.sync_folder) {
+    return Refuse(error, paths.live.sync_folder + " is reached through a link to " + sync_folder.string());
   }
-  return CheckType(paths.data_db, S_IFREG, "file", error) < 0 ||
-                 CheckAccess(paths.sync_folder, R_OK | W_OK | X_OK, error) < 0 ||
-                 CheckAccess(paths.data_db, R_OK | W_OK, error) < 0
+  return CheckType(paths.live.data, S_IFREG, "file", error) < 0 ||
+                 CheckAccess(paths.live.sync_folder, R_OK | W_OK | X_OK, error) < 0 ||
+                 CheckAccess(paths.live.data, R_OK | W_OK, error) < 0
              ? -1
              : 0;
 }

@@ -7,9 +7,9 @@
 #include <ostream>
 
 #include "db-util/database.h"
+#include "db-util/execute.h"
 #include "db-util/query.h"
 #include "file-op/file_op.h"
-#include "updater/framework/view_databases.h"
 
 namespace ctl {
 namespace {
@@ -64,7 +64,7 @@ void AddDatabase(VolumeSurvey& survey, DatabaseSurvey::Kind kind, std::string na
                              .readable = false,
                              .tables = {}};
   db_util::Database db;
-  if (db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite) == SQLITE_OK) {
+  if (db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite).ok()) {
     database.version = ReadVersion(db.get());
     database.readable = CountRows(db.get(), database.tables);
   }
@@ -108,22 +108,21 @@ void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
 
 }  // namespace
 
-VolumeSurvey SurveyVolume(const updater::RunPaths& paths) {
+VolumeSurvey SurveyVolume(const package::PackagePaths& paths) {
   using Kind = DatabaseSurvey::Kind;
   VolumeSurvey survey;
-  AddDatabase(survey, Kind::kShared, "data", paths.data_db);
-  AddDatabase(survey, Kind::kShared, "log", paths.log_db);
-  AddDatabase(survey, Kind::kShared, "user", paths.user_db);
-  AddDatabase(survey, Kind::kShared, "client", paths.client_db);
-  const updater::FolderDatabases folders(paths.view_folder, paths.file_folder);
+  AddDatabase(survey, Kind::kShared, "data", paths.data);
+  AddDatabase(survey, Kind::kShared, "log", paths.log);
+  AddDatabase(survey, Kind::kShared, "user", paths.user);
+  AddDatabase(survey, Kind::kShared, "client", paths.client);
   for (const std::string& name : SortedFolders(paths.view_folder)) {
-    AddDatabase(survey, Kind::kView, name, folders.ViewDatabase(name));
+    AddDatabase(survey, Kind::kView, name, paths.ViewDatabase(name));
   }
   for (const std::string& name : SortedFolders(paths.file_folder)) {
-    AddDatabase(survey, Kind::kFile, name, folders.FileDatabase(name));
+    AddDatabase(survey, Kind::kFile, name, paths.FileDatabase(name));
   }
   db_util::Database db;
-  if (db_util::OpenQuietly(paths.user_db, db, db_util::OpenMode::kReadWrite) == SQLITE_OK) {
+  if (db_util::OpenQuietly(paths.user, db, db_util::OpenMode::kReadWrite).ok()) {
     (void)db_util::ForEachRow(db.get(), "SELECT name FROM user_table ORDER BY view_id;",
                               [&survey](sqlite3_stmt* row) {
                                 survey.users.push_back(db_util::ColumnText(row, 0));

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "updater/run_paths.h"
+#include "package/layout.h"
 
 namespace ctl {
 
@@ -30,8 +30,8 @@ struct VolumeSurvey {
   std::vector<std::string> users;         // names, by view id
 };
 
-// Looks at the live databases. Opening one may fold its write-ahead log into it; nothing else is changed.
-[[nodiscard]] VolumeSurvey SurveyVolume(const updater::RunPaths& paths);
+// Looks at the live databases. Opening one may checkpoint its write-ahead log; nothing else is changed.
+[[nodiscard]] VolumeSurvey SurveyVolume(const package::PackagePaths& paths);
 
 // One line a database; of many view databases only the first few, and how many more there are.
 void PrintSurvey(const VolumeSurvey& survey, std::ostream& out);

@@ -20,11 +20,4 @@ inline constexpr std::array<std::string_view, 3> kCompanionSuffixes = {"-wal", "
 // stays. Only for a database that nobody has open and whose companions hold nothing that is still wanted.
 [[nodiscard]] int RemoveCompanions(const std::string& path);
 
-// Brings everything that the companions hold into the database file itself (recovers a rollback journal,
-// checkpoints the write-ahead log) and leaves the file without companions. The journal mode stays as it is. A
-// file that does not exist only loses its companions: they belong to a database that is gone. Returns 0; -1
-// when the database is damaged, locked or cannot be written, after logging "cannot fold database %s: %s
-// (%d)\n"; the companions then stay.
-[[nodiscard]] int FoldDatabase(const std::string& path);
-
 }  // namespace db_util

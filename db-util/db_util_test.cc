@@ -7,8 +7,10 @@
 #include <utility>
 
 #include "base/file_descriptor.h"
+#include "db-util/checkpoint.h"
 #include "db-util/database.h"
 #include "db-util/database_files.h"
+#include "db-util/execute.h"
 #include "db-util/query.h"
 #include "logger/recording_sink.h"
 #include "tests/support/temporary_folder.h"
@@ -19,11 +21,6 @@ namespace fs = std::filesystem;
 
 class DbUtilTest : public ::testing::Test {
  protected:
-  int Count(const std::string& condition = "1") const {
-    int count = -1;
-    EXPECT_TRUE(db_util::QueryInt(db_.get(), "SELECT count(*) FROM t WHERE " + condition, count).ok());
-    return count;
-  }
   std::string CannotOpen(const std::string& path) const {
     return "StratoFolder: Open database: " + path + " failed (error code 14)\n";
   }
@@ -40,27 +37,12 @@ TEST_F(DbUtilTest, OpenDatabaseIsSilentOnlyForAnEmptyPath) {
   EXPECT_EQ(sink_.Texts(), std::vector<std::string>{CannotOpen(folder_.path())});
 }
 
-TEST_F(DbUtilTest, ExecSqlFormatsOnceAndLogsTheStatementThatFailed) {
-  ASSERT_EQ(db_util::OpenDatabase(folder_ / "a", db_), 0);
-  ASSERT_EQ(db_util::ExecSql(db_.get(), "CREATE TABLE t (v DEFAULT (strftime('%%s','now')), w);"), 0);
-  const std::string awkward = "it's 100%s %Q";
-  ASSERT_EQ(db_util::ExecSql(db_.get(), "INSERT INTO t (w) VALUES (%Q); INSERT INTO t (w) VALUES ('%q');",
-                             awkward, awkward),
-            0);
-  EXPECT_EQ(Count("w = 'it''s 100%s %Q' AND v > 0"), 2);
-  EXPECT_EQ(db_util::ExecSql(db_.get(), "DELETE FROM t; DROP TABLE %Q;", std::string("missing%s")), -1);
-  EXPECT_EQ(sink_.Texts().back(),
-            "Strato Folder Updater(N): sqlite3_exec(DELETE FROM t; DROP TABLE 'missing%s';): no such table: "
-            "missing%s (1)\n");
-  EXPECT_EQ(Count(), 0) << "what ran before the failing statement stays";
-}
-
 TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   const std::string scratch = folder_ / "scratch";
   const std::string victim = folder_.Write("victim", "precious");
   for (const char* suffix : {"", "-wal", "-shm", "-journal"}) fs::create_symlink(victim, scratch + suffix);
   ASSERT_EQ(db_util::OpenScratchDatabase(scratch, db_), 0);
-  ASSERT_EQ(db_util::ExecScript(db_.get(), "CREATE TABLE t (a);"), 0);
+  ASSERT_TRUE(db_util::Execute(db_.get(), "CREATE TABLE t (a);").ok());
   EXPECT_EQ(tests::ReadFile(victim), "precious");
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 2);
   struct stat status {};
@@ -68,10 +50,11 @@ TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
   fs::remove(scratch);
   const base::FileDescriptor made(open(scratch.c_str(), O_RDWR | O_CREAT, 0600));
-  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_), SQLITE_OK);
+  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_).code, SQLITE_OK);
   fs::remove(scratch);
   fs::create_symlink(folder_ / "victim", scratch);
-  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_), SQLITE_CANTOPEN);
+  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_).code,
+            SQLITE_CANTOPEN);
   fs::remove(scratch);
   folder_.Write("scratch/full", "");
   EXPECT_EQ(db_util::OpenScratchDatabase(scratch, db_), -1);
@@ -80,10 +63,10 @@ TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
 
 TEST_F(DbUtilTest, FoldRefusesWhatIsNoDatabaseAndForgetsCompanionsOfNothing) {
   const std::string text = folder_.Write("text", std::string(4096, 'x'));
-  EXPECT_EQ(db_util::FoldDatabase(text), -1);
+  EXPECT_EQ(db_util::CheckpointDatabase(text), -1);
   EXPECT_EQ(sink_.Count("cannot fold database " + text + ": file is not a database (26)\n"), 1);
   folder_.Write("gone-wal", "stale");
-  EXPECT_EQ(db_util::FoldDatabase(folder_ / "gone"), 0);
+  EXPECT_EQ(db_util::CheckpointDatabase(folder_ / "gone"), 0);
   EXPECT_FALSE(fs::exists(folder_ / "gone-wal") || fs::exists(folder_ / "gone"));
 }
 
@@ -103,17 +86,17 @@ std::string JournalNaming(const std::string& file) {
 TEST_F(DbUtilTest, WhatLiesBesideADatabaseCostsNobodyAFile) {
   const std::string path = folder_ / "a";
   ASSERT_EQ(db_util::OpenDatabase(path, db_), 0);
-  ASSERT_EQ(db_util::ExecScript(db_.get(), "CREATE TABLE t (a);"), 0);
+  ASSERT_TRUE(db_util::Execute(db_.get(), "CREATE TABLE t (a);").ok());
   db_.reset();
   for (const auto& [name, result] : {std::pair("b", -1), {"b-journal", -1}, {"b-mj01234567A", 0}}) {
     const std::string named = folder_.Write(name, "precious");
     folder_.Write("a-journal", JournalNaming(named));
-    EXPECT_EQ(db_util::FoldDatabase(path), result);
+    EXPECT_EQ(db_util::CheckpointDatabase(path), result);
     EXPECT_EQ(fs::exists(named), result < 0) << named;
   }
   EXPECT_EQ(sink_.Count(folder_ / "b is not deleted although a journal names it\n"), 1);
   fs::create_hard_link(folder_ / "b", path + "-journal");
-  EXPECT_EQ(db_util::FoldDatabase(path), -1);
+  EXPECT_EQ(db_util::CheckpointDatabase(path), -1);
   EXPECT_NE(sink_.Count(path + "-journal is not opened: no regular file, or one with other names\n"), 0);
 }
 

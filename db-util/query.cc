@@ -1,23 +1,16 @@
 #include "db-util/query.h"
 
 namespace db_util {
-namespace {
 
-QueryResult Failure(sqlite3* db, QueryResult::Stage stage, int code) {
-  return {stage, code, sqlite3_errmsg(db)};
-}
-
-}  // namespace
-
-QueryResult ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(sqlite3_stmt*)>& row) {
+Status ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(sqlite3_stmt*)>& row) {
   sqlite3_stmt* prepared = nullptr;
   int code = sqlite3_prepare_v2(db, sql.c_str(), -1, &prepared, nullptr);
   const Statement statement(prepared);
-  if (code != SQLITE_OK) return Failure(db, QueryResult::Stage::kPrepare, code);
+  if (code != SQLITE_OK) return FailureOf(db, code, Status::Call::kPrepare);
   while ((code = sqlite3_step(prepared)) == SQLITE_ROW) {
     if (!row(prepared)) return {};
   }
-  if (code != SQLITE_DONE) return Failure(db, QueryResult::Stage::kStep, code);
+  if (code != SQLITE_DONE) return FailureOf(db, code, Status::Call::kStep);
   return {};
 }
 
@@ -38,7 +31,7 @@ bool ReadWholeTextOrNull(sqlite3_stmt* statement, int column, std::string& text)
   return true;
 }
 
-QueryResult QueryInt(sqlite3* db, const std::string& sql, int& out) {
+Status QueryInt(sqlite3* db, const std::string& sql, int& out) {
   return ForEachRow(db, sql, [&out](sqlite3_stmt* statement) {
     out = sqlite3_column_int(statement, 0);
     return false;

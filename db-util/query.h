@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "db-util/status.h"
+
 namespace db_util {
 
 struct FinalizeStatement {
@@ -15,19 +17,8 @@ struct FinalizeStatement {
 };
 using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
 
-// How a query ended. Callers word their own messages from it.
-struct QueryResult {
-  enum class Stage { kDone, kPrepare, kStep };
-  Stage failed_at = Stage::kDone;  // kDone: no failure
-  int code = 0;                    // SQLite's result code of the failure
-  std::string message;             // SQLite's message of the failure
-
-  [[nodiscard]] bool ok() const { return failed_at == Stage::kDone; }
-};
-
 // Runs one statement and calls `row` for each of its rows until that returns false.
-[[nodiscard]] QueryResult ForEachRow(sqlite3* db, const std::string& sql,
-                                     const std::function<bool(sqlite3_stmt*)>& row);
+Status ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(sqlite3_stmt*)>& row);
 
 // A column as text; a NULL becomes empty text.
 [[nodiscard]] std::string ColumnText(sqlite3_stmt* statement, int column);
@@ -38,6 +29,6 @@ struct QueryResult {
 [[nodiscard]] bool ReadWholeTextOrNull(sqlite3_stmt* statement, int column, std::string& text);
 
 // The first column of the first row as an integer into `out`, which keeps its value when there is no row.
-[[nodiscard]] QueryResult QueryInt(sqlite3* db, const std::string& sql, int& out);
+Status QueryInt(sqlite3* db, const std::string& sql, int& out);
 
 }  // namespace db_util

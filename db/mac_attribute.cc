@@ -43,12 +43,13 @@ std::string_view MacAttributeValue(std::string_view attribute, std::string_view 
   return {};
 }
 
-int RegisterMacAttributeFunctions(sqlite3* db) {
+db_util::Status RegisterMacAttributeFunctions(sqlite3* db) {
   constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
   const int code =
       sqlite3_create_function(db, "get_mac_attr_uuid", 1, kFlags, nullptr, GetUuid, nullptr, nullptr);
-  if (code != SQLITE_OK) return code;
-  return sqlite3_create_function(db, "get_mac_attr_file_id", 1, kFlags, nullptr, GetFileId, nullptr, nullptr);
+  if (code != SQLITE_OK) return db_util::StatusOf(code);
+  return db_util::StatusOf(
+      sqlite3_create_function(db, "get_mac_attr_file_id", 1, kFlags, nullptr, GetFileId, nullptr, nullptr));
 }
 
 }  // namespace db

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "db-util/status.h"
+
 namespace db {
 
 // The value of a key in the list; empty when there is none.
@@ -16,7 +18,7 @@ namespace db {
 
 // Registers get_mac_attr_uuid(attribute), text and '' when there is none, and
 // get_mac_attr_file_id(attribute), an integer and 0 when there is none, on one connection. The view
-// databases' delete trigger calls both. Returns SQLite's result code.
-[[nodiscard]] int RegisterMacAttributeFunctions(sqlite3* db);
+// databases' delete trigger calls both.
+db_util::Status RegisterMacAttributeFunctions(sqlite3* db);
 
 }  // namespace db

@@ -1,13 +1,15 @@
 #include "db/manager.h"
 
-#include <cerrno>
-#include <cstring>
 #include <map>
 
+#include "base/errno.h"
+#include "db-util/execute.h"
 #include "db-util/query.h"
 #include "db/component.h"
+#include "db/database_layout.h"
 #include "db/view_db.h"
 #include "file-op/file_op.h"
+#include "package/layout.h"
 
 namespace db {
 namespace {
@@ -16,7 +18,7 @@ constexpr const char* kDataTables = "'volume_table', 'config_table'";
 constexpr int kDataTableCount = 2;
 
 struct State {
-  std::string folder;
+  package::PackagePaths paths;
   db_util::Database data;
   std::multimap<ViewId, std::weak_ptr<SqliteViewDb>> views;  // those handed out
 };
@@ -26,8 +28,6 @@ State& GetState() {
   return state;
 }
 
-std::string ViewFolder(ViewId view_id) { return GetState().folder + "/view/" + std::to_string(view_id); }
-
 void CloseView(ViewId view_id) {
   const auto [begin, end] = GetState().views.equal_range(view_id);
   for (auto handed_out = begin; handed_out != end; ++handed_out) {
@@ -36,8 +36,8 @@ void CloseView(ViewId view_id) {
   GetState().views.erase(begin, end);
 }
 
-int Fail(const char* operation, const std::string& message, int code) {
-  logger::ComponentError(kComponent, "%s: %s (%d)\n", operation, message, code);
+int Fail(const char* operation, const db_util::Status& failure) {
+  logger::ComponentError(kComponent, "%s: %s (%d)\n", operation, failure.message, failure.code);
   return -1;
 }
 
@@ -45,13 +45,16 @@ int Fail(const char* operation, const std::string& message, int code) {
 
 int Manager::Initialize(const std::string& folder) {
   Destroy(false);
-  const std::string path = folder + "/syncfolder-db.sqlite";
+  package::PackagePaths paths = package::PathsInSyncFolder(folder);
   db_util::Database data;
-  const int code = db_util::OpenQuietly(path, data, db_util::OpenMode::kReadWrite);
-  if (code != SQLITE_OK) return Fail("Initialize", "cannot open " + path + ": " + sqlite3_errstr(code), code);
+  db_util::Status status = db_util::OpenQuietly(paths.data, data, db_util::OpenMode::kReadWrite);
+  if (!status.ok()) {
+    status.message = "cannot open " + paths.data + ": " + status.message;
+    return Fail("Initialize", status);
+  }
   (void)sqlite3_busy_timeout(data.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
-  if (!HasLayout(data.get(), path, kDataTables, kDataTableCount)) return -1;
-  GetState().folder = folder;
+  if (!HasLayout(data.get(), paths.data, kDataTables, kDataTableCount)) return -1;
+  GetState().paths = std::move(paths);
   GetState().data = std::move(data);
   return 0;
 }
@@ -59,13 +62,13 @@ int Manager::Initialize(const std::string& folder) {
 void Manager::Destroy(bool /*flag*/) {
   while (!GetState().views.empty()) CloseView(GetState().views.begin()->first);
   GetState().data.reset();
-  GetState().folder.clear();
+  GetState().paths = {};
 }
 
 int Manager::EnumVolumeTable(std::map<std::string, std::string>& volumes) {
   if (!GetState().data) return -1;
   std::map<std::string, std::string> found;
-  const db_util::QueryResult result = db_util::ForEachRow(
+  const db_util::Status status = db_util::ForEachRow(
       GetState().data.get(), "SELECT uuid, repo_path FROM volume_table;", [&found](sqlite3_stmt* row) {
         std::string uuid;
         std::string path;
@@ -79,7 +82,7 @@ int Manager::EnumVolumeTable(std::map<std::string, std::string>& volumes) {
         found.insert_or_assign(std::move(uuid), std::move(path));
         return true;
       });
-  if (!result.ok()) return Fail("EnumVolumeTable", result.message, result.code);
+  if (!status.ok()) return Fail("EnumVolumeTable", status);
   volumes = std::move(found);
   return 0;
 }
@@ -92,14 +95,13 @@ int Manager::DeleteUuidFromVolumeTable(const std::string& uuid) {
           ? db_util::FormatSql(statement, "DELETE FROM volume_table WHERE uuid = '' OR uuid IS NULL;")
           : db_util::FormatSql(statement, "DELETE FROM volume_table WHERE uuid = %Q;", uuid);
   if (!formatted) return -1;
-  std::string error;
-  const int code = db_util::Execute(GetState().data.get(), statement, error);
-  return code == SQLITE_OK ? 0 : Fail("DeleteUuidFromVolumeTable", error, code);
+  const db_util::Status status = db_util::Execute(GetState().data.get(), statement);
+  return status.ok() ? 0 : Fail("DeleteUuidFromVolumeTable", status);
 }
 
 int Manager::GetViewDB(ViewId view_id, std::shared_ptr<ViewDBInterface>& view_db) {
   if (!GetState().data) return -1;
-  std::shared_ptr<SqliteViewDb> opened = SqliteViewDb::Open(ViewFolder(view_id) + "/view-db.sqlite");
+  std::shared_ptr<SqliteViewDb> opened = SqliteViewDb::Open(GetState().paths.ViewDatabase(view_id));
   if (!opened) return -1;
   std::erase_if(GetState().views, [](const auto& handed_out) { return handed_out.second.expired(); });
   GetState().views.emplace(view_id, opened);
@@ -110,10 +112,10 @@ int Manager::GetViewDB(ViewId view_id, std::shared_ptr<ViewDBInterface>& view_db
 int Manager::DeleteView(ViewId view_id) {
   if (!GetState().data) return -1;
   CloseView(view_id);
-  const std::string folder = ViewFolder(view_id);
+  const std::string folder = GetState().paths.ViewFolder(std::to_string(view_id));
   std::string outcome = file_op::FSExists(folder) ? "deleted" : "it was not there";
   const int result = file_op::FSRemoveTree(folder, 0);
-  if (result < 0) outcome = std::string("cannot be deleted: ") + std::strerror(errno);
+  if (result < 0) outcome = "cannot be deleted: " + base::Errno::Last().Text();
   logger::ComponentLog(kComponent, logger::Level::kWarning, "DeleteView: view %llu (%s): %s\n", view_id,
                        folder, outcome);
   return result;

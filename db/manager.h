@@ -10,26 +10,11 @@
 #include <string>
 
 #include "base/view_id.h"
+#include "db/view_db_interface.h"
 
 namespace db {
 
 using base::ViewId;
-
-// One open view database.
-class ViewDBInterface {
- public:
-  ViewDBInterface() = default;
-  ViewDBInterface(const ViewDBInterface&) = delete;
-  ViewDBInterface& operator=(const ViewDBInterface&) = delete;
-  virtual ~ViewDBInterface() = default;
-
-  // Removes everything that lies on the volume `uuid`, in one transaction: versions stored there; nodes whose
-  // current file is there, with their other versions and their places in the tree; queued removals. Deltas
-  // and mac attributes of other rows that point there are cleared, and version counts follow. Rows of other
-  // volumes stay as they are. A uuid that nothing refers to is success; an empty one never refers to
-  // anything, least of all to rows without a uuid.
-  [[nodiscard]] virtual int DeleteRecordWithUuid(const std::string& uuid) = 0;
-};
 
 class Manager {
  public:

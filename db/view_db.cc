@@ -1,13 +1,13 @@
 #include "db/view_db.h"
 
-#include "db-util/query.h"
+#include "db-util/execute.h"
 #include "db/component.h"
+#include "db/database_layout.h"
 #include "db/mac_attribute.h"
 
 namespace db {
 namespace {
 
-constexpr const char* kCurrentVersion = "4150";
 constexpr const char* kViewTables =
     "'node_table', 'version_table', 'tree_table', 'remove_file_table', 'config_table'";
 constexpr int kViewTableCount = 5;
@@ -50,30 +50,12 @@ constexpr const char* kDeleteRecords =
 
 }  // namespace
 
-bool HasLayout(sqlite3* db, const std::string& path, const std::string& table_names, int table_count) {
-  int tables = 0;
-  int version = 0;
-  db_util::QueryResult result = db_util::QueryInt(
-      db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name IN (" + table_names + ");",
-      tables);
-  if (result.ok() && tables == table_count) {
-    result = db_util::QueryInt(db, "SELECT value FROM config_table WHERE key = 'version';", version);
-  }
-  if (!result.ok()) {
-    logger::ComponentError(kComponent, "cannot read %s: %s (%d)\n", path, result.message, result.code);
-    return false;
-  }
-  if (tables == table_count && std::to_string(version) == kCurrentVersion) return true;
-  logger::ComponentError(kComponent, "%s is not a database of version %s\n", path, kCurrentVersion);
-  return false;
-}
-
 std::shared_ptr<SqliteViewDb> SqliteViewDb::Open(const std::string& path) {
   db_util::Database db;
-  int code = db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite);
-  if (code == SQLITE_OK) code = RegisterMacAttributeFunctions(db.get());
-  if (code != SQLITE_OK) {
-    logger::ComponentError(kComponent, "cannot open %s: %s (%d)\n", path, sqlite3_errstr(code), code);
+  db_util::Status status = db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite);
+  if (status.ok()) status = RegisterMacAttributeFunctions(db.get());
+  if (!status.ok()) {
+    logger::ComponentError(kComponent, "cannot open %s: %s (%d)\n", path, status.message, status.code);
     return nullptr;
   }
   (void)sqlite3_busy_timeout(db.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
@@ -86,11 +68,11 @@ int SqliteViewDb::DeleteRecordWithUuid(const std::string& uuid) {
   if (uuid.empty()) return 0;  // rows and attributes without a uuid lie on no volume
   std::string script;
   if (!db_util::FormatSql(script, "INSERT INTO temp.gone_volume VALUES (%Q);", uuid)) return -1;
-  std::string error;
-  const int code = db_util::Execute(db_.get(), kCreateTemporaryTables + script + kDeleteRecords, error);
-  if (code == SQLITE_OK) return 0;
-  logger::ComponentError(kComponent, "DeleteRecordWithUuid: %s (%d)\n", error, code);
-  (void)db_util::Execute(db_.get(), "ROLLBACK;", error);  // the failure that led here has been told
+  const db_util::Status status =
+      db_util::Execute(db_.get(), kCreateTemporaryTables + script + kDeleteRecords);
+  if (status.ok()) return 0;
+  logger::ComponentError(kComponent, "DeleteRecordWithUuid: %s (%d)\n", status.message, status.code);
+  (void)db_util::Execute(db_.get(), "ROLLBACK;");  // the failure that led here has been told
   return -1;
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "db-util/database.h"
-#include "db/manager.h"
+#include "db/view_db_interface.h"
 
 namespace db {
 
@@ -25,9 +25,5 @@ class SqliteViewDb : public ViewDBInterface {
  private:
   db_util::Database db_;
 };
-
-// True when every one of the tables is there and the stored version is the current one. Logs why not.
-[[nodiscard]] bool HasLayout(sqlite3* db, const std::string& path, const std::string& table_names,
-                             int table_count);
 
 }  // namespace db

@@ -4,9 +4,8 @@
 #include <syslog.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
+#include "base/errno.h"
 #include "base/file_descriptor.h"
 
 namespace logger {
@@ -64,10 +63,10 @@ std::string CutInTheMiddle(std::string_view text, std::size_t limit) {
 
 void WriteToSink(int priority, std::string_view text) { CurrentSink()->Write(priority, text); }
 
-int SystemLogErrno(const PrintfFormat<std::string, const char*, int>& format, const std::string& path) {
-  const int error = errno;
-  SystemLog<std::string, const char*, int>(format, path, std::strerror(error), error);
-  return -1;
+bool CheckErrno(int result, const PrintfFormat<std::string, std::string, int>& failure,
+                const std::string& path) {
+  const base::Errno error = base::Errno::Last();
+  return CheckOrLog<int, std::string, std::string, int>(result, failure, path, error.Text(), error.number());
 }
 
 ScopedSink::ScopedSink(LogSink& sink) : before_(CurrentSink()) { CurrentSink() = &sink; }

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "logger/check.h"
 #include "logger/format.h"
 
 namespace logger {
@@ -54,8 +55,17 @@ void SystemLog(const PrintfFormat<Args...>& format, const Args&... args) {
   WriteToSink(LOG_ERR, FormatText<Args...>(format, args...));
 }
 
-// The same for a system call that failed on `path`: the format takes the path, errno's text and errno.
-// Returns -1.
-int SystemLogErrno(const PrintfFormat<std::string, const char*, int>& format, const std::string& path);
+// Passes on whether a step went well, and logs `failure` to the system log if not.
+template <typename Outcome, typename... Args>
+[[nodiscard]] bool CheckOrLog(const Outcome& outcome, const PrintfFormat<Args...>& failure,
+                              const Args&... args) {
+  const auto write = [](int /*source_line*/, const std::string& text) { WriteToSink(LOG_ERR, text); };
+  return CheckOr<decltype(write), Outcome, Args...>(write, outcome, failure, args...);
+}
+
+// The same for an operation on `path` that sets errno: the format takes the path, errno's text and its
+// number.
+[[nodiscard]] bool CheckErrno(int result, const PrintfFormat<std::string, std::string, int>& failure,
+                              const std::string& path);
 
 }  // namespace logger

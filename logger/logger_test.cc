@@ -4,7 +4,6 @@
 #include "logger/component_log.h"
 #include "logger/log_sink.h"
 #include "logger/recording_sink.h"
-#include "logger/updater_log.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -24,20 +23,6 @@ TEST(CutInTheMiddle, KeepsBothEndsAndWholeCharacters) {
       {"\u20ac\u20ac\u20ac\u20ac\u20ac\u20ac", 17, "\u20ac [...] \u20ac"},
       {"\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80", 11, " [...] "}};
   for (const auto& [text, limit, cut] : cases) EXPECT_EQ(logger::CutInTheMiddle(text, limit), cut);
-}
-
-TEST(UpdaterLog, CarriesTheLineThatLogsAndStopsAtTheFirstFailure) {
-  logger::RecordingSink sink;
-  const logger::ScopedSink scope(sink);
-  logger::UpdaterLog("failed to attach database\n");
-  const int line = __LINE__ - 1;
-  EXPECT_FALSE(logger::Succeeded(0, "first %d\n", 1) && logger::Succeeded(-1, "second %d\n", 2) &&
-               logger::Succeeded(-1, "third %d\n", 3));
-  ASSERT_EQ(sink.lines().size(), 2U);
-  EXPECT_EQ(sink.lines()[0].text,
-            "Strato Folder Updater(" + std::to_string(line) + "): failed to attach database\n");
-  EXPECT_EQ(sink.lines()[0].priority, LOG_ERR);
-  EXPECT_EQ(sink.Texts()[1], "Strato Folder Updater(N): second 2\n");
 }
 
 TEST(ComponentLog, WritesTheLevelsOfItsFileAndTheDefaultOnesWithoutOne) {

@@ -20,11 +20,11 @@ class DatabaseCheck : public ConsistencyCheck {
   // Works on the live databases of the run. Nothing that was deleted is restored when a later step fails.
   // After a failure while the records of a changed volume are being removed, the databases are left open: the
   // process ends shortly after.
-  [[nodiscard]] int Run(const RunPaths& paths) override;
+  [[nodiscard]] int Run(const package::VolumePaths& paths) override;
 
  private:
-  [[nodiscard]] int CheckUsers(const RunPaths& paths);
-  [[nodiscard]] int FindChangedVolumes(std::vector<std::string>& changed);
+  [[nodiscard]] bool CheckUsers(const package::VolumePaths& paths);
+  [[nodiscard]] bool FindChangedVolumes(std::vector<std::string>& changed);
 
   const platform::SystemPaths& paths_;
   const platform::Platform& platform_;

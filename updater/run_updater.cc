@@ -2,12 +2,11 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <exception>
 #include <string_view>
 
+#include "base/errno.h"
 #include "logger/component_log.h"
 #include "logger/log_sink.h"
 #include "updater/service_status.h"
@@ -62,9 +61,9 @@ class Driver {
     platform::StateFiles& state_files = dependencies_.platform.state_files;
     (void)unlink(mark.c_str());  // there usually is none
     if (state_files.PLIBCProcPidFileCreate(mark) != 0) {
-      const int error = errno;
+      const base::Errno error = base::Errno::Last();
       return DriverFailure("PLIBCProcPidFileCreate: Error code = %d, %s (%d)", state_files.PLIBCErrGet(),
-                           std::string(std::strerror(error)), error);
+                           error.Text(), error.number());
     }
     logger::SystemLog("database is located at '%s'", volume_);
     (void)status_.SetServiceStatus(
@@ -73,7 +72,7 @@ class Driver {
   }
 
   const char* Upgrade() {
-    VolumeUpgrade upgrade(RunPaths(volume_), with_legacy_steps_, dependencies_);
+    VolumeUpgrade upgrade(package::VolumePaths(volume_), with_legacy_steps_, dependencies_);
     switch (upgrade.Run()) {
       case VolumeUpgrade::Result::kNothingToDo:
         return status::kDone;

@@ -1,27 +1,11 @@
 // One run of the program, from its arguments to its outcome.
 #pragma once
 
-#include <iosfwd>
 #include <span>
 
-#include "platform/platform.h"
-#include "platform/system_paths.h"
-#include "updater/consistency_check.h"
-#include "updater/framework/updater_framework.h"
-#include "updater/legacy/legacy_chain.h"
+#include "updater/run_dependencies.h"
 
 namespace updater {
-
-// Everything a run reaches outside of itself. All borrowed; `observer` may be null.
-struct RunDependencies {
-  const platform::SystemPaths& paths;
-  platform::Platform& platform;
-  legacy::LegacyChain& legacy;
-  ConsistencyCheck& check;
-  std::ostream& out;
-  std::ostream& err;
-  RunObserver* observer = nullptr;
-};
 
 // Brings the databases of one volume to the version that this package expects. `arguments` are those of the
 // command line, without the program's name: the volume path and, optionally, "--dont-skip".

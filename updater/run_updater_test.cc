@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "db-util/execute.h"
 #include "db/manager.h"
 #include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
@@ -27,12 +28,12 @@ class RunUpdaterTest : public ::testing::Test,
                        public updater::ConsistencyCheck,
                        public updater::legacy::LegacyChain {
  protected:
-  int RunStep(int number, const updater::legacy::LegacyPaths& paths) override {
-    journal_ += std::to_string(number) + (fs::exists(paths.client) ? "+" : "-");
+  int RunStep(int number, const package::VolumePaths& paths) override {
+    journal_ += std::to_string(number) + (fs::exists(paths.copies.client) ? "+" : "-");
     return number == failing_step_ ? -1 : 0;
   }
-  int Run(const updater::RunPaths& paths) override {
-    EXPECT_FALSE(fs::exists(paths.data_copy) || fs::exists(paths.user_copy));
+  int Run(const package::VolumePaths& paths) override {
+    EXPECT_FALSE(fs::exists(paths.copies.data) || fs::exists(paths.copies.user));
     EXPECT_STREQ(sqlite3_temp_directory, paths.temporary_folder.c_str()) << "deleting records needs it too";
     journal_ += Status();
     return 0;
@@ -85,7 +86,7 @@ class RunUpdaterTest : public ::testing::Test,
 
   const tests::TemporaryFolder folder_;
   const platform::SystemPaths system_ = platform::SystemPaths::Under(folder_.path());
-  const updater::RunPaths run_{folder_ / "vol'ume %s"};
+  const package::VolumePaths run_{folder_ / "vol'ume %s"};
   tests::FakePlatform fake_;
   updater::ServiceStatus status_{system_, fake_.state_files};
   std::string journal_;
@@ -108,38 +109,38 @@ TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacem
 
 TEST_F(RunUpdaterTest, LookingAtTheVersionDoesNotChangeTheLiveFiles) {
   StartAt(4150);
-  tests::RunSql(run_.data_db,
+  tests::RunSql(run_.live.data,
                 "PRAGMA journal_mode = WAL; UPDATE config_table SET value = 4151 WHERE key = 'version';");
   EXPECT_EQ(Upgrade(), "dbnewer");
-  EXPECT_FALSE(fs::exists(run_.data_db + "-wal") || fs::exists(run_.data_db + "-shm"));
+  EXPECT_FALSE(fs::exists(run_.live.data + "-wal") || fs::exists(run_.live.data + "-shm"));
   // As a killed daemon leaves it: rows in the log only.
   db_util::Database daemon;
-  ASSERT_EQ(db_util::OpenDatabase(run_.data_db, daemon), 0);
+  ASSERT_EQ(db_util::OpenDatabase(run_.live.data, daemon), 0);
   ASSERT_EQ(sqlite3_db_config(daemon.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr), SQLITE_OK);
-  ASSERT_EQ(db_util::ExecScript(daemon.get(), "PRAGMA locking_mode = EXCLUSIVE; CREATE TABLE t (a);"), 0);
+  ASSERT_TRUE(db_util::Execute(daemon.get(), "PRAGMA locking_mode = EXCLUSIVE; CREATE TABLE t (a);").ok());
   daemon.reset();
-  const auto before = tests::ReadTree(run_.sync_folder);
+  const auto before = tests::ReadTree(run_.live.sync_folder);
   ASSERT_NE(before.at("syncfolder-db.sqlite-wal"), "");
   EXPECT_EQ(Upgrade(), "dbnewer");
-  fs::permissions(run_.data_db, fs::perms::owner_read);  // to root a file like any other
+  fs::permissions(run_.live.data, fs::perms::owner_read);  // to root a file like any other
   EXPECT_EQ(Upgrade(), "dbnewer");
-  EXPECT_TRUE(tests::ReadTree(run_.sync_folder) == before);
+  EXPECT_TRUE(tests::ReadTree(run_.live.sync_folder) == before);
 }
 
 TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
   StartAt(3200);
-  tests::RunSql(run_.data_db, "INSERT INTO log_table (type, time) VALUES (1, 1);");
-  fs::remove_all(run_.sync_folder + "/rm");
+  tests::RunSql(run_.live.data, "INSERT INTO log_table (type, time) VALUES (1, 1);");
+  fs::remove_all(run_.live.sync_folder + "/rm");
   EXPECT_EQ(Upgrade(), "upgradefail");
-  fs::create_directory(run_.sync_folder + "/rm");
+  fs::create_directory(run_.live.sync_folder + "/rm");
   EXPECT_EQ(Upgrade(), "done");
-  EXPECT_EQ(tests::Query(run_.log_db, "SELECT count(*) FROM log_table;"), "1 ");
+  EXPECT_EQ(tests::Query(run_.live.log, "SELECT count(*) FROM log_table;"), "1 ");
   for (const bool was_placing : {true, false}) {
     if (was_placing) folder_.Write(run_.placing_mark.substr(folder_.path().size() + 1), "");
-    fs::rename(run_.view_folder, run_.view_copy);
-    fs::rename(run_.file_folder, run_.file_copy);
+    fs::rename(run_.live.view_folder, run_.copies.view_folder);
+    fs::rename(run_.live.file_folder, run_.copies.file_folder);
     EXPECT_EQ(Upgrade(), "done");
-    EXPECT_EQ(fs::exists(run_.view_folder) && fs::exists(run_.file_folder), was_placing);
+    EXPECT_EQ(fs::exists(run_.live.view_folder) && fs::exists(run_.live.file_folder), was_placing);
     EXPECT_FALSE(fs::exists(run_.placing_mark));
   }
 }
@@ -153,14 +154,14 @@ TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesTh
   fake_.accounts.failing.clear();
 
   fake_.volumes.gone.insert("/gone");
-  tests::RunSql(run_.data_db, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '/gone');");
-  fs::remove(run_.view_folder + "/17/view-db.sqlite");
+  tests::RunSql(run_.live.data, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '/gone');");
+  fs::remove(run_.live.view_folder + "/17/view-db.sqlite");
   EXPECT_EQ(Check(), -1);
   std::map<std::string, std::string> volumes;
   EXPECT_EQ(db::Manager::EnumVolumeTable(volumes), 0) << "still open";
   EXPECT_EQ(user_mgr::UserManager::EnumAllUser(users), 0) << "still open";
   db::Manager::Destroy(false);
-  std::ofstream(run_.data_db) << std::string(2000, 'x');
+  std::ofstream(run_.live.data) << std::string(2000, 'x');
   EXPECT_EQ(Check(), -1);
   EXPECT_EQ(sink_.Count("Failed to initialize sync folder data database\n"), 1);
 }

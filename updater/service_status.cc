@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstring>
 
+#include "base/errno.h"
 #include "logger/component_log.h"
 
 namespace updater {
@@ -22,9 +22,8 @@ int ServiceStatus::GetServiceStatus(std::string& status) {
   if (access(paths_.package_enabled.c_str(), F_OK) != 0) return 0;
   const std::string& file = paths_.service_status;
   if (access(file.c_str(), F_OK) != 0) {
-    const int error = errno;
-    logger::ComponentError(kComponent, "access(%s): %s (%d)\n", file, std::string(std::strerror(error)),
-                           error);
+    const base::Errno error = base::Errno::Last();
+    logger::ComponentError(kComponent, "access(%s): %s (%d)\n", file, error.Text(), error.number());
     return 0;
   }
   std::array<char, kStatusBufferSize> buffer = {};

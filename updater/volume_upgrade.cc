@@ -3,18 +3,24 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <ostream>
+#include <tuple>
 
 #include "db-util/database.h"
+#include "db-util/execute.h"
 #include "db-util/query.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
 #include "updater/placement.h"
+#include "updater/server/registration.h"
 #include "updater/working_copies.h"
 
 namespace updater {
 namespace {
+
+using logger::CheckOrLog;
 
 constexpr std::array kLegacyStepsBeforeClientCopy = {1, 3, 4, 5, 6};
 constexpr std::array kLegacyStepsAfterClientCopy = {7, 8, 9, 10, 11};
@@ -23,58 +29,51 @@ constexpr std::array kLegacyStepsAfterClientCopy = {7, 8, 9, 10, 11};
 // old version.
 long long ReadDatabaseVersion(sqlite3* db) {
   long long version = 0;
-  const db_util::QueryResult result = db_util::ForEachRow(
+  const db_util::Status status = db_util::ForEachRow(
       db, "SELECT value FROM config_table WHERE key = 'version';", [&version](sqlite3_stmt* row) {
         version = sqlite3_column_int64(row, 0);
         return false;
       });
-  if (result.ok()) return version;
-  if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
-    logger::SystemLog("sqlite3_prepare_v2: %s (%d)\n", result.message, result.code);
-  } else {
-    logger::SystemLog("sqlite3_step: %s (%d)\n", result.message, result.code);
-  }
-  return -1;
+  return CheckOrLog(status, "%s: %s (%d)\n", status.FailedCall(), status.message, status.code) ? version : -1;
 }
 
 using BackupOperation = int (*)(const std::string&, const std::string&);
 using BackupMessage = logger::PrintfFormat<std::string, std::string>;
 
-int CopyOrLog(BackupOperation backup, const std::string& live, const std::string& copy,
-              const BackupMessage& failure) {
-  if (backup(live, copy) >= 0) return 0;
-  logger::SystemLog<std::string, std::string>(failure, live, copy);
-  return -1;
+bool Copy(BackupOperation backup, const std::string& live, const std::string& copy,
+          const BackupMessage& failure) {
+  return CheckOrLog<int, std::string, std::string>(backup(live, copy), failure, live, copy);
 }
 
-int CopyIfThere(BackupOperation backup, const std::string& live, const std::string& copy,
-                const BackupMessage& failure) {
-  return file_op::FSExists(live) ? CopyOrLog(backup, live, copy, failure) : 0;
+bool CopyIfThere(BackupOperation backup, const std::string& live, const std::string& copy,
+                 const BackupMessage& failure) {
+  return !file_op::FSExists(live) || Copy(backup, live, copy, failure);
 }
 
 }  // namespace
 
-VolumeUpgrade::VolumeUpgrade(RunPaths paths, bool with_legacy_steps, const RunDependencies& dependencies)
+VolumeUpgrade::VolumeUpgrade(package::VolumePaths paths, bool with_legacy_steps,
+                             const RunDependencies& dependencies)
     : paths_(std::move(paths)),
       temporary_(paths_.temporary_folder),
       with_legacy_steps_(with_legacy_steps),
       dependencies_(dependencies) {}
 
 VolumeUpgrade::Result VolumeUpgrade::Run() {
-  if (access(paths_.data_db.c_str(), F_OK) != 0) return Result::kNothingToDo;
+  if (access(paths_.live.data.c_str(), F_OK) != 0) return Result::kNothingToDo;
   if (IsNewerOrCannotBeOpened()) {
     logger::SystemLog("exist db is newer than package");
     return Result::kNewer;
   }
   temporary_.MakeIfMissing();
-  if (MakeWorkingCopies() < 0 || RunUpdaters() < 0 || PreparePlacement(paths_) < 0) return Result::kFailed;
+  if (!MakeWorkingCopies() || !RunUpdaters() || PreparePlacement(paths_) < 0) return Result::kFailed;
   PlaceWorkingCopies(paths_);
   return Result::kUpgraded;
 }
 
 bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   db_util::Database db;
-  if (db_util::OpenDatabase(paths_.data_db, db, db_util::OpenMode::kReadWrite) < 0) return true;
+  if (db_util::OpenDatabase(paths_.live.data, db, db_util::OpenMode::kReadWrite) < 0) return true;
   // Looking at the version must not change anything. A write-ahead log that is there stays as it is, where
   // closing would move it into the file; one that only this connection makes goes again.
   const char* const file = sqlite3_db_filename(db.get(), "main");
@@ -86,82 +85,66 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
     (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
   // An index of the log would stay as well; whoever has the database for itself keeps it in memory.
   if (makes_index && can_write) {
-    std::string ignored;  // without it, only the index stays
-    (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;", ignored);
+    (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;");  // without it, only the index stays
   }
   const long long version = ReadDatabaseVersion(db.get());
   db.reset();
   // A file that cannot be written, as one that is immutable, cannot be locked that way.
   if (makes_index && !can_write) (void)unlink(index.c_str());
-  if (version <= kTargetVersion) return false;
-  logger::SystemLog("exist db is newer, exist: %lld, target: %d", version, kTargetVersion);
+  if (version <= package::kCurrentVersion) return false;
+  logger::SystemLog("exist db is newer, exist: %lld, target: %d", version, package::kCurrentVersion);
   return true;
 }
 
-int VolumeUpgrade::MakeWorkingCopies() {
-  if (SettleFormerCopies(paths_) < 0) return -1;
-  if (CopyOrLog(BackupDatabaseFile, paths_.user_db, paths_.user_copy, "cannot backup db from %s to %s") < 0 ||
-      CopyOrLog(BackupDatabaseFile, paths_.data_db, paths_.data_copy, "cannot backup db from %s to %s") < 0) {
-    return -1;
-  }
-  if (with_legacy_steps_ && RunLegacySteps() < 0) return -1;
-  return CopyRemaining();
+bool VolumeUpgrade::MakeWorkingCopies() {
+  const auto& [live, copies] = std::tie(paths_.live, paths_.copies);
+  return SettleFormerCopies(paths_) == 0 &&
+         Copy(BackupDatabaseFile, live.user, copies.user, "cannot backup db from %s to %s") &&
+         Copy(BackupDatabaseFile, live.data, copies.data, "cannot backup db from %s to %s") &&
+         (!with_legacy_steps_ || RunLegacySteps()) && CopyRemaining();
 }
 
-int VolumeUpgrade::RunLegacySteps() {
-  const legacy::LegacyPaths legacy_paths = {.data = paths_.data_copy,
-                                            .user = paths_.user_copy,
-                                            .client = paths_.client_copy,
-                                            .client_sync_folder = paths_.client_sync_folder,
-                                            .volume = paths_.volume};
-  const auto run = [&](const std::array<int, 5>& steps) {
-    for (const int step : steps) {
-      if (dependencies_.legacy.RunStep(step, legacy_paths) >= 0) continue;
-      logger::SystemLog("Update V%d Fail", step);
-      return -1;
-    }
-    return 0;
+bool VolumeUpgrade::RunLegacySteps() {
+  const auto run = [this](const std::array<int, 5>& steps) {
+    return std::all_of(steps.begin(), steps.end(), [this](int step) {
+      return CheckOrLog(dependencies_.legacy.RunStep(step, paths_), "Update V%d Fail", step);
+    });
   };
-  if (run(kLegacyStepsBeforeClientCopy) < 0) return -1;
-  if (CopyOrLog(BackupDatabaseFile, paths_.client_db, paths_.client_copy, "cannot backup from %s to %s.") <
-      0) {
-    return -1;
-  }
-  return run(kLegacyStepsAfterClientCopy);
+  return run(kLegacyStepsBeforeClientCopy) &&
+         Copy(BackupDatabaseFile, paths_.live.client, paths_.copies.client, "cannot backup from %s to %s.") &&
+         run(kLegacyStepsAfterClientCopy);
 }
 
 // A part of the package that is not there is skipped. The client database is copied here also when the legacy
 // steps have worked on an earlier copy of it, which this one replaces; keep it so.
-int VolumeUpgrade::CopyRemaining() {
-  if (CopyIfThere(BackupDatabaseFile, paths_.log_db, paths_.log_copy, "cannot backup from %s to %s.") < 0 ||
-      CopyIfThere(BackupViewFolder, paths_.view_folder, paths_.view_copy,
-                  "cannot backup view from %s to %s.") < 0 ||
-      CopyIfThere(BackupDatabaseFile, paths_.client_db, paths_.client_copy, "cannot backup from %s to %s.") <
-          0) {
-    return -1;
-  }
-  return CopyIfThere(BackupFileFolder, paths_.file_folder, paths_.file_copy,
+bool VolumeUpgrade::CopyRemaining() {
+  const auto& [live, copies] = std::tie(paths_.live, paths_.copies);
+  return CopyIfThere(BackupDatabaseFile, live.log, copies.log, "cannot backup from %s to %s.") &&
+         CopyIfThere(BackupViewFolder, live.view_folder, copies.view_folder,
+                     "cannot backup view from %s to %s.") &&
+         CopyIfThere(BackupDatabaseFile, live.client, copies.client, "cannot backup from %s to %s.") &&
+         CopyIfThere(BackupFileFolder, live.file_folder, copies.file_folder,
                      "cannot backup file from %s to %s.");
 }
 
-int VolumeUpgrade::RunUpdaters() {
+bool VolumeUpgrade::RunUpdaters() {
   UpdaterFramework framework(dependencies_.out, dependencies_.observer);
   const UpdaterContext context = {dependencies_.paths.scratch_database, dependencies_.out,
                                   dependencies_.platform};
-  for (auto& updater : server::CreateServerUpdaters(context, paths_.ForUpdaters())) {
+  for (auto& updater : server::CreateServerUpdaters(context, paths_.copies)) {
     framework.AddUpdater(std::move(updater));
   }
   Version current;
-  if (UpdaterFramework::GetCurrentVersion(paths_.data_copy, current) < 0) {
-    logger::SystemLog("Updater Cannot get database version");
-    return -1;
+  if (!CheckOrLog(UpdaterFramework::GetCurrentVersion(paths_.copies.data, current),
+                  "Updater Cannot get database version")) {
+    return false;
   }
-  const Version target = {kMasterBranch, kTargetVersion};
+  const Version target = {package::kCurrentBranch, package::kCurrentVersion};
   dependencies_.out << "update from " << current << "to " << target << std::endl;
-  if (framework.Run(current, target) == 0) return 0;
+  if (framework.Run(current, target) == 0) return true;
   logger::SystemLog("UpdaterFramework: %s", framework.GetLastError());
   dependencies_.err << framework.GetLastError() << std::endl;
-  return -1;
+  return false;
 }
 
 }  // namespace updater

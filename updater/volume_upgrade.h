@@ -1,13 +1,11 @@
 // The upgrade of one volume's databases: copies, updaters, and the copies put in place.
 #pragma once
 
-#include "updater/run_paths.h"
-#include "updater/run_updater.h"
+#include "package/layout.h"
+#include "updater/run_dependencies.h"
 #include "updater/sqlite_temporary_directory.h"
 
 namespace updater {
-
-inline constexpr int kTargetVersion = 4150;
 
 // While the object lives, SQLite's temporary files are on the volume: the check after the upgrade needs them
 // there too.
@@ -20,19 +18,19 @@ class VolumeUpgrade {
     kUpgraded,     // the upgraded databases are in place
   };
 
-  VolumeUpgrade(RunPaths paths, bool with_legacy_steps, const RunDependencies& dependencies);
+  VolumeUpgrade(package::VolumePaths paths, bool with_legacy_steps, const RunDependencies& dependencies);
 
   [[nodiscard]] Result Run();
-  [[nodiscard]] const RunPaths& paths() const { return paths_; }
+  [[nodiscard]] const package::VolumePaths& paths() const { return paths_; }
 
  private:
   [[nodiscard]] bool IsNewerOrCannotBeOpened() const;
-  [[nodiscard]] int MakeWorkingCopies();
-  [[nodiscard]] int RunLegacySteps();
-  [[nodiscard]] int CopyRemaining();
-  [[nodiscard]] int RunUpdaters();
+  [[nodiscard]] bool MakeWorkingCopies();
+  [[nodiscard]] bool RunLegacySteps();
+  [[nodiscard]] bool CopyRemaining();
+  [[nodiscard]] bool RunUpdaters();
 
-  RunPaths paths_;
+  package::VolumePaths paths_;
   SqliteTemporaryDirectory temporary_;
   bool with_legacy_steps_;
   const RunDependencies& dependencies_;

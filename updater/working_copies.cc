@@ -7,26 +7,22 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <vector>
 
+#include "base/errno.h"
 #include "db-util/database_files.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
-#include "updater/framework/view_databases.h"
+#include "package/layout.h"
 
 namespace updater {
 namespace {
 
 using file_op::FilePlace;
 using file_op::Folder;
-using TwoPathsFormat = logger::PrintfFormat<std::string, std::string>;
-
-int LogPaths(const TwoPathsFormat& format, const std::string& from, const std::string& to) {
-  logger::SystemLog<std::string, std::string>(format, from, to);
-  return -1;
-}
+using logger::CheckErrno;
+using logger::CheckOrLog;
 
 using DatabasePlaces = std::array<FilePlace, db_util::kCompanionSuffixes.size() + 1>;
 
@@ -79,13 +75,12 @@ int MoveDatabase(const FilePlace& source, const FilePlace& target) {
 }
 
 void LogMoveFailure(const std::string& source, const std::string& target) {
-  const int error = errno;
-  logger::SystemLog("cannot move %s to %s: %s (%d)\n", source, target, std::strerror(error), error);
+  const base::Errno error = base::Errno::Last();
+  logger::SystemLog("cannot move %s to %s: %s (%d)\n", source, target, error.Text(), error.number());
 }
 
-int RemoveOldCopy(const std::string& copy) {
-  if (file_op::FSRemoveTree(copy, 0) == 0) return 0;
-  return logger::SystemLogErrno("Cannot remove old backup at %s: %s (%d)", copy);
+bool RemoveOldCopy(const std::string& copy) {
+  return CheckErrno(file_op::FSRemoveTree(copy, 0), "Cannot remove old backup at %s: %s (%d)", copy);
 }
 
 // The folders behind links are somebody else's; the databases in them stay as they are.
@@ -100,28 +95,29 @@ void WarnOfLinkedFolders(const Folder& folder) {
 
 // The last step of a copied folder. The copy may become the live folder, so it must belong to whom that does;
 // but until everything is in it, nobody else may enter it.
-int GiveOwnerAndMode(const Folder& live, const Folder& copy) {
-  if (copy.TakeOwnerAndMode(live) == 0) return 0;
-  return logger::SystemLogErrno("Cannot keep owner and mode of %s: %s (%d)", live.path());
+bool GiveOwnerAndMode(const Folder& live, const Folder& copy) {
+  return CheckErrno(copy.TakeOwnerAndMode(live), "Cannot keep owner and mode of %s: %s (%d)", live.path());
 }
 
 std::string ViewDatabaseIn(const Folder& folder, const std::string& view) {
-  return FolderDatabases(folder.path(), {}).ViewDatabase(view);
+  return folder.In(view).path + "/" + package::kViewDatabase;
 }
 
-int BackupView(const Folder& live, const Folder& copy, const std::string& view) {
+bool OpenViews(const std::string& view_folder, Folder& folder, std::vector<std::string>& views) {
+  return folder.Open(file_op::At(view_folder), 0) == 0 && file_op::ListFolders(folder, views) == 0;
+}
+
+bool BackupView(const Folder& live, const Folder& copy, const std::string& view) {
   Folder from;
   Folder to;
-  if (to.Make(copy.In(view)) < 0) {
-    logger::SystemLog("Cannot create backup view folder at %s", copy.In(view).path);
-    return -1;
+  if (!CheckOrLog(to.Make(copy.In(view)), "Cannot create backup view folder at %s", copy.In(view).path)) {
+    return false;
   }
-  if (from.Open(live.In(view)) < 0 ||
-      CopyDatabase(from.In(kViewDatabaseName), to.In(kViewDatabaseName)) < 0) {
-    return LogPaths("Cannot backup view from %s to %s", ViewDatabaseIn(live, view),
-                    ViewDatabaseIn(copy, view));
-  }
-  return GiveOwnerAndMode(from, to);
+  const bool copied = from.Open(live.In(view)) == 0 &&
+                      CopyDatabase(from.In(package::kViewDatabase), to.In(package::kViewDatabase)) == 0;
+  return CheckOrLog(copied, "Cannot backup view from %s to %s", ViewDatabaseIn(live, view),
+                    ViewDatabaseIn(copy, view)) &&
+         GiveOwnerAndMode(from, to);
 }
 
 // Returns 0, or -1 with errno set.
@@ -130,9 +126,9 @@ int RestoreView(const Folder& copy, const Folder& live, const std::string& view)
   Folder to;
   const bool has_copy = from.Open(copy.In(view)) == 0;
   if (!has_copy && errno != ENOENT) return -1;
-  if (to.Open(live.In(view)) < 0 || RemoveDatabase(to.In(kViewDatabaseName)) < 0) return -1;
+  if (to.Open(live.In(view)) < 0 || RemoveDatabase(to.In(package::kViewDatabase)) < 0) return -1;
   // A view without a working copy only loses its database; keep it so.
-  return has_copy ? MoveDatabase(from.In(kViewDatabaseName), to.In(kViewDatabaseName)) : 0;
+  return has_copy ? MoveDatabase(from.In(package::kViewDatabase), to.In(package::kViewDatabase)) : 0;
 }
 
 // The updaters would reach the live database through a link that was copied as one.
@@ -143,10 +139,10 @@ int ReplaceCopiedLinks(const Folder& live, const Folder& copy) {
     Folder from;
     Folder to;
     if (to.Open(copy.In(volume)) < 0) return -1;
-    const FilePlace target = to.In(kFileDatabaseName);
+    const FilePlace target = to.In(package::kFileDatabase);
     if (!IsLink(target)) continue;
     if (from.Open(live.In(volume)) < 0 || RemoveDatabase(target) < 0 ||
-        CopyDatabase(from.In(kFileDatabaseName), target) < 0) {
+        CopyDatabase(from.In(package::kFileDatabase), target) < 0) {
       return -1;
     }
   }
@@ -168,7 +164,7 @@ int RemoveStaleCopy(const std::string& live, const std::string& copy) {
   if (file_op::FSExists(live)) return 0;
   // For a folder too: nothing but a leftover has the name of its companions.
   for (const std::string& file : db_util::DatabaseFiles(copy)) {
-    if (RemoveOldCopy(file) < 0) return -1;
+    if (!RemoveOldCopy(file)) return -1;
   }
   return 0;
 }
@@ -179,38 +175,34 @@ int BackupDatabaseFile(const std::string& source, const std::string& target) {
 }
 
 int BackupViewFolder(const std::string& view_folder, const std::string& view_copy) {
-  if (RemoveOldCopy(view_copy) < 0) return -1;
-  Folder copy;
-  if (copy.Make(view_copy) < 0) {
-    logger::SystemLog("Cannot create backup folder for %s", view_copy);
-    return -1;
-  }
   std::vector<std::string> views;
+  Folder copy;
   Folder live;
-  if (live.Open(file_op::At(view_folder), 0) < 0 || file_op::ListFolders(live, views) < 0) {
-    logger::SystemLog("Cannot get views to backup view folder at %s\n", view_folder);
+  if (!RemoveOldCopy(view_copy) ||
+      !CheckOrLog(copy.Make(view_copy), "Cannot create backup folder for %s", view_copy) ||
+      !CheckOrLog(OpenViews(view_folder, live, views), "Cannot get views to backup view folder at %s\n",
+                  view_folder)) {
     return -1;
   }
   WarnOfLinkedFolders(live);
   for (const std::string& view : views) {
-    if (BackupView(live, copy, view) < 0) return -1;
+    if (!BackupView(live, copy, view)) return -1;
   }
-  return GiveOwnerAndMode(live, copy);
+  return logger::ToResult(GiveOwnerAndMode(live, copy));
 }
 
 int RestoreViewFolder(const std::string& view_copy, const std::string& view_folder) {
   if (!file_op::FSExists(view_folder)) {
-    if (MoveIntoPlace(view_copy, view_folder) == 0) return 0;
-    return LogPaths("Failed to rename from %s to %s\n", view_copy, view_folder);
+    return logger::ToResult(CheckOrLog(MoveIntoPlace(view_copy, view_folder),
+                                       "Failed to rename from %s to %s\n", view_copy, view_folder));
   }
-  Folder copy;
-  // Without a working copy, going on would only remove the live databases.
-  if (copy.Open(file_op::At(view_copy)) < 0)
-    return LogPaths("Cannot restore %s to %s", view_copy, view_folder);
   std::vector<std::string> views;
+  Folder copy;
   Folder live;
-  if (live.Open(file_op::At(view_folder), 0) < 0 || file_op::ListFolders(live, views) < 0) {
-    logger::SystemLog("Failed to get views to restore in %s\n", view_folder);
+  // Without a working copy, going on would only remove the live databases.
+  if (!CheckOrLog(copy.Open(file_op::At(view_copy)), "Cannot restore %s to %s", view_copy, view_folder) ||
+      !CheckOrLog(OpenViews(view_folder, live, views), "Failed to get views to restore in %s\n",
+                  view_folder)) {
     return -1;
   }
   for (const std::string& view : views) {
@@ -218,7 +210,8 @@ int RestoreViewFolder(const std::string& view_copy, const std::string& view_fold
     const std::string source = ViewDatabaseIn(copy, view);
     const std::string target = ViewDatabaseIn(live, view);
     LogMoveFailure(source, target);
-    return LogPaths("Cannot restore %s to %s", source, target);
+    logger::SystemLog("Cannot restore %s to %s", source, target);
+    return -1;
   }
   (void)file_op::FSRemoveTree(view_copy, 0);  // every database is in place; the next run removes what stays
   return 0;
@@ -231,7 +224,8 @@ int BackupFileFolder(const std::string& file_folder, const std::string& file_cop
     WarnOfLinkedFolders(live);
     return ReplaceCopiedLinks(live, copy);
   };
-  return RemoveOldCopy(file_copy) < 0 || file_op::FSCopyTree(file_folder, file_copy, finish) < 0 ? -1 : 0;
+  return logger::ToResult(RemoveOldCopy(file_copy) &&
+                          file_op::FSCopyTree(file_folder, file_copy, finish) == 0);
 }
 
 int RestoreFileFolder(const std::string& file_copy, const std::string& file_folder) {
@@ -241,18 +235,16 @@ int RestoreFileFolder(const std::string& file_copy, const std::string& file_fold
     (void)file_op::FSRemoveTree(file_copy, 0);  // the former live folder; the next run removes what stays
     return 0;
   }
-  // A mount point can be emptied but not replaced: nothing would be left in it.
+  bool placed = false;
   if (errno == EBUSY) {
+    // A mount point can be emptied but not replaced: nothing would be left in it.
     LogMoveFailure(file_copy, file_folder);
-    return LogPaths("Cannot restore %s to %s", file_copy, file_folder);
+  } else if (file_op::FSExists(file_copy)) {
+    // What cannot be removed keeps the move from succeeding.
+    (void)CheckErrno(file_op::FSRemoveTree(file_folder, 0), "cannot remove %s: %s (%d)\n", file_folder);
+    placed = MoveIntoPlace(file_copy, file_folder) == 0;
   }
-  const bool has_copy = file_op::FSExists(file_copy);
-  // What cannot be removed keeps the move from succeeding.
-  if (has_copy && file_op::FSRemoveTree(file_folder, 0) < 0) {
-    (void)logger::SystemLogErrno("cannot remove %s: %s (%d)\n", file_folder);
-  }
-  if (has_copy && MoveIntoPlace(file_copy, file_folder) == 0) return 0;
-  return LogPaths("Cannot restore %s to %s", file_copy, file_folder);
+  return logger::ToResult(CheckOrLog(placed, "Cannot restore %s to %s", file_copy, file_folder));
 }
 
 }  // namespace updater

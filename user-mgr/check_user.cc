@@ -33,7 +33,7 @@ int CheckRun::NoteRemoval(const UserRecord& user, const char* why) {
                        user.view_id))
     return -1;
   int others = 0;
-  const db_util::QueryResult result = db_util::QueryInt(Access::db(), query, others);
+  const db_util::Status result = db_util::QueryInt(Access::db(), query, others);
   if (!result.ok()) {
     return Checked(-1, "UserManager::SelfCheck fail to look for users of view %llu: %s (%d)\n", user.view_id,
                    result.message, result.code);

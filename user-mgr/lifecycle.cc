@@ -16,10 +16,11 @@ namespace {
 
 int OpenUserDatabase(const std::string& path, db_util::Database& opened) {
   // An empty path would be a database in memory, good for nothing.
-  const int code =
-      path.empty() ? SQLITE_CANTOPEN : db_util::OpenQuietly(path, opened, db_util::OpenMode::kCreate);
-  if (code == SQLITE_OK) return 0;
-  logger::ComponentError(kComponent, "sqlite3_open(%s): %s (%d)\n", path, sqlite3_errstr(code), code);
+  const db_util::Status status = path.empty()
+                                     ? db_util::StatusOf(SQLITE_CANTOPEN)
+                                     : db_util::OpenQuietly(path, opened, db_util::OpenMode::kCreate);
+  if (status.ok()) return 0;
+  logger::ComponentError(kComponent, "sqlite3_open(%s): %s (%d)\n", path, status.message, status.code);
   return -1;
 }
 
@@ -30,10 +31,10 @@ std::string DrawSeed() {
 
 // Runs one statement of transaction control; `operation` names it in the message.
 int ControlTransaction(const char* operation, const char* statement) {
-  std::string error;
-  const int code = db_util::Execute(Access::db(), statement, error);
-  if (code == SQLITE_OK) return 0;
-  logger::ComponentError(kComponent, "UserManager::%s failed: %s (%d)", operation, error, code);
+  const db_util::Status status = db_util::Execute(Access::db(), statement);
+  if (status.ok()) return 0;
+  logger::ComponentError(kComponent, "UserManager::%s failed: %s (%d)", operation, status.message,
+                         status.code);
   return -1;
 }
 

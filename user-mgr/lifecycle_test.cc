@@ -15,7 +15,7 @@ class Lifecycle : public UserManagerFixture {
 
 TEST_F(Lifecycle, InitializeMakesTheSchemaThatAnUpgradeEndsInAndItsFirstRows) {
   ASSERT_EQ(UserManager::Initialize(File()), 0);
-  const updater::server::WorkingCopies upgraded = tests::PackageIn(Path("package"));
+  const package::PackagePaths upgraded = tests::PackageIn(Path("package"));
   tests::WriteFixture(tests::kVersions.back(), "uuid", "", upgraded);
   EXPECT_EQ(tests::SchemaOf(File()), tests::SchemaOf(upgraded.user));
   EXPECT_EQ(Rows(),

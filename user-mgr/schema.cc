@@ -3,6 +3,7 @@
 #include <string>
 
 #include "db-util/query.h"
+#include "package/layout.h"
 #include "user-mgr/records.h"
 #include "user-mgr/statement.h"
 
@@ -10,7 +11,7 @@ namespace user_mgr {
 namespace {
 
 // "INTEGAR" is spelt so in every user database; SQLite reads it as an integer type all the same.
-constexpr char kSchema[] =
+constexpr logger::SqlFormat<int, const char*> kSchema =
     "BEGIN IMMEDIATE TRANSACTION;"
     "CREATE TABLE IF NOT EXISTS user_table ("
     "id INTEGER PRIMARY KEY AUTOINCREMENT, "
@@ -27,7 +28,7 @@ constexpr char kSchema[] =
     "group_id INTEGER, "
     "client VARCHAR, "
     "ip VARCHAR, "
-    "ctime DATETIME DEFAULT (strftime('%s','now')), "
+    "ctime DATETIME DEFAULT (strftime('%%s','now')), "
     "sess_id VARCHAR UNIQUE ON CONFLICT ABORT, "
     "client_type INTEGER DEFAULT 0, "
     "client_platform VARCHAR DEFAULT 'Unknown');"
@@ -61,8 +62,8 @@ constexpr char kSchema[] =
     "CREATE INDEX IF NOT EXISTS profile_apply_uid_idx ON profile_apply_table(user_id);"
     "CREATE INDEX IF NOT EXISTS profile_apply_view_id_idx ON profile_apply_view_table(profile_id);"
     "CREATE INDEX IF NOT EXISTS profile_apply_view_vid_idx ON profile_apply_view_table(view_id);"
-    "INSERT OR IGNORE INTO config_table VALUES ('version', 4150);"
-    "INSERT OR IGNORE INTO config_table VALUES ('branch', 'master');"
+    "INSERT OR IGNORE INTO config_table VALUES ('version', %d);"
+    "INSERT OR IGNORE INTO config_table VALUES ('branch', %Q);"
     "INSERT OR IGNORE INTO config_table VALUES ('view_id', '1');"
     "CREATE INDEX IF NOT EXISTS session_task_index ON backup_task_table(session);"
     "INSERT OR IGNORE INTO rotate_setting_table (view_id, rotate_cnt, rotate_policy) VALUES (0, 32, 'fifo');"
@@ -73,20 +74,21 @@ constexpr char kInsertDefaultProfile[] =
     "'internal for enc share', \t\t\t'{\"filtered_max_name_length\":143}', 7);";
 
 int InsertDefaultProfile(sqlite3* db) {
-  std::string error;
-  const int code = db_util::Execute(db, kInsertDefaultProfile, error);
-  if (code == SQLITE_OK) return 0;
-  logger::ComponentError(kComponent, "Fail to insert default server profile: %s (%d)\n", error, code);
+  const db_util::Status status = db_util::Execute(db, kInsertDefaultProfile);
+  if (status.ok()) return 0;
+  logger::ComponentError(kComponent, "Fail to insert default server profile: %s (%d)\n", status.message,
+                         status.code);
   return -1;
 }
 
 }  // namespace
 
 int CreateSchema(sqlite3* db) {
-  std::string error;
-  const int code = db_util::Execute(db, kSchema, error);
-  if (code == SQLITE_OK) return 0;
-  logger::ComponentError(kComponent, "sqlite3_exec: %s (%d)\n", error, code);
+  std::string script;
+  if (!db_util::FormatSql(script, kSchema, package::kCurrentVersion, package::kCurrentBranch)) return -1;
+  const db_util::Status status = db_util::Execute(db, script);
+  if (status.ok()) return 0;
+  logger::ComponentError(kComponent, "sqlite3_exec: %s (%d)\n", status.message, status.code);
   return -1;
 }
 
@@ -95,11 +97,11 @@ int EnsureDefaultProfile(sqlite3* db) {
   if (!FormatStatement(query, "", "SELECT * FROM profile_table WHERE attribute & %d", kDefaultProfile))
     return -1;
   bool exists = false;
-  const db_util::QueryResult result = db_util::ForEachRow(db, query, [&exists](sqlite3_stmt* /*row*/) {
+  const db_util::Status result = db_util::ForEachRow(db, query, [&exists](sqlite3_stmt* /*row*/) {
     exists = true;
     return false;
   });
-  if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
+  if (result.call == db_util::Status::Call::kPrepare) {
     logger::ComponentError(kComponent, "sqlite3_prepare_v2(%d): %s\n", result.code, result.message);
     return -1;
   }

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "db-util/database.h"
+#include "db-util/execute.h"
 
 namespace user_mgr {
 

@@ -21,11 +21,10 @@ constexpr char kDropIndexes[] =
 
 // Both without the lock, like the transaction that they belong to.
 int CreateIndexes() {
-  std::string error;
-  const int code = db_util::Execute(Access::db(), kCreateIndexes, error);
+  const db_util::Status status = db_util::Execute(Access::db(), kCreateIndexes);
   // A table or column that does not exist is for the check itself to find; it would only be slower.
-  if (code == SQLITE_OK || code == SQLITE_ERROR) return 0;
-  return Checked(-1, "UserManager::SelfCheck fail to create indexes: %s (%d)\n", error, code);
+  if (status.ok() || status.code == SQLITE_ERROR) return 0;
+  return Checked(-1, "UserManager::SelfCheck fail to create indexes: %s (%d)\n", status.message, status.code);
 }
 
 int DropIndexes() {

@@ -14,12 +14,11 @@ bool RefuseStatement(std::size_t length) {
 int ExecuteWithoutLock(const std::string& script) {
   sqlite3* db = Access::db();
   const bool may_begin = db != nullptr && sqlite3_get_autocommit(db) != 0;
-  std::string error;
-  const int code = db_util::Execute(db, script, error);
-  if (code == SQLITE_OK) return 0;
-  logger::ComponentError(kComponent, "sqlite3_exec: %s (%d)\n", error, code);
+  const db_util::Status status = db_util::Execute(db, script);
+  if (status.ok()) return 0;
+  logger::ComponentError(kComponent, "sqlite3_exec: %s (%d)\n", status.message, status.code);
   if (may_begin && sqlite3_get_autocommit(db) == 0) {
-    (void)db_util::Execute(db, "ROLLBACK;", error);  // fails only when SQLite has rolled back already
+    (void)db_util::Execute(db, "ROLLBACK;");  // fails only when SQLite has rolled back already
   }
   return -1;
 }
@@ -32,19 +31,13 @@ int Execute(const std::string& script) {
 int ForEachRow(const char* operation, const std::string& query,
                const std::function<void(sqlite3_stmt*)>& row) {
   const ScopedLock guard;
-  const db_util::QueryResult result =
-      db_util::ForEachRow(Access::db(), query, [&row](sqlite3_stmt* statement) {
-        row(statement);
-        return true;
-      });
-  if (result.ok()) return 0;
-  if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
-    logger::ComponentError(kComponent, "UserManager::%s: sqlite3_prepare_v2(%d): %s\n", operation,
-                           result.code, result.message);
-  } else {
-    logger::ComponentError(kComponent, "UserManager::%s: sqlite3_step(%d): %s\n", operation, result.code,
-                           result.message);
-  }
+  const db_util::Status status = db_util::ForEachRow(Access::db(), query, [&row](sqlite3_stmt* statement) {
+    row(statement);
+    return true;
+  });
+  if (status.ok()) return 0;
+  logger::ComponentError(kComponent, "UserManager::%s: %s(%d): %s\n", operation, status.FailedCall(),
+                         status.code, status.message);
   return -1;
 }
 

@@ -7,7 +7,7 @@
 #include <list>
 #include <string>
 
-#include "db-util/database.h"
+#include "db-util/execute.h"
 #include "logger/component_log.h"
 
 namespace user_mgr {

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "db-util/execute.h"
 #include "db-util/query.h"
 #include "tests/support/temporary_folder.h"
 
@@ -22,7 +23,7 @@ constexpr int kFirstVersionWithViews = 3400;
 // Read-write: a read-only connection to a database with a write-ahead log would leave the log behind.
 db_util::Database Open(const std::string& path, db_util::OpenMode mode = db_util::OpenMode::kReadWrite) {
   db_util::Database db;
-  if (db_util::OpenQuietly(path, db, mode) != SQLITE_OK) throw std::runtime_error("cannot open " + path);
+  if (!db_util::OpenQuietly(path, db, mode).ok()) throw std::runtime_error("cannot open " + path);
   return db;
 }
 
@@ -35,7 +36,7 @@ std::vector<std::string> Rows(const db_util::Database& db, const std::string& sq
     rows.push_back(std::move(text));
     return true;
   };
-  const db_util::QueryResult result = db_util::ForEachRow(db.get(), sql, add);
+  const db_util::Status result = db_util::ForEachRow(db.get(), sql, add);
   if (!result.ok()) throw std::runtime_error(sql + ": " + result.message);
   return rows;
 }
@@ -69,10 +70,10 @@ std::string FindScript(int version, const std::string& name) {
 
 updater::Version VersionOf(int number) {
   if (number == 2577) return {"", number};
-  return {number == 2603 ? "hos-4.3" : updater::kMasterBranch, number};
+  return {number == 2603 ? "hos-4.3" : package::kMasterBranch, number};
 }
 
-updater::server::WorkingCopies PackageIn(const std::string& folder) {
+package::PackagePaths PackageIn(const std::string& folder) {
   return {.sync_folder = folder + "/@sync",
           .data = folder + "/@sync/syncfolder-db.sqlite",
           .log = folder + "/@sync/log-db.sqlite",
@@ -82,7 +83,7 @@ updater::server::WorkingCopies PackageIn(const std::string& folder) {
           .file_folder = folder + "/@sync/file"};
 }
 
-std::map<std::string, std::string> DatabasesOf(const updater::server::WorkingCopies& where) {
+std::map<std::string, std::string> DatabasesOf(const package::PackagePaths& where) {
   std::map<std::string, std::string> paths = {
       {"data", where.data}, {"log", where.log}, {"user", where.user}, {"client", where.client}};
   for (const auto& [folder, kind] : {std::pair(where.view_folder, "view"), {where.file_folder, "file"}}) {
@@ -97,7 +98,7 @@ std::map<std::string, std::string> DatabasesOf(const updater::server::WorkingCop
 }
 
 void WriteFixture(int version, const std::string& uuid, const std::string& extras,
-                  const updater::server::WorkingCopies& where) {
+                  const package::PackagePaths& where) {
   const auto write = [&](const std::string& path, const std::vector<std::string>& scripts, int stored) {
     std::string text;
     for (const std::string& script : scripts) text += FindScript(version, script);
@@ -133,10 +134,9 @@ void WriteFixture(int version, const std::string& uuid, const std::string& extra
 }
 
 void RunSql(const std::string& path, const std::string& sql, db_util::OpenMode mode) {
-  std::string error;
-  if (db_util::Execute(Open(path, mode).get(), sql, error) != SQLITE_OK) {
-    throw std::runtime_error(path + ": " + error);
-  }
+  const db_util::Database db = Open(path, mode);
+  const db_util::Status status = db_util::Execute(db.get(), sql);
+  if (!status.ok()) throw std::runtime_error(path + ": " + status.message);
 }
 
 std::string Query(const std::string& path, const std::string& sql, const char* end) {
@@ -160,7 +160,7 @@ std::string SchemaOf(const std::string& path) {
   return Sorted("", std::move(statements));
 }
 
-Dumps DumpPackage(const updater::server::WorkingCopies& where) {
+Dumps DumpPackage(const package::PackagePaths& where) {
   Dumps dumps;
   for (const auto& [name, path] : DatabasesOf(where)) {
     std::string& text = dumps[name] = SchemaOf(path);

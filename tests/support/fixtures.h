@@ -10,8 +10,8 @@
 #include <string>
 
 #include "db-util/database.h"
+#include "package/layout.h"
 #include "updater/framework/version.h"
-#include "updater/server/registration.h"
 
 namespace tests {
 
@@ -29,17 +29,17 @@ inline constexpr std::array kExtras = {Extra{"", 2577}, Extra{"rights", 3004}, E
 [[nodiscard]] updater::Version VersionOf(int number);
 
 // Where the live databases of a package folder are.
-[[nodiscard]] updater::server::WorkingCopies PackageIn(const std::string& folder);
+[[nodiscard]] package::PackagePaths PackageIn(const std::string& folder);
 
 // The paths of the databases that there are, by "data", "log", "user", "client", "view/<id>" and
 // "file/<uuid>".
-[[nodiscard]] std::map<std::string, std::string> DatabasesOf(const updater::server::WorkingCopies& where);
+[[nodiscard]] std::map<std::string, std::string> DatabasesOf(const package::PackagePaths& where);
 
 // Writes the databases where `where` says, which may be a volume's live files or their working copies, and
 // makes the folders of the sync folder. Databases that the version does not have are not written. `uuid` is
 // that of the volume that holds the sync folder; `extras` are names with a blank between them.
 void WriteFixture(int version, const std::string& uuid, const std::string& extras,
-                  const updater::server::WorkingCopies& where);
+                  const package::PackagePaths& where);
 
 // Executes SQL on a database.
 void RunSql(const std::string& path, const std::string& sql,
@@ -55,7 +55,7 @@ void RunSql(const std::string& path, const std::string& sql,
 // Every database of a package as text, by its name in DatabasesOf(): schema, integrity, settings, and all
 // rows in an order of their own. Two databases with the same text have the same layout and content.
 using Dumps = std::map<std::string, std::string>;
-[[nodiscard]] Dumps DumpPackage(const updater::server::WorkingCopies& where);
+[[nodiscard]] Dumps DumpPackage(const package::PackagePaths& where);
 
 // Every file and folder below `folder` by its path from there; the bytes of a file, "folder" for a folder.
 [[nodiscard]] std::map<std::string, std::string> ReadTree(const std::string& folder);

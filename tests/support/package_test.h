@@ -16,7 +16,7 @@
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/temporary_folder.h"
-#include "updater/framework/updater_framework.h"
+#include "updater/server/registration.h"
 
 namespace tests {
 
@@ -37,7 +37,7 @@ class PackageTest : public ::testing::Test {
 
   // The databases of the fixture as text. Its sync folder is that of the package under test.
   Dumps DumpFixture(int version, const std::string& extras = "") {
-    updater::server::WorkingCopies where = PackageIn(folder_ / "expected");
+    package::PackagePaths where = PackageIn(folder_ / "expected");
     where.sync_folder = package_.sync_folder;
     WriteFixture(version, uuid_, extras, where);
     return DumpPackage(where);
@@ -77,7 +77,7 @@ class PackageTest : public ::testing::Test {
  protected:
   // A folder name that no statement or log format may stumble over; that of the volume is no better.
   const std::filesystem::path folder_ = temporary_ / "it's 100%s %Q";
-  updater::server::WorkingCopies package_ = PackageIn(folder_ / "package");
+  package::PackagePaths package_ = PackageIn(folder_ / "package");
   std::string scratch_ = folder_ / "scratch.sqlite3";
   std::string uuid_ = "u'%s";
   FakePlatform fake_;

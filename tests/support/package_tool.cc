@@ -7,7 +7,7 @@
 #include "tests/support/fixtures.h"
 
 int main(int argc, char** argv) {
-  updater::server::WorkingCopies package = tests::PackageIn(argv[1]);
+  package::PackagePaths package = tests::PackageIn(argv[1]);
   if (argc == 6) {
     package.sync_folder = argv[4];
     tests::WriteFixture(std::stoi(argv[2]), argv[3], argv[5], package);

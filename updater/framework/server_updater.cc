@@ -4,35 +4,35 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <ostream>
 
 #include "db-util/query.h"
 #include "file-op/file_op.h"
+#include "updater/framework/attached_database.h"
+#include "updater/framework/exec_sql.h"
 #include "updater/framework/stored_version.h"
-#include "updater/framework/view_databases.h"
+#include "updater/framework/updater_log.h"
 
 namespace updater {
 namespace {
 
 struct AttachedDatabase {
   const char* schema;
-  std::string DatabasePaths::*path;
+  std::string PackagePaths::*path;
 };
 
 // In the order in which they are attached, which is the order in which unqualified table names are looked up.
 constexpr std::array kAttachedDatabases = {
-    AttachedDatabase{"data_db", &DatabasePaths::data},
-    AttachedDatabase{"log_db", &DatabasePaths::log},
-    AttachedDatabase{"user_db", &DatabasePaths::user},
-    AttachedDatabase{"client_db", &DatabasePaths::client},
+    AttachedDatabase{"data_db", &PackagePaths::data},
+    AttachedDatabase{"log_db", &PackagePaths::log},
+    AttachedDatabase{"user_db", &PackagePaths::user},
+    AttachedDatabase{"client_db", &PackagePaths::client},
 };
 
 std::vector<AttachedDatabase> DatabasesOf(DatabaseSet set) {
   std::vector<AttachedDatabase> databases;
   for (const AttachedDatabase& database : kAttachedDatabases) {
-    if (set == DatabaseSet::kWithLog || database.path != &DatabasePaths::log) databases.push_back(database);
+    if (set == DatabaseSet::kWithLog || database.path != &PackagePaths::log) databases.push_back(database);
   }
   return databases;
 }
@@ -49,9 +49,8 @@ constexpr const char* kVersionBranchesQuery =
     "     (SELECT value AS client_db_version FROM client_db.config_table WHERE key = 'branch') );";
 
 // Both stages of a version query that fail are reported as a failed preparation; keep it so.
-int LogVersionQueryFailure(const char* query, const std::string& message, int code) {
-  logger::UpdaterLog("sqlite3_prepare_v2(%s): %s (%d)\n", query, message, code);
-  return -1;
+bool CheckVersionQuery(const char* query, const db_util::Status& status) {
+  return Check(status, "sqlite3_prepare_v2(%s): %s (%d)\n", query, status.message, status.code);
 }
 
 // Versions have 32 bits; SQLite's conversion to an int would keep the lower half of a longer number.
@@ -70,66 +69,58 @@ std::vector<const char*> VersionedSchemas(VersionScope scope) {
 
 }  // namespace
 
-ServerUpdater::ServerUpdater(const UpdaterContext& context, Edge edge, DatabasePaths paths)
-    : context_(context), edge_(std::move(edge)), paths_(std::move(paths)) {}
+ServerUpdater::ServerUpdater(const UpdaterContext& context, Edge edge, const PackagePaths& paths)
+    : context_(context), edge_(std::move(edge)), paths_(paths) {}
 
 int ServerUpdater::Update() {
-  const logger::ScopedUpdaterName name(std::to_string(edge_.from.number) + " to " +
-                                       std::to_string(edge_.to.number));
-  const int result = RunConnected();
+  const ScopedUpdaterName name(std::to_string(edge_.from.number) + " to " + std::to_string(edge_.to.number));
+  const bool ok = RunConnected();
   Disconnect();
-  return result;
+  return logger::ToResult(ok);
 }
 
-int ServerUpdater::RunConnected() {
-  if (!logger::Succeeded(Connect(), "failed to connect to databases\n") || CheckVersions() < 0 ||
-      RunSteps(Steps()) < 0 ||
-      !logger::Succeeded(UpdateDatabaseVersions(), "failed to update database versions\n")) {
-    return -1;
+bool ServerUpdater::RunConnected() {
+  const bool ok = Check(Connect(), "failed to connect to databases\n") && CheckVersions() && RunSteps() &&
+                  Check(UpdateDatabaseVersions(), "failed to update database versions\n");
+  if (ok) ReportSuccess();
+  return ok;
+}
+
+bool ServerUpdater::RunSteps() {
+  for (const Step& step : Steps()) {
+    if (!Check(step.run(), step.failure)) return false;
   }
-  ReportSuccess();
-  return 0;
+  return true;
 }
 
-int ServerUpdater::RunSteps(const std::vector<Step>& steps) {
-  for (const Step& step : steps) {
-    if (!logger::Succeeded(step.run(), step.failure)) return -1;
-  }
-  return 0;
+bool ServerUpdater::Connect() {
+  return Check(db_util::OpenScratchDatabase(context_.scratch_database, db_),
+               "Failed to initialize database connection (%s)", context_.scratch_database) &&
+         Check(AttachDatabases(), "failed to attach database\n");
 }
 
-int ServerUpdater::Connect() {
-  if (!logger::Succeeded(db_util::OpenScratchDatabase(context_.scratch_database, db_),
-                         "Failed to initialize database connection (%s)", context_.scratch_database)) {
-    return -1;
-  }
-  return logger::Succeeded(AttachDatabases(), "failed to attach database\n") ? 0 : -1;
-}
-
-int ServerUpdater::AttachDatabases() {
-  const std::vector<AttachedDatabase> databases = DatabasesOf(edge_.databases);
+bool ServerUpdater::AttachDatabases() {
   std::string attach;
   std::string tune;
   missing_.clear();
-  for (const AttachedDatabase& database : databases) {
+  for (const AttachedDatabase& database : DatabasesOf(edge_.databases)) {
     const std::string& path = paths_.*database.path;
     std::string statement;
-    if (!db_util::FormatSql(statement, "ATTACH DATABASE %Q AS %s;", path, database.schema)) return -1;
+    if (!db_util::FormatSql(statement, "ATTACH DATABASE %Q AS %s;", path, database.schema)) return false;
     attach += statement;
     tune += TuneStatements(database.schema);
-    if (file_op::FSExists(path)) continue;
-    missing_.push_back(path);
-    // A database that ATTACH would make belongs to whoever the data database belongs to, not to root. What
-    // cannot be made cannot be attached either.
-    base::FileDescriptor made;
-    (void)file_op::MakeFileLike(file_op::At(path), paths_.data, made);
+    MakeIfMissing(path);
   }
-  db_util::ExecFailure failure;
-  if (db_util::Execute(db(), attach + tune, failure) != SQLITE_OK) {
-    db_util::LogExecFailure(attach, failure);
-    return -1;
-  }
-  return 0;
+  return ExecScriptAs(db(), attach + tune, attach) == 0;
+}
+
+// A database that ATTACH makes belongs to whoever the data database belongs to, not to root. What cannot be
+// made cannot be attached either.
+void ServerUpdater::MakeIfMissing(const std::string& path) {
+  if (file_op::FSExists(path)) return;
+  missing_.push_back(path);
+  base::FileDescriptor made;
+  (void)file_op::MakeFileLike(file_op::At(path), paths_.data, made);
 }
 
 void ServerUpdater::Detach() {
@@ -140,7 +131,7 @@ void ServerUpdater::Detach() {
   }
   // No database can be detached within a transaction that a failed script left open.
   const char* const rollback = sqlite3_get_autocommit(db()) == 0 ? "ROLLBACK;" : "";
-  (void)db_util::ExecScriptAs(db(), rollback + detach, detach);  // only logged: closing detaches what is left
+  (void)ExecScriptAs(db(), rollback + detach, detach);  // only logged: closing detaches what is left
   db_.reset();
   (void)unlink(context_.scratch_database.c_str());  // nobody reads it again
 }
@@ -153,25 +144,20 @@ void ServerUpdater::Disconnect() {
   paths_ = {};
 }
 
-int ServerUpdater::CheckVersions() {
+bool ServerUpdater::CheckVersions() const {
   Versions versions;
-  if (!logger::Succeeded(GetDatabaseVersions(versions), "failed to get database versions\n")) {
+  if (!Check(GetDatabaseVersions(versions), "failed to get database versions\n")) {
     NameUnreadableDatabases();
-    return -1;
+    return false;
   }
-  const Version& data = versions.data;
-  if (data != versions.user || versions.user != versions.client) {
-    logger::UpdaterLog("database version mismatch: (%d, %d, %d)\n", data.number, versions.user.number,
-                       versions.client.number);
+  const auto& [data, user, client] = versions;
+  if (!Check(data == user && user == client, "database version mismatch: (%d, %d, %d)\n", data.number,
+             user.number, client.number)) {
     NameUnreadableDatabases();
-    return -1;
+    return false;
   }
-  if (data != edge_.from) {
-    // "invalid branch" also when only the number differs; keep it so.
-    logger::UpdaterLog("failed to upgrade package: invalid branch, version = %d\n", data.number);
-    return -1;
-  }
-  return 0;
+  // "invalid branch" also when only the number differs; keep it so.
+  return Check(data == edge_.from, "failed to upgrade package: invalid branch, version = %d\n", data.number);
 }
 
 // A version that cannot be read is 0 in the line about the mismatch, and the query over all of them does not
@@ -187,69 +173,49 @@ void ServerUpdater::NameUnreadableDatabases() const {
   }
 }
 
-int ServerUpdater::GetDatabaseVersions(Versions& versions) const {
+bool ServerUpdater::GetDatabaseVersions(Versions& versions) const {
   bool found = false;
   bool in_range = false;
-  db_util::QueryResult result = db_util::ForEachRow(db(), kVersionNumbersQuery, [&](sqlite3_stmt* row) {
+  const db_util::Status numbers = db_util::ForEachRow(db(), kVersionNumbersQuery, [&](sqlite3_stmt* row) {
     found = true;
     in_range = ReadVersionNumber(row, 0, versions.data.number) &&
                ReadVersionNumber(row, 1, versions.user.number) &&
                ReadVersionNumber(row, 2, versions.client.number);
     return false;
   });
-  if (!result.ok()) return LogVersionQueryFailure(kVersionNumbersQuery, result.message, result.code);
-  if (!found) return LogVersionQueryFailure(kVersionNumbersQuery, sqlite3_errstr(SQLITE_DONE), SQLITE_DONE);
-  if (!in_range) return -1;
-  result = db_util::ForEachRow(db(), kVersionBranchesQuery, [&](sqlite3_stmt* row) {
+  if (!CheckVersionQuery(kVersionNumbersQuery, numbers)) return false;
+  if (!found) return CheckVersionQuery(kVersionNumbersQuery, db_util::StatusOf(SQLITE_DONE));
+  if (!in_range) return false;
+  const db_util::Status branches = db_util::ForEachRow(db(), kVersionBranchesQuery, [&](sqlite3_stmt* row) {
     versions.data.branch = db_util::ColumnText(row, 0);
     versions.user.branch = db_util::ColumnText(row, 1);
     versions.client.branch = db_util::ColumnText(row, 2);
     return false;
   });
-  if (!result.ok()) return LogVersionQueryFailure(kVersionBranchesQuery, result.message, result.code);
-  return 0;
+  return CheckVersionQuery(kVersionBranchesQuery, branches);
 }
 
-int ServerUpdater::UpdateDatabaseVersions() {
-  const bool with_folders = edge_.scope == VersionScope::kAll;
-  if (with_folders && ListVersionFolders() < 0) return -1;
-  std::string script = "BEGIN TRANSACTION; ";
+bool ServerUpdater::UpdateDatabaseVersions() const {
   const std::vector<const char*> schemas = VersionedSchemas(edge_.scope);
-  for (const char* schema : schemas) {
-    if (!AppendNumberStatement(script, schema, edge_.to)) return -1;
-  }
-  for (const char* schema : schemas) {
-    if (!AppendBranchStatement(script, schema, edge_.to)) return -1;
-  }
-  script += "END TRANSACTION;";
-  const int result = db_util::ExecScript(db(), script);
-  if (!with_folders) return result;
-  if (!logger::Succeeded(
-          result, "Failed to update version and branch to syncfolder-db, user-db, client-db and log-db")) {
-    return -1;
-  }
-  return UpdateFolderVersions();
+  if (edge_.scope != VersionScope::kAll) return WriteVersions(schemas);
+  VersionedFolders folders;
+  return ListVersionedFolders(paths_, folders) &&
+         Check(WriteVersions(schemas),
+               "Failed to update version and branch to syncfolder-db, user-db, client-db and log-db") &&
+         WriteFolderVersions(db(), paths_, folders, edge_.to);
+}
+
+bool ServerUpdater::WriteVersions(const std::vector<const char*>& schemas) const {
+  const std::string script = VersionScript(schemas, edge_.to);
+  return !script.empty() && ExecScript(db(), script) == 0;
 }
 
 void ServerUpdater::ReportSuccess() const {
   if (edge_.success == SuccessLine::kStandardOutput) {
     context_.out << "Upgrade to " << edge_.to << " successfully" << std::endl;
   } else {
-    logger::UpdaterLog("Upgrade to '%s' successfully\n", ToString(edge_.to));
+    UpdaterLog("Upgrade to '%s' successfully\n", ToString(edge_.to));
   }
-}
-
-int ServerUpdater::CreateEmptyFile(const std::string& path) {
-  if (file_op::FSMakeEmptyFile(path) == 0) return 0;
-  logger::UpdaterLog("failed to open file(%s): %s\n", path, std::string(std::strerror(errno)));
-  return -1;
-}
-
-std::string ServerUpdater::GetParentDir(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash != std::string::npos) return path.substr(0, slash);
-  logger::UpdaterLog("invalid path %s\n", path);
-  return {};
 }
 
 }  // namespace updater

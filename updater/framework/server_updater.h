@@ -6,20 +6,12 @@
 // in order, writes the new version and branch into every database, and disconnects. A unit holds its edge,
 // its SQL and its steps; it neither opens, checks, nor closes anything of the frame's.
 //
-// Results are 0 or -1; every failure is logged where it happens, and the frame adds the line of the step that
-// failed. On failure the working copies stay as the last statement left them; a transaction that a script
-// left open is rolled back. A database whose version cannot be read is named, with the reason.
+// Steps tell with true that they went well; Update() makes 0 or -1 of it. Every failure is logged where it
+// happens, and the frame adds the line of the step that failed. On failure the working copies stay as the
+// last statement left them; a transaction that a script left open is rolled back. A database whose version
+// cannot be read is named, with the reason.
 //
-// How to add an updater:
-//  1. Make updater/server/svr_updater_<from>to<to>.{h,cc} with a class SvrUpdater<from>to<to> that is a
-//     ServerUpdater.
-//  2. Give its Edge to the constructor: the versions, the database set, how far the version write
-//     reaches, and where success is reported.
-//  3. Put its SQL at the top of the .cc, one statement per source line; what another unit uses too goes to
-//     updater/server/sql/.
-//  4. Return its steps, with the text each one logs when it fails, from Steps().
-//  5. Add it to the table in updater/server/registration.cc and to updater/server/CMakeLists.txt.
-//  6. Write tests/data/<to>/ by hand, and a test beside the unit with rows that would show a wrong statement.
+// How to add an updater: docs/adding-an-updater.md.
 #pragma once
 
 #include <functional>
@@ -28,19 +20,16 @@
 #include <vector>
 
 #include "db-util/database.h"
-#include "logger/updater_log.h"
+#include "logger/format.h"
+#include "package/layout.h"
 #include "platform/platform.h"
 #include "updater/framework/abstract_updater.h"
+#include "updater/framework/version_writing.h"
 
 namespace updater {
 
-// The working copies that an updater changes. Empty where its database set has none.
-struct DatabasePaths {
-  std::string data;
-  std::string log;
-  std::string user;
-  std::string client;
-};
+using package::kMasterBranch;
+using package::PackagePaths;
 
 // What every updater is given besides its paths. Borrowed; outlives the updater.
 struct UpdaterContext {
@@ -75,45 +64,29 @@ class ServerUpdater : public AbstractUpdater {
   [[nodiscard]] Version GetToVersion() const final { return edge_.to; }
 
  protected:
-  // A text that a failing step logs, with the source line on which it is written down.
-  using FailureText = logger::PrintfFormat<>;
-
+  // One step, and the text that it logs when it fails, with the source line on which that is written down.
   struct Step {
-    std::function<int()> run;
-    FailureText failure;
+    std::function<bool()> run;
+    logger::PrintfFormat<> failure;
   };
 
-  ServerUpdater(const UpdaterContext& context, Edge edge, DatabasePaths paths);
+  // `paths` are those of the working copies.
+  ServerUpdater(const UpdaterContext& context, Edge edge, const PackagePaths& paths);
 
-  // The unit's own steps, between the version check and the version write.
+  // The unit's own steps in order, between the version check and the version write.
   [[nodiscard]] virtual std::vector<Step> Steps() = 0;
   // Called after the connection is closed and before the paths are emptied, also after a failed run.
   virtual void AfterDisconnect() {}
-  // Writes the new version into the view and file databases; only with VersionScope::kAll. Logs its failures.
-  [[nodiscard]] virtual int UpdateFolderVersions() { return 0; }
-  // Lists what UpdateFolderVersions() writes to, before the first version is written. Logs its failures.
-  [[nodiscard]] virtual int ListVersionFolders() { return 0; }
-
-  // Runs steps in order; the first failure logs its text and ends with -1.
-  [[nodiscard]] static int RunSteps(const std::vector<Step>& steps);
 
   // Opens the scratch database and attaches the working copies.
-  [[nodiscard]] int Connect();
+  [[nodiscard]] bool Connect();
   // Rolls back what a failed script left open, detaches, closes, removes the scratch database; does nothing
   // when not connected. Keeps the paths.
   void Detach();
 
   [[nodiscard]] sqlite3* db() const { return db_.get(); }
-  [[nodiscard]] const DatabasePaths& paths() const { return paths_; }
+  [[nodiscard]] const PackagePaths& paths() const { return paths_; }
   [[nodiscard]] platform::Platform& platform() const { return context_.platform; }
-
-  // Makes or truncates an empty file; its folder must exist, and a link in its place is not followed: the
-  // folders belong to the service, and this runs as root. On failure logs
-  // "failed to open file(%s): %s\n" and returns -1.
-  [[nodiscard]] static int CreateEmptyFile(const std::string& path);
-  // The text before the last "/" of the path; logs "invalid path %s\n" and returns empty text when there is
-  // none.
-  [[nodiscard]] static std::string GetParentDir(const std::string& path);
 
  private:
   struct Versions {
@@ -122,19 +95,23 @@ class ServerUpdater : public AbstractUpdater {
     Version client;
   };
 
-  [[nodiscard]] int AttachDatabases();
+  [[nodiscard]] bool AttachDatabases();
+  // Makes a database that ATTACH would make.
+  void MakeIfMissing(const std::string& path);
   void Disconnect();
-  [[nodiscard]] int RunConnected();
-  [[nodiscard]] int CheckVersions();
-  [[nodiscard]] int GetDatabaseVersions(Versions& versions) const;
+  [[nodiscard]] bool RunConnected();
+  [[nodiscard]] bool RunSteps();
+  [[nodiscard]] bool CheckVersions() const;
+  [[nodiscard]] bool GetDatabaseVersions(Versions& versions) const;
   // Logs which databases have no version that can be read, and why.
   void NameUnreadableDatabases() const;
-  [[nodiscard]] int UpdateDatabaseVersions();
+  [[nodiscard]] bool UpdateDatabaseVersions() const;
+  [[nodiscard]] bool WriteVersions(const std::vector<const char*>& schemas) const;
   void ReportSuccess() const;
 
   UpdaterContext context_;
   Edge edge_;
-  DatabasePaths paths_;
+  PackagePaths paths_;
   db_util::Database db_;
   std::vector<std::string> missing_;  // the files that attaching made
 };

@@ -6,14 +6,14 @@
 
 #include "db-util/database.h"
 #include "db-util/query.h"
-#include "logger/updater_log.h"
+#include "updater/framework/updater_log.h"
 
 namespace updater {
 namespace {
 
 // What the rows of a configuration say. Every row overwrites the value, so the last one wins; without a row
 // it keeps what it held.
-db_util::QueryResult ReadValue(sqlite3* db, const std::string& query, std::string& value, bool& found) {
+db_util::Status ReadValue(sqlite3* db, const std::string& query, std::string& value, bool& found) {
   found = false;
   return db_util::ForEachRow(db, query, [&](sqlite3_stmt* row) {
     value = db_util::ColumnText(row, 0);
@@ -22,8 +22,8 @@ db_util::QueryResult ReadValue(sqlite3* db, const std::string& query, std::strin
   });
 }
 
-std::string ReasonOf(const std::string& message, int code) {
-  return message + " (" + std::to_string(code) + ")";
+std::string ReasonOf(const db_util::Status& failure) {
+  return failure.message + " (" + std::to_string(failure.code) + ")";
 }
 
 std::optional<int> ParseNumber(const std::string& text) {
@@ -36,18 +36,17 @@ std::optional<int> ParseNumber(const std::string& text) {
 // Returns the reason of a failure; empty when there is none.
 std::string ReadVersion(const std::string& path, Version& out) {
   db_util::Database db;
-  const int opened = db_util::OpenQuietly(path, db, db_util::OpenMode::kReadOnly);
-  if (opened != SQLITE_OK) return ReasonOf(sqlite3_errstr(opened), opened);
+  db_util::Status status = db_util::OpenQuietly(path, db, db_util::OpenMode::kReadOnly);
+  if (!status.ok()) return ReasonOf(status);
   std::string value;
   bool found = false;
-  db_util::QueryResult result =
-      ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'branch';", value, found);
+  status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'branch';", value, found);
   const std::string branch = value;
   // The value is not cleared in between: without a version row the branch is what gets parsed, and yields 0.
-  if (result.ok()) {
-    result = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'version';", value, found);
+  if (status.ok()) {
+    status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'version';", value, found);
   }
-  if (!result.ok()) return ReasonOf(result.message, result.code);
+  if (!status.ok()) return ReasonOf(status);
   const std::optional<int> number = ParseNumber(value);
   if (!number && !found) return "config_table has no row for it";
   if (!number)
@@ -66,7 +65,7 @@ int ReadStoredVersion(const std::string& path, Version& out) {
 }
 
 void LogUnreadableVersion(const std::string& path, const std::string& reason) {
-  logger::UpdaterLog("cannot read the version of database %s: %s\n", path, reason);
+  UpdaterLog("cannot read the version of database %s: %s\n", path, reason);
 }
 
 }  // namespace updater

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "db-util/database.h"
+#include "db-util/execute.h"
 #include "tests/support/temporary_folder.h"
 #include "updater/framework/updater_framework.h"
 
@@ -105,7 +106,8 @@ TEST(GetCurrentVersion, ReadsBranchAndNumberOfAnExistingDatabase) {
     const std::string path = folder.Write("database", "");
     db_util::Database db;
     ASSERT_EQ(db_util::OpenDatabase(path, db), 0);
-    ASSERT_EQ(db_util::ExecScript(db.get(), std::string("CREATE TABLE config_table (key, value);") + sql), 0);
+    ASSERT_TRUE(
+        db_util::Execute(db.get(), std::string("CREATE TABLE config_table (key, value);") + sql).ok());
     Version version;
     EXPECT_EQ(UpdaterFramework::GetCurrentVersion(path, version), result) << sql;
     EXPECT_EQ(version, expected) << sql;

@@ -20,6 +20,4 @@ struct Version {
 [[nodiscard]] std::string ToString(const Version& version);
 std::ostream& operator<<(std::ostream& out, const Version& version);
 
-inline constexpr const char* kMasterBranch = "master";
-
 }  // namespace updater

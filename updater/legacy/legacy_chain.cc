@@ -9,9 +9,9 @@ constexpr int kFirstVersionWithoutLegacySteps = 2577;
 
 }  // namespace
 
-int NoLegacySteps::RunStep(int /*number*/, const LegacyPaths& paths) {
+int NoLegacySteps::RunStep(int /*number*/, const package::VolumePaths& paths) {
   Version version;
-  if (UpdaterFramework::GetCurrentVersion(paths.data, version) < 0) return -1;
+  if (UpdaterFramework::GetCurrentVersion(paths.copies.data, version) < 0) return -1;
   return version.number >= kFirstVersionWithoutLegacySteps ? 0 : -1;
 }
 

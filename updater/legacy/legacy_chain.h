@@ -2,17 +2,9 @@
 // server updaters, and bring databases older than 2577 to 2577.
 #pragma once
 
-#include <string>
+#include "package/layout.h"
 
 namespace updater::legacy {
-
-struct LegacyPaths {
-  std::string data;  // working copies
-  std::string user;
-  std::string client;
-  std::string client_sync_folder;
-  std::string volume;
-};
 
 class LegacyChain {
  public:
@@ -21,16 +13,17 @@ class LegacyChain {
   LegacyChain& operator=(const LegacyChain&) = delete;
   virtual ~LegacyChain() = default;
 
-  // Runs step V<number>: 1 and 3 to 11, in this order; there is no V2. The client working copy exists from V7
-  // on. Returns 0 or above when the databases are ready for the next step, a negative value on failure.
-  [[nodiscard]] virtual int RunStep(int number, const LegacyPaths& paths) = 0;
+  // Runs step V<number> on the working copies: 1 and 3 to 11, in this order; there is no V2. The client
+  // working copy exists from V7 on. Returns 0 or above when the databases are ready for the next step, a
+  // negative value on failure.
+  [[nodiscard]] virtual int RunStep(int number, const package::VolumePaths& paths) = 0;
 };
 
 // For databases that need none of the steps: every step succeeds when the data database is at 2577 or above
 // and fails below, so that older databases are left as they are.
 class NoLegacySteps : public LegacyChain {
  public:
-  [[nodiscard]] int RunStep(int number, const LegacyPaths& paths) override;
+  [[nodiscard]] int RunStep(int number, const package::VolumePaths& paths) override;
 };
 
 }  // namespace updater::legacy

@@ -3,17 +3,14 @@
 #include <cstdio>
 #include <vector>
 
-#include "db-util/database.h"
 #include "db-util/query.h"
-#include "logger/updater_log.h"
 #include "platform/sdk/volume_uuid.h"
+#include "updater/framework/attached_database.h"
+#include "updater/framework/exec_sql.h"
+#include "updater/framework/updater_log.h"
 
 namespace updater::server {
 namespace {
-
-using db_util::ExecScript;
-using db_util::ExecSql;
-using logger::Succeeded;
 
 // A mac attribute holds the uuid somewhere in its text.
 constexpr const char* kRenameInView =
@@ -28,94 +25,88 @@ struct StoredVolume {
   std::string repo_path;
 };
 
-int ReadVolumes(sqlite3* db, std::vector<StoredVolume>& stored) {
-  const db_util::QueryResult result = db_util::ForEachRow(
+bool ReadVolumes(sqlite3* db, std::vector<StoredVolume>& stored) {
+  const db_util::Status status = db_util::ForEachRow(
       db, "SELECT uuid, repo_path FROM data_db.volume_table;", [&stored](sqlite3_stmt* row) {
         stored.push_back({.uuid = db_util::ColumnText(row, 0), .repo_path = db_util::ColumnText(row, 1)});
         return true;
       });
-  if (result.ok()) return 0;
-  if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
-    logger::UpdaterLog("sqlite3_prepare_v2: [%d] %s\n", result.code, result.message);
-  } else {
-    logger::UpdaterLog("sqlite3_step: [%d] %s\n", result.code, result.message);
-  }
-  return -1;
+  return Check(status, "%s: [%d] %s\n", status.FailedCall(), status.code, status.message);
 }
 
-int AddRename(platform::Volumes& volumes, const StoredVolume& stored, UuidRenames& renames) {
+bool AddRename(platform::Volumes& volumes, const StoredVolume& stored, UuidRenames& renames) {
   platform::FileSystemType type{};
-  if (!Succeeded(volumes.GetFileSystemType(stored.repo_path, type), "Failed to check btrfs volume '%s'\n",
-                 stored.repo_path)) {
-    return -1;
+  if (!Check(volumes.GetFileSystemType(stored.repo_path, type), "Failed to check btrfs volume '%s'\n",
+             stored.repo_path)) {
+    return false;
   }
-  if (type != platform::FileSystemType::kBtrfs) return 0;
-  logger::UpdaterLog("Update repo path '%s' uuid\n", stored.repo_path);
+  if (type != platform::FileSystemType::kBtrfs) return true;
+  UpdaterLog("Update repo path '%s' uuid\n", stored.repo_path);
   std::string old_form;
   std::string new_form;
-  if (!Succeeded(platform::sdk::GetOldBtrfsUuid(volumes, stored.repo_path, old_form),
-                 "Failed to get old uuid from '%s'\n", stored.repo_path) ||
-      !Succeeded(platform::sdk::GetNewBtrfsUuid(volumes, stored.repo_path, new_form),
-                 "Failed to get new uuid from '%s'\n", stored.repo_path)) {
-    return -1;
+  if (!Check(platform::sdk::GetOldBtrfsUuid(volumes, stored.repo_path, old_form),
+             "Failed to get old uuid from '%s'\n", stored.repo_path) ||
+      !Check(platform::sdk::GetNewBtrfsUuid(volumes, stored.repo_path, new_form),
+             "Failed to get new uuid from '%s'\n", stored.repo_path)) {
+    return false;
   }
   if (stored.uuid == old_form && old_form != new_form) renames.emplace(old_form, new_form);
-  return 0;
+  return true;
 }
 
-int RenameInAttachedView(sqlite3* db, ViewId view, const UuidRenames& renames) {
-  if (!Succeeded(ExecScript(db, "BEGIN TRANSACTION;"), "Failed to begin transaction\n")) return -1;
+bool RenameInAttachedView(sqlite3* db, ViewId view, const UuidRenames& renames) {
+  if (!Check(ExecScript(db, "BEGIN TRANSACTION;"), "Failed to begin transaction\n")) return false;
   for (const auto& [from, to] : renames) {
-    if (!Succeeded(ExecSql(db, kRenameInView, to, from, to, from, from, to, to, from, from, to),
-                   "Failed to update view db (%llu)\n", view)) {
+    if (!Check(ExecSql(db, kRenameInView, to, from, to, from, from, to, to, from, from, to),
+               "Failed to update view db (%llu)\n", view)) {
       (void)ExecScript(db, "ROLLBACK TRANSACTION;");  // the failure is reported already
-      return -1;
+      return false;
     }
   }
-  return ExecScript(db, "END TRANSACTION;");
+  return ExecScript(db, "END TRANSACTION;") == 0;
 }
 
 }  // namespace
 
-int FindBtrfsRenames(sqlite3* db, platform::Volumes& volumes, UuidRenames& renames) {
+bool FindBtrfsRenames(sqlite3* db, platform::Volumes& volumes, UuidRenames& renames) {
   std::vector<StoredVolume> stored;
-  if (ReadVolumes(db, stored) < 0) return -1;
+  if (!ReadVolumes(db, stored)) return false;
   for (const StoredVolume& volume : stored) {
-    if (AddRename(volumes, volume, renames) < 0) return -1;
+    if (!AddRename(volumes, volume, renames)) return false;
   }
-  return 0;
+  return true;
 }
 
-int RenameUuidsInVolumeTable(sqlite3* db, const UuidRenames& renames) {
+bool RenameUuidsInVolumeTable(sqlite3* db, const UuidRenames& renames) {
   for (const auto& [from, to] : renames) {
-    if (!Succeeded(ExecSql(db, "UPDATE data_db.volume_table SET uuid = %Q WHERE uuid = %Q;", to, from),
-                   "Failed to update volume table btrfs uuid\n")) {
-      return -1;
+    if (!Check(ExecSql(db, "UPDATE data_db.volume_table SET uuid = %Q WHERE uuid = %Q;", to, from),
+               "Failed to update volume table btrfs uuid\n")) {
+      return false;
     }
   }
-  return 0;
+  return true;
 }
 
-int RenameUuidsInView(sqlite3* db, const FolderDatabases& folders, ViewId view, const UuidRenames& renames) {
-  if (!Succeeded(AttachDatabase(db, "view_db", folders.ViewDatabase(view)), "Failed to attach view db %llu\n",
-                 view)) {
-    return -1;
+bool RenameUuidsInView(sqlite3* db, const PackagePaths& paths, ViewId view, const UuidRenames& renames) {
+  if (!Check(AttachDatabase(db, "view_db", paths.ViewDatabase(view)), "Failed to attach view db %llu\n",
+             view)) {
+    return false;
   }
-  const int renamed = RenameInAttachedView(db, view, renames);
-  const int detached = ExecScript(db, "DETACH DATABASE view_db;");
-  return renamed == 0 && detached == 0 ? 0 : -1;
+  const bool renamed = RenameInAttachedView(db, view, renames);
+  const bool detached = ExecScript(db, "DETACH DATABASE view_db;") == 0;
+  return renamed && detached;
 }
 
-int RenameFileFolders(const FolderDatabases& folders, const UuidRenames& renames) {
+bool RenameFileFolders(const PackagePaths& paths, const UuidRenames& renames) {
   for (const auto& [from, to] : renames) {
-    const std::string source = folders.FileFolder(from);
-    const std::string target = folders.FileFolder(to);
-    if (!Succeeded(std::rename(source.c_str(), target.c_str()),
-                   "Failed to rename file-db dir path '%s' -> '%s'\n", source, target)) {
-      return -1;
+    const std::string source = paths.FileFolder(from);
+    const std::string target = paths.FileFolder(to);
+    if (!Check(std::rename(source.c_str(), target.c_str()),
+               "Failed to rename file-db dir path '%s' -> '%s'\n", source, target)) {
+      return false;
     }
   }
-  return 0;
+  return true;
 }
 
 }  // namespace updater::server

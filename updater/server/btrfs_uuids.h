@@ -1,5 +1,5 @@
 // Renames btrfs volumes from the old text form of their uuid to the new one, everywhere the uuid is stored.
-// Every operation returns 0, or -1 after logging what failed.
+// Every operation returns false after logging what failed.
 #pragma once
 
 #include <sqlite3.h>
@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/volumes.h"
-#include "updater/framework/view_databases.h"
+#include "updater/framework/views.h"
 
 namespace updater::server {
 
@@ -16,14 +16,14 @@ namespace updater::server {
 using UuidRenames = std::map<std::string, std::string>;
 
 // Finds the volumes of data_db that are stored under the old form of their uuid.
-[[nodiscard]] int FindBtrfsRenames(sqlite3* db, platform::Volumes& volumes, UuidRenames& renames);
+[[nodiscard]] bool FindBtrfsRenames(sqlite3* db, platform::Volumes& volumes, UuidRenames& renames);
 
-[[nodiscard]] int RenameUuidsInVolumeTable(sqlite3* db, const UuidRenames& renames);
+[[nodiscard]] bool RenameUuidsInVolumeTable(sqlite3* db, const UuidRenames& renames);
 
 // In one transaction: a rename that fails leaves the view as it was.
-[[nodiscard]] int RenameUuidsInView(sqlite3* db, const FolderDatabases& folders, ViewId view,
-                                    const UuidRenames& renames);
+[[nodiscard]] bool RenameUuidsInView(sqlite3* db, const PackagePaths& paths, ViewId view,
+                                     const UuidRenames& renames);
 
-[[nodiscard]] int RenameFileFolders(const FolderDatabases& folders, const UuidRenames& renames);
+[[nodiscard]] bool RenameFileFolders(const PackagePaths& paths, const UuidRenames& renames);
 
 }  // namespace updater::server

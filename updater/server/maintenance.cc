@@ -1,24 +1,23 @@
 #include "updater/server/maintenance.h"
 
 #include "db-util/database.h"
-#include "logger/updater_log.h"
-#include "updater/framework/view_databases.h"
+#include "db-util/execute.h"
+#include "updater/framework/attached_database.h"
+#include "updater/framework/updater_log.h"
 
 namespace updater::server {
 
-int RunMaintenance(const std::string& path, const std::string& statements) {
+bool RunMaintenance(const std::string& path, const std::string& statements) {
   db_util::Database db;
-  if (!logger::Succeeded(db_util::OpenDatabase(path, db), "failed to initialize database connection (%s)",
-                         path)) {
-    return -1;
+  if (!Check(db_util::OpenDatabase(path, db), "failed to initialize database connection (%s)", path)) {
+    return false;
   }
   (void)sqlite3_busy_timeout(db.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
-  std::string error;
-  const int code = db_util::Execute(db.get(), TuneStatements("main") + statements, error);
-  if (code == SQLITE_OK) return 0;
+  const db_util::Status status = db_util::Execute(db.get(), TuneStatements("main") + statements);
+  if (status.ok()) return true;
   // The only line of the updaters with another head and no source line; keep it so.
-  logger::SystemLog("StratoFolder Updater: sqlite3_exec: %s (%d)", error, code);
-  return -1;
+  logger::SystemLog("StratoFolder Updater: sqlite3_exec: %s (%d)", status.message, status.code);
+  return false;
 }
 
 }  // namespace updater::server

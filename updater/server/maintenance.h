@@ -5,8 +5,8 @@
 
 namespace updater::server {
 
-// Runs the statements on a connection of their own. Returns 0, or -1 after logging
+// Runs the statements on a connection of their own. Returns false after logging
 // "failed to initialize database connection (%s)" or "StratoFolder Updater: sqlite3_exec: %s (%d)".
-[[nodiscard]] int RunMaintenance(const std::string& path, const std::string& statements);
+[[nodiscard]] bool RunMaintenance(const std::string& path, const std::string& statements);
 
 }  // namespace updater::server

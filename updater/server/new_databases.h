@@ -1,7 +1,7 @@
 // The databases that the split of the data database makes, each new on disk with its folder. They get the
 // owner and mode of the data database, and their folders the owner of the folder around them, so that a
 // service that does not run as root can go on using them. Whatever stands at the path of one is refused.
-// Every operation returns 0, or -1 after logging what failed.
+// Every operation returns false after logging what failed.
 //
 // The indexes are not made here but by the two statements below, after the rows are in: building an index
 // once costs a fraction of keeping it up row by row.
@@ -9,23 +9,24 @@
 
 #include <string>
 
-#include "updater/framework/view_databases.h"
+#include "package/layout.h"
+#include "updater/framework/views.h"
 
 namespace updater::server {
 
 // Makes one folder, mode 0755 whatever the umask; one that exists is success. Logs "mkdir(%s): %s (%d)\n".
-[[nodiscard]] int MakeFolder(const std::string& path);
+[[nodiscard]] bool MakeFolder(const std::string& path);
 
 // The folder of the view, its sign folder with the origin sign file, and the view database without indexes.
-[[nodiscard]] int CreateViewDatabase(const FolderDatabases& folders, ViewId view,
-                                     const std::string& data_database);
+[[nodiscard]] bool CreateViewDatabase(const PackagePaths& paths, ViewId view,
+                                      const std::string& data_database);
 
 // The folder of the volume and the file database without indexes.
-[[nodiscard]] int CreateFileDatabase(const FolderDatabases& folders, const std::string& uuid,
-                                     const std::string& data_database);
+[[nodiscard]] bool CreateFileDatabase(const PackagePaths& paths, const std::string& uuid,
+                                      const std::string& data_database);
 
 // The data database that takes the old one's place, whole. A leftover of a killed run goes first.
-[[nodiscard]] int CreateNewDataDatabase(const std::string& path, const std::string& data_database);
+[[nodiscard]] bool CreateNewDataDatabase(const std::string& path, const std::string& data_database);
 
 // The indexes of the databases attached as view_db and file_db.
 [[nodiscard]] std::string CreateViewIndexes();

@@ -72,9 +72,8 @@ TEST_F(ServerUpdatersTest, NewDatabasesAreNotMadeThroughPlantedLinks) {
   for (const char* folder : {"outside", "view/1"}) fs::create_directories(Sync(folder));
   fs::create_symlink(Sync("outside/new"), View("1"));
   fs::create_symlink(Sync("outside"), Sync("view/2"));
-  const updater::FolderDatabases folders(package_.view_folder, package_.file_folder);
   for (const updater::ViewId view : {1U, 2U}) {
-    EXPECT_EQ(updater::server::CreateViewDatabase(folders, view, package_.data), -1);
+    EXPECT_FALSE(updater::server::CreateViewDatabase(package_, view, package_.data));
   }
   EXPECT_TRUE(fs::is_empty(Sync("outside")));
 }

@@ -1,8 +1,8 @@
 #include "updater/server/split_preparation.h"
 
-#include "db-util/database.h"
+#include "db-util/execute.h"
 #include "db-util/query.h"
-#include "logger/updater_log.h"
+#include "updater/framework/updater_log.h"
 
 namespace updater::server {
 namespace {
@@ -34,28 +34,27 @@ bool HasLeadingIndex(sqlite3* db, const Lookup& lookup) {
 
 }  // namespace
 
-int RefuseLostNodes(sqlite3* db) {
-  int result = 0;
+bool RefuseLostNodes(sqlite3* db) {
+  bool none_lost = true;
   // A query that fails is no reason to refuse: the split says what is wrong with the tables.
-  (void)db_util::ForEachRow(db, kLostNodesQuery, [&result](sqlite3_stmt* row) {
-    logger::UpdaterLog("user_table row %lld ('%s') has nodes under view_id %s, which is no view id\n",
-                       static_cast<long long>(sqlite3_column_int64(row, 0)),
-                       logger::CutInTheMiddle(db_util::ColumnText(row, 1), logger::kLongestShownValue),
-                       logger::CutInTheMiddle(db_util::ColumnText(row, 2), logger::kLongestShownValue));
-    result = -1;
+  (void)db_util::ForEachRow(db, kLostNodesQuery, [&none_lost](sqlite3_stmt* row) {
+    UpdaterLog("user_table row %lld ('%s') has nodes under view_id %s, which is no view id\n",
+               static_cast<long long>(sqlite3_column_int64(row, 0)),
+               logger::CutInTheMiddle(db_util::ColumnText(row, 1), logger::kLongestShownValue),
+               logger::CutInTheMiddle(db_util::ColumnText(row, 2), logger::kLongestShownValue));
+    none_lost = false;
     return true;
   });
-  return result;
+  return none_lost;
 }
 
 void IndexViewLookups(sqlite3* db) {
   for (const Lookup& lookup : kViewLookups) {
     if (HasLeadingIndex(db, lookup)) continue;
     std::string statement;
-    std::string error;
     if (db_util::FormatSql(statement, "CREATE INDEX IF NOT EXISTS data_db.split_%s_index ON %s(%s);",
                            lookup.table, lookup.table, lookup.column)) {
-      (void)db_util::Execute(db, statement, error);  // only speed is lost
+      (void)db_util::Execute(db, statement);  // only speed is lost
     }
   }
 }

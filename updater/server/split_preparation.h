@@ -6,8 +6,8 @@
 namespace updater::server {
 
 // Refuses nodes that the split would lose, because they are stored under a view id that no view has. Writes
-// nothing. Returns 0, or -1 after logging each user row that names such an id.
-[[nodiscard]] int RefuseLostNodes(sqlite3* db);
+// nothing. Returns false after logging each user row that names such an id.
+[[nodiscard]] bool RefuseLostNodes(sqlite3* db);
 
 // Makes the indexes without which every view scans whole tables. They leave no trace: the data database is
 // replaced at the end of the split. Silent when it fails, as only speed is lost; a table that is missing

@@ -1,19 +1,42 @@
-#include "updater/server/svr_updater_2577to3004.h"
-
+// 2577 to 3004: versions get access rights and share privileges, and the folders of stored files their
+// markers.
+#include "updater/framework/exec_sql.h"
+#include "updater/server/marker_files.h"
 #include "updater/server/sql/version_columns.h"
+#include "updater/server/updaters.h"
 
 namespace updater::server {
+namespace {
 
-SvrUpdater2577to3004::SvrUpdater2577to3004(const UpdaterContext& context, const std::string& data,
-                                           const std::string& user, const std::string& client)
-    : EarlyUpdater(context, {"", 2577}, {kMasterBranch, 3004}, DatabaseSet::kWithoutLog,
-                   {.data = data, .log = {}, .user = user, .client = client}) {}
+class SvrUpdater2577to3004 final : public ServerUpdater {
+ public:
+  SvrUpdater2577to3004(const UpdaterContext& context, const PackagePaths& copies)
+      : ServerUpdater(context,
+                      {.from = {"", 2577},
+                       .to = {kMasterBranch, 3004},
+                       .databases = DatabaseSet::kWithoutLog,
+                       .scope = VersionScope::kThree,
+                       .success = SuccessLine::kStandardOutput},
+                      copies) {}
 
-int SvrUpdater2577to3004::UpdateDatabases() {
-  if (CreateMarkerFiles() < 0) return -1;
-  return db_util::ExecScript(db(), std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns +
-                                       sql::kRenameServerClient + sql::kAddClientNodeColumns +
-                                       "END TRANSACTION; ");
+ private:
+  [[nodiscard]] std::vector<Step> Steps() override {
+    return {{[this] { return UpdateDatabases(); }, "failed to update databases\n"}};
+  }
+
+  [[nodiscard]] bool UpdateDatabases() {
+    return CreateMarkerFiles(paths().data) &&
+           ExecScript(db(), std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns +
+                                sql::kRenameServerClient + sql::kAddClientNodeColumns +
+                                "END TRANSACTION; ") == 0;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<AbstractUpdater> NewSvrUpdater2577to3004(const UpdaterContext& context,
+                                                         const PackagePaths& copies) {
+  return std::make_unique<SvrUpdater2577to3004>(context, copies);
 }
 
 }  // namespace updater::server

@@ -1,17 +1,38 @@
-#include "updater/server/svr_updater_2603to3004.h"
-
+// 2603 to 3004: from the side branch back to master. Markers and client names are there already.
+#include "updater/framework/exec_sql.h"
 #include "updater/server/sql/version_columns.h"
+#include "updater/server/updaters.h"
 
 namespace updater::server {
+namespace {
 
-SvrUpdater2603to3004::SvrUpdater2603to3004(const UpdaterContext& context, const std::string& data,
-                                           const std::string& user, const std::string& client)
-    : EarlyUpdater(context, {"hos-4.3", 2603}, {kMasterBranch, 3004}, DatabaseSet::kWithoutLog,
-                   {.data = data, .log = {}, .user = user, .client = client}) {}
+class SvrUpdater2603to3004 final : public ServerUpdater {
+ public:
+  SvrUpdater2603to3004(const UpdaterContext& context, const PackagePaths& copies)
+      : ServerUpdater(context,
+                      {.from = {"hos-4.3", 2603},
+                       .to = {kMasterBranch, 3004},
+                       .databases = DatabaseSet::kWithoutLog,
+                       .scope = VersionScope::kThree,
+                       .success = SuccessLine::kStandardOutput},
+                      copies) {}
 
-int SvrUpdater2603to3004::UpdateDatabases() {
-  return db_util::ExecScript(db(), std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns +
-                                       sql::kAddClientNodeColumns + "END TRANSACTION; ");
+ private:
+  [[nodiscard]] std::vector<Step> Steps() override {
+    return {{[this] { return UpdateDatabases(); }, "failed to update databases\n"}};
+  }
+
+  [[nodiscard]] bool UpdateDatabases() {
+    return ExecScript(db(), std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns +
+                                sql::kAddClientNodeColumns + "END TRANSACTION; ") == 0;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<AbstractUpdater> NewSvrUpdater2603to3004(const UpdaterContext& context,
+                                                         const PackagePaths& copies) {
+  return std::make_unique<SvrUpdater2603to3004>(context, copies);
 }
 
 }  // namespace updater::server

@@ -1,8 +1,12 @@
-#include "updater/server/svr_updater_3004to3200.h"
-
+// 3004 to 3200: the node delta folder, the activity log, user profiles, and nodes that carry the columns of
+// their current version.
 #include "file-op/file_op.h"
+#include "updater/framework/exec_sql.h"
+#include "updater/framework/updater_log.h"
+#include "updater/server/marker_files.h"
 #include "updater/server/sql/log_table.h"
 #include "updater/server/sql/rebuild.h"
+#include "updater/server/updaters.h"
 
 namespace updater::server {
 namespace {
@@ -59,39 +63,48 @@ constexpr const char* kRebuildNodeTable =
     "CREATE INDEX IF NOT EXISTS data_db.node_table_path_index ON node_table (path);"
     "END TRANSACTION; ";
 
+class SvrUpdater3004to3200 final : public ServerUpdater {
+ public:
+  SvrUpdater3004to3200(const UpdaterContext& context, const PackagePaths& copies)
+      : ServerUpdater(context,
+                      {.from = {kMasterBranch, 3004},
+                       .to = {kMasterBranch, 3200},
+                       .databases = DatabaseSet::kWithoutLog,
+                       .scope = VersionScope::kThree,
+                       .success = SuccessLine::kStandardOutput},
+                      copies) {}
+
+ private:
+  [[nodiscard]] std::vector<Step> Steps() override {
+    return {{[this] { return UpdateDatabases(); }, "failed to update databases\n"}};
+  }
+
+  [[nodiscard]] bool UpdateDatabases() {
+    return Check(CreateNodeDeltaFolder(), "UpdateDatabases: CreateNodeDeltaFolder failed\n") &&
+           Check(UpdateDatabaseSchema(), "UpdateDatabases: UpdateDatabaseSchema failed\n") &&
+           Check(UpdateRedundantNodeTable(), "UpdateDatabases: UpdateRedundantNodeTable failed\n");
+  }
+
+  [[nodiscard]] bool CreateNodeDeltaFolder() {
+    const std::string folder = paths().sync_folder + "/node_delta";
+    return Check(file_op::FSMKDir(folder, true), "failed to create node_delta folder\n") &&
+           Check(CreateEmptyFile(folder + "/.0"), "failed to create empty file node_delta/.0\n");
+  }
+
+  [[nodiscard]] bool UpdateDatabaseSchema() {
+    return ExecScript(db(), "BEGIN TRANSACTION; " + sql::CreateLogTable("data_db") +
+                                sql::CreateLogIndexes("data_db") + kAddConfigRows + kCreateProfileTables +
+                                "END TRANSACTION; ") == 0;
+  }
+
+  [[nodiscard]] bool UpdateRedundantNodeTable() { return sql::ExecRebuild(db(), kRebuildNodeTable); }
+};
+
 }  // namespace
 
-SvrUpdater3004to3200::SvrUpdater3004to3200(const UpdaterContext& context, const std::string& sync_folder,
-                                           const std::string& data, const std::string& user,
-                                           const std::string& client)
-    : EarlyUpdater(context, {kMasterBranch, 3004}, {kMasterBranch, 3200}, DatabaseSet::kWithoutLog,
-                   {.data = data, .log = {}, .user = user, .client = client}),
-      sync_folder_(sync_folder) {}
-
-int SvrUpdater3004to3200::UpdateDatabases() {
-  return RunSteps({
-      {[this] { return CreateNodeDeltaFolder(); }, "UpdateDatabases: CreateNodeDeltaFolder failed\n"},
-      {[this] { return UpdateDatabaseSchema(); }, "UpdateDatabases: UpdateDatabaseSchema failed\n"},
-      {[this] { return UpdateRedundantNodeTable(); }, "UpdateDatabases: UpdateRedundantNodeTable failed\n"},
-  });
-}
-
-int SvrUpdater3004to3200::CreateNodeDeltaFolder() const {
-  const std::string folder = sync_folder_ + "/node_delta";
-  if (!logger::Succeeded(file_op::FSMKDir(folder, true), "failed to create node_delta folder\n")) return -1;
-  return logger::Succeeded(CreateEmptyFile(folder + "/.0"), "failed to create empty file node_delta/.0\n")
-             ? 0
-             : -1;
-}
-
-int SvrUpdater3004to3200::UpdateDatabaseSchema() const {
-  return db_util::ExecScript(db(), "BEGIN TRANSACTION; " + sql::CreateLogTable("data_db") +
-                                       sql::CreateLogIndexes("data_db") + kAddConfigRows +
-                                       kCreateProfileTables + "END TRANSACTION; ");
-}
-
-int SvrUpdater3004to3200::UpdateRedundantNodeTable() const {
-  return sql::ExecRebuild(db(), kRebuildNodeTable);
+std::unique_ptr<AbstractUpdater> NewSvrUpdater3004to3200(const UpdaterContext& context,
+                                                         const PackagePaths& copies) {
+  return std::make_unique<SvrUpdater3004to3200>(context, copies);
 }
 
 }  // namespace updater::server

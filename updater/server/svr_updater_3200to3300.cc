@@ -1,8 +1,9 @@
-#include "updater/server/svr_updater_3200to3300.h"
-
-#include "updater/framework/view_databases.h"
+// 3200 to 3300: the activity log and its settings move from the data database to a log database of their own.
+#include "updater/framework/attached_database.h"
+#include "updater/framework/exec_sql.h"
 #include "updater/server/maintenance.h"
 #include "updater/server/sql/log_table.h"
+#include "updater/server/updaters.h"
 
 namespace updater::server {
 namespace {
@@ -37,27 +38,41 @@ constexpr const char* kMoveRows =
     "DELETE FROM data_db.config_table WHERE key like 'use_log_del_span';"
     "DELETE FROM data_db.config_table WHERE key like 'log_del_span';";
 
+class SvrUpdater3200to3300 final : public ServerUpdater {
+ public:
+  SvrUpdater3200to3300(const UpdaterContext& context, const PackagePaths& copies)
+      : ServerUpdater(context,
+                      {.from = {kMasterBranch, 3200},
+                       .to = {kMasterBranch, 3300},
+                       .databases = DatabaseSet::kWithLog,
+                       .scope = VersionScope::kThree,
+                       .success = SuccessLine::kStandardOutput},
+                      copies) {}
+
+ private:
+  [[nodiscard]] std::vector<Step> Steps() override {
+    return {{[this] { return UpdateDatabases(); }, "failed to update databases\n"}};
+  }
+
+  [[nodiscard]] bool UpdateDatabases() {
+    const std::string tables = "BEGIN TRANSACTION; " + sql::CreateLogTable("log_db") + kCreateConfig;
+    const std::string indexes = sql::CreateLogIndexes("log_db");
+    const std::string end = "END TRANSACTION; ";
+    // The journal settings name their own level of flushing, so the working copy is tuned again behind them.
+    // The indexes follow the rows: filled one row at a time they took five times as long for a million rows.
+    return ExecScriptAs(db(), kSetJournal + TuneStatements("log_db") + tables + kMoveRows + indexes + end,
+                        kSetJournal + tables + indexes + kMoveRows + end) == 0;
+  }
+
+  // Gives the space of the log back, also after a failed run, whose result is known already.
+  void AfterDisconnect() override { (void)RunMaintenance(paths().data, "ANALYZE; VACUUM;"); }
+};
+
 }  // namespace
 
-SvrUpdater3200to3300::SvrUpdater3200to3300(const UpdaterContext& context, const std::string& data,
-                                           const std::string& log, const std::string& user,
-                                           const std::string& client)
-    : EarlyUpdater(context, {kMasterBranch, 3200}, {kMasterBranch, 3300}, DatabaseSet::kWithLog,
-                   {.data = data, .log = log, .user = user, .client = client}) {}
-
-int SvrUpdater3200to3300::UpdateDatabases() {
-  const std::string tables = "BEGIN TRANSACTION; " + sql::CreateLogTable("log_db") + kCreateConfig;
-  const std::string indexes = sql::CreateLogIndexes("log_db");
-  const std::string end = "END TRANSACTION; ";
-  // The journal settings name their own level of flushing, so the working copy is tuned again behind them.
-  // The indexes follow the rows: filled one row at a time they took five times as long for a million rows.
-  return db_util::ExecScriptAs(db(),
-                               kSetJournal + TuneStatements("log_db") + tables + kMoveRows + indexes + end,
-                               kSetJournal + tables + indexes + kMoveRows + end);
-}
-
-void SvrUpdater3200to3300::AfterDisconnect() {
-  (void)RunMaintenance(paths().data, "ANALYZE; VACUUM;");  // the result of the run is known already
+std::unique_ptr<AbstractUpdater> NewSvrUpdater3200to3300(const UpdaterContext& context,
+                                                         const PackagePaths& copies) {
+  return std::make_unique<SvrUpdater3200to3300>(context, copies);
 }
 
 }  // namespace updater::server

@@ -1,18 +1,20 @@
-#include "updater/server/svr_updater_3400to3450.h"
-
+// 3400 to 3450: moves the rotation settings of views from the user database into their view databases, and
+// ties profiles to views.
 #include <charconv>
+#include <map>
 #include <optional>
 
 #include "db-util/query.h"
 #include "file-op/file_op.h"
+#include "updater/framework/attached_database.h"
+#include "updater/framework/exec_sql.h"
+#include "updater/framework/updater_log.h"
+#include "updater/framework/views.h"
 #include "updater/server/sql/rebuild.h"
+#include "updater/server/updaters.h"
 
 namespace updater::server {
 namespace {
-
-using db_util::ExecScript;
-using db_util::ExecSql;
-using logger::Succeeded;
 
 constexpr ViewId kEveryUserView = 0;
 
@@ -52,88 +54,92 @@ std::optional<ViewId> ViewIdOf(const std::string& name) {
   return view;
 }
 
-int ReadRows(sqlite3* db, const char* query, const std::function<void(sqlite3_stmt*)>& row) {
-  const db_util::QueryResult result = db_util::ForEachRow(db, query, [&row](sqlite3_stmt* statement) {
+bool ReadRows(sqlite3* db, const char* query, const std::function<void(sqlite3_stmt*)>& row) {
+  const db_util::Status status = db_util::ForEachRow(db, query, [&row](sqlite3_stmt* statement) {
     row(statement);
     return true;
   });
-  if (result.ok()) return 0;
-  if (result.failed_at == db_util::QueryResult::Stage::kPrepare) {
-    logger::UpdaterLog("sqlite3_prepare_v2(%d), sql = %s\n", result.code, query);
-  } else {
-    logger::UpdaterLog("sqlite3_step(%d): %s\n", result.code, result.message);
-  }
-  return -1;
+  // Only the step tells SQLite's reason; keep it so.
+  const bool is_step = status.call == db_util::Status::Call::kStep;
+  return Check(status, "%s(%d)%s%s\n", status.FailedCall(), status.code,
+               is_step ? ": " : ", sql = ", is_step ? status.message.c_str() : query);
 }
 
 ViewId ColumnViewId(sqlite3_stmt* row) { return static_cast<ViewId>(sqlite3_column_int64(row, 0)); }
 
+// How many versions a view keeps, by view id. Entry 0 stands for every user's view.
+using RotationMap = std::map<ViewId, int>;
+
+class SvrUpdater3400to3450 final : public ServerUpdater {
+ public:
+  SvrUpdater3400to3450(const UpdaterContext& context, const PackagePaths& copies)
+      : ServerUpdater(context,
+                      {.from = {kMasterBranch, 3400},
+                       .to = {kMasterBranch, 3450},
+                       .databases = DatabaseSet::kWithLog,
+                       .scope = VersionScope::kAll,
+                       .success = SuccessLine::kStandardOutput},
+                      copies) {}
+
+ private:
+  [[nodiscard]] std::vector<Step> Steps() override {
+    return {{[this] { return UpdateDatabases(); }, "failed to update databases\n"}};
+  }
+
+  [[nodiscard]] bool UpdateDatabases() {
+    RotationMap rotation;
+    return Check(ReadRotationMap(rotation), "Failed to EnumCustomizedRotateTable\n") &&
+           Check(SpreadSharedEntry(rotation), "Failed to UpdateRotateInfo\n") && UpdateViews(rotation) &&
+           Check(sql::ExecRebuild(db(), kRebuildProfileTable),
+                 "Failed to update user db for profile table\n");
+  }
+
+  [[nodiscard]] bool ReadRotationMap(RotationMap& rotation) {
+    return ReadRows(db(), kRotationQuery, [&rotation](sqlite3_stmt* row) {
+      rotation[ColumnViewId(row)] = sqlite3_column_int(row, 1);
+    });
+  }
+
+  [[nodiscard]] bool SpreadSharedEntry(RotationMap& rotation) {
+    const auto shared = rotation.find(kEveryUserView);
+    if (shared == rotation.end()) return true;
+    const auto spread = [&rotation, rotate_cnt = shared->second](sqlite3_stmt* row) {
+      rotation[ColumnViewId(row)] = rotate_cnt;
+    };
+    return Check(ReadRows(db(), kUserViewsQuery, spread), "Failed to EnumUsersView\n");
+  }
+
+  [[nodiscard]] bool UpdateViews(const RotationMap& rotation) {
+    std::vector<std::string> names;
+    if (!Check(file_op::ListFolders(paths().view_folder, names),
+               "Failed to get views in %s to update rotate count\n", paths().view_folder)) {
+      return false;
+    }
+    for (const std::string& name : names) {
+      const std::optional<ViewId> view = ViewIdOf(name);
+      const auto entry = view ? rotation.find(*view) : rotation.end();
+      if (entry != rotation.end() && !UpdateView(name, entry->first, entry->second)) return false;
+    }
+    return true;
+  }
+
+  [[nodiscard]] bool UpdateView(const std::string& name, ViewId view, int rotate_cnt) {
+    // No versions to keep means: keep one, and remove the repository's files.
+    const bool remove_repo = rotate_cnt == 0;
+    return Check(AttachDatabase(db(), "view_db", paths().ViewDatabase(name)),
+                 "Failed to attach view db for view %llu\n", view) &&
+           Check(ExecSql(db(), kUpdateRotation, remove_repo ? 1 : rotate_cnt, remove_repo ? 1 : 0),
+                 "Failed to update rotate_cnt for view %llu\n", view) &&
+           Check(ExecScript(db(), "DETACH DATABASE view_db;"), "Failed to detach view db for view %llu\n",
+                 view);
+  }
+};
+
 }  // namespace
 
-SvrUpdater3400to3450::SvrUpdater3400to3450(const UpdaterContext& context, const std::string& data,
-                                           const std::string& log, const std::string& user,
-                                           const std::string& client, const std::string& view_folder,
-                                           const std::string& file_folder)
-    : FolderUpdater(context, 3400, 3450, SuccessLine::kStandardOutput,
-                    {.data = data, .log = log, .user = user, .client = client}, {view_folder, file_folder}) {}
-
-std::vector<ServerUpdater::Step> SvrUpdater3400to3450::Steps() {
-  return {{[this] { return UpdateDatabases(); }, "failed to update databases\n"}};
+std::unique_ptr<AbstractUpdater> NewSvrUpdater3400to3450(const UpdaterContext& context,
+                                                         const PackagePaths& copies) {
+  return std::make_unique<SvrUpdater3400to3450>(context, copies);
 }
-
-int SvrUpdater3400to3450::UpdateDatabases() {
-  RotationMap rotation;
-  return Succeeded(ReadRotationMap(rotation), "Failed to EnumCustomizedRotateTable\n") &&
-                 Succeeded(SpreadSharedEntry(rotation), "Failed to UpdateRotateInfo\n") &&
-                 UpdateViews(rotation) == 0 &&
-                 Succeeded(RebuildProfileTable(), "Failed to update user db for profile table\n")
-             ? 0
-             : -1;
-}
-
-int SvrUpdater3400to3450::ReadRotationMap(RotationMap& rotation) const {
-  return ReadRows(db(), kRotationQuery, [&rotation](sqlite3_stmt* row) {
-    rotation[ColumnViewId(row)] = sqlite3_column_int(row, 1);
-  });
-}
-
-int SvrUpdater3400to3450::SpreadSharedEntry(RotationMap& rotation) const {
-  const auto shared = rotation.find(kEveryUserView);
-  if (shared == rotation.end()) return 0;
-  const int rotate_cnt = shared->second;
-  const int result = ReadRows(db(), kUserViewsQuery, [&rotation, rotate_cnt](sqlite3_stmt* row) {
-    rotation[ColumnViewId(row)] = rotate_cnt;
-  });
-  return Succeeded(result, "Failed to EnumUsersView\n") ? 0 : -1;
-}
-
-int SvrUpdater3400to3450::UpdateViews(const RotationMap& rotation) const {
-  std::vector<std::string> names;
-  if (!Succeeded(file_op::ListFolders(folders().view_folder(), names),
-                 "Failed to get views in %s to update rotate count\n", folders().view_folder())) {
-    return -1;
-  }
-  for (const std::string& name : names) {
-    const std::optional<ViewId> view = ViewIdOf(name);
-    const auto entry = view ? rotation.find(*view) : rotation.end();
-    if (entry != rotation.end() && UpdateView(name, entry->first, entry->second) < 0) return -1;
-  }
-  return 0;
-}
-
-int SvrUpdater3400to3450::UpdateView(const std::string& name, ViewId view, int rotate_cnt) const {
-  // No versions to keep means: keep one, and remove the repository's files.
-  const bool remove_repo = rotate_cnt == 0;
-  return Succeeded(AttachDatabase(db(), "view_db", folders().ViewDatabase(name)),
-                   "Failed to attach view db for view %llu\n", view) &&
-                 Succeeded(ExecSql(db(), kUpdateRotation, remove_repo ? 1 : rotate_cnt, remove_repo ? 1 : 0),
-                           "Failed to update rotate_cnt for view %llu\n", view) &&
-                 Succeeded(ExecScript(db(), "DETACH DATABASE view_db;"),
-                           "Failed to detach view db for view %llu\n", view)
-             ? 0
-             : -1;
-}
-
-int SvrUpdater3400to3450::RebuildProfileTable() const { return sql::ExecRebuild(db(), kRebuildProfileTable); }
 
 }  // namespace updater::server

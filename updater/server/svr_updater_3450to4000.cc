@@ -1,14 +1,17 @@
-#include "updater/server/svr_updater_3450to4000.h"
-
+// 3450 to 4000: sessions with a client type, backup tasks, rotation settings in the user database, removed
+// files queued as rows, btrfs uuids in their new form, and the application privilege for every user.
 #include "db-util/query.h"
 #include "platform/sdk/app_privilege.h"
+#include "updater/framework/exec_sql.h"
+#include "updater/framework/updater_log.h"
+#include "updater/framework/views.h"
 #include "updater/server/btrfs_uuids.h"
 #include "updater/server/sql/delete_trigger.h"
+#include "updater/server/updaters.h"
+#include "updater/server/view_rotations.h"
 
 namespace updater::server {
 namespace {
-
-using logger::Succeeded;
 
 constexpr const char* kUpdateUserSchema =
     "BEGIN TRANSACTION; "
@@ -47,87 +50,95 @@ constexpr const char* kRemoveSharedRotation =
 
 constexpr const char* kEnabledUsersQuery = "SELECT name FROM user_db.user_table WHERE user_type != 1; ";
 
+class SvrUpdater3450to4000 final : public ServerUpdater {
+ public:
+  SvrUpdater3450to4000(const UpdaterContext& context, const PackagePaths& copies)
+      : ServerUpdater(context,
+                      {.from = {kMasterBranch, 3450},
+                       .to = {kMasterBranch, 4000},
+                       .databases = DatabaseSet::kWithLog,
+                       .scope = VersionScope::kAll,
+                       .success = SuccessLine::kSystemLog},
+                      copies) {}
+
+ private:
+  [[nodiscard]] std::vector<Step> Steps() override {
+    return {
+        {[this] { return UpdateUserSchema(); }, "failed to update user database schema\n"},
+        {[this] { return UpdateViewSchemas(); }, "failed to update view database schema\n"},
+        {[this] { return UpdateRotation(); }, "failed to update all rotate_cnt\n"},
+        {[this] { return UpdateBtrfsUuids(); }, "failed to update for btrfs uuid\n"},
+        {[this] { return UpdatePrivileges(); }, "failed to update enabled to app privilege\n"},
+    };
+  }
+
+  [[nodiscard]] bool UpdateUserSchema() {
+    const db_util::Status status = db_util::Execute(db(), kUpdateUserSchema);
+    if (status.ok()) return true;
+    UpdaterLog("sqlite3_exec(%d), %s, sql = %s", status.code, status.message, kUpdateUserSchema);
+    LogReasonBehind(kUpdateUserSchema, status);
+    return false;
+  }
+
+  [[nodiscard]] bool UpdateViewSchemas() {
+    const std::string script = std::string(kCreateRemoveFileTable) + sql::kReplaceDeleteTrigger;
+    return ForEachView(db(), [this, &script](ViewId view) {
+      return Check(ExecOnView(db(), paths(), view, script),
+                   "Failed to update database schema for view %llu\n", view);
+    });
+  }
+
+  // Every user's view writes the shared row in turn, so the last one decides it; keep it so.
+  [[nodiscard]] bool UpdateRotation() {
+    return UpdateViewRotations(db(), paths(), kUpdateViewRotation) && RemoveSharedRotation();
+  }
+
+  [[nodiscard]] bool RemoveSharedRotation() {
+    const db_util::Status status = db_util::Execute(db(), kRemoveSharedRotation);
+    if (status.ok()) return true;
+    UpdaterLog("SQLExecute failed, %s, sql = %s\n", status.message, kRemoveSharedRotation);
+    LogReasonBehind(kRemoveSharedRotation, status);
+    return false;
+  }
+
+  [[nodiscard]] bool UpdateBtrfsUuids() {
+    UuidRenames renames;
+    if (!Check(FindBtrfsRenames(db(), platform().volumes, renames), "Fail to get btrfs uuid history\n")) {
+      return false;
+    }
+    // Nothing to rename, so there is no view database to open for it.
+    if (renames.empty()) return true;
+    const auto rename_in_view = [this, &renames](ViewId view) {
+      return Check(RenameUuidsInView(db(), paths(), view, renames), "Failed to update uuid for view %llu\n",
+                   view);
+    };
+    return Check(RenameUuidsInVolumeTable(db(), renames), "Failed to update volume table\n") &&
+           ForEachView(db(), rename_in_view) &&
+           Check(RenameFileFolders(paths(), renames), "Failed to update uuid for file db\n");
+  }
+
+  [[nodiscard]] bool UpdatePrivileges() {
+    std::vector<std::string> names;
+    const auto add_name = [&names](sqlite3_stmt* row) {
+      names.push_back(db_util::ColumnText(row, 0));
+      return true;
+    };
+    if (!Check(db_util::ForEachRow(db(), kEnabledUsersQuery, add_name), "Fail to enum enabled user\n")) {
+      return false;
+    }
+    for (const std::string& name : names) {
+      // Logs a refusal, which is no failure here: the account may be gone already.
+      platform::sdk::AllowApplication(platform().app_privilege, name);
+    }
+    return true;
+  }
+};
+
 }  // namespace
 
-SvrUpdater3450to4000::SvrUpdater3450to4000(const UpdaterContext& context, const std::string& data,
-                                           const std::string& log, const std::string& user,
-                                           const std::string& client, const std::string& view_folder,
-                                           const std::string& file_folder)
-    : FolderUpdater(context, 3450, 4000, SuccessLine::kSystemLog,
-                    {.data = data, .log = log, .user = user, .client = client}, {view_folder, file_folder}) {}
-
-std::vector<ServerUpdater::Step> SvrUpdater3450to4000::Steps() {
-  return {
-      {[this] { return UpdateUserSchema(); }, "failed to update user database schema\n"},
-      {[this] { return UpdateViewSchemas(); }, "failed to update view database schema\n"},
-      {[this] { return UpdateRotation(); }, "failed to update all rotate_cnt\n"},
-      {[this] { return UpdateBtrfsUuids(); }, "failed to update for btrfs uuid\n"},
-      {[this] { return UpdatePrivileges(); }, "failed to update enabled to app privilege\n"},
-  };
-}
-
-int SvrUpdater3450to4000::UpdateUserSchema() const {
-  db_util::ExecFailure failure;
-  if (db_util::Execute(db(), kUpdateUserSchema, failure) == SQLITE_OK) return 0;
-  logger::UpdaterLog("sqlite3_exec(%d), %s, sql = %s", failure.code, failure.message, kUpdateUserSchema);
-  db_util::LogReasonBehind(kUpdateUserSchema, failure);
-  return -1;
-}
-
-int SvrUpdater3450to4000::UpdateViewSchemas() {
-  const std::string script = std::string(kCreateRemoveFileTable) + sql::kReplaceDeleteTrigger;
-  return ForEachView([this, &script](ViewId view) {
-    return Succeeded(ExecOnView(view, script), "Failed to update database schema for view %llu\n", view) ? 0
-                                                                                                         : -1;
-  });
-}
-
-// Every user's view writes the shared row in turn, so the last one decides it; keep it so.
-int SvrUpdater3450to4000::UpdateRotation() {
-  return UpdateViewRotations(kUpdateViewRotation) == 0 ? RemoveSharedRotation() : -1;
-}
-
-int SvrUpdater3450to4000::RemoveSharedRotation() const {
-  db_util::ExecFailure failure;
-  if (db_util::Execute(db(), kRemoveSharedRotation, failure) == SQLITE_OK) return 0;
-  logger::UpdaterLog("SQLExecute failed, %s, sql = %s\n", failure.message, kRemoveSharedRotation);
-  db_util::LogReasonBehind(kRemoveSharedRotation, failure);
-  return -1;
-}
-
-int SvrUpdater3450to4000::UpdateBtrfsUuids() {
-  UuidRenames renames;
-  if (!Succeeded(FindBtrfsRenames(db(), platform().volumes, renames), "Fail to get btrfs uuid history\n")) {
-    return -1;
-  }
-  // Nothing to rename, so there is no view database to open for it.
-  if (renames.empty()) return 0;
-  const auto rename_in_view = [this, &renames](ViewId view) {
-    return Succeeded(RenameUuidsInView(db(), folders(), view, renames),
-                     "Failed to update uuid for view %llu\n", view)
-               ? 0
-               : -1;
-  };
-  return Succeeded(RenameUuidsInVolumeTable(db(), renames), "Failed to update volume table\n") &&
-                 ForEachView(rename_in_view) == 0 &&
-                 Succeeded(RenameFileFolders(folders(), renames), "Failed to update uuid for file db\n")
-             ? 0
-             : -1;
-}
-
-int SvrUpdater3450to4000::UpdatePrivileges() const {
-  std::vector<std::string> names;
-  const db_util::QueryResult result =
-      db_util::ForEachRow(db(), kEnabledUsersQuery, [&names](sqlite3_stmt* row) {
-        names.push_back(db_util::ColumnText(row, 0));
-        return true;
-      });
-  if (!Succeeded(result.ok() ? 0 : -1, "Fail to enum enabled user\n")) return -1;
-  for (const std::string& name : names) {
-    // Logs a refusal, which is no failure here: the account may be gone already.
-    platform::sdk::AllowApplication(platform().app_privilege, name);
-  }
-  return 0;
+std::unique_ptr<AbstractUpdater> NewSvrUpdater3450to4000(const UpdaterContext& context,
+                                                         const PackagePaths& copies) {
+  return std::make_unique<SvrUpdater3450to4000>(context, copies);
 }
 
 }  // namespace updater::server

@@ -1,4 +1,6 @@
-#include "updater/server/svr_updater_4000to4060.h"
+// 4000 to 4060: gives every view database the rotation policy of its settings row.
+#include "updater/server/updaters.h"
+#include "updater/server/view_rotations.h"
 
 namespace updater::server {
 namespace {
@@ -7,17 +9,29 @@ constexpr const char* kInsertRotatePolicy =
     "INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES \t('rotate_policy', "
     "\t(SELECT rotate_policy FROM user_db.rotate_setting_table WHERE view_id = %lld));";
 
+class SvrUpdater4000to4060 final : public ServerUpdater {
+ public:
+  SvrUpdater4000to4060(const UpdaterContext& context, const PackagePaths& copies)
+      : ServerUpdater(context,
+                      {.from = {kMasterBranch, 4000},
+                       .to = {kMasterBranch, 4060},
+                       .databases = DatabaseSet::kWithLog,
+                       .scope = VersionScope::kAll,
+                       .success = SuccessLine::kSystemLog},
+                      copies) {}
+
+ private:
+  [[nodiscard]] std::vector<Step> Steps() override {
+    return {{[this] { return UpdateViewRotations(db(), paths(), kInsertRotatePolicy); },
+             "failed to update all rotate_cnt\n"}};
+  }
+};
+
 }  // namespace
 
-SvrUpdater4000to4060::SvrUpdater4000to4060(const UpdaterContext& context, const std::string& data,
-                                           const std::string& log, const std::string& user,
-                                           const std::string& client, const std::string& view_folder,
-                                           const std::string& file_folder)
-    : FolderUpdater(context, 4000, 4060, SuccessLine::kSystemLog,
-                    {.data = data, .log = log, .user = user, .client = client}, {view_folder, file_folder}) {}
-
-std::vector<ServerUpdater::Step> SvrUpdater4000to4060::Steps() {
-  return {{[this] { return UpdateViewRotations(kInsertRotatePolicy); }, "failed to update all rotate_cnt\n"}};
+std::unique_ptr<AbstractUpdater> NewSvrUpdater4000to4060(const UpdaterContext& context,
+                                                         const PackagePaths& copies) {
+  return std::make_unique<SvrUpdater4000to4060>(context, copies);
 }
 
 }  // namespace updater::server

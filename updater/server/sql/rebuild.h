@@ -8,8 +8,8 @@
 namespace updater::server::sql {
 
 // Executes the script with renames that look at nothing but the renamed table: by default SQLite refuses a
-// rename as long as a view or a trigger of another table still names the dropped one. Results as
-// db_util::ExecScript.
-[[nodiscard]] int ExecRebuild(sqlite3* db, const std::string& script);
+// rename as long as a view or a trigger of another table still names the dropped one. Returns false after
+// logging what ExecScript() does.
+[[nodiscard]] bool ExecRebuild(sqlite3* db, const std::string& script);
 
 }  // namespace updater::server::sql

@@ -1,8 +1,8 @@
-#include "logger/updater_log.h"
+#include "updater/framework/updater_log.h"
 
 #include <utility>
 
-namespace logger {
+namespace updater {
 namespace {
 
 constexpr const char* kNone = "no updater";
@@ -19,4 +19,8 @@ ScopedUpdaterName::~ScopedUpdaterName() { Name() = kNone; }
 
 const std::string& UpdaterAtWork() { return Name(); }
 
-}  // namespace logger
+void WriteUpdaterLine(int source_line, const std::string& text) {
+  logger::SystemLog("Strato Folder Updater(%d): %s", source_line, text);
+}
+
+}  // namespace updater

@@ -1,0 +1,52 @@
+#include "db-util/checkpoint.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "db-util/database.h"
+#include "db-util/database_files.h"
+#include "db-util/query.h"
+#include "logger/log_sink.h"
+
+namespace db_util {
+namespace {
+
+int LogFailure(const std::string& path, const std::string& message, int code) {
+  logger::SystemLog("cannot fold database %s: %s (%d)\n", path, message, code);
+  return -1;
+}
+
+// The first statement rolls a hot journal back, the second one empties the write-ahead log. With "busy" set
+// in the row of the second, another connection kept it from doing so.
+Status RecoverAndCheckpoint(sqlite3* db, bool& busy) {
+  int ignored = 0;
+  Status status = QueryInt(db, "SELECT count(*) FROM sqlite_master;", ignored);
+  if (!status.ok()) return status;
+  int blocked = 0;
+  status = QueryInt(db, "PRAGMA wal_checkpoint(TRUNCATE);", blocked);
+  busy = blocked != 0;
+  return status;
+}
+
+}  // namespace
+
+int CheckpointDatabase(const std::string& path) {
+  struct stat file {};
+  const bool exists = stat(path.c_str(), &file) == 0;
+  if (!exists && errno != ENOENT) return LogFailure(path, "stat", errno);
+  if (exists) {
+    Database db;
+    Status status = OpenQuietly(path, db, OpenMode::kReadWrite);
+    if (!status.ok()) return LogFailure(path, status.message, status.code);
+    (void)sqlite3_busy_timeout(db.get(), kBusyTimeoutMs);  // cannot fail on an open connection
+    bool busy = false;
+    status = RecoverAndCheckpoint(db.get(), busy);
+    if (!status.ok()) return LogFailure(path, status.message, status.code);
+    if (busy) return LogFailure(path, "the write-ahead log is in use", SQLITE_BUSY);
+  }
+  if (RemoveCompanions(path) < 0) return LogFailure(path, "cannot remove companion files", errno);
+  return 0;
+}
+
+}  // namespace db_util

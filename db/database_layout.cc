@@ -1,0 +1,27 @@
+#include "db/database_layout.h"
+
+#include "db-util/query.h"
+#include "db/component.h"
+#include "package/layout.h"
+
+namespace db {
+
+bool HasLayout(sqlite3* db, const std::string& path, const std::string& table_names, int table_count) {
+  int tables = 0;
+  int version = 0;
+  db_util::Status status = db_util::QueryInt(
+      db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name IN (" + table_names + ");",
+      tables);
+  if (status.ok() && tables == table_count) {
+    status = db_util::QueryInt(db, "SELECT value FROM config_table WHERE key = 'version';", version);
+  }
+  if (!status.ok()) {
+    logger::ComponentError(kComponent, "cannot read %s: %s (%d)\n", path, status.message, status.code);
+    return false;
+  }
+  if (tables == table_count && version == package::kCurrentVersion) return true;
+  logger::ComponentError(kComponent, "%s is not a database of version %d\n", path, package::kCurrentVersion);
+  return false;
+}
+
+}  // namespace db

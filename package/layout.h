@@ -1,0 +1,57 @@
+// The package as it lies on a volume: the version of its databases, how they are called, and where they are.
+//
+// This is the only place that spells any of it. A statement of an updater that names a version is part of one
+// layout of the past and stays as it is when the current version is raised.
+#pragma once
+
+#include <string>
+
+#include "base/view_id.h"
+
+namespace package {
+
+inline constexpr const char* kMasterBranch = "master";
+
+// What a run brings every database to, and what the rest of the program expects of them.
+inline constexpr int kCurrentVersion = 4150;
+inline constexpr const char* kCurrentBranch = kMasterBranch;
+
+inline constexpr const char* kViewDatabase = "view-db.sqlite";  // in the folder of each view
+inline constexpr const char* kFileDatabase = "file-db.sqlite";  // in the folder of each volume
+
+// One set of the package's databases: the live ones, or their working copies.
+struct PackagePaths {
+  std::string sync_folder;  // around all but the client database; the same for the working copies
+  std::string data;
+  std::string log;
+  std::string user;
+  std::string client;
+  std::string view_folder;  // a folder for each view, called by its id
+  std::string file_folder;  // a folder for each volume, called by its uuid
+
+  [[nodiscard]] std::string ViewFolder(const std::string& view) const;
+  [[nodiscard]] std::string ViewDatabase(const std::string& view) const;
+  [[nodiscard]] std::string ViewDatabase(base::ViewId view) const;
+  [[nodiscard]] std::string FileFolder(const std::string& uuid) const;
+  [[nodiscard]] std::string FileDatabase(const std::string& uuid) const;
+};
+
+// The live databases in a sync folder; without the client database, which lies elsewhere.
+[[nodiscard]] PackagePaths PathsInSyncFolder(const std::string& sync_folder);
+
+// Everything on one volume that a run touches.
+struct VolumePaths {
+  // `path` is used exactly as given: nothing is normalised, a trailing slash stays.
+  explicit VolumePaths(const std::string& path);
+
+  std::string volume;
+  std::string temporary_folder;    // for SQLite's own temporary files
+  std::string client_sync_folder;  // only the legacy chain looks at it
+
+  PackagePaths live;
+  PackagePaths copies;  // beside the live ones
+
+  std::string placing_mark;  // is there while working copies are put in place
+};
+
+}  // namespace package

@@ -1,0 +1,40 @@
+#include "updater/framework/views.h"
+
+#include "db-util/query.h"
+#include "updater/framework/attached_database.h"
+#include "updater/framework/updater_log.h"
+
+namespace updater {
+
+int ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
+  views.clear();
+  const db_util::Status status =
+      db_util::ForEachRow(db, "SELECT view_id FROM user_table;", [&views](sqlite3_stmt* row) {
+        views.push_back(static_cast<ViewId>(sqlite3_column_int64(row, 0)));
+        return true;
+      });
+  if (status.ok()) return 0;
+  UpdaterLog("%s\n", DescribeUserQuery(status));
+  return -1;
+}
+
+std::string DescribeUserQuery(const db_util::Status& failure) {
+  const std::string text = failure.FailedCall() + (": " + failure.message);
+  return failure.call == db_util::Status::Call::kPrepare ? text + " (" + std::to_string(failure.code) + ")"
+                                                         : text;
+}
+
+bool ForEachView(sqlite3* db, const std::function<bool(ViewId)>& work) {
+  std::vector<ViewId> views;
+  if (!Check(ReadViewIds(db, views), "Failed to get all views\n")) return false;
+  for (const ViewId view : views) {
+    if (!work(view)) return false;
+  }
+  return true;
+}
+
+int ExecOnView(sqlite3* db, const PackagePaths& paths, ViewId view, const std::string& body) {
+  return ExecAttached(db, "view_db", paths.ViewDatabase(view), body);
+}
+
+}  // namespace updater

@@ -1,0 +1,20 @@
+// The rotation settings of views: how many versions each keeps, and which.
+#pragma once
+
+#include <sqlite3.h>
+
+#include "logger/format.h"
+#include "package/layout.h"
+
+namespace updater::server {
+
+// Runs the statements on every view of the attached user_db, with the view's database as view_db and the
+// number of its row in rotate_setting_table put in: a share's view has its own, all users' views have row 0
+// together.
+//
+// Returns false after logging "failed to get user type of view %llu\n", or "Failed to update rotate_cnt for
+// view %llu\n" and "Failed to update rotate count for view %llu\n".
+[[nodiscard]] bool UpdateViewRotations(sqlite3* db, const package::PackagePaths& paths,
+                                       const logger::SqlFormat<long long>& statements);
+
+}  // namespace updater::server
