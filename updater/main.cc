@@ -11,8 +11,8 @@
 
 namespace {
 
-// Started with a standard stream closed, the next file opened would take its number, and the progress lines
-// would be written into a database copy.
+// If the program is started with a standard stream closed, the next file that it opens gets that stream's
+// number. The progress lines would then be written into a database.
 void KeepStandardStreamsTaken(const char* null_device) {
   int fd = 0;
   do {

@@ -98,8 +98,8 @@ void PlaceDatabase(const VolumePaths& paths, PartPath database) {
   const std::string& copy = paths.copies.*database;
   const std::string& live = paths.live.*database;
   if (MoveIntoPlace(copy, live) < 0) return;  // logged; or there is no copy
-  // Both were made whole, so there are none unless somebody opened one in between. The files are in place by
-  // now: a companion that stays is as bad as none was before, and nothing is left to fall back to.
+  // The checkpoints have left no companions, so there are some only if somebody opened a database since. One
+  // that cannot be removed has to stay: the database is in place by now.
   (void)db_util::RemoveCompanions(live);
   (void)db_util::RemoveCompanions(copy);
 }
@@ -133,7 +133,7 @@ void PlaceWorkingCopies(const VolumePaths& paths) {
   (void)RestoreViewFolder(copies.view_folder, live.view_folder);
   (void)RestoreFileFolder(copies.file_folder, live.file_folder);
   FlushFolders(live);
-  // Otherwise the next run has to finish it.
+  // The mark stays while a working copy is all there is of a part: it tells the next run to place that copy.
   if (std::none_of(kOtherParts.begin(), kOtherParts.end(),
                    [&](PartPath part) { return IsOnlyCopy(paths, part); })) {
     (void)unlink(paths.placing_mark.c_str());

@@ -29,8 +29,8 @@ void PlaceWorkingCopies(const package::VolumePaths& paths);
 // Deals with the working copies of parts that have no live one, before new copies are made. Those of a failed
 // run are removed: they would be put in place as if they were this run's. Those of a run that ended while it
 // was putting them in place are the only ones that hold the rows which the data database in place has given
-// away, so they are put in place now. Which they are, the placing mark tells together with the data
-// database: as long as its copy is there, nothing that others depend on was moved.
+// away, so they are put in place now. They are such copies if the placing mark is there and the copy of the
+// data database is not: it is moved before the parts that depend on it.
 //
 // Returns 0, or -1 after a line in the system log; no working copy that is wanted is lost then.
 [[nodiscard]] int SettleFormerCopies(const package::VolumePaths& paths);

@@ -74,8 +74,8 @@ VolumeUpgrade::Result VolumeUpgrade::Run() {
 bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   db_util::Database db;
   if (db_util::OpenDatabase(paths_.live.data, db, db_util::OpenMode::kReadWrite) < 0) return true;
-  // Looking at the version must not change anything. A write-ahead log that is there stays as it is, where
-  // closing would move it into the file; one that only this connection makes goes again.
+  // Looking at the version must not change anything. A write-ahead log that is there stays as it is, although
+  // closing usually moves it into the file. One that only this connection makes goes again.
   const char* const file = sqlite3_db_filename(db.get(), "main");
   const std::string index = std::string(file) + "-shm";
   const bool has_log = file_op::FSExists(sqlite3_filename_wal(file));
@@ -83,13 +83,14 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   const bool can_write = sqlite3_db_readonly(db.get(), "main") == 0;
   if (has_log)
     (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
-  // An index of the log would stay as well; whoever has the database for itself keeps it in memory.
+  // SQLite would leave an index of the log, too. A connection that has the database for itself keeps the
+  // index in memory.
   if (makes_index && can_write) {
     (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;");  // without it, only the index stays
   }
   const long long version = ReadDatabaseVersion(db.get());
   db.reset();
-  // A file that cannot be written, as one that is immutable, cannot be locked that way.
+  // Only a database that can be written can be had for oneself. Beside any other the index is removed.
   if (makes_index && !can_write) (void)unlink(index.c_str());
   if (version <= package::kCurrentVersion) return false;
   logger::SystemLog("exist db is newer, exist: %lld, target: %d", version, package::kCurrentVersion);

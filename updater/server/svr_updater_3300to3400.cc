@@ -33,8 +33,8 @@ constexpr const char* kUpdateUserDatabase =
     "CREATE TABLE IF NOT EXISTS user_db.customized_rotate_cnt_table "
     "(\tview_id\t\tINTEGER PRIMARY KEY ON CONFLICT REPLACE,    rotate_cnt\tINTEGER );";
 
-// To MAX() a text is larger than every number, and added to it reads as its digits: the next view id would be
-// one that a living user has.
+// SQLite's MAX() takes a text for larger than every number, and one added to a text is one more than its
+// first digits. Without this, the next view id could be one that a user has.
 constexpr const char* kRepairNextViewId =
     "UPDATE user_db.config_table SET value = (SELECT MAX(CAST(view_id AS INTEGER)) + 1 FROM user_db.user_table) "
     "WHERE key = 'view_id' AND (SELECT typeof(MAX(view_id)) FROM user_db.user_table) IN ('text', 'blob');";

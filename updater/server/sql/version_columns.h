@@ -4,8 +4,9 @@
 
 namespace updater::server::sql {
 
-// The two modes are stored in decimal as every installed database has them. Rows without bit 0 of attribute
-// get the first, the plain files among them the second after it; removed ones keep NULL.
+// The two modes are stored in decimal as every installed database has them. Rows that are not
+// removed (bit 0 of attribute) get 1877, and then 1604 if they are plain files that cannot be executed.
+// Removed rows keep NULL.
 inline constexpr const char* kAddVersionColumns =
     "ALTER TABLE data_db.version_table ADD COLUMN mode INTEGER; "
     "ALTER TABLE data_db.version_table ADD COLUMN acl_attribute TEXT DEFAULT NULL; "
