@@ -16,10 +16,12 @@ namespace updater {
 namespace {
 
 // The messages of a run that has not reached its databases yet name the program and the line.
-template <typename... Args>
-int DriverFailure(const logger::PrintfFormat<Args...>& format, const Args&... args) {
-  logger::SystemLog("%s:%d %s", "updater-svr", format.line(), logger::FormatText<Args...>(format, args...));
-  return -1;
+template <typename Outcome, typename... Args>
+bool Check(const Outcome& outcome, const logger::PrintfFormat<Args...>& failure, const Args&... args) {
+  const auto write = [](int source_line, const std::string& text) {
+    logger::SystemLog("%s:%d %s", "updater-svr", source_line, text);
+  };
+  return logger::CheckOr<decltype(write), Outcome, Args...>(write, outcome, failure, args...);
 }
 
 class Driver {
@@ -33,7 +35,7 @@ class Driver {
   void Run() {
     const char* outcome = status::kUpgradeFail;
     try {
-      outcome = Prepare() < 0 ? status::kUpgradeFail : Upgrade();
+      if (Prepare()) outcome = Upgrade();
     } catch (const std::exception& error) {
       logger::SystemLog("unexpected failure: %s\n", error.what());
     }
@@ -42,33 +44,32 @@ class Driver {
   }
 
  private:
-  int Prepare() {
+  bool Prepare() {
     platform::VolumeInfo info;
-    if (dependencies_.platform.volumes.PLATMountVolInfoGet(volume_, info) < 0) {
-      return DriverFailure("%s is not a mounted volume", volume_);
-    }
     std::string status;
-    if (status_.GetServiceStatus(status) < 0) return DriverFailure("failed to get service status");
-    if (status != status::kInitializing) {
-      // The status is overwritten and the mark removed although this run did not make it; keep it so.
-      return DriverFailure("unexpected status for updater: %s", status);
-    }
-    return CreateUpgradingMark();
+    return Check(dependencies_.platform.volumes.PLATMountVolInfoGet(volume_, info),
+                 "%s is not a mounted volume", volume_) &&
+           Check(status_.GetServiceStatus(status), "failed to get service status") &&
+           // Otherwise the status is overwritten and the mark removed, which this run did not make; keep it
+           // so.
+           Check(status == status::kInitializing, "unexpected status for updater: %s", status) &&
+           CreateUpgradingMark();
   }
 
-  int CreateUpgradingMark() {
+  bool CreateUpgradingMark() {
     const std::string& mark = dependencies_.paths.upgrading_mark;
     platform::StateFiles& state_files = dependencies_.platform.state_files;
     (void)unlink(mark.c_str());  // there usually is none
-    if (state_files.PLIBCProcPidFileCreate(mark) != 0) {
-      const base::Errno error = base::Errno::Last();
-      return DriverFailure("PLIBCProcPidFileCreate: Error code = %d, %s (%d)", state_files.PLIBCErrGet(),
-                           error.Text(), error.number());
+    const bool made = state_files.PLIBCProcPidFileCreate(mark) == 0;
+    const base::Errno error = base::Errno::Last();
+    if (!Check(made, "PLIBCProcPidFileCreate: Error code = %d, %s (%d)", state_files.PLIBCErrGet(),
+               error.Text(), error.number())) {
+      return false;
     }
     logger::SystemLog("database is located at '%s'", volume_);
     (void)status_.SetServiceStatus(
         status::kUpdating);  // logged; the upgrade matters more than the word for it
-    return 0;
+    return true;
   }
 
   const char* Upgrade() {
