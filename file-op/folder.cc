@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/path.h"
 #include "base/retry.h"
 #include "file-op/folder_reader.h"
 
@@ -76,10 +77,8 @@ int Folder::TakeOwnerAndMode(const Folder& source) const {
 }
 
 int OpenAround(const std::string& path, Folder& above, std::string& name) {
-  const std::size_t end = path.find_last_not_of('/') + 1;
-  const std::size_t begin = path.substr(0, end).rfind('/') + 1;
-  name = path.substr(begin, end - begin);
-  return above.Open(At(begin == 0 ? "." : path.substr(0, begin)), O_PATH);
+  name = base::NameOf(path);
+  return above.Open(At(base::FolderOf(path)), O_PATH);
 }
 
 int ApplyOwnerAndMode(int fd, const struct stat& status) {

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 
+#include "base/path.h"
 #include "base/retry.h"
 #include "file-op/file_op.h"
 #include "file-op/folder.h"
@@ -25,8 +26,7 @@ int FSMKDir(const std::string& path, bool parents, mode_t mode) {
   std::string name;
   if (OpenAround(path, above, name) < 0) {
     if (errno != ENOENT || !parents) return -1;
-    const std::string parent = path.substr(0, path.find_last_not_of('/') + 1 - name.size());
-    if (parent.empty() || FSMKDir(parent, true) < 0 || OpenAround(path, above, name) < 0) return -1;
+    if (FSMKDir(base::FolderOf(path), true) < 0 || OpenAround(path, above, name) < 0) return -1;
   }
   Folder made;
   if (made.MakeShared(above, name, mode) == 0) return 0;
