@@ -12,7 +12,7 @@
 #include "db-util/database_files.h"
 #include "db-util/execute.h"
 #include "db-util/query.h"
-#include "logger/recording_sink.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -26,7 +26,7 @@ class DbUtilTest : public ::testing::Test {
   }
   tests::TemporaryFolder folder_;
   db_util::Database db_;
-  logger::RecordingSink sink_;
+  tests::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 

@@ -3,8 +3,8 @@
 #include <filesystem>
 
 #include "db/manager.h"
-#include "logger/recording_sink.h"
 #include "tests/support/fixtures.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -53,7 +53,7 @@ class DbTest : public ::testing::Test {
   tests::TemporaryFolder folder_;
   std::string view_path_ = folder_.Write("view/7/view-db.sqlite", "");
   std::shared_ptr<db::ViewDBInterface> view_;
-  logger::RecordingSink sink_;
+  tests::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 

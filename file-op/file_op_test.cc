@@ -11,8 +11,8 @@
 
 #include "base/file_descriptor.h"
 #include "file-op/tree_walk.h"
-#include "logger/recording_sink.h"
 #include "tests/support/mount_namespace.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 
 namespace file_op {
@@ -33,7 +33,7 @@ class FileOpTest : public ::testing::Test {
   }
 
   tests::TemporaryFolder folder_;
-  logger::RecordingSink sink_;
+  tests::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 

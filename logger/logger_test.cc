@@ -3,7 +3,7 @@
 
 #include "logger/component_log.h"
 #include "logger/log_sink.h"
-#include "logger/recording_sink.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -29,7 +29,7 @@ TEST(ComponentLog, WritesTheLevelsOfItsFileAndTheDefaultOnesWithoutOne) {
   const tests::TemporaryFolder folder;
   const auto priorities = [](const std::string& file) {
     logger::SetUpComponentLog(file);
-    logger::RecordingSink sink;
+    tests::RecordingSink sink;
     const logger::ScopedSink scope(sink);
     logger::ComponentError(kComponent, "fail to set %s", "100%s");
     EXPECT_EQ(sink.Texts()[0], "[ERROR] user-mgr(N): fail to set 100%s");

@@ -11,9 +11,9 @@
 
 #include "db-util/execute.h"
 #include "db/manager.h"
-#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 #include "updater/database_check.h"
 #include "updater/service_status.h"
@@ -92,7 +92,7 @@ class RunUpdaterTest : public ::testing::Test,
   std::string journal_;
   int failing_step_ = 0;
   std::ostringstream out_;
-  logger::RecordingSink sink_;
+  tests::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 

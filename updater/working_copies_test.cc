@@ -8,9 +8,9 @@
 
 #include "db-util/database.h"
 #include "db-util/execute.h"
-#include "logger/recording_sink.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/mount_namespace.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 #include "updater/placement.h"
 
@@ -56,7 +56,7 @@ class WorkingCopiesTest : public ::testing::Test {
 
   const tests::TemporaryFolder folder_;
   package::VolumePaths paths_{folder_.path()};
-  logger::RecordingSink sink_;
+  tests::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 

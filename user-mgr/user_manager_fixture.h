@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <string>
 
-#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 #include "user-mgr/user_manager.h"
 
@@ -33,7 +33,7 @@ class UserManagerFixture : public ::testing::Test {
 
   tests::TemporaryFolder folder_;
   tests::FakePlatform machine_;
-  logger::RecordingSink sink_;
+  tests::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 

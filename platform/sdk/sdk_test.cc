@@ -1,16 +1,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "logger/recording_sink.h"
 #include "platform/sdk/volume_uuid.h"
 #include "tests/support/fake_platform.h"
+#include "tests/support/recording_sink.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 
 TEST(Sdk, EveryFailureLeavesTheUuidAsItWas) {
-  logger::RecordingSink sink;
+  tests::RecordingSink sink;
   const logger::ScopedSink scope(sink);
   tests::FakePlatform fake;
   std::string uuid = "(unchanged)";

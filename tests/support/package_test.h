@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "logger/recording_sink.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/temporary_folder.h"
 #include "updater/server/registration.h"
 
@@ -82,7 +82,7 @@ class PackageTest : public ::testing::Test {
   std::string uuid_ = "u'%s";
   FakePlatform fake_;
   std::ostringstream out_;
-  logger::RecordingSink sink_;
+  tests::RecordingSink sink_;
   logger::ScopedSink scope_{sink_};
 };
 

@@ -4,13 +4,13 @@
 
 #include "db-util/database.h"
 #include "db-util/query.h"
-#include "logger/recording_sink.h"
+#include "tests/support/recording_sink.h"
 #include "updater/framework/exec_sql.h"
 
 namespace {
 
 TEST(UpdaterLog, CarriesTheLineThatLogsAndStopsAtTheFirstFailure) {
-  logger::RecordingSink sink;
+  tests::RecordingSink sink;
   const logger::ScopedSink scope(sink);
   updater::UpdaterLog("failed to attach database\n");
   const int line = __LINE__ - 1;
@@ -25,7 +25,7 @@ TEST(UpdaterLog, CarriesTheLineThatLogsAndStopsAtTheFirstFailure) {
 
 TEST(ExecSqlTest, FormatsOnceAndLogsTheStatementThatFailed) {
   db_util::Database db;
-  logger::RecordingSink sink;
+  tests::RecordingSink sink;
   const logger::ScopedSink scope(sink);
   const auto count = [&db](const std::string& condition) {
     int rows = -1;
