@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <array>
-#include <cerrno>
 
 #include "base/retry.h"
 
@@ -14,35 +13,35 @@ constexpr off_t kMaxSize = off_t{16} << 20;
 
 }  // namespace
 
-int OpenRegularFile(const std::string& path, int flags, FileDescriptor& file, struct stat& status) {
+Errno OpenRegularFile(const std::string& path, int flags, FileDescriptor& file, struct stat& status) {
   const int all_flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags;
   FileDescriptor opened(RetryInterrupted([&] { return ::open(path.c_str(), all_flags); }));
-  if (!opened.is_open() || ::fstat(opened.get(), &status) != 0) return errno;
-  if (!S_ISREG(status.st_mode)) return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-  if (status.st_size > kMaxSize) return EFBIG;
+  if (!opened.is_open() || ::fstat(opened.get(), &status) != 0) return Errno::Last();
+  if (!S_ISREG(status.st_mode)) return Errno(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+  if (status.st_size > kMaxSize) return Errno(EFBIG);
   file = std::move(opened);
-  return 0;
+  return {};
 }
 
-int ReadAll(int file, std::string& text) {
+Errno ReadAll(int file, std::string& text) {
   std::string read_text;
   std::array<char, 65536> buffer{};
   for (;;) {
     const ssize_t length = RetryInterrupted([&] { return ::read(file, buffer.data(), buffer.size()); });
-    if (length < 0) return errno;
+    if (length < 0) return Errno::Last();
     if (length == 0) break;
     read_text.append(buffer.data(), static_cast<std::size_t>(length));
-    if (read_text.size() > static_cast<std::size_t>(kMaxSize)) return EFBIG;
+    if (read_text.size() > static_cast<std::size_t>(kMaxSize)) return Errno(EFBIG);
   }
   text = std::move(read_text);
-  return 0;
+  return {};
 }
 
-int ReadTextFile(const std::string& path, std::string& text) {
+Errno ReadTextFile(const std::string& path, std::string& text) {
   FileDescriptor file;
   struct stat status {};
-  const int error = OpenRegularFile(path, 0, file, status);
-  return error != 0 ? error : ReadAll(file.get(), text);
+  const Errno error = OpenRegularFile(path, 0, file, status);
+  return error.ok() ? ReadAll(file.get(), text) : error;
 }
 
 }  // namespace base

@@ -1,23 +1,24 @@
-// Reading small text files whole. Results are 0 or the errno of what failed.
+// Reading small text files whole.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <string>
 
+#include "base/errno.h"
 #include "base/file_descriptor.h"
 
 namespace base {
 
 // Opens a regular file for reading, without ever waiting for it: a folder at the path is EISDIR, anything
 // else (a pipe, a device) EINVAL, one too big to be a configuration file EFBIG. `flags` are added to open's.
-[[nodiscard]] int OpenRegularFile(const std::string& path, int flags, FileDescriptor& file,
-                                  struct stat& status);
+[[nodiscard]] Errno OpenRegularFile(const std::string& path, int flags, FileDescriptor& file,
+                                    struct stat& status);
 
 // Everything from where the file stands to its end; EFBIG as above. `text` is replaced on success only.
-[[nodiscard]] int ReadAll(int file, std::string& text);
+[[nodiscard]] Errno ReadAll(int file, std::string& text);
 
 // Both at once; links are followed.
-[[nodiscard]] int ReadTextFile(const std::string& path, std::string& text);
+[[nodiscard]] Errno ReadTextFile(const std::string& path, std::string& text);
 
 }  // namespace base

@@ -1,8 +1,6 @@
 #include "ctl/made_folders.h"
 
-#include <cerrno>
-#include <cstring>
-
+#include "base/errno.h"
 #include "base/path.h"
 #include "ctl/volume_folder.h"
 #include "file-op/file_op.h"
@@ -28,7 +26,7 @@ int MadeFolders::Make(const std::string& path, std::string& error) {
     return 0;
   }
   if (file_op::FSMKDir(path, false) == 0) return 0;
-  error = "cannot make the folder " + path + ": " + std::strerror(errno);
+  error = "cannot make the folder " + path + ": " + base::Errno::Last().Text();
   return -1;
 }
 

@@ -5,9 +5,9 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 
+#include "base/errno.h"
 #include "package/layout.h"
 
 namespace ctl {
@@ -20,8 +20,8 @@ int Refuse(std::string& error, std::string reason) {
   return -1;
 }
 
-int RefuseBecauseOf(std::string& error, const std::string& path, int code) {
-  return Refuse(error, "cannot use " + path + ": " + std::strerror(code));
+int RefuseBecauseOf(std::string& error, const std::string& path, base::Errno reason) {
+  return Refuse(error, "cannot use " + path + ": " + reason.Text());
 }
 
 // What to say of a folder in which no package is. It may be the one that people mistake for the volume.
@@ -36,12 +36,12 @@ std::string NoPackage(const std::string& folder) {
 // What the path is, links not followed.
 int CheckType(const std::string& path, mode_t type, const char* name, std::string& error) {
   struct stat status = {};
-  if (lstat(path.c_str(), &status) != 0) return RefuseBecauseOf(error, path, errno);
+  if (lstat(path.c_str(), &status) != 0) return RefuseBecauseOf(error, path, base::Errno::Last());
   return (status.st_mode & S_IFMT) == type ? 0 : Refuse(error, path + " is no " + name);
 }
 
 int CheckAccess(const std::string& path, int mode, std::string& error) {
-  return access(path.c_str(), mode) == 0 ? 0 : RefuseBecauseOf(error, path, errno);
+  return access(path.c_str(), mode) == 0 ? 0 : RefuseBecauseOf(error, path, base::Errno::Last());
 }
 
 }  // namespace
@@ -58,12 +58,12 @@ int FindVolume(const std::string& argument, std::string& volume, std::string& er
   if (AbsolutePath(argument, volume, error) < 0) return -1;
   std::error_code failure;
   volume = fs::canonical(argument, failure).string();
-  if (failure) return RefuseBecauseOf(error, "'" + argument + "'", failure.value());
+  if (failure) return RefuseBecauseOf(error, "'" + argument + "'", base::Errno(failure.value()));
   const package::VolumePaths paths(volume);
   if (CheckType(volume, S_IFDIR, "folder", error) < 0) return -1;
   const fs::path sync_folder = fs::canonical(paths.live.sync_folder, failure);
   if (failure == std::errc::no_such_file_or_directory) return Refuse(error, NoPackage(volume));
-  if (failure) return RefuseBecauseOf(error, paths.live.sync_folder, failure.value());
+  if (failure) return RefuseBecauseOf(error, paths.live.sync_folder, base::Errno(failure.value()));
   // Behind a link there may be the very databases of which this should be a copy.
   if (sync_folder != paths.live.sync_folder) {
     return Refuse(error, paths.live.sync_folder + " is reached through a link to " + sync_folder.string());
@@ -80,7 +80,7 @@ int FindStateFolder(const std::string& argument, const std::string& volume, std:
   if (AbsolutePath(argument, path, error) < 0) return -1;
   std::error_code failure;
   const fs::path resolved = fs::weakly_canonical(path, failure);
-  if (failure) return RefuseBecauseOf(error, path, failure.value());
+  if (failure) return RefuseBecauseOf(error, path, base::Errno(failure.value()));
   if (resolved == "/" || (resolved.string() + "/").starts_with(volume + "/@stratofolder/")) {
     return Refuse(error, path + " cannot hold the state of a run: that is the package's own");
   }
@@ -94,7 +94,7 @@ int LockFolder(const std::string& folder, base::FileDescriptor& lock, std::strin
   if (lock.is_open() && errno == EWOULDBLOCK) {
     return Refuse(error, "another updater-ctl is at work in " + folder);
   }
-  return RefuseBecauseOf(error, folder, errno);
+  return RefuseBecauseOf(error, folder, base::Errno::Last());
 }
 
 }  // namespace ctl

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <new>
 
@@ -22,18 +21,13 @@ namespace {
 constexpr int kOpenAnything = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 int LogOpenFailure(const FilePlace& place) {
-  const int error = errno;
-  logger::ComponentError(kFileOpComponent, "CopyFile: open(%s): %s (%d)\n", place.path, std::strerror(error),
-                         error);
-  errno = error;
+  logger::ComponentErrno(kFileOpComponent, base::Errno::Last(), "CopyFile: open(%s): %s (%d)\n", place.path);
   return kFileOpFailed;
 }
 
-int LogWriteFailure() {
-  const int error = errno;
-  logger::ComponentError(kFileOpComponent, "CopyFile: write: %s (%d)\n", std::strerror(error), error);
-  errno = error;
-  return error == ENOSPC || error == EDQUOT ? kCopyDiskFull : kFileOpFailed;
+int LogWriteFailure(base::Errno error) {
+  logger::ComponentErrno(kFileOpComponent, error, "CopyFile: write: %s (%d)\n");
+  return ResultOfCopy(error);
 }
 
 base::FileDescriptor Open(const FilePlace& place, int flags, mode_t mode) {
@@ -68,21 +62,20 @@ int CopyBytes(int source, int target) {
   // Not filled: a small file then touches only the pages that it needs.
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBufferSize]);
   if (!buffer) {
-    logger::ComponentError(kFileOpComponent, "FSCopy: malloc(%d): %s (%d)\n",
-                           static_cast<int>(kCopyBufferSize), std::strerror(ENOMEM), ENOMEM);
+    logger::ComponentErrno(kFileOpComponent, base::Errno(ENOMEM), "FSCopy: malloc(%d): %s (%d)\n",
+                           static_cast<int>(kCopyBufferSize));
     return kFileOpFailed;
   }
   for (;;) {
     const ssize_t length =
         base::RetryInterrupted([&] { return read(source, buffer.get(), kCopyBufferSize); });
     if (length < 0) {
-      const int error = errno;
-      logger::ComponentError(kFileOpComponent, "CopyFile: read: %s (%d)\n", std::strerror(error), error);
-      errno = error;
+      logger::ComponentErrno(kFileOpComponent, base::Errno::Last(), "CopyFile: read: %s (%d)\n");
       return kFileOpFailed;
     }
     if (length == 0) return 0;
-    if (!base::WriteAll(target, {buffer.get(), static_cast<std::size_t>(length)})) return LogWriteFailure();
+    const base::Errno error = base::WriteAll(target, {buffer.get(), static_cast<std::size_t>(length)});
+    if (!error.ok()) return LogWriteFailure(error);
   }
 }
 
@@ -94,6 +87,10 @@ int CopyContent(int source, int target) {
 
 }  // namespace
 
+int ResultOfCopy(base::Errno error) {
+  return error.number() == ENOSPC || error.number() == EDQUOT ? kCopyDiskFull : kFileOpFailed;
+}
+
 int CopyFile(const FilePlace& source, const FilePlace& target, const CopyOptions& options) {
   base::FileDescriptor from;
   struct stat status {};
@@ -103,13 +100,12 @@ int CopyFile(const FilePlace& source, const FilePlace& target, const CopyOptions
   const int result = CopyContent(from.get(), to.get());
   if (result < 0) return result;
   if (options.exclusive && ApplyOwnerAndMode(to.get(), status) < 0) {
-    const int error = errno;
-    logger::ComponentError(kFileOpComponent, "CopyFile: keep owner of %s: %s (%d)\n", target.path,
-                           std::strerror(error), error);
-    errno = error;
+    logger::ComponentErrno(kFileOpComponent, base::Errno::Last(), "CopyFile: keep owner of %s: %s (%d)\n",
+                           target.path);
     return kFileOpFailed;
   }
-  return to.Close() == 0 ? 0 : LogWriteFailure();  // some file systems tell here that a write failed
+  // Some file systems tell only here that a write failed.
+  return to.Close() == 0 ? 0 : LogWriteFailure(base::Errno::Last());
 }
 
 }  // namespace file_op

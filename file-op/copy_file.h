@@ -1,6 +1,7 @@
 // Copying one regular file, by path or out of an open folder. The base of FSCopy and FSCopyTree.
 #pragma once
 
+#include "base/errno.h"
 #include "file-op/folder.h"
 #include "logger/component_log.h"
 
@@ -14,6 +15,9 @@ struct CopyOptions {
   // source. Otherwise it is made or emptied, mode 0666 less the umask, and links are followed.
   bool exclusive = true;
 };
+
+// The result of a copy in which something failed: kCopyDiskFull or -1.
+[[nodiscard]] int ResultOfCopy(base::Errno error);
 
 // Returns 0, kCopyDiskFull or -1, each failure logged and with errno set.
 [[nodiscard]] int CopyFile(const FilePlace& source, const FilePlace& target, const CopyOptions& options);

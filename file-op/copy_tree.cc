@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 
 #include "file-op/copy_file.h"
 #include "file-op/file_op.h"
@@ -14,9 +13,9 @@ namespace file_op {
 namespace {
 
 int LogFailure(const std::string& path) {
-  const int error = errno;
-  logger::ComponentError(kFileOpComponent, "FSCopyTree: %s: %s (%d)\n", path, std::strerror(error), error);
-  return error == ENOSPC || error == EDQUOT ? kCopyDiskFull : kFileOpFailed;
+  const base::Errno error = base::Errno::Last();
+  logger::ComponentErrno(kFileOpComponent, error, "FSCopyTree: %s: %s (%d)\n", path);
+  return ResultOfCopy(error);
 }
 
 // Makes the same tree below its own cursor, which follows the walk. Folders stay private until everything in

@@ -51,7 +51,7 @@ std::optional<Level> ParseLevel(std::string_view word) {
 void SetUpComponentLog(const std::string& configuration_path) {
   Levels().clear();
   std::string configuration;
-  if (base::ReadTextFile(configuration_path, configuration) != 0) return;
+  if (!base::ReadTextFile(configuration_path, configuration).ok()) return;
   std::istringstream lines(configuration);
   for (std::string line; std::getline(lines, line);) {
     const std::string_view text = base::Trim(line);

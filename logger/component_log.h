@@ -12,8 +12,10 @@
 // defaults.
 #pragma once
 
+#include <cerrno>
 #include <string>
 
+#include "base/errno.h"
 #include "logger/format.h"
 
 namespace logger {
@@ -47,6 +49,15 @@ void ComponentLog(const Component& component, Level level, const PrintfFormat<Ar
 template <typename... Args>
 void ComponentError(const Component& component, const PrintfFormat<Args...>& format, const Args&... args) {
   ComponentLog<Args...>(component, Level::kError, format, args...);
+}
+
+// The same for a system call that failed: the format ends with the text and the number of `error`. errno is
+// that number afterwards, because it is on its way to a caller.
+template <typename... Args>
+void ComponentErrno(const Component& component, base::Errno error,
+                    const PrintfFormat<Args..., std::string, int>& format, const Args&... args) {
+  ComponentError<Args..., std::string, int>(component, format, args..., error.Text(), error.number());
+  errno = error.number();
 }
 
 }  // namespace logger

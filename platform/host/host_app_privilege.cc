@@ -43,9 +43,10 @@ int HostAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::
   const int made = ::mkdir(folder_.c_str(), kFolderMode);
   // Whatever the umask took away.
   if (made == 0 ? ::chmod(folder_.c_str(), kFolderMode) != 0 : errno != EEXIST) return -1;
-  const int error = EditTextFile(folder_ + '/' + application_id, {.mode = kFileMode, .keep_mode = false},
-                                 [&](std::string& text) { AddLine(text, user); });
-  return error == 0 ? 0 : -1;
+  const base::Errno error =
+      EditTextFile(folder_ + '/' + application_id, {.mode = kFileMode, .keep_mode = false},
+                   [&](std::string& text) { AddLine(text, user); });
+  return error.ok() ? 0 : -1;
 }
 
 }  // namespace platform::host

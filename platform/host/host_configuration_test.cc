@@ -57,7 +57,7 @@ using Paths = std::map<std::string, std::string>;  // of every section but [glob
 
 Paths PathsOfReader(const std::string& file) {
   platform::host::SambaConfiguration configuration;
-  if (platform::host::ReadSambaConfiguration(file, configuration) != 0) return {{"refused", ""}};
+  if (!platform::host::ReadSambaConfiguration(file, configuration).ok()) return {{"refused", ""}};
   Paths paths;
   for (const auto& [folded, section] : configuration.sections) paths[section.name] = section.path;
   return paths;

@@ -25,7 +25,7 @@ bool NamesSource(std::string_view sources, std::initializer_list<std::string_vie
 
 bool AccountsMayComeFrom(const std::string& nsswitch, std::initializer_list<std::string_view> wanted) {
   std::string text;
-  if (base::ReadTextFile(nsswitch, text) != 0) return true;
+  if (!base::ReadTextFile(nsswitch, text).ok()) return true;
   for (std::string_view rest = text; !rest.empty();) {
     std::string_view line = base::TakeUntil(rest, "\n");
     line = line.substr(0, line.find('#'));
@@ -42,7 +42,7 @@ bool HostServices::IsDomainEnabled() { return AccountsMayComeFrom(nsswitch_, {"w
 
 bool HostServices::IsUserHomeEnabled() {
   SambaConfiguration configuration;
-  return ReadSambaConfiguration(samba_, configuration) != 0 || !configuration.is_complete ||
+  return !ReadSambaConfiguration(samba_, configuration).ok() || !configuration.is_complete ||
          configuration.sections.contains("homes");
 }
 

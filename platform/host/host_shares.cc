@@ -42,8 +42,9 @@ bool IsThere(const std::string& path) {
 Lookup HostShares::Open(const std::string& name, Share& share) {
   if (!configuration_.IsCurrent()) {
     configuration_ = {};
-    const int error = ReadSambaConfiguration(path_, configuration_);
-    if (error != 0) return error == ENOENT && !IsThere(path_) ? Lookup::kNotFound : Lookup::kFailed;
+    const base::Errno error = ReadSambaConfiguration(path_, configuration_);
+    const bool is_missing = error == base::Errno(ENOENT) && !IsThere(path_);
+    if (!error.ok()) return is_missing ? Lookup::kNotFound : Lookup::kFailed;
   }
   const std::string folded = FoldShareName(name);
   const auto found = configuration_.sections.find(folded);

@@ -1,6 +1,7 @@
 // Key/value and pid files on an ordinary Linux machine.
 #pragma once
 
+#include "base/errno.h"
 #include "platform/state_files.h"
 
 namespace platform::host {
@@ -15,13 +16,13 @@ class HostStateFiles : public StateFiles {
   [[nodiscard]] pid_t PLIBCReadPidFile(const std::string& path) override;
   [[nodiscard]] int PLIBCProcAlive(pid_t pid) override;
   // The errno of the failed call; ENODATA for a key that is missing or a value that is empty.
-  [[nodiscard]] int PLIBCErrGet() override { return last_error_; }
+  [[nodiscard]] int PLIBCErrGet() override { return last_error_.number(); }
 
  private:
-  // Remembers the error of a failed call and returns -1.
-  int Fail(int error);
+  // Remembers the error of a failed call, sets errno to it and returns -1.
+  int Fail(base::Errno error);
 
-  int last_error_ = 0;
+  base::Errno last_error_;
 };
 
 }  // namespace platform::host

@@ -73,7 +73,7 @@ bool ParseMountPoint(std::string_view line, std::string& mount_point) {
 template <typename Entry>
 int ReadTable(const std::string& path, bool (*parse)(std::string_view, Entry&), std::vector<Entry>& entries) {
   std::string text;
-  if (base::ReadTextFile(path, text) != 0) return -1;
+  if (!base::ReadTextFile(path, text).ok()) return -1;
   std::vector<Entry> read;
   for (std::string_view rest = text; !rest.empty();) {
     Entry entry;

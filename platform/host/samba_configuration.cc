@@ -1,9 +1,11 @@
 #include "platform/host/samba_configuration.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
+#include "base/path.h"
 #include "base/read_text_file.h"
 #include "base/text.h"
 #include "platform/host/samba_names.h"
@@ -13,6 +15,12 @@ namespace {
 
 constexpr std::size_t kMaxDepth = 100;      // of files that include files; the file server's own limit
 constexpr std::size_t kMaxFiles = 100'000;  // a few files that include each other twice never come to an end
+
+FileSignature SignatureOf(const std::string& path) {
+  struct stat status {};
+  const int error = ::stat(path.c_str(), &status) == 0 ? 0 : errno;
+  return {error, status.st_dev, status.st_ino, status.st_size, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
+}
 
 bool IsBlank(char character) { return base::kBlanks.find(character) != std::string_view::npos; }
 
@@ -38,31 +46,31 @@ std::string TakeLine(std::string_view& rest) {
 class Reader {
  public:
   Reader(const std::string& path, SambaConfiguration& configuration)
-      : folder_(path.substr(0, path.rfind('/') + 1)), configuration_(configuration) {}
+      : folder_(base::FolderOf(path) + '/'), configuration_(configuration) {}
 
-  // The two halves of reading one file, so that it can be told which of them failed. 0 or an errno.
-  int Load(const std::string& path, std::string& text) {
-    if (++files_ > kMaxFiles) return ELOOP;
-    configuration_.files.try_emplace(path, FileSignature::Of(path));
+  // The two halves of reading one file. An included file that cannot be loaded is no failure, one that cannot
+  // be applied is.
+  base::Errno Load(const std::string& path, std::string& text) {
+    if (++files_ > kMaxFiles) return base::Errno(ELOOP);
+    configuration_.files.try_emplace(path, SignatureOf(path));
     return base::ReadTextFile(path, text);
   }
-  int Apply(std::string_view text) {
-    while (!text.empty()) {
-      if (const int error = ApplyLine(TakeLine(text)); error != 0) return error;
-    }
-    return 0;
+  base::Errno Apply(std::string_view text) {
+    base::Errno error;
+    while (error.ok() && !text.empty()) error = ApplyLine(TakeLine(text));
+    return error;
   }
 
  private:
-  int ApplyLine(std::string_view line) {
+  base::Errno ApplyLine(std::string_view line) {
     const bool is_section = line.starts_with('[');
     const std::size_t end = line.find(is_section ? ']' : '=');
-    if (end == std::string_view::npos) return is_section ? EINVAL : 0;
+    if (end == std::string_view::npos) return base::Errno(is_section ? EINVAL : 0);
     const std::string_view name = is_section ? line.substr(1, end - 1) : line.substr(0, end);
-    if (name.empty()) return EINVAL;
+    if (name.empty()) return base::Errno(EINVAL);
     if (!is_section) return SetParameter(FoldSambaWord(name), std::string(base::Trim(line.substr(end + 1))));
     OpenSection(name);
-    return 0;
+    return {};
   }
 
   void OpenSection(std::string_view name) {
@@ -75,7 +83,7 @@ class Reader {
     if (is_new) section_->path = default_path_;
   }
 
-  int SetParameter(const std::string& parameter, const std::string& value) {
+  base::Errno SetParameter(const std::string& parameter, const std::string& value) {
     if (parameter == "include") return Include(value);
     if (parameter == "copy") {
       Copy(value);
@@ -87,7 +95,7 @@ class Reader {
     } else if (parameter.find(':') != std::string::npos) {
       section_->options[parameter] = value;
     }
-    return 0;
+    return {};
   }
 
   void SetGlobalParameter(const std::string& parameter, const std::string& value) {
@@ -109,21 +117,23 @@ class Reader {
     for (const auto& [option, value] : found->second.options) section_->options[option] = value;
   }
 
-  int Include(const std::string& name) {
-    if (depth_ == kMaxDepth) return ELOOP;  // whatever the name is: keep it so
-    if (name.empty()) return 0;
+  base::Errno Include(const std::string& name) {
+    if (depth_ == kMaxDepth) return base::Errno(ELOOP);  // whatever the name is: keep it so
+    if (name.empty()) return {};
     std::string text;
     const bool is_out_of_reach = FoldShareName(name) == "registry" || name.find('%') != std::string::npos;
-    int error = is_out_of_reach ? EREMOTE : Load(name.starts_with('/') ? name : folder_ + name, text);
-    if (error == 0) {
+    const base::Errno unread =
+        is_out_of_reach ? base::Errno(EREMOTE) : Load(name.starts_with('/') ? name : folder_ + name, text);
+    if (unread.ok()) {
       ++depth_;
-      error = Apply(text);
+      const base::Errno error = Apply(text);
       --depth_;
       return error;
     }
-    // What is not there, or is a device, is nothing to read for the file server.
-    if (error != ENOENT && error != ENOTDIR && error != EINVAL) configuration_.is_complete = false;
-    return 0;
+    // The file server passes over a name that is not there, or is a device's.
+    const int reason = unread.number();
+    if (reason != ENOENT && reason != ENOTDIR && reason != EINVAL) configuration_.is_complete = false;
+    return {};
   }
 
   std::string folder_;  // that relative names of included files begin in
@@ -134,21 +144,7 @@ class Reader {
   std::size_t files_ = 0;
 };
 
-std::int64_t Nanoseconds(const timespec& time) {
-  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
 }  // namespace
-
-FileSignature FileSignature::Of(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return {.error = errno};
-  return {.device = status.st_dev,
-          .inode = status.st_ino,
-          .size = status.st_size,
-          .modified_ns = Nanoseconds(status.st_mtim),
-          .changed_ns = Nanoseconds(status.st_ctim)};
-}
 
 std::string_view SambaSection::Option(const std::string& folded_name) const {
   const auto found = options.find(folded_name);
@@ -158,18 +154,18 @@ std::string_view SambaSection::Option(const std::string& folded_name) const {
 
 bool SambaConfiguration::IsCurrent() const {
   return !files.empty() && std::all_of(files.begin(), files.end(), [](const auto& file) {
-    return FileSignature::Of(file.first) == file.second;
+    return SignatureOf(file.first) == file.second;
   });
 }
 
-int ReadSambaConfiguration(const std::string& path, SambaConfiguration& configuration) {
+base::Errno ReadSambaConfiguration(const std::string& path, SambaConfiguration& configuration) {
   SambaConfiguration read;
   Reader reader(path, read);
   std::string text;
-  if (const int error = reader.Load(path, text); error != 0) return error;
-  if (const int error = reader.Apply(text); error != 0) return error;
-  configuration = std::move(read);
-  return 0;
+  base::Errno error = reader.Load(path, text);
+  if (error.ok()) error = reader.Apply(text);
+  if (error.ok()) configuration = std::move(read);
+  return error;
 }
 
 }  // namespace platform::host

@@ -11,27 +11,20 @@
 // - `include` reads another file's lines in its place; a section that begins there goes on behind it.
 #pragma once
 
-#include <sys/stat.h>
+#include <sys/types.h>
 
-#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
+#include <tuple>
+
+#include "base/errno.h"
 
 namespace platform::host {
 
-// Tells whether a file is still the one that was read.
-struct FileSignature {
-  int error = 0;  // of stat: a file that was missing may be there now
-  dev_t device = 0;
-  ino_t inode = 0;
-  std::int64_t size = 0;
-  std::int64_t modified_ns = 0;
-  std::int64_t changed_ns = 0;
-
-  [[nodiscard]] static FileSignature Of(const std::string& path);
-  [[nodiscard]] bool operator==(const FileSignature&) const = default;
-};
+// What differs when a file is no longer the one that was read: the errno of stat (a file that was missing may
+// be there now), the device and the inode, the size, and the time of the last change.
+using FileSignature = std::tuple<int, dev_t, ino_t, off_t, time_t, long>;
 
 struct SambaSection {
   std::string name;                            // as written where it stands first
@@ -55,10 +48,10 @@ struct SambaConfiguration {
   [[nodiscard]] bool IsCurrent() const;
 };
 
-// Returns 0; ENOENT when there is no such file; EINVAL when it is no file, or a line in it or in an included
+// Fails with ENOENT when there is no such file; EINVAL when it is no file, or a line in it or in an included
 // file is not in the form; ELOOP when files include each other too deeply, as those do that include
 // themselves; otherwise the errno of what failed. An included file that does not exist is nothing to read, as
 // for the file server, and neither is a device.
-[[nodiscard]] int ReadSambaConfiguration(const std::string& path, SambaConfiguration& configuration);
+[[nodiscard]] base::Errno ReadSambaConfiguration(const std::string& path, SambaConfiguration& configuration);
 
 }  // namespace platform::host

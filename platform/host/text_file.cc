@@ -27,30 +27,30 @@ constexpr std::string_view kNewText = ".new-text.";
 constexpr std::string_view kRandomPart = "XXXXXX";
 
 // Finds the file that `path` stands for: itself, or what it links to.
-int FindTarget(const std::string& path, std::string& target) {
+base::Errno FindTarget(const std::string& path, std::string& target) {
   struct stat link {};
   target = path;
-  if (::lstat(path.c_str(), &link) != 0) return errno == ENOENT ? 0 : errno;
-  if (!S_ISLNK(link.st_mode)) return 0;
+  if (::lstat(path.c_str(), &link) != 0) return errno == ENOENT ? base::Errno() : base::Errno::Last();
+  if (!S_ISLNK(link.st_mode)) return {};
   const std::optional<std::string> resolved = RealPath(path);
   struct stat status {};
-  if (!resolved || ::stat(resolved->c_str(), &status) != 0) return errno;
-  if (link.st_uid != ::geteuid() && link.st_uid != status.st_uid) return ELOOP;
+  if (!resolved || ::stat(resolved->c_str(), &status) != 0) return base::Errno::Last();
+  if (link.st_uid != ::geteuid() && link.st_uid != status.st_uid) return base::Errno(ELOOP);
   target = *resolved;
-  return 0;
+  return {};
 }
 
 // Owner before mode: a change of owner takes mode bits away.
-int FillNewFile(int file, const struct stat& status, std::string_view text) {
+base::Errno FillNewFile(int file, const struct stat& status, std::string_view text) {
   struct stat made {};
-  if (::fstat(file, &made) != 0) return errno;
-  if ((made.st_uid != status.st_uid || made.st_gid != status.st_gid) &&
-      ::fchown(file, status.st_uid, status.st_gid) != 0) {
-    return errno;
+  if (::fstat(file, &made) != 0) return base::Errno::Last();
+  const bool is_owned = made.st_uid == status.st_uid && made.st_gid == status.st_gid;
+  if ((!is_owned && ::fchown(file, status.st_uid, status.st_gid) != 0) ||
+      ::fchmod(file, status.st_mode & kPermissions) != 0) {
+    return base::Errno::Last();
   }
-  if (::fchmod(file, status.st_mode & kPermissions) != 0) return errno;
-  if (!base::WriteAll(file, text)) return errno == 0 ? EIO : errno;
-  return base::RetryInterrupted([&] { return ::fsync(file); }) == 0 ? 0 : errno;
+  if (const base::Errno error = base::WriteAll(file, text); !error.ok()) return error;
+  return base::RetryInterrupted([&] { return ::fsync(file); }) == 0 ? base::Errno() : base::Errno::Last();
 }
 
 // Removes what writers have left that were killed. A file whose writer lives is locked.
@@ -62,34 +62,34 @@ void RemoveLeftovers(const std::string& folder) {
     if (!name.starts_with(kNewText) || name.size() != kNewText.size() + kRandomPart.size()) continue;
     base::FileDescriptor file;
     struct stat status {};
-    if (base::OpenRegularFile(entry->path().string(), O_NOFOLLOW, file, status) != 0) continue;
+    if (!base::OpenRegularFile(entry->path().string(), O_NOFOLLOW, file, status).ok()) continue;
     if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0) (void)::unlink(entry->path().c_str());
   }
 }
 
 // Makes an empty file and locks it. Until it is locked somebody may take it for a leftover.
-int MakeNewFile(const std::string& folder, std::string& path, base::FileDescriptor& file) {
+base::Errno MakeNewFile(const std::string& folder, std::string& path, base::FileDescriptor& file) {
   struct stat status {};
   do {
     path = folder + '/' + std::string(kNewText) + std::string(kRandomPart);
     file = base::FileDescriptor(::mkostemp(path.data(), O_CLOEXEC));  // exclusive: nothing planted is opened
-    if (!file.is_open()) return errno;
+    if (!file.is_open()) return base::Errno::Last();
     // Where there are no locks nobody removes leftovers.
     (void)base::RetryInterrupted([&] { return ::flock(file.get(), LOCK_EX); });
-    if (::fstat(file.get(), &status) != 0) return errno;
+    if (::fstat(file.get(), &status) != 0) return base::Errno::Last();
   } while (status.st_nlink == 0);
-  return 0;
+  return {};
 }
 
-int ReplaceFile(const std::string& path, const struct stat& status, std::string_view text) {
+base::Errno ReplaceFile(const std::string& path, const struct stat& status, std::string_view text) {
   const std::string folder = base::FolderOf(path);
   std::string temporary;
   base::FileDescriptor file;
-  int error = MakeNewFile(folder, temporary, file);
-  if (error != 0) return error;
+  base::Errno error = MakeNewFile(folder, temporary, file);
+  if (!error.ok()) return error;
   error = FillNewFile(file.get(), status, text);
-  if (error == 0 && std::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
-  if (error != 0) {
+  if (error.ok() && std::rename(temporary.c_str(), path.c_str()) != 0) error = base::Errno::Last();
+  if (!error.ok()) {
     (void)::unlink(temporary.c_str());  // best effort: the failure is already told
     return error;
   }
@@ -97,35 +97,35 @@ int ReplaceFile(const std::string& path, const struct stat& status, std::string_
   // whole texts survives a crash.
   const base::FileDescriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.is_open()) (void)::fsync(directory.get());
-  return 0;
+  return {};
 }
 
 }  // namespace
 
-int EditTextFile(const std::string& path, const EditOptions& options,
-                 const std::function<void(std::string&)>& edit) {
+base::Errno EditTextFile(const std::string& path, const EditOptions& options,
+                         const std::function<void(std::string&)>& edit) {
   std::string target;
-  if (const int error = FindTarget(path, target); error != 0) return error;
+  if (const base::Errno error = FindTarget(path, target); !error.ok()) return error;
   RemoveLeftovers(base::FolderOf(target));
 
   base::FileDescriptor file;
   struct stat status {};
   std::string old_text;
-  int error = base::OpenRegularFile(target, O_NOFOLLOW, file, status);
-  const bool is_new = error == ENOENT;
+  base::Errno error = base::OpenRegularFile(target, O_NOFOLLOW, file, status);
+  const bool is_new = error == base::Errno(ENOENT);
   if (is_new) {
     status.st_uid = ::geteuid();
     status.st_gid = ::getegid();
-    error = 0;
-  } else if (error == 0) {
+    error = {};
+  } else if (error.ok()) {
     error = base::ReadAll(file.get(), old_text);
   }
-  if (error != 0) return error;
+  if (!error.ok()) return error;
 
   std::string text = old_text;
   edit(text);
   const mode_t mode = is_new || !options.keep_mode ? options.mode : status.st_mode & kPermissions;
-  if (!is_new && text == old_text && mode == (status.st_mode & kPermissions)) return 0;
+  if (!is_new && text == old_text && mode == (status.st_mode & kPermissions)) return {};
   status.st_mode = mode;
   return ReplaceFile(target, status, text);
 }

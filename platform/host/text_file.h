@@ -1,12 +1,12 @@
 // Small text files that are replaced whole.
-//
-// Results are 0 or the errno of what failed.
 #pragma once
 
 #include <sys/types.h>
 
 #include <functional>
 #include <string>
+
+#include "base/errno.h"
 
 namespace platform::host {
 
@@ -24,7 +24,7 @@ struct EditOptions {
 // A path that is a symbolic link stays one and its target is replaced, because the other programs reach the
 // text through that target. The link must belong to the user of this process or to the owner of the target,
 // so that nobody else chooses what is overwritten; otherwise, and when its target is missing, the edit fails.
-[[nodiscard]] int EditTextFile(const std::string& path, const EditOptions& options,
-                               const std::function<void(std::string&)>& edit);
+[[nodiscard]] base::Errno EditTextFile(const std::string& path, const EditOptions& options,
+                                       const std::function<void(std::string&)>& edit);
 
 }  // namespace platform::host
