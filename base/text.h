@@ -1,6 +1,8 @@
 // The few things that every line-based configuration file needs.
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace base {
@@ -19,6 +21,25 @@ inline constexpr std::string_view kBlanks = " \t\r\v\f";
   const std::string_view taken = rest.substr(0, rest.find_first_of(separators));
   rest.remove_prefix(taken.size() < rest.size() ? taken.size() + 1 : taken.size());
   return taken;
+}
+
+struct KeyValue {
+  std::string_view key;
+  std::string_view value;
+};
+
+// A line "key = value" taken apart at its first equals sign, without the blanks around both; nothing for a
+// line without one.
+[[nodiscard]] inline std::optional<KeyValue> SplitKeyValue(std::string_view line) {
+  const std::size_t equals = line.find('=');
+  if (equals == std::string_view::npos) return std::nullopt;
+  return KeyValue{Trim(line.substr(0, equals)), Trim(line.substr(equals + 1))};
+}
+
+// Adds a line at the end, where the last line may lack its line feed.
+inline void AppendLine(std::string& text, std::string_view line) {
+  if (!text.empty() && text.back() != '\n') text += '\n';
+  text.append(line) += '\n';
 }
 
 }  // namespace base

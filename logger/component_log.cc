@@ -5,7 +5,6 @@
 #include <array>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <string_view>
 
 #include "base/read_text_file.h"
@@ -52,13 +51,11 @@ void SetUpComponentLog(const std::string& configuration_path) {
   Levels().clear();
   std::string configuration;
   if (!base::ReadTextFile(configuration_path, configuration).ok()) return;
-  std::istringstream lines(configuration);
-  for (std::string line; std::getline(lines, line);) {
-    const std::string_view text = base::Trim(line);
-    const std::size_t sign = text.find('=');
-    if (text.starts_with('#') || sign == std::string_view::npos) continue;
-    const std::optional<Level> level = ParseLevel(base::Trim(text.substr(sign + 1)));
-    if (level) Levels().insert_or_assign(std::string(base::Trim(text.substr(0, sign))), *level);
+  for (std::string_view rest = configuration; !rest.empty();) {
+    // A comment sets the level of a key that no component has.
+    const std::optional<base::KeyValue> line = base::SplitKeyValue(base::TakeUntil(rest, "\n"));
+    const std::optional<Level> level = line ? ParseLevel(line->value) : std::nullopt;
+    if (level) Levels().insert_or_assign(std::string(line->key), *level);
   }
 }
 

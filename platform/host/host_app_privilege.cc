@@ -30,8 +30,7 @@ void AddLine(std::string& text, const std::string& line) {
   for (std::string_view rest = text; !rest.empty();) {
     if (base::TakeUntil(rest, "\n") == line) return;
   }
-  if (!text.empty() && text.back() != '\n') text += '\n';
-  text += line + '\n';
+  base::AppendLine(text, line);
 }
 
 }  // namespace

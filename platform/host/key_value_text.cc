@@ -11,8 +11,7 @@ using namespace std::string_view_literals;
 std::string_view FindLine(std::string_view text, std::string_view key) {
   while (!text.empty()) {
     const std::string_view line = base::TakeUntil(text, "\n");
-    const std::size_t equals = line.find('=');
-    if (equals != std::string_view::npos && base::Trim(line.substr(0, equals)) == key) return line;
+    if (const auto pair = base::SplitKeyValue(line); pair && pair->key == key) return line;
   }
   return {};
 }
@@ -20,9 +19,9 @@ std::string_view FindLine(std::string_view text, std::string_view key) {
 }  // namespace
 
 std::optional<std::string_view> FindValue(std::string_view text, std::string_view key) {
-  const std::string_view line = FindLine(text, key);
-  if (line.data() == nullptr) return std::nullopt;
-  std::string_view value = base::Trim(line.substr(line.find('=') + 1));
+  const auto line = base::SplitKeyValue(FindLine(text, key));
+  if (!line) return std::nullopt;
+  std::string_view value = line->value;
   if (value.starts_with('"')) {
     value.remove_prefix(1);
     value = value.substr(0, value.find('"'));
@@ -42,8 +41,7 @@ void SetValue(std::string& text, std::string_view key, std::string_view value) {
     text.replace(static_cast<std::size_t>(line.data() - text.data()), line.size(), new_line);
     return;
   }
-  if (!text.empty() && text.back() != '\n') text += '\n';
-  text += new_line + '\n';
+  base::AppendLine(text, new_line);
 }
 
 }  // namespace platform::host
