@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <exception>
-#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -65,11 +64,6 @@ int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
 }
 
 }  // namespace
-
-int TellReason(const Streams& streams, const std::string& reason, int status) {
-  streams.err << "updater-ctl: " << reason << "\n";
-  return status;
-}
 
 int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
   if (IsUnknownCommand(argc, argv)) {

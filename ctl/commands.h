@@ -3,9 +3,8 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
-#include <string>
 
-#include "ctl/command_line.h"
+#include "ctl/streams.h"
 
 namespace ctl {
 
@@ -14,9 +13,6 @@ using Action = std::function<int()>;
 
 // A command's definition: adds its arguments to `command` and returns what it does with them.
 using Definition = Action (*)(CLI::App& command, const Streams& streams);
-
-// Tells why a command has not succeeded; returns `status`.
-[[nodiscard]] int TellReason(const Streams& streams, const std::string& reason, int status);
 
 [[nodiscard]] Action DefineSample(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineRun(CLI::App& command, const Streams& streams);
