@@ -1,4 +1,4 @@
-# The two kinds of targets this project has, so that every folder's list stays a few lines.
+# The three kinds of targets that this project has, so that the list of each folder stays short.
 
 set(UPDATER_WARNINGS
     -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wconversion -Wsign-conversion -Wold-style-cast
