@@ -14,15 +14,15 @@ class FileDescriptor {
   explicit FileDescriptor(int fd) : fd_(fd) {}
   FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);  // the other one closes what this one had
+    std::swap(fd_, other.fd_);  // the other one closes what was open here
     return *this;
   }
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
-  // Keeps errno: it may be on its way to a caller.
+  // Leaves errno as it is, because a function that fails closes its files before the caller reads errno.
   ~FileDescriptor() {
     const int error = errno;
-    (void)Close();  // whoever wrote to the file has closed or flushed it and looked at the result
+    (void)Close();  // whoever wrote to the file has looked at the result of Close() or of a flush
     errno = error;
   }
 

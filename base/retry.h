@@ -15,15 +15,15 @@ template <typename Call>
   return result;
 }
 
-// Repeats a call also while it ends in EAGAIN. A file system that stays busy is given up after about ten
-// seconds, so that an upgrade cannot hang in it for ever; the result is then the last failure.
+// Repeats a call also while it ends in EAGAIN. It gives up after about ten seconds, so that a file system
+// that stays busy cannot hold an upgrade for ever; the result is then the last failure.
 template <typename Call>
 [[nodiscard]] auto RetryBusy(Call call) {
   constexpr int kMaxBusy = 1000;
   constexpr int kPauseMilliseconds = 10;
   auto result = RetryInterrupted(call);
   for (int busy = 0; result < 0 && errno == EAGAIN && busy < kMaxBusy; ++busy) {
-    (void)::poll(nullptr, 0, kPauseMilliseconds);  // only a pause; cut short is fine
+    (void)::poll(nullptr, 0, kPauseMilliseconds);  // a signal may cut the pause short
     errno = EAGAIN;
     result = RetryInterrupted(call);
   }

@@ -1,4 +1,4 @@
-// The few things that every line-based configuration file needs.
+// Taking the lines of configuration files apart, and adding one.
 #pragma once
 
 #include <optional>

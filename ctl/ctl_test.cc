@@ -12,6 +12,7 @@
 #include "db-util/query.h"
 #include "package/layout.h"
 #include "platform/sdk/volume_uuid.h"
+#include "platform/uuid_text.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/temporary_folder.h"
 
@@ -86,7 +87,7 @@ TEST_F(CtlTest, RecordedVolumesKeepTheirRecords) {
   EXPECT_THAT(out_.str(), HasSubstr("content all tables                          647 -> 647 "));
 
   const platform::FileSystemUuid bytes = {1, 2, 3, 4, 5, 6, 7, 8};
-  const std::string uuid = platform::sdk::BtrfsUuidToNewForm(bytes);
+  const std::string uuid = platform::PrintUuid(bytes);
   ctl::DemoVolumes volumes("/here", {platform::FileSystemType::kBtrfs, uuid, bytes},
                            {{platform::sdk::BtrfsUuidToOldForm(bytes), "/recorded"}});
   std::string answer;

@@ -69,7 +69,7 @@ int DemoVolumes::PLATMountVolInfoGet(const std::string& path, platform::VolumeIn
   return 0;
 }
 
-// The check after the upgrade begins its question for every row with this one, in the order of the uuids.
+// For each row, in the order of the uuids, the check after the upgrade calls this operation first.
 int DemoVolumes::GetShareBinPath(const std::string& path, std::string& bin_path) {
   const auto found = recorded_.find(path);
   if (found != recorded_.end()) {

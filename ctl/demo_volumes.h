@@ -44,7 +44,7 @@ class DemoVolumes : public platform::Volumes {
   [[nodiscard]] int ReadBtrfsSuperblock(const std::string& path,
                                         platform::BtrfsSuperblock& superblock) override;
   [[nodiscard]] int GetExtUuid(const std::string& path, std::string& uuid) override;
-  // None: wherever the folder lies, it is nothing that the recorded shares are made of.
+  // None, because the recorded shares do not lie on the mounts of this machine.
   [[nodiscard]] int ListMountPoints(std::vector<std::string>& mount_points) override;
 
  private:

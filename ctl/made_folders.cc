@@ -8,7 +8,7 @@
 namespace ctl {
 
 MadeFolders::~MadeFolders() {
-  // The newest first. One that cannot be removed has nobody left to be told to.
+  // The newest comes first. A folder that cannot be removed stays, because the command has reported already.
   for (auto folder = made_.rbegin(); folder != made_.rend(); ++folder)
     (void)file_op::FSRemoveTree(*folder, 0);
 }
@@ -19,7 +19,8 @@ int MadeFolders::Make(const std::string& path, std::string& error) {
   file_op::Folder above;
   file_op::Folder made;
   std::string name;
-  // Not FSMKDir alone: a folder that somebody else has made meanwhile is not for this process to remove.
+  // FSMKDir does not tell who made the folder, and one that somebody else has made meanwhile must not be
+  // removed.
   if (!existed && file_op::OpenAround(path, above, name) == 0 &&
       made.MakeShared(above, name, file_op::kFolderMode) == 0) {
     made_.push_back(path);

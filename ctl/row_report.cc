@@ -22,7 +22,7 @@ struct Group {
   int uncounted = 0;
 };
 
-// Between the databases of the last one an upgrade moves rows.
+// An upgrade moves rows between the databases of the last group.
 constexpr const char* kContent = "content";
 constexpr std::array kNames = {"data", "log", "user", "client", "views", "files", kContent};
 

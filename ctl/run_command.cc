@@ -50,7 +50,7 @@ void RunDriver(const std::string& volume, const RunArguments& arguments, const p
                                                          .out = record.output,
                                                          .err = record.output,
                                                          .observer = &record.times});
-  // Only a status that a living process has to back could be corrected, and none of those ends a run.
+  // Cannot fail here: only a status of a run that is still going on is checked, and no run ends with one.
   (void)updater::ServiceStatus(paths, demo.platform().state_files).GetServiceStatus(record.status);
   record.is_done = result == 0 && record.status == updater::status::kDone;
 }

@@ -23,7 +23,7 @@ int LiftTo(int version, const std::string& volume, MadeFolders& made, std::strin
   DemoPlatform demo(volume, package::VolumePaths(volume).live.user, MadeUpIdentity(), {});
   const platform::SystemPaths paths = platform::SystemPaths::Under(DefaultStateFolder(volume));
   if (PrepareState(paths, demo.platform().state_files, made, error) < 0) return -1;
-  std::ostream silent(nullptr);  // how the sample came about is nobody's concern
+  std::ostream silent(nullptr);  // the updaters' own output would not help who wants a sample
   return LiftSampleVolume(volume, version, {paths.scratch_database, silent, demo.platform()}, error);
 }
 
@@ -50,7 +50,7 @@ Action DefineSample(CLI::App& command, const Streams& streams) {
   const CLI::Range count(1, kLargestSize);
   command.add_option("folder", arguments->folder, "Where the volume is made")->required();
   command.add_option("--version", arguments->version, "The version of its databases")
-      ->check(CLI::TypeValidator<int>(""))  // the next one says nothing of what is no number
+      ->check(CLI::TypeValidator<int>(""))  // the next check gives no reason when the text is no number
       ->check(CLI::IsMember(SampleVersions()))
       ->capture_default_str();
   command.add_option("--nodes", arguments->size.nodes, "Files and folders in all views")

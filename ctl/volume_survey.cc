@@ -19,7 +19,7 @@ constexpr std::string_view kTableSuffix = "_table";
 
 std::string QueryText(sqlite3* db, const std::string& query) {
   std::string text;
-  (void)db_util::ForEachRow(db, query, [&text](sqlite3_stmt* row) {  // no table, no text
+  (void)db_util::ForEachRow(db, query, [&text](sqlite3_stmt* row) {  // without such a table the text is empty
     text = db_util::ColumnText(row, 0);
     return true;
   });

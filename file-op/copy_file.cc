@@ -17,7 +17,7 @@
 namespace file_op {
 namespace {
 
-// A pipe without its other end must not hold the run up, and no terminal becomes ours.
+// Opening must not wait for the other end of a pipe, nor give this process a controlling terminal.
 constexpr int kOpenAnything = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 int LogOpenFailure(const FilePlace& place) {
@@ -35,7 +35,7 @@ base::FileDescriptor Open(const FilePlace& place, int flags, mode_t mode) {
       [&] { return openat(place.at, place.name.c_str(), flags | kOpenAnything, mode); }));
 }
 
-// A folder passes: reading it fails, with a message that says what it is.
+// Lets a folder pass, because reading it fails with a message that says what it is.
 bool OpenSource(const FilePlace& place, int flags, base::FileDescriptor& file, struct stat& status) {
   file = Open(place, O_RDONLY | flags, 0);
   if (!file.is_open() || fstat(file.get(), &status) < 0) return false;
@@ -59,7 +59,7 @@ bool OpenTarget(const FilePlace& place, const CopyOptions& options, const struct
 }
 
 int CopyBytes(int source, int target) {
-  // Not filled: a small file then touches only the pages that it needs.
+  // The buffer is left unfilled, so that a small file touches only the pages that it needs.
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBufferSize]);
   if (!buffer) {
     logger::ComponentErrno(kFileOpComponent, base::Errno(ENOMEM), "FSCopy: malloc(%d): %s (%d)\n",
@@ -79,8 +79,8 @@ int CopyBytes(int source, int target) {
   }
 }
 
-// Shares the blocks at once where the file system can. Whatever keeps it from that, copying the bytes either
-// works or fails with the message that belongs to it.
+// Shares the blocks at once where the file system can. Why it cannot is not looked at, because copying the
+// bytes then either works or fails with a message of its own.
 int CopyContent(int source, int target) {
   return ioctl(target, FICLONE, source) == 0 ? 0 : CopyBytes(source, target);
 }

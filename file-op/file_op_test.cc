@@ -136,8 +136,8 @@ TEST_F(FileOpTest, NewThingsAreMadeOnlyWhereNothingIsAndPrivate) {
   EXPECT_EQ(FSMakeEmptyFile(Path("marker")), -1);
   EXPECT_EQ(ReadFile(outside), "precious");
   EXPECT_FALSE(FSExists(Path("outside/none")));
-  EXPECT_EQ(Folder().Make(Path("private")), 0);  // until everything is in it
-  EXPECT_EQ(Status(Path("private")).st_mode, S_IFDIR | 0700U);
+  EXPECT_EQ(FSMKDir(Path("a//b/c//"), true) + Folder().Make(Path("a/b/c/private")), 0);
+  EXPECT_EQ(Status(Path("a/b/c/private")).st_mode, S_IFDIR | 0700U);
 }
 
 TEST_F(FileOpTest, TreesAreCopiedAndRemovedWithoutFollowingLinks) {

@@ -67,7 +67,7 @@ int Folder::Make(const std::string& path) {
 int Folder::MakeShared(const Folder& above, const std::string& name, mode_t mode) {
   struct stat status {};
   if (fstat(above.fd(), &status) < 0 || Make(above.In(name)) < 0) return -1;
-  status.st_mode = (status.st_mode & S_ISGID) | mode;  // new folders hand that one bit down by themselves
+  status.st_mode = (status.st_mode & S_ISGID) | mode;  // the kernel gives this bit to new folders by itself
   return ApplyOwnerAndMode(fd(), status);
 }
 
@@ -86,8 +86,8 @@ int ApplyOwnerAndMode(int fd, const struct stat& status) {
   if (fchown(fd, status.st_uid, status.st_gid) < 0) {
     if (errno != EPERM) return -1;
     bits &= ACCESSPERMS | S_ISVTX;  // what runs as the owner must not run as somebody else
-    // The group alone, if this process is in it; otherwise both stay the process's own, and its group gets
-    // nothing that was meant for another, only what everybody gets.
+    // A process may give a file to a group that it is in. Otherwise the file keeps the process's own group,
+    // which gets no more than everybody, because the rest was meant for another group.
     if (fchown(fd, static_cast<uid_t>(-1), status.st_gid) < 0) {
       if (errno != EPERM) return -1;
       bits &= ~static_cast<mode_t>(S_IRWXG) | (bits & S_IRWXO) << 3U;

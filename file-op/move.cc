@@ -11,7 +11,7 @@
 namespace file_op {
 namespace {
 
-// Private until it is complete, unless it is there already.
+// A new folder is private until it is complete; one that is there already keeps its mode until then.
 int MakeTarget(const FilePlace& target, Folder& made) {
   if (made.Make(target) == 0) return 0;
   return errno == EEXIST || FSMKDir(target.path, true) == 0 ? made.Open(target) : -1;
@@ -19,7 +19,7 @@ int MakeTarget(const FilePlace& target, Folder& made) {
 
 // A regular file in the folder stays at the source, so the removal at the end fails then; keep it so.
 int MoveFolderAcross(const FilePlace& source, const FilePlace& target) {
-  std::vector<Entry> entries;  // all first, so that deep trees do not hold a folder reader for every level
+  std::vector<Entry> entries;  // listed before the moves, so that no reader stays open for every level
   Folder from;
   Folder to;
   if (from.Open(source) < 0 || MakeTarget(target, to) < 0 || ListEntries(from.fd(), entries) < 0) {

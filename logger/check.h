@@ -1,5 +1,6 @@
-// Steps that read as a sentence: `return Check(First(), "first failed\n") && Check(Second(), "second
-// failed\n");`
+// Steps that read as a sentence:
+//
+//   return Check(First(), "first failed\n") && Check(Second(), "second failed\n");
 #pragma once
 
 #include <string>

@@ -51,8 +51,8 @@ void ComponentError(const Component& component, const PrintfFormat<Args...>& for
   ComponentLog<Args...>(component, Level::kError, format, args...);
 }
 
-// The same for a system call that failed: the format ends with the text and the number of `error`. errno is
-// that number afterwards, because it is on its way to a caller.
+// The same for a system call that failed: the format ends with the text and the number of `error`. Leaves
+// that number in errno, which the caller of a failed operation reads.
 template <typename... Args>
 void ComponentErrno(const Component& component, base::Errno error,
                     const PrintfFormat<Args..., std::string, int>& format, const Args&... args) {

@@ -19,8 +19,8 @@ constexpr std::size_t kSafeLine = 1024;
 // What syslog(3) puts in front of a message: priority, time and the program's name, which is a file name.
 constexpr std::size_t kLineHead = 512;
 
-// The longest message that fits into one datagram to the log. syslog(3) sends with the buffer size that every
-// new socket has, and drops a message that does not fit without a word.
+// The longest message that fits into one datagram to the log. syslog(3) uses a socket with the buffer size
+// that every new socket has, and drops a longer message without telling anybody.
 std::size_t LongestLine() {
   const base::FileDescriptor probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   int buffer = 0;
@@ -37,7 +37,7 @@ class SystemLogSink : public LogSink {
  public:
   void Write(int priority, std::string_view text) override {
     const std::string line = CutInTheMiddle(text, text.size() <= kSafeLine ? kSafeLine : LongestLine());
-    // Never the text as the format: paths and names in it may hold percent signs.
+    // The text is never the format, because paths and names in it may hold percent signs.
     syslog(priority, "%s", line.c_str());
   }
 };

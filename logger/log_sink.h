@@ -22,8 +22,8 @@ class LogSink {
   virtual ~LogSink() = default;
 
   // `priority` is one of syslog's (LOG_ERR ...). `text` is one message as written by the caller, with its
-  // line feed if it has one. Never fails: a log that cannot be written has nowhere to say so. A message that
-  // is longer than the system log's socket takes is cut in its middle there.
+  // line feed if it has one. Returns nothing, because nobody could be told that the log cannot be written.
+  // The system log's sink cuts a message that is longer than its socket takes in the middle.
   virtual void Write(int priority, std::string_view text) = 0;
 };
 
@@ -31,7 +31,7 @@ class LogSink {
 // its end, where the reason of a failure stands, with a mark in between. No UTF-8 character is cut in two.
 [[nodiscard]] std::string CutInTheMiddle(std::string_view text, std::size_t limit);
 
-// As much of a stored value as a line shows: what is damaged may be of any length.
+// A line shows no more than this of a stored value, because a damaged one may have any length.
 inline constexpr std::size_t kLongestShownValue = 100;
 
 // Writes one already formatted message to the sink of the process.

@@ -3,7 +3,7 @@
 
 namespace platform {
 
-// "Not there" and "could not ask" are different answers: whoever removes what is gone acts on the first only.
+// "Not there" and "could not ask" are different answers, because only the first lets a user be removed.
 enum class Lookup : int { kFound = 0, kNotFound = 1, kFailed = -1 };
 
 }  // namespace platform

@@ -3,7 +3,7 @@
 
 namespace platform {
 
-// A state that cannot be read counts as enabled: what is disabled gets its users removed.
+// A state that cannot be read counts as enabled, because the users of a disabled service are removed.
 class Services {
  public:
   Services() = default;

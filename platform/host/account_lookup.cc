@@ -15,8 +15,8 @@ constexpr std::size_t kMaxBufferSize = std::size_t{1} << 20;
 // Runs one of the C library's reentrant lookups with a buffer that grows until the entry fits, and hands the
 // entry to `take`.
 //
-// A lookup that no source of accounts could answer returns the errno that was left behind, which may well be
-// the 0 that stands for "no such account". With an errno of our own before the call it cannot.
+// When no source of accounts could answer, the C library returns whatever errno holds. That may be 0, which
+// means "no such account", so errno is set to EIO before the call.
 template <typename Record, typename LookUp, typename Take>
 Lookup Find(LookUp look_up, Take take) {
   std::vector<char> buffer(kFirstBufferSize);

@@ -16,10 +16,10 @@ namespace {
 
 constexpr long kSecondsPerDay = 24L * 60 * 60;
 
-// The rule of the login programs: expired on the day itself.
+// Login programs count an account as expired on that day itself; so does this.
 bool HasPassed(long day) { return day >= 0 && std::time(nullptr) / kSecondsPerDay >= day; }
 
-// An empty file of accounts is as little of an answer as an unreadable one.
+// A file of accounts that is empty does not tell who has no account; it is treated like an unreadable one.
 bool HasText(const std::string& path) {
   const base::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   char first = '\0';

@@ -12,12 +12,12 @@ class HostAccounts : public Accounts {
  public:
   explicit HostAccounts(const SystemPaths& paths) : passwd_(paths.passwd) {}
 
-  // "Not found" is believed only while the file of the local accounts can be read: the C library asks its
-  // sources in turn, and when the file fails but the next one says "no such account", so does the library.
+  // "Not found" is believed only while the file of the local accounts can be read. The C library asks its
+  // sources in turn, and answers "no such account" too when the file fails but the next source says so.
   //
   // An account is expired from the day of its shadow entry on. Without a shadow entry, or without a shadow
-  // file at all, it never is. When the C library says that it could not read the entry, for lack of rights
-  // too, the whole lookup fails: the answer would otherwise switch a user on or off.
+  // file at all, it never is. When the C library could not read the entry, if only for lack of rights, the
+  // whole lookup fails, because a guess would switch a user on or off.
   [[nodiscard]] Lookup FindByUid(uid_t uid, Account& account) override;
 
  private:

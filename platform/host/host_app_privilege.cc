@@ -40,7 +40,7 @@ int HostAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::
   AccountEntry ignored;
   if (FindAccount(user, ignored) != Lookup::kFound) return -1;
   const int made = ::mkdir(folder_.c_str(), kFolderMode);
-  // Whatever the umask took away.
+  // The umask may have taken bits from the mode of a new folder.
   if (made == 0 ? ::chmod(folder_.c_str(), kFolderMode) != 0 : errno != EEXIST) return -1;
   const base::Errno error =
       EditTextFile(folder_ + '/' + application_id, {.mode = kFileMode, .keep_mode = false},

@@ -1,4 +1,4 @@
-// Application privileges as files: one file per application, one user name per line, for root's eyes only.
+// Application privileges as files: one file per application, one user name per line, readable by root alone.
 #pragma once
 
 #include <string>

@@ -11,7 +11,8 @@
 namespace platform::host {
 namespace {
 
-// "passwd: files [NOTFOUND=return] sss": the words behind the colon, what to do on a result left out.
+// Looks through the words behind the colon of "passwd: files [NOTFOUND=return] sss". What stands in brackets
+// is an action, no source.
 bool NamesSource(std::string_view sources, std::initializer_list<std::string_view> wanted) {
   bool in_brackets = false;
   while (!sources.empty()) {

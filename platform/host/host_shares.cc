@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::array<std::string_view, 3> kNoShares = {"homes", "printers", "print$"};
 
-// The file server takes all quotes off both ends, but leaves a text alone that then still holds one.
+// The file server takes all quotes off both ends, unless the text then still holds one.
 std::string_view Unquote(std::string_view text) {
   const std::size_t begin = text.find_first_not_of('"');
   if (begin == std::string_view::npos) return {};
@@ -31,7 +31,7 @@ std::vector<std::string> SplitWords(std::string_view text) {
   return words;
 }
 
-// A link that leads nowhere, say to a volume that is not mounted, is no answer about shares.
+// A link that leads nowhere, say to a volume that is not mounted, does not mean that there are no shares.
 bool IsThere(const std::string& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0;

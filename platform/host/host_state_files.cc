@@ -21,7 +21,7 @@ namespace {
 
 constexpr mode_t kMode = 0644;
 
-// The mode is set on its own: the process's umask must not hide a state from the package's programs.
+// The mode is set by a call of its own, because the umask would hide the state from the package's programs.
 base::Errno FillPidFile(int file) {
   if (::fchmod(file, kMode) != 0) return base::Errno::Last();
   return base::WriteAll(file, std::to_string(::getpid()) + '\n');
@@ -58,13 +58,13 @@ int HostStateFiles::PLIBCFileSetKeyValue(const std::string& file, const std::str
 }
 
 int HostStateFiles::PLIBCProcPidFileCreate(const std::string& path) {
-  // Exclusive: a link planted at the path is not followed.
+  // Made exclusively, so that a link that somebody put at the path is not followed.
   const base::FileDescriptor file(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));
   if (!file.is_open()) return Fail(base::Errno::Last());
   const base::Errno error = FillPidFile(file.get());
   if (error.ok()) return 0;
-  (void)::unlink(path.c_str());  // half a pid could be somebody else's
+  (void)::unlink(path.c_str());  // the first digits of a pid are another process's pid
   return Fail(error);
 }
 

@@ -38,7 +38,7 @@ base::FileDescriptor Open(const std::string& path, int flags) {
       base::RetryBusy([&] { return ::open(path.c_str(), flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
 }
 
-// btrfs has a number of its own for each mount, which no device carries.
+// Each mount of btrfs has a number of its own, which is that of no device and has the major number 0.
 bool HasDeviceNumber(const Mount& mount) { return major(mount.device_number) != 0; }
 
 bool IsDeviceOf(const base::FileDescriptor& device, const Mount& mount) {
@@ -47,8 +47,8 @@ bool IsDeviceOf(const base::FileDescriptor& device, const Mount& mount) {
   return !HasDeviceNumber(mount) || status.st_rdev == mount.device_number;
 }
 
-// Opens the device of a mount: by the name in the mount table, or by its number where that name is no path or
-// another device's by now.
+// Opens the device of a mount by the name in the mount table, or by its number where that name is no path or
+// belongs to another device by now.
 base::FileDescriptor OpenDevice(const Mount& mount) {
   if (mount.source.starts_with('/')) {
     base::FileDescriptor device = Open(mount.source, 0);
@@ -62,7 +62,7 @@ base::FileDescriptor OpenDevice(const Mount& mount) {
   return IsDeviceOf(device, mount) ? std::move(device) : base::FileDescriptor();
 }
 
-// Says in errno, too, that a failure was not one of a system call.
+// Clears errno first, because a probe can fail without a system call, and RetryBusy() looks at errno.
 int SafeProbe(blkid_probe probe) {
   errno = 0;
   return blkid_do_safeprobe(probe);
@@ -87,7 +87,7 @@ std::optional<std::string> ProbeExtUuid(int device) {
   return uuid;
 }
 
-// Asks the mounted file system itself. Kernels before 6.0 cannot tell, and the headers know it later still.
+// Asks the mounted file system itself. That works from Linux 6.0 on; older headers do not name the requests.
 std::optional<std::string> AskExtUuid(const std::string& mount_point) {
   struct ExtAnswer {
     std::uint32_t length;
@@ -111,7 +111,7 @@ std::optional<std::string> AskExtUuid(const std::string& mount_point) {
 }  // namespace
 
 int HostVolumes::FindMount(const std::string& path, Mount& mount, bool* is_mount_point) const {
-  // The path first: resolving it may be what mounts the volume.
+  // The path is resolved before the table is read, because resolving it may mount the volume.
   const std::optional<std::string> resolved = RealPath(path);
   std::vector<Mount> mounts;
   if (!resolved || ReadMountInfo(mount_info_, mounts) != 0) return -1;

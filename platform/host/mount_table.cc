@@ -13,8 +13,7 @@
 namespace platform::host {
 namespace {
 
-// Text in which the kernel writes a blank, and what else would end the field, as a backslash and three
-// digits.
+// The kernel writes a blank, and whatever else would end a field, as a backslash and three octal digits.
 std::string Decode(std::string_view field) {
   std::string text;
   for (; !field.empty(); field.remove_prefix(1)) {
@@ -54,7 +53,7 @@ bool ParseMountInfo(std::string_view line, Mount& mount) {
       !ParseDevice(TakeField(line), mount.device_number)) {
     return false;
   }
-  (void)TakeField(line);  // the root is of no interest here, nor are the options
+  (void)TakeField(line);  // the root and the options are not needed
   mount.mount_point = Decode(TakeField(line));
   (void)TakeField(line);
   while (!line.empty() && TakeField(line) != "-") continue;
@@ -111,7 +110,7 @@ int ReadMountPoints(const std::string& path, std::vector<std::string>& mount_poi
 const Mount* FindMountOf(const std::vector<Mount>& mounts, const std::string& resolved_path) {
   const std::string_view path = resolved_path;
   const Mount* current = nullptr;
-  std::size_t steps = 0;  // a table that refers to itself in a circle ends the walk
+  std::size_t steps = 0;  // counted, so that the walk ends in a table that refers to itself in a circle
   for (std::size_t end = 1; end != std::string::npos && end <= path.size();) {
     const std::string_view folder = path.substr(0, end);
     for (const Mount* next = FindNext(mounts, current, folder); next != nullptr && steps < mounts.size();

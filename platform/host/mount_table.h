@@ -13,13 +13,13 @@ struct Mount {
   int parent_id = 0;
   dev_t device_number = 0;
   std::string mount_point;
-  std::string source;  // mostly a device path, but whatever was mounted
+  std::string source;  // mostly the path of a device, but any text is possible
   std::string file_system;
 };
 
 // Read a table in the form of /proc/self/mountinfo or of /proc/mounts, in its order, with escapes decoded; a
-// source may be empty. A line that is not in the form is left out. Nothing else is taken off a name: a folder
-// may well be called "x (deleted)". They return 0, or a negative value when not one line could be read.
+// source may be empty. A line that is not in the form is left out. A name is taken as it stands, because
+// a folder may be called "x (deleted)". They return 0, or a negative value when not one line could be read.
 [[nodiscard]] int ReadMountInfo(const std::string& path, std::vector<Mount>& mounts);
 [[nodiscard]] int ReadMountPoints(const std::string& path, std::vector<std::string>& mount_points);
 

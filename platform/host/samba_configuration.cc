@@ -13,8 +13,10 @@
 namespace platform::host {
 namespace {
 
-constexpr std::size_t kMaxDepth = 100;      // of files that include files; the file server's own limit
-constexpr std::size_t kMaxFiles = 100'000;  // a few files that include each other twice never come to an end
+// How deep files may include files; the file server's own limit.
+constexpr std::size_t kMaxDepth = 100;
+// How many files are read: a few that include each other twice would take for ever to reach that depth.
+constexpr std::size_t kMaxFiles = 100'000;
 
 FileSignature SignatureOf(const std::string& path) {
   struct stat status {};
@@ -24,10 +26,10 @@ FileSignature SignatureOf(const std::string& path) {
 
 bool IsBlank(char character) { return base::kBlanks.find(character) != std::string_view::npos; }
 
-// Takes the next line off the front of `rest`; what is continued is brought together. A comment is empty.
+// Takes the next line, with those that continue it, off the front of `rest`. A comment becomes an empty line.
 std::string TakeLine(std::string_view& rest) {
   while (!rest.empty() && IsBlank(rest.front())) rest.remove_prefix(1);
-  const bool is_comment = rest.starts_with('#') || rest.starts_with(';');  // which no backslash continues
+  const bool is_comment = rest.starts_with('#') || rest.starts_with(';');  // no backslash continues it
   std::string line;
   for (bool goes_on = true; goes_on;) {
     const std::size_t size = rest.size();
@@ -100,7 +102,7 @@ class Reader {
 
   void SetGlobalParameter(const std::string& parameter, const std::string& value) {
     if (parameter == "path" || parameter == "directory") default_path_ = value;
-    // Shares elsewhere: in another file, in place of this one, or in the registry.
+    // These say that shares stand elsewhere: in another file in place of this one, or in the registry.
     if (parameter == "configfile" || (parameter == "configbackend" && FoldSambaWord(value) != "file") ||
         (parameter == "registryshares" && IsSambaYes(value))) {
       configuration_.is_complete = false;
@@ -110,7 +112,7 @@ class Reader {
   void Copy(const std::string& name) {
     const auto found = configuration_.sections.find(FoldShareName(name));
     if (section_ == nullptr || found == configuration_.sections.end() || &found->second == section_) {
-      configuration_.is_complete = false;  // with such a line the file server does not even start
+      configuration_.is_complete = false;  // the file server does not start with such a line
       return;
     }
     if (!section_->has_own_path) section_->path = found->second.path;
@@ -118,7 +120,7 @@ class Reader {
   }
 
   base::Errno Include(const std::string& name) {
-    if (depth_ == kMaxDepth) return base::Errno(ELOOP);  // whatever the name is: keep it so
+    if (depth_ == kMaxDepth) return base::Errno(ELOOP);  // even for an empty name: keep it so
     if (name.empty()) return {};
     std::string text;
     const bool is_out_of_reach = FoldShareName(name) == "registry" || name.find('%') != std::string::npos;

@@ -1,11 +1,11 @@
 // The file server's configuration, as far as the program needs it: sections with their folders.
 //
 // Read as the file server reads it, oddities included:
-// - A backslash at the end of a line continues it. Of several blanks in a row the first one stays. A line
-// that
-//   begins with '#' or ';' is a comment; behind a value there are none. What follows a NUL is not seen, a
-//   line without '=' is passed over.
-// - Of a section that comes twice the second part goes on with the first, but for options ("type:name").
+// - A backslash at the end of a line continues it. Of several blanks in a row the first one stays.
+// - A line that begins with '#' or ';' is a comment; there are none behind a value. What follows a NUL is not
+//   seen, and a line without '=' is passed over.
+// - The second part of a section that comes twice goes on with the first, whose options
+//   ("type:name") are dropped.
 // - `path` and `directory` are one parameter. In [global] it is what later sections begin with.
 // - `copy` takes the folder of an earlier section, where the section has set none, and its options.
 // - `include` reads another file's lines in its place; a section that begins there goes on behind it.

@@ -51,7 +51,8 @@ int ToLower(int character) {
   return is_capital ? character + row->distance : character;
 }
 
-// Where a character of one to three bytes begins, and only there, puts its small letter in its place.
+// Replaces a character of one to three bytes that begins at `begin` by its small letter. Does nothing where
+// none begins.
 void LowerAt(std::string& name, std::size_t begin) {
   struct Form {
     std::size_t length;

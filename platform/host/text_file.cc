@@ -40,7 +40,7 @@ base::Errno FindTarget(const std::string& path, std::string& target) {
   return {};
 }
 
-// Owner before mode: a change of owner takes mode bits away.
+// The owner is set before the mode, because a change of owner takes mode bits away.
 base::Errno FillNewFile(int file, const struct stat& status, std::string_view text) {
   struct stat made {};
   if (::fstat(file, &made) != 0) return base::Errno::Last();
@@ -53,9 +53,9 @@ base::Errno FillNewFile(int file, const struct stat& status, std::string_view te
   return base::RetryInterrupted([&] { return ::fsync(file); }) == 0 ? base::Errno() : base::Errno::Last();
 }
 
-// Removes what writers have left that were killed. A file whose writer lives is locked.
+// Removes what killed writers have left. The file of a living writer is locked.
 void RemoveLeftovers(const std::string& folder) {
-  std::error_code error;  // what cannot be tidied now is tidied another time
+  std::error_code error;  // what cannot be removed now is removed by a later edit
   for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string name = entry->path().filename().string();
@@ -72,9 +72,9 @@ base::Errno MakeNewFile(const std::string& folder, std::string& path, base::File
   struct stat status {};
   do {
     path = folder + '/' + std::string(kNewText) + std::string(kRandomPart);
-    file = base::FileDescriptor(::mkostemp(path.data(), O_CLOEXEC));  // exclusive: nothing planted is opened
+    file = base::FileDescriptor(::mkostemp(path.data(), O_CLOEXEC));  // opens nothing that is there already
     if (!file.is_open()) return base::Errno::Last();
-    // Where there are no locks nobody removes leftovers.
+    // A file system without locks lets nobody remove leftovers either.
     (void)base::RetryInterrupted([&] { return ::flock(file.get(), LOCK_EX); });
     if (::fstat(file.get(), &status) != 0) return base::Errno::Last();
   } while (status.st_nlink == 0);
@@ -90,7 +90,7 @@ base::Errno ReplaceFile(const std::string& path, const struct stat& status, std:
   error = FillNewFile(file.get(), status, text);
   if (error.ok() && std::rename(temporary.c_str(), path.c_str()) != 0) error = base::Errno::Last();
   if (!error.ok()) {
-    (void)::unlink(temporary.c_str());  // best effort: the failure is already told
+    (void)::unlink(temporary.c_str());  // the next edit removes what stays
     return error;
   }
   // The new text stands from here on; a folder that cannot be flushed only leaves open which of the two

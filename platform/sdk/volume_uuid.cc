@@ -18,17 +18,15 @@ std::mutex& ProcessLock() {
   return lock;
 }
 
-// Without the lock, for the operations that hold it.
+// For callers that hold the lock.
 int AskBtrfsUuid(Volumes& volumes, const std::string& path, std::string& uuid) {
   FileSystemUuid bytes{};
   const int result = volumes.GetBtrfsUuid(path, bytes);
-  if (result >= 0) uuid = BtrfsUuidToNewForm(bytes);
+  if (result >= 0) uuid = PrintUuid(bytes);
   return result < 0 ? -1 : 0;
 }
 
 }  // namespace
-
-std::string BtrfsUuidToNewForm(const FileSystemUuid& uuid) { return PrintUuid(uuid); }
 
 std::string BtrfsUuidToOldForm(const FileSystemUuid& uuid) {
   FileSystemUuid turned = uuid;

@@ -14,7 +14,7 @@
 
 namespace platform::sdk {
 
-[[nodiscard]] std::string BtrfsUuidToNewForm(const FileSystemUuid& uuid);
+// The old form; PrintUuid() gives the new one.
 [[nodiscard]] std::string BtrfsUuidToOldForm(const FileSystemUuid& uuid);
 
 // The uuid of the volume that holds `path`: btrfs in its new form, ext4 and ext3 as the platform has it. Any

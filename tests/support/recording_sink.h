@@ -12,8 +12,8 @@ namespace tests {
 
 class RecordingSink : public logger::RecordingSink {
  public:
-  // The messages, with "N" in place of the source line in the three kinds of heads: an updater's, the driver's
-  // and a component's. Other numbers belong to the message.
+  // The messages, with "N" in place of the source line in the three kinds of heads: an updater's, the
+  // driver's and a component's. Other numbers belong to the message.
   [[nodiscard]] std::vector<std::string> Texts() const {
     static const std::regex head(R"(^(Strato Folder Updater\(|updater-svr:|\[[^(]*\()\d+)");
     std::vector<std::string> texts;
