@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/interface.h"
 #include "file-op/folder.h"
 #include "file-op/folder_reader.h"
 
@@ -42,13 +43,8 @@ class FolderCursor {
 
 // What is done with the entries of a tree. Every operation returns 0, or a negative value that ends the walk
 // and becomes its result.
-class TraverseHandler {
+class TraverseHandler : public base::Interface {
  public:
-  TraverseHandler() = default;
-  TraverseHandler(const TraverseHandler&) = delete;
-  TraverseHandler& operator=(const TraverseHandler&) = delete;
-  virtual ~TraverseHandler() = default;
-
   // An entry of the folder at which the walk stands. The entries of a folder come in directory order; its
   // folders are walked after that.
   [[nodiscard]] virtual int OnEntry(const FolderCursor& folder, const Entry& entry) = 0;

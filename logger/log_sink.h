@@ -9,18 +9,14 @@
 #include <string>
 #include <string_view>
 
+#include "base/interface.h"
 #include "logger/check.h"
 #include "logger/format.h"
 
 namespace logger {
 
-class LogSink {
+class LogSink : public base::Interface {
  public:
-  LogSink() = default;
-  LogSink(const LogSink&) = delete;
-  LogSink& operator=(const LogSink&) = delete;
-  virtual ~LogSink() = default;
-
   // `priority` is one of syslog's (LOG_ERR ...). `text` is one message as written by the caller, with its
   // line feed if it has one. Returns nothing, because nobody could be told that the log cannot be written.
   // The system log's sink cuts a message that is longer than its socket takes in the middle.

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "base/interface.h"
 #include "platform/lookup.h"
 
 namespace platform {
@@ -17,13 +18,8 @@ struct Account {
   bool expired = false;  // the account's expiry date has passed; mirrored in the user table's attribute bit 2
 };
 
-class Accounts {
+class Accounts : public base::Interface {
  public:
-  Accounts() = default;
-  Accounts(const Accounts&) = delete;
-  Accounts& operator=(const Accounts&) = delete;
-  virtual ~Accounts() = default;
-
   [[nodiscard]] virtual Lookup FindByUid(uid_t uid, Account& account) = 0;
 };
 

@@ -3,15 +3,12 @@
 
 #include <string>
 
+#include "base/interface.h"
+
 namespace platform {
 
-class AppPrivilege {
+class AppPrivilege : public base::Interface {
  public:
-  AppPrivilege() = default;
-  AppPrivilege(const AppPrivilege&) = delete;
-  AppPrivilege& operator=(const AppPrivilege&) = delete;
-  virtual ~AppPrivilege() = default;
-
   // Allows the user the application; allowing twice is success. Returns 0, or a negative value when the user
   // is refused (an unknown account) or the privilege could not be stored.
   [[nodiscard]] virtual int PLIBAppPrivUserAddOne(const std::string& user,

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "base/interface.h"
 #include "platform/lookup.h"
 
 namespace platform {
@@ -15,13 +16,8 @@ struct Share {
   std::vector<std::string> flags;  // "dhos", "share_replica_demote", ...
 };
 
-class Shares {
+class Shares : public base::Interface {
  public:
-  Shares() = default;
-  Shares(const Shares&) = delete;
-  Shares& operator=(const Shares&) = delete;
-  virtual ~Shares() = default;
-
   // Names are compared without regard to case.
   [[nodiscard]] virtual Lookup Open(const std::string& name, Share& share) = 0;
 };

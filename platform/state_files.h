@@ -6,15 +6,12 @@
 #include <span>
 #include <string>
 
+#include "base/interface.h"
+
 namespace platform {
 
-class StateFiles {
+class StateFiles : public base::Interface {
  public:
-  StateFiles() = default;
-  StateFiles(const StateFiles&) = delete;
-  StateFiles& operator=(const StateFiles&) = delete;
-  virtual ~StateFiles() = default;
-
   // Reads the value of `key` into `buffer`, cut to what fits and always ended by a zero byte. Returns the
   // length of the text in the buffer; less than 1 when the file cannot be read, has no such key, or the value
   // is empty. `flags` is 0.

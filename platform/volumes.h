@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/interface.h"
+
 namespace platform {
 
 struct VolumeInfo {
@@ -28,13 +30,8 @@ struct BtrfsSuperblock {
 inline constexpr unsigned long long kBtrfsMagic = 0x4D5F53665248425FULL;  // "_BHRfS_M"
 
 // Every operation returns 0 on success and a negative value on failure, with its out argument unchanged.
-class Volumes {
+class Volumes : public base::Interface {
  public:
-  Volumes() = default;
-  Volumes(const Volumes&) = delete;
-  Volumes& operator=(const Volumes&) = delete;
-  virtual ~Volumes() = default;
-
   // Negative when the path, links resolved, is not itself the mount point of a volume.
   [[nodiscard]] virtual int PLATMountVolInfoGet(const std::string& path, VolumeInfo& info) = 0;
 
