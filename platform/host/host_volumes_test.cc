@@ -1,6 +1,7 @@
 #include "platform/host/host_volumes.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -16,7 +17,8 @@ namespace {
 using platform::FileSystemType;
 using platform::host::HostVolumes;
 
-constexpr char kUuid[] = "a0b1c2d3-e4f5-4607-8899-aabbccddeeff";
+// Of this process alone, because the kernel gives a second btrfs of one uuid another one.
+const std::string kUuid = "a0b1c2d3-e4f5-4607-8899-aab" + std::to_string(100'000'000 + ::getpid());
 
 TEST(MountTable, IsWalkedLikeThePathItself) {
   const tests::TemporaryFolder folder;
@@ -65,7 +67,7 @@ TEST(HostVolumes, TypeAndUuidOfEachFileSystemAlsoWithoutThePathOfItsDevice) {
   HostVolumes volumes{platform::SystemPaths{}};
   std::unique_ptr<tests::ScopedMount> mount;  // goes before the folder
   std::string uuid;
-  const std::tuple<std::string, FileSystemType, const char*> cases[] = {
+  const std::tuple<std::string, FileSystemType, std::string> cases[] = {
       {"btrfs", FileSystemType::kBtrfs, kUuid},
       {"ext2", FileSystemType::kOther, "(failed)"},
       {"ext3", FileSystemType::kExt3, kUuid},
