@@ -1,17 +1,13 @@
 // The check of the upgraded databases against the users, shares and volumes of the machine.
 #pragma once
 
+#include "base/interface.h"
 #include "package/layout.h"
 
 namespace updater {
 
-class ConsistencyCheck {
+class ConsistencyCheck : public base::Interface {
  public:
-  ConsistencyCheck() = default;
-  ConsistencyCheck(const ConsistencyCheck&) = delete;
-  ConsistencyCheck& operator=(const ConsistencyCheck&) = delete;
-  virtual ~ConsistencyCheck() = default;
-
   // Checks the live databases, which are in place by then. Returns 0, or a negative value when the run has to
   // end in "upgradefail"; what was removed until then stays removed.
   [[nodiscard]] virtual int Run(const package::VolumePaths& paths) = 0;

@@ -22,8 +22,7 @@ int ServiceStatus::GetServiceStatus(std::string& status) {
   if (access(paths_.package_enabled.c_str(), F_OK) != 0) return 0;
   const std::string& file = paths_.service_status;
   if (access(file.c_str(), F_OK) != 0) {
-    const base::Errno error = base::Errno::Last();
-    logger::ComponentError(kComponent, "access(%s): %s (%d)\n", file, error.Text(), error.number());
+    logger::ComponentErrno(kComponent, base::Errno::Last(), "access(%s): %s (%d)\n", file);
     return 0;
   }
   std::array<char, kStatusBufferSize> buffer = {};

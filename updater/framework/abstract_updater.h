@@ -3,17 +3,13 @@
 
 #include <string>
 
+#include "base/interface.h"
 #include "updater/framework/version.h"
 
 namespace updater {
 
-class AbstractUpdater {
+class AbstractUpdater : public base::Interface {
  public:
-  AbstractUpdater() = default;
-  AbstractUpdater(const AbstractUpdater&) = delete;
-  AbstractUpdater& operator=(const AbstractUpdater&) = delete;
-  virtual ~AbstractUpdater() = default;
-
   // Performs the upgrade. Returns 0, or a negative value on failure. Run at most once per object.
   [[nodiscard]] virtual int Update() { return -1; }
   [[nodiscard]] virtual Version GetFromVersion() const = 0;

@@ -6,18 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "base/interface.h"
 #include "updater/framework/abstract_updater.h"
 
 namespace updater {
 
 // Told about every updater of a running chain. Borrowed by the framework.
-class RunObserver {
+class RunObserver : public base::Interface {
  public:
-  RunObserver() = default;
-  RunObserver(const RunObserver&) = delete;
-  RunObserver& operator=(const RunObserver&) = delete;
-  virtual ~RunObserver() = default;
-
   virtual void BeforeUpdate(const AbstractUpdater& updater) = 0;
   virtual void AfterUpdate(const AbstractUpdater& updater, int result) = 0;
 };

@@ -2,17 +2,13 @@
 // server updaters, and bring databases older than 2577 to 2577.
 #pragma once
 
+#include "base/interface.h"
 #include "package/layout.h"
 
 namespace updater::legacy {
 
-class LegacyChain {
+class LegacyChain : public base::Interface {
  public:
-  LegacyChain() = default;
-  LegacyChain(const LegacyChain&) = delete;
-  LegacyChain& operator=(const LegacyChain&) = delete;
-  virtual ~LegacyChain() = default;
-
   // Runs step V<number> on the working copies: 1 and 3 to 11, in this order; there is no V2. The client
   // working copy exists from V7 on. Returns 0 or above when the databases are ready for the next step, a
   // negative value on failure.
