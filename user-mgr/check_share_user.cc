@@ -23,11 +23,11 @@ platform::Lookup FindShare(const UserRecord& user, CheckRun& run, platform::Shar
   why = "there is no such share";
   if (opened != platform::Lookup::kFound) return opened;
 
-  const MountTable* mounts = run.Mounts();
+  const MountPoints* mounts = run.Mounts();
   if (mounts == nullptr) return platform::Lookup::kFailed;
   const bool may_hold_mounts = (user.attribute & kSuspended) != 0;
   why = "a file system is mounted in the folder of the share";
-  if (!may_hold_mounts && mounts->HasMountAtOrBelow(share.path)) return platform::Lookup::kNotFound;
+  if (!may_hold_mounts && mounts->AnyAtOrBelow(share.path)) return platform::Lookup::kNotFound;
   why = "the share is a replica";
   return IsReplica(share) ? platform::Lookup::kNotFound : platform::Lookup::kFound;
 }

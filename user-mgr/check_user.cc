@@ -11,7 +11,7 @@ bool CheckRun::IsUserHomeEnabled() {
   return *user_home_enabled_;
 }
 
-const MountTable* CheckRun::Mounts() {
+const MountPoints* CheckRun::Mounts() {
   if (!mounts_) {
     std::vector<std::string> mount_points;
     if (platform_.volumes.ListMountPoints(mount_points) < 0) {

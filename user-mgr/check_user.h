@@ -6,7 +6,7 @@
 
 #include "platform/platform.h"
 #include "user-mgr/damaged_rows.h"
-#include "user-mgr/mount_table.h"
+#include "user-mgr/mount_points.h"
 #include "user-mgr/records.h"
 
 namespace user_mgr {
@@ -27,7 +27,7 @@ class CheckRun {
   [[nodiscard]] const platform::Platform& platform() const { return platform_; }
   [[nodiscard]] bool IsUserHomeEnabled();
   // Null, after logging, when the mount points cannot be read.
-  [[nodiscard]] const MountTable* Mounts();
+  [[nodiscard]] const MountPoints* Mounts();
 
   // Notes that the row of a user, whose account or share is gone, was removed. Returns 0, or -1 after logging
   // when the other users of its view cannot be looked for. Does not take the lock.
@@ -39,7 +39,7 @@ class CheckRun {
  private:
   const platform::Platform& platform_;
   std::optional<bool> user_home_enabled_;
-  std::optional<MountTable> mounts_;
+  std::optional<MountPoints> mounts_;
 };
 
 // Each brings one user in line with the machine, or removes it. Returns 0, or -1 after logging; a question

@@ -1,4 +1,4 @@
-#include "user-mgr/mount_table.h"
+#include "user-mgr/mount_points.h"
 
 #include <algorithm>
 
@@ -18,13 +18,13 @@ bool IsExcluded(const std::string& mount_point) {
 
 }  // namespace
 
-MountTable::MountTable(std::vector<std::string> mount_points) : mount_points_(std::move(mount_points)) {
+MountPoints::MountPoints(std::vector<std::string> mount_points) : mount_points_(std::move(mount_points)) {
   mount_points_.erase(std::remove_if(mount_points_.begin(), mount_points_.end(), IsExcluded),
                       mount_points_.end());
   std::sort(mount_points_.begin(), mount_points_.end());
 }
 
-bool MountTable::HasMountAtOrBelow(std::string path) const {
+bool MountPoints::AnyAtOrBelow(std::string path) const {
   path.erase(path.find_last_not_of('/') + 1);
   if (std::binary_search(mount_points_.begin(), mount_points_.end(), path)) return true;
   path += '/';
