@@ -15,13 +15,9 @@ bool HasLayout(sqlite3* db, const std::string& path, const std::string& table_na
   if (status.ok() && tables == table_count) {
     status = db_util::QueryInt(db, "SELECT value FROM config_table WHERE key = 'version';", version);
   }
-  if (!status.ok()) {
-    logger::ComponentError(kComponent, "cannot read %s: %s (%d)\n", path, status.message, status.code);
-    return false;
-  }
-  if (tables == table_count && version == package::kCurrentVersion) return true;
-  logger::ComponentError(kComponent, "%s is not a database of version %d\n", path, package::kCurrentVersion);
-  return false;
+  return Check(status, "cannot read %s: %s (%d)\n", path, status.message, status.code) &&
+         Check(tables == table_count && version == package::kCurrentVersion,
+               "%s is not a database of version %d\n", path, package::kCurrentVersion);
 }
 
 }  // namespace db

@@ -1,4 +1,4 @@
-// The text form of a mac attribute, and the SQL functions that read it.
+// The SQL functions that read the text form of a mac attribute.
 //
 // A mac attribute is a list of key=value pairs joined by '&'. It begins with the volume that holds the
 // attribute's file, "uuid=<uuid>&", and names the file there by the key "file_id".
@@ -6,15 +6,9 @@
 
 #include <sqlite3.h>
 
-#include <string>
-#include <string_view>
-
 #include "db-util/status.h"
 
 namespace db {
-
-// The value of a key in the list; empty when there is none.
-[[nodiscard]] std::string_view MacAttributeValue(std::string_view attribute, std::string_view key);
 
 // Registers get_mac_attr_uuid(attribute), text and '' when there is none, and
 // get_mac_attr_file_id(attribute), an integer and 0 when there is none, on one connection. The view

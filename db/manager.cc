@@ -36,21 +36,15 @@ void CloseView(ViewId view_id) {
   GetState().views.erase(begin, end);
 }
 
-int Fail(const char* operation, const db_util::Status& failure) {
-  logger::ComponentError(kComponent, "%s: %s (%d)\n", operation, failure.message, failure.code);
-  return -1;
-}
-
 }  // namespace
 
 int Manager::Initialize(const std::string& folder) {
   Destroy(false);
   package::PackagePaths paths = package::PathsInSyncFolder(folder);
   db_util::Database data;
-  db_util::Status status = db_util::OpenQuietly(paths.data, data, db_util::OpenMode::kReadWrite);
-  if (!status.ok()) {
-    status.message = "cannot open " + paths.data + ": " + status.message;
-    return Fail("Initialize", status);
+  const db_util::Status status = db_util::OpenQuietly(paths.data, data, db_util::OpenMode::kReadWrite);
+  if (!Check(status, "Initialize: cannot open %s: %s (%d)\n", paths.data, status.message, status.code)) {
+    return -1;
   }
   (void)sqlite3_busy_timeout(data.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
   if (!HasLayout(data.get(), paths.data, kDataTables, kDataTableCount)) return -1;
@@ -82,7 +76,7 @@ int Manager::EnumVolumeTable(std::map<std::string, std::string>& volumes) {
         found.insert_or_assign(std::move(uuid), std::move(path));
         return true;
       });
-  if (!status.ok()) return Fail("EnumVolumeTable", status);
+  if (!Check(status, "EnumVolumeTable: %s (%d)\n", status.message, status.code)) return -1;
   volumes = std::move(found);
   return 0;
 }
@@ -96,7 +90,7 @@ int Manager::DeleteUuidFromVolumeTable(const std::string& uuid) {
           : db_util::FormatSql(statement, "DELETE FROM volume_table WHERE uuid = %Q;", uuid);
   if (!formatted) return -1;
   const db_util::Status status = db_util::Execute(GetState().data.get(), statement);
-  return status.ok() ? 0 : Fail("DeleteUuidFromVolumeTable", status);
+  return logger::ToResult(Check(status, "DeleteUuidFromVolumeTable: %s (%d)\n", status.message, status.code));
 }
 
 int Manager::GetViewDB(ViewId view_id, std::shared_ptr<ViewDBInterface>& view_db) {

@@ -12,8 +12,8 @@ constexpr const char* kViewTables =
     "'node_table', 'version_table', 'tree_table', 'remove_file_table', 'config_table'";
 constexpr int kViewTableCount = 5;
 
-// The uuid and the ids of the rows at hand stand in temporary tables, so that every table of the view is read
-// a fixed number of times and no index on it is needed.
+// Temporary tables hold the uuid and the ids of the rows that go, so that every table of the view is read a
+// fixed number of times, and needs no index.
 constexpr const char* kCreateTemporaryTables =
     "CREATE TEMP TABLE IF NOT EXISTS gone_volume (uuid VARCHAR);"
     "CREATE TEMP TABLE IF NOT EXISTS gone_node (node_id INTEGER PRIMARY KEY);"
@@ -44,7 +44,7 @@ constexpr const char* kDeleteRecords =
     "UPDATE main.node_table SET ver_cnt ="
     " (SELECT t.ver_cnt FROM temp.touched_node AS t WHERE t.node_id = main.node_table.node_id)"
     " WHERE node_id IN (SELECT node_id FROM temp.touched_node);"
-    // Last: the delete trigger has just queued files of the volume.
+    // These go last, because the delete trigger has just queued files of the volume.
     "DELETE FROM main.remove_file_table WHERE uuid = (SELECT uuid FROM temp.gone_volume);"
     "COMMIT;";
 
@@ -54,10 +54,7 @@ std::shared_ptr<SqliteViewDb> SqliteViewDb::Open(const std::string& path) {
   db_util::Database db;
   db_util::Status status = db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite);
   if (status.ok()) status = RegisterMacAttributeFunctions(db.get());
-  if (!status.ok()) {
-    logger::ComponentError(kComponent, "cannot open %s: %s (%d)\n", path, status.message, status.code);
-    return nullptr;
-  }
+  if (!Check(status, "cannot open %s: %s (%d)\n", path, status.message, status.code)) return nullptr;
   (void)sqlite3_busy_timeout(db.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
   if (!HasLayout(db.get(), path, kViewTables, kViewTableCount)) return nullptr;
   return std::make_shared<SqliteViewDb>(std::move(db));
@@ -65,14 +62,13 @@ std::shared_ptr<SqliteViewDb> SqliteViewDb::Open(const std::string& path) {
 
 int SqliteViewDb::DeleteRecordWithUuid(const std::string& uuid) {
   if (!db_) return -1;
-  if (uuid.empty()) return 0;  // rows and attributes without a uuid lie on no volume
+  if (uuid.empty()) return 0;  // what has no uuid lies on no volume
   std::string script;
   if (!db_util::FormatSql(script, "INSERT INTO temp.gone_volume VALUES (%Q);", uuid)) return -1;
   const db_util::Status status =
       db_util::Execute(db_.get(), kCreateTemporaryTables + script + kDeleteRecords);
-  if (status.ok()) return 0;
-  logger::ComponentError(kComponent, "DeleteRecordWithUuid: %s (%d)\n", status.message, status.code);
-  (void)db_util::Execute(db_.get(), "ROLLBACK;");  // the failure that led here has been told
+  if (Check(status, "DeleteRecordWithUuid: %s (%d)\n", status.message, status.code)) return 0;
+  (void)db_util::Execute(db_.get(), "ROLLBACK;");  // the failure that led here has been logged
   return -1;
 }
 

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "base/errno.h"
+#include "logger/check.h"
 #include "logger/format.h"
 
 namespace logger {
@@ -45,7 +46,17 @@ void ComponentLog(const Component& component, Level level, const PrintfFormat<Ar
   WriteComponentLine(component, level, format.line(), FormatText<Args...>(format, args...));
 }
 
-// The same at level error, which is nearly all of them.
+// Passes on whether a step went well, and logs `failure` at level error if not.
+template <typename Outcome, typename... Args>
+[[nodiscard]] bool CheckOrLog(const Component& component, const Outcome& outcome,
+                              const PrintfFormat<Args...>& failure, const Args&... args) {
+  const auto write = [&component](int source_line, const std::string& text) {
+    WriteComponentLine(component, Level::kError, source_line, text);
+  };
+  return CheckOr<decltype(write), Outcome, Args...>(write, outcome, failure, args...);
+}
+
+// The same as ComponentLog at level error, which is nearly all of them.
 template <typename... Args>
 void ComponentError(const Component& component, const PrintfFormat<Args...>& format, const Args&... args) {
   ComponentLog<Args...>(component, Level::kError, format, args...);

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <string>
 
+#include "base/errno.h"
+#include "base/file_descriptor.h"
 #include "user-mgr/user_manager.h"
 
 namespace user_mgr {
@@ -12,8 +14,7 @@ class Access {
  public:
   Access() = delete;
 
-  static sqlite3* db() { return UserManager::db.get(); }                          // null when closed
-  static const platform::Platform* platform() { return UserManager::platform_; }  // null when not configured
+  static sqlite3* db() { return UserManager::db.get(); }  // null when closed
 };
 
 // Holds the lock for its own lifetime: the mutex first, then the lock file. Not recursive.
@@ -28,8 +29,8 @@ class ScopedLock {
   std::lock_guard<std::mutex> threads_{UserManager::mutex};
 };
 
-// Opens the lock file, which is made when missing, for ScopedLock. Links are not followed, and only a regular
-// file will do. Returns the descriptor, or -1 with errno set.
-[[nodiscard]] int OpenLockFile(const std::string& path);
+// Opens the lock file for ScopedLock, and makes it when it is missing. Does not follow links. Anything but a
+// regular file is EINVAL. `file` is replaced on success only.
+[[nodiscard]] base::Errno OpenLockFile(const std::string& path, base::FileDescriptor& file);
 
 }  // namespace user_mgr

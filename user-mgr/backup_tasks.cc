@@ -25,13 +25,13 @@ bool ReadPath(sqlite3_stmt* row, std::string& path) {
 }  // namespace
 
 int UserManager::EnumBackupTask(std::list<BackupTask>& tasks) {
-  return ReadList<BackupTask>("EnumBackupTask", kSelectTask, &ReadTask, tasks);
+  return ToResult(ReadList<BackupTask>("EnumBackupTask", kSelectTask, &ReadTask, tasks));
 }
 
 int UserManager::EnumBackupTask(const std::string& session, std::list<BackupTask>& tasks) {
   Script query(kSelectTask);
   query.Add(" WHERE session = %Q", session);
-  return ReadList<BackupTask>("EnumBackupTask", query.text(), &ReadTask, tasks);
+  return ToResult(ReadList<BackupTask>("EnumBackupTask", query.text(), &ReadTask, tasks));
 }
 
 int UserManager::SetBackupTask(const std::string& session, const std::list<BackupTask>& tasks) {
@@ -43,7 +43,7 @@ int UserManager::SetBackupTask(const std::string& session, const std::list<Backu
         session, task.view_id, task.relative_path, task.is_readonly);
   }
   script.Add("END TRANSACTION;");
-  return Checked(Execute(script.text()), "UserManager::SetBackupTask fail for session %s\n", session);
+  return ToResult(Check(Execute(script.text()), "UserManager::SetBackupTask fail for session %s\n", session));
 }
 
 int UserManager::EnumConflictPath(const std::string& session, ViewId view_id,
@@ -51,7 +51,7 @@ int UserManager::EnumConflictPath(const std::string& session, ViewId view_id,
   Script query("SELECT relative_path FROM backup_task_table WHERE");
   if (!session.empty()) query.Add(" session != %Q AND", session);
   query.Add(" view_id = %llu", view_id);
-  return ReadList<std::string>("EnumConflictPath", query.text(), &ReadPath, relative_paths);
+  return ToResult(ReadList<std::string>("EnumConflictPath", query.text(), &ReadPath, relative_paths));
 }
 
 }  // namespace user_mgr

@@ -13,8 +13,8 @@ bool IsReplica(const platform::Share& share) {
          });
 }
 
-// kFound: the user stays; kNotFound: its share cannot be synchronised (any more), with the reason in `why`;
-// kFailed after logging.
+// Returns kFound when the user stays, kNotFound with the reason in `why` when its share cannot be
+// synchronised, and kFailed after logging.
 platform::Lookup FindShare(const UserRecord& user, CheckRun& run, platform::Share& share, const char*& why) {
   const platform::Lookup opened = run.platform().shares.Open(user.name, share);
   if (opened == platform::Lookup::kFailed) {
@@ -32,24 +32,23 @@ platform::Lookup FindShare(const UserRecord& user, CheckRun& run, platform::Shar
   return IsReplica(share) ? platform::Lookup::kNotFound : platform::Lookup::kFound;
 }
 
-int KeepShareUser(const UserRecord& user, const platform::Share& share) {
-  if (share.path == user.watch_path) return 0;
-  return Checked(UpdateWatchPath(user.view_id, share.path),
-                 "UserManager::CheckShareUser fail to update watch path %s to share '%s'.\n", share.path,
-                 user.name);
+bool KeepShareUser(const UserRecord& user, const platform::Share& share) {
+  if (share.path == user.watch_path) return true;
+  return Check(UpdateWatchPath(user.view_id, share.path),
+               "UserManager::CheckShareUser fail to update watch path %s to share '%s'.\n", share.path,
+               user.name);
 }
 
 // Sessions and backup tasks of the share user stay.
-int RemoveShareUserOf(const UserRecord& user, CheckRun& run, const char* why) {
-  if (UserManager::RemoveShareUser(user.name) < 0) {
-    return Checked(-1, "UserManager::CheckShareUser fail to RemoveShareUser %s\n", user.name);
-  }
-  return run.NoteRemoval(user, why);
+bool RemoveShareUserOf(const UserRecord& user, CheckRun& run, const char* why) {
+  return Check(UserManager::RemoveShareUser(user.name),
+               "UserManager::CheckShareUser fail to RemoveShareUser %s\n", user.name) &&
+         run.NoteRemoval(user, why);
 }
 
 }  // namespace
 
-int CheckShareUser(const UserRecord& user, CheckRun& run) {
+bool CheckShareUser(const UserRecord& user, CheckRun& run) {
   platform::Share share;
   const char* why = "";
   switch (FindShare(user, run, share, why)) {
@@ -60,7 +59,7 @@ int CheckShareUser(const UserRecord& user, CheckRun& run) {
     case platform::Lookup::kFailed:
       break;
   }
-  return -1;
+  return false;
 }
 
 }  // namespace user_mgr

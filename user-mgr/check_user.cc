@@ -5,6 +5,22 @@
 #include "user-mgr/statement.h"
 
 namespace user_mgr {
+namespace {
+
+bool LookForUsers(ViewId view_id, bool& found) {
+  std::string query;
+  if (!FormatStatement(query, "", "SELECT EXISTS (SELECT 1 FROM user_table WHERE view_id = %llu);",
+                       view_id)) {
+    return false;
+  }
+  int exists = 0;
+  const db_util::Status status = db_util::QueryInt(Access::db(), query, exists);
+  found = exists != 0;
+  return Check(status, "UserManager::SelfCheck fail to look for users of view %llu: %s (%d)\n", view_id,
+               status.message, status.code);
+}
+
+}  // namespace
 
 bool CheckRun::IsUserHomeEnabled() {
   if (!user_home_enabled_) user_home_enabled_ = platform_.services.IsUserHomeEnabled();
@@ -14,8 +30,8 @@ bool CheckRun::IsUserHomeEnabled() {
 const MountPoints* CheckRun::Mounts() {
   if (!mounts_) {
     std::vector<std::string> mount_points;
-    if (platform_.volumes.ListMountPoints(mount_points) < 0) {
-      logger::ComponentError(kComponent, "UserManager::SelfCheck fail to read the mount points\n");
+    if (!Check(platform_.volumes.ListMountPoints(mount_points),
+               "UserManager::SelfCheck fail to read the mount points\n")) {
       return nullptr;
     }
     mounts_.emplace(std::move(mount_points));
@@ -23,23 +39,11 @@ const MountPoints* CheckRun::Mounts() {
   return &*mounts_;
 }
 
-int CheckRun::NoteRemoval(const UserRecord& user, const char* why) {
-  if (!damaged.MayBeShared(user.view_id)) {
-    removed.push_back({user, why, false});
-    return 0;
-  }
-  std::string query;
-  if (!FormatStatement(query, "", "SELECT EXISTS (SELECT 1 FROM user_table WHERE view_id = %llu);",
-                       user.view_id))
-    return -1;
-  int others = 0;
-  const db_util::Status result = db_util::QueryInt(Access::db(), query, others);
-  if (!result.ok()) {
-    return Checked(-1, "UserManager::SelfCheck fail to look for users of view %llu: %s (%d)\n", user.view_id,
-                   result.message, result.code);
-  }
-  removed.push_back({user, why, others != 0});
-  return 0;
+bool CheckRun::NoteRemoval(const UserRecord& user, const char* why) {
+  bool shares_view = false;
+  if (damaged.MayBeShared(user.view_id) && !LookForUsers(user.view_id, shares_view)) return false;
+  removed.push_back({user, why, shares_view});
+  return true;
 }
 
 void ReportRemoval(const UserRecord& user, const char* why) {
@@ -48,7 +52,7 @@ void ReportRemoval(const UserRecord& user, const char* why) {
                        user.name, user.uid, static_cast<int>(user.user_type), user.view_id, why);
 }
 
-int UpdateWatchPath(ViewId view_id, const std::string& watch_path) {
+bool UpdateWatchPath(ViewId view_id, const std::string& watch_path) {
   return Run("UPDATE user_table SET watch_path = %Q WHERE view_id = %llu; ", watch_path, view_id);
 }
 

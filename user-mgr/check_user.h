@@ -18,8 +18,8 @@ struct RemovedUser {
   bool shares_view = false;  // another user row named the same view when this one went
 };
 
-// What the users of one check share. The state of the machine is asked for when it is first needed, and then
-// stands for the whole check.
+// What the users of one check share. The machine is asked for its state when that is first needed; the answer
+// then holds for the whole check.
 class CheckRun {
  public:
   explicit CheckRun(const platform::Platform& platform) : platform_(platform) {}
@@ -29,9 +29,9 @@ class CheckRun {
   // Null, after logging, when the mount points cannot be read.
   [[nodiscard]] const MountPoints* Mounts();
 
-  // Notes that the row of a user, whose account or share is gone, was removed. Returns 0, or -1 after logging
-  // when the other users of its view cannot be looked for. Does not take the lock.
-  [[nodiscard]] int NoteRemoval(const UserRecord& user, const char* why);
+  // Notes that the row of a user whose account or share is gone was removed. Fails, after logging, when the
+  // other users of its view cannot be looked for. Does not take the lock.
+  [[nodiscard]] bool NoteRemoval(const UserRecord& user, const char* why);
 
   DamagedRows damaged;
   std::list<RemovedUser> removed;  // by NoteRemoval, in this order
@@ -42,15 +42,15 @@ class CheckRun {
   std::optional<MountPoints> mounts_;
 };
 
-// Each brings one user in line with the machine, or removes it. Returns 0, or -1 after logging; a question
-// that the machine could not answer is a failure, never a reason to remove.
-[[nodiscard]] int CheckShareUser(const UserRecord& user, CheckRun& run);
-[[nodiscard]] int CheckNormalUser(const UserRecord& user, CheckRun& run);
+// Each brings one user in line with the machine, or removes it. A failure is logged. When the machine cannot
+// answer a question, the check fails: that is never a reason to remove a user.
+[[nodiscard]] bool CheckShareUser(const UserRecord& user, CheckRun& run);
+[[nodiscard]] bool CheckNormalUser(const UserRecord& user, CheckRun& run);
 
 // Tells, at level warning, that a user was removed, and why.
 void ReportRemoval(const UserRecord& user, const char* why);
 
-// Writes the folder that is synchronised for a view's user. Returns 0, or -1 after logging SQLite's message.
-[[nodiscard]] int UpdateWatchPath(ViewId view_id, const std::string& watch_path);
+// Writes the folder that is synchronised for a view's user. A failure is logged with SQLite's message.
+[[nodiscard]] bool UpdateWatchPath(ViewId view_id, const std::string& watch_path);
 
 }  // namespace user_mgr

@@ -7,8 +7,8 @@
 namespace user_mgr {
 namespace {
 
-// Statements find users by view, by type or by name, so one that is meant for a sound row can match a damaged
-// one, too. Temporary triggers, which only this connection sees, make it pass over that row.
+// Statements find users by view, by type or by name, so that a statement for a sound row may match a damaged
+// row as well. Temporary triggers, which only this connection sees, make it pass over the damaged one.
 constexpr char kCreateTable[] = "CREATE TEMP TABLE damaged_user (id INTEGER PRIMARY KEY);";
 constexpr char kCreateTriggers[] =
     "CREATE TEMP TRIGGER keep_damaged_user BEFORE UPDATE ON main.user_table"
@@ -43,10 +43,10 @@ const char* Describe(Damage damage) {
 
 }  // namespace
 
-int DamagedRows::Find() {
+bool DamagedRows::Find() {
   inserts_.clear();
   views_.clear();
-  const int result = ForEachRow("EnumUser", kSelectUser, [this](sqlite3_stmt* row) {
+  const bool complete = ForEachRow("EnumUser", kSelectUser, [this](sqlite3_stmt* row) {
     const Damage damage = DamageOf(row);
     views_.push_back(ColumnId(row, 2));
     if (damage == Damage::kNone) return;
@@ -57,7 +57,7 @@ int DamagedRows::Find() {
     inserts_ += "INSERT OR IGNORE INTO temp.damaged_user VALUES (" + std::to_string(id) + ");";
   });
   std::sort(views_.begin(), views_.end());
-  return result;
+  return complete;
 }
 
 bool DamagedRows::MayBeShared(ViewId view) const {
@@ -65,10 +65,10 @@ bool DamagedRows::MayBeShared(ViewId view) const {
   return last - first > 1;
 }
 
-int DamagedRows::Protect() const {
-  return inserts_.empty() ? 0 : ExecuteWithoutLock(kCreateTable + inserts_ + kCreateTriggers);
+bool DamagedRows::Protect() const {
+  return inserts_.empty() || ExecuteWithoutLock(kCreateTable + inserts_ + kCreateTriggers);
 }
 
-int DamagedRows::Unprotect() const { return inserts_.empty() ? 0 : ExecuteWithoutLock(kDrop); }
+bool DamagedRows::Unprotect() const { return inserts_.empty() || ExecuteWithoutLock(kDrop); }
 
 }  // namespace user_mgr

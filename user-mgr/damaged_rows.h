@@ -1,4 +1,5 @@
-// The user rows that the self-check leaves alone, because what they hold could be taken for somebody else's.
+// The user rows that the self-check leaves alone, because SQLite would take what they hold for the number or
+// the name of another user. A step that fails here has logged SQLite's message.
 #pragma once
 
 #include <string>
@@ -10,17 +11,16 @@ namespace user_mgr {
 
 class DamagedRows {
  public:
-  // Finds them, with a warning for each. Returns 0, or -1 after logging SQLite's message.
-  [[nodiscard]] int Find();
+  // Finds them, with a warning for each.
+  [[nodiscard]] bool Find();
 
   // From Protect to Unprotect every statement of this connection passes over these rows, their sessions and
-  // the backup tasks of these: it neither changes nor removes them. Nothing happens when there are no such
-  // rows. What Protect makes belongs to the transaction that is open, if any. Both return 0, or -1 after
-  // logging SQLite's message.
-  [[nodiscard]] int Protect() const;
-  [[nodiscard]] int Unprotect() const;
+  // the backup tasks of these: it neither changes nor removes them. Both do nothing when there are no such
+  // rows. What Protect makes belongs to the transaction that is open, if any.
+  [[nodiscard]] bool Protect() const;
+  [[nodiscard]] bool Unprotect() const;
 
-  // False when no two rows named the view at the time of Find: nobody has to ask the table again then.
+  // False when no two rows named the view at the time of Find. The table need not be asked again then.
   [[nodiscard]] bool MayBeShared(ViewId view) const;
 
  private:

@@ -1,8 +1,4 @@
 // Opening and closing the manager, and its transactions.
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <random>
 
@@ -14,14 +10,22 @@
 namespace user_mgr {
 namespace {
 
-int OpenUserDatabase(const std::string& path, db_util::Database& opened) {
-  // An empty path would be a database in memory, good for nothing.
+bool OpenUserDatabase(const std::string& path, db_util::Database& opened) {
+  // SQLite would open an empty path as a database in memory, where no user would be found.
   const db_util::Status status = path.empty()
                                      ? db_util::StatusOf(SQLITE_CANTOPEN)
                                      : db_util::OpenQuietly(path, opened, db_util::OpenMode::kCreate);
-  if (status.ok()) return 0;
-  logger::ComponentError(kComponent, "sqlite3_open(%s): %s (%d)\n", path, status.message, status.code);
-  return -1;
+  return Check(status, "sqlite3_open(%s): %s (%d)\n", path, status.message, status.code);
+}
+
+bool PrepareUserDatabase(sqlite3* db) {
+  (void)sqlite3_busy_timeout(db, db_util::kBusyTimeoutMs);  // fails only without a connection
+  return CreateSchema(db) && EnsureDefaultProfile(db);
+}
+
+bool OpenLock(const std::string& path, base::FileDescriptor& file) {
+  const base::Errno error = OpenLockFile(path, file);
+  return Check(error, "UserManager::Initialize: open: %s\n", error.Text());
 }
 
 std::string DrawSeed() {
@@ -30,18 +34,15 @@ std::string DrawSeed() {
 }
 
 // Runs one statement of transaction control; `operation` names it in the message.
-int ControlTransaction(const char* operation, const char* statement) {
+bool ControlTransaction(const char* operation, const char* statement) {
   const db_util::Status status = db_util::Execute(Access::db(), statement);
-  if (status.ok()) return 0;
-  logger::ComponentError(kComponent, "UserManager::%s failed: %s (%d)", operation, status.message,
-                         status.code);
-  return -1;
+  return Check(status, "UserManager::%s failed: %s (%d)", operation, status.message, status.code);
 }
 
 }  // namespace
 
 db_util::Database UserManager::db;
-int UserManager::lock = -1;
+base::FileDescriptor UserManager::lock;
 std::mutex UserManager::mutex;
 std::string UserManager::seed;
 bool UserManager::g_is_cached = false;
@@ -56,17 +57,13 @@ void UserManager::Configure(const platform::Platform& platform, std::string lock
 int UserManager::Initialize(const std::string& path) {
   if (db) return 0;
   db_util::Database opened;
-  if (OpenUserDatabase(path, opened) < 0) return -1;
-  (void)sqlite3_busy_timeout(opened.get(), db_util::kBusyTimeoutMs);  // fails only without a connection
-  if (CreateSchema(opened.get()) < 0 || EnsureDefaultProfile(opened.get()) < 0) return -1;
-
-  const int descriptor = OpenLockFile(lock_path_);
-  if (descriptor < 0) {
-    logger::ComponentError(kComponent, "UserManager::Initialize: open: %s\n", std::strerror(errno));
+  base::FileDescriptor lock_file;
+  if (!OpenUserDatabase(path, opened) || !PrepareUserDatabase(opened.get()) ||
+      !OpenLock(lock_path_, lock_file)) {
     return -1;
   }
-  // Only now is the manager open: whatever fails above leaves it closed.
-  lock = descriptor;
+  // The manager is open from here on; whatever fails above leaves it closed.
+  lock = std::move(lock_file);
   g_is_cached = false;
   seed = DrawSeed();
   db = std::move(opened);
@@ -80,16 +77,19 @@ void UserManager::Destroy() {
     db.reset();
     g_is_cached = false;
   }
-  (void)close(lock);  // nothing was written
-  lock = -1;
+  (void)lock.Close();  // nothing was written
 }
 
-int UserManager::BeginTransaction() { return ControlTransaction("BeginTransaction", "BEGIN TRANSACTION;"); }
+int UserManager::BeginTransaction() {
+  return ToResult(ControlTransaction("BeginTransaction", "BEGIN TRANSACTION;"));
+}
 
-int UserManager::EndTransaction() { return ControlTransaction("EndTransaction", "END TRANSACTION;"); }
+int UserManager::EndTransaction() {
+  return ToResult(ControlTransaction("EndTransaction", "END TRANSACTION;"));
+}
 
 int UserManager::RollbackTransaction() {
-  return ControlTransaction("RollbackTransaction", "ROLLBACK TRANSACTION;");
+  return ToResult(ControlTransaction("RollbackTransaction", "ROLLBACK TRANSACTION;"));
 }
 
 }  // namespace user_mgr

@@ -1,47 +1,38 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-
+#include "base/retry.h"
 #include "user-mgr/access.h"
-#include "user-mgr/statement.h"
+#include "user-mgr/component.h"
 
 namespace user_mgr {
-namespace {
 
-constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
-
-}  // namespace
-
-int OpenLockFile(const std::string& path) {
-  // Not O_CREAT at once: the kernel may refuse that flag even to root for a file of another user in /tmp.
-  int fd = open(path.c_str(), kFlags);
-  if (fd < 0 && errno == ENOENT) fd = open(path.c_str(), kFlags | O_CREAT, 0644);
-  if (fd < 0) return -1;
+base::Errno OpenLockFile(const std::string& path, base::FileDescriptor& file) {
+  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
+  // The first attempt is without O_CREAT, because the kernel may refuse that flag even to root for a file of
+  // another user in /tmp.
+  base::FileDescriptor opened(open(path.c_str(), kFlags));
+  if (!opened.is_open() && errno == ENOENT) {
+    opened = base::FileDescriptor(open(path.c_str(), kFlags | O_CREAT, 0644));
+  }
   struct stat status {};
-  int error = fstat(fd, &status) == 0 ? 0 : errno;
-  if (error == 0 && !S_ISREG(status.st_mode)) error = EINVAL;
-  if (error == 0) return fd;
-  (void)close(fd);  // nothing was written
-  errno = error;
-  return -1;
+  if (!opened.is_open() || fstat(opened.get(), &status) != 0) return base::Errno::Last();
+  if (!S_ISREG(status.st_mode)) return base::Errno(EINVAL);
+  file = std::move(opened);
+  return {};
 }
 
 ScopedLock::ScopedLock() {
-  int result = 0;
-  while ((result = flock(UserManager::lock, LOCK_EX)) != 0 && errno == EINTR) {
-  }
-  // Goes on: SQLite has locks of its own that keep the database whole.
-  if (result != 0) {
-    logger::ComponentError(kComponent, "UserManager: flock: %s\n", std::strerror(errno));
+  const int result = base::RetryInterrupted([] { return flock(UserManager::lock.get(), LOCK_EX); });
+  // The operation goes on without the lock: SQLite has locks of its own that keep the database whole.
+  if (result < 0) {
+    logger::ComponentError(kComponent, "UserManager: flock: %s\n", base::Errno::Last().Text());
   }
 }
 
 ScopedLock::~ScopedLock() {
-  (void)flock(UserManager::lock, LOCK_UN);  // fails only if it was not taken, which was logged
+  (void)flock(UserManager::lock.get(), LOCK_UN);  // fails only if it was not taken, which was logged
 }
 
 }  // namespace user_mgr

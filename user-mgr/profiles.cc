@@ -60,13 +60,13 @@ void AddApplications(Script& script, const ProfileChanges& changes) {
 }  // namespace
 
 int UserManager::EnumProfile(std::list<Profile>& profiles) {
-  return ReadList<Profile>("EnumProfile", "SELECT id, name, context, attribute FROM profile_table;",
-                           &ReadProfile, profiles);
+  return ToResult(ReadList<Profile>("EnumProfile", "SELECT id, name, context, attribute FROM profile_table;",
+                                    &ReadProfile, profiles));
 }
 
 int UserManager::EnumProfileApply(std::list<ProfileApply>& applied) {
-  return ReadList<ProfileApply>("EnumProfileApply", "SELECT user_id, profile_id FROM profile_apply_table;",
-                                &ReadApply, applied);
+  return ToResult(ReadList<ProfileApply>(
+      "EnumProfileApply", "SELECT user_id, profile_id FROM profile_apply_table;", &ReadApply, applied));
 }
 
 int UserManager::CommitProfile(const ProfileChanges& changes) {
@@ -74,7 +74,7 @@ int UserManager::CommitProfile(const ProfileChanges& changes) {
   AddProfileRows(script, changes);
   AddApplications(script, changes);
   script.Add("END TRANSACTION;");
-  return Checked(Execute(script.text()), "UserManager::CommitProfile fail\n");
+  return ToResult(Check(Execute(script.text()), "UserManager::CommitProfile fail\n"));
 }
 
 int UserManager::CollectUserData(std::list<UserProfile>& users) {
@@ -86,11 +86,13 @@ int UserManager::CollectUserData(std::list<UserProfile>& users) {
       "FROM user_table as ut, profile_apply_view_table as pavt where ut.view_id = pavt.view_id ;";
   std::list<UserProfile> collected;
   std::list<UserProfile> by_view;
-  if (ReadList<UserProfile>("CollectUserData", kByAccount, &ReadUserProfile, collected) < 0) return -1;
-  if (ReadList<UserProfile>("CollectUserData", kByView, &ReadUserProfile, by_view) < 0) return -1;
-  collected.splice(collected.end(), by_view);
-  users.swap(collected);
-  return 0;
+  const bool complete = ReadList<UserProfile>("CollectUserData", kByAccount, &ReadUserProfile, collected) &&
+                        ReadList<UserProfile>("CollectUserData", kByView, &ReadUserProfile, by_view);
+  if (complete) {
+    collected.splice(collected.end(), by_view);
+    users.swap(collected);
+  }
+  return ToResult(complete);
 }
 
 }  // namespace user_mgr

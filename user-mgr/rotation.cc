@@ -23,22 +23,18 @@ int UserManager::SetRotateSetting(const std::list<RotateSetting>& settings) {
     script.Add("%s(%llu, %d, %Q)", separator, setting.view_id, setting.rotate_cnt, setting.rotate_policy);
     separator = ", ";
   }
-  return Checked(Execute(script.text()), "UserManager::SetRotateSetting fail\n");
+  return ToResult(Check(Execute(script.text()), "UserManager::SetRotateSetting fail\n"));
 }
 
 int UserManager::GetRotateSetting(ViewId view_id, RotateSetting& setting) {
   Script query("SELECT rotate_cnt, rotate_policy FROM rotate_setting_table WHERE view_id = ");
   query.Add("%llu", view_id);
   std::list<RotateSetting> found;
-  if (ReadList<RotateSetting>("GetRotateSetting", query.text(), &ReadSetting, found) < 0) return -1;
-  if (found.empty()) {
-    logger::ComponentLog(kComponent, logger::Level::kInfo,
-                         "UserManager::GetRotateSetting: view %llu has no setting\n", view_id);
-    return -1;
-  }
-  setting = std::move(found.front());
-  setting.view_id = view_id;
-  return 0;
+  const bool taken =
+      ReadList<RotateSetting>("GetRotateSetting", query.text(), &ReadSetting, found) &&
+      TakeFirst(found, setting, "UserManager::GetRotateSetting: view %llu has no setting\n", view_id);
+  if (taken) setting.view_id = view_id;
+  return ToResult(taken);
 }
 
 }  // namespace user_mgr

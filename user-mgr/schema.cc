@@ -73,43 +73,37 @@ constexpr char kInsertDefaultProfile[] =
     "INSERT OR IGNORE INTO profile_table (name, context, attribute) VALUES ("
     "'internal for enc share', \t\t\t'{\"filtered_max_name_length\":143}', 7);";
 
-int InsertDefaultProfile(sqlite3* db) {
+bool InsertDefaultProfile(sqlite3* db) {
   const db_util::Status status = db_util::Execute(db, kInsertDefaultProfile);
-  if (status.ok()) return 0;
-  logger::ComponentError(kComponent, "Fail to insert default server profile: %s (%d)\n", status.message,
-                         status.code);
-  return -1;
+  return Check(status, "Fail to insert default server profile: %s (%d)\n", status.message, status.code);
+}
+
+bool LookForDefaultProfile(sqlite3* db, bool& exists) {
+  std::string query;
+  if (!FormatStatement(query, "", "SELECT * FROM profile_table WHERE attribute & %d", kDefaultProfile)) {
+    return false;
+  }
+  exists = false;
+  const db_util::Status status = db_util::ForEachRow(db, query, [&exists](sqlite3_stmt* /*row*/) {
+    exists = true;
+    return false;
+  });
+  return status.call == db_util::Status::Call::kPrepare
+             ? Check(status, "sqlite3_prepare_v2(%d): %s\n", status.code, status.message)
+             : Check(status, "Fail to get profile info(%d): %s\n", status.code, status.message);
 }
 
 }  // namespace
 
-int CreateSchema(sqlite3* db) {
+bool CreateSchema(sqlite3* db) {
   std::string script;
-  if (!db_util::FormatSql(script, kSchema, package::kCurrentVersion, package::kCurrentBranch)) return -1;
-  const db_util::Status status = db_util::Execute(db, script);
-  if (status.ok()) return 0;
-  logger::ComponentError(kComponent, "sqlite3_exec: %s (%d)\n", status.message, status.code);
-  return -1;
+  return db_util::FormatSql(script, kSchema, package::kCurrentVersion, package::kCurrentBranch) &&
+         ExecuteOn(db, script);
 }
 
-int EnsureDefaultProfile(sqlite3* db) {
-  std::string query;
-  if (!FormatStatement(query, "", "SELECT * FROM profile_table WHERE attribute & %d", kDefaultProfile))
-    return -1;
+bool EnsureDefaultProfile(sqlite3* db) {
   bool exists = false;
-  const db_util::Status result = db_util::ForEachRow(db, query, [&exists](sqlite3_stmt* /*row*/) {
-    exists = true;
-    return false;
-  });
-  if (result.call == db_util::Status::Call::kPrepare) {
-    logger::ComponentError(kComponent, "sqlite3_prepare_v2(%d): %s\n", result.code, result.message);
-    return -1;
-  }
-  if (!result.ok()) {
-    logger::ComponentError(kComponent, "Fail to get profile info(%d): %s\n", result.code, result.message);
-    return -1;
-  }
-  return exists ? 0 : InsertDefaultProfile(db);
+  return LookForDefaultProfile(db, exists) && (exists || InsertDefaultProfile(db));
 }
 
 }  // namespace user_mgr

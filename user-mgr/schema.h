@@ -6,10 +6,10 @@
 namespace user_mgr {
 
 // Makes what the database lacks of tables, indexes and first rows, in one transaction; what is there stays.
-// Returns 0, or -1 after logging "sqlite3_exec: %s (%d)\n", with the transaction still open.
-[[nodiscard]] int CreateSchema(sqlite3* db);
+// A failure is logged as "sqlite3_exec: %s (%d)\n" and leaves the transaction open.
+[[nodiscard]] bool CreateSchema(sqlite3* db);
 
-// Adds the default profile unless a profile is marked as the default one. Returns 0, or -1 after logging.
-[[nodiscard]] int EnsureDefaultProfile(sqlite3* db);
+// Adds the default profile unless a profile is marked as the default one. A failure is logged.
+[[nodiscard]] bool EnsureDefaultProfile(sqlite3* db);
 
 }  // namespace user_mgr

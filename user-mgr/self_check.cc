@@ -9,9 +9,9 @@ namespace {
 
 constexpr unsigned kPageRows = 1000;
 
-// The check finds rows by view_id and sessions by uid, which the schema has no indexes for: without these,
-// its cost would grow with the square of the number of users. They exist inside the check's transaction only,
-// so that the schema, and the order in which other queries see the users, stay as they are.
+// The check finds users by view_id and sessions by uid, and the schema has no index on either: without these
+// two, the cost of a check would grow with the square of the number of users. They exist inside the check's
+// transaction only, so that the schema, and the order in which other queries see the users, stay as they are.
 constexpr char kCreateIndexes[] =
     "CREATE INDEX self_check_view_idx ON user_table(view_id);"
     "CREATE INDEX self_check_session_uid_idx ON session_table(uid);";
@@ -19,20 +19,21 @@ constexpr char kDropIndexes[] =
     "DROP INDEX IF EXISTS self_check_view_idx;"
     "DROP INDEX IF EXISTS self_check_session_uid_idx;";
 
-// Both without the lock, like the transaction that they belong to.
-int CreateIndexes() {
+// Neither takes the lock, because the transaction that they belong to does not.
+bool CreateIndexes() {
   const db_util::Status status = db_util::Execute(Access::db(), kCreateIndexes);
-  // A table or column that does not exist is for the check itself to find; it would only be slower.
-  if (status.ok() || status.code == SQLITE_ERROR) return 0;
-  return Checked(-1, "UserManager::SelfCheck fail to create indexes: %s (%d)\n", status.message, status.code);
+  // The check itself finds and reports a table or column that does not exist.
+  return status.code == SQLITE_ERROR ||
+         Check(status, "UserManager::SelfCheck fail to create indexes: %s (%d)\n", status.message,
+               status.code);
 }
 
-int DropIndexes() {
-  return Checked(ExecuteWithoutLock(kDropIndexes), "UserManager::SelfCheck fail to drop indexes\n");
+bool DropIndexes() {
+  return Check(ExecuteWithoutLock(kDropIndexes), "UserManager::SelfCheck fail to drop indexes\n");
 }
 
-// UserManager's own operation words its statement differently ("uid in", "%d"); keep both.
-int DeleteUsersOfType(UserType type) {
+// The operation of UserManager has a statement with other words ("uid in", "%d"); keep both as they are.
+bool DeleteUsersOfType(UserType type) {
   const auto number = static_cast<unsigned>(type);
   return Run(
       "BEGIN TRANSACTION; "
@@ -44,85 +45,87 @@ int DeleteUsersOfType(UserType type) {
 }
 
 // Removes the users of a service that is off.
-int RemoveUsersOf(UserType service, const char* why, const DamagedRows& damaged) {
+bool RemoveUsersOf(UserType service, const char* why, const DamagedRows& damaged) {
   UserList users;
-  if (UserManager::EnumUserByType(service, users) < 0) return -1;
-  int result = damaged.Protect() < 0 ? -1 : DeleteUsersOfType(service);
-  if (damaged.Unprotect() < 0) result = -1;
-  if (result < 0) return -1;
+  if (UserManager::EnumUserByType(service, users) < 0) return false;
+  const bool deleted = damaged.Protect() && DeleteUsersOfType(service);
+  const bool unprotected = damaged.Unprotect();  // whether or not users could be deleted
+  if (!deleted || !unprotected) return false;
   for (const UserRecord& user : users) {
     if (user.damage == Damage::kNone) ReportRemoval(user, why);
   }
-  return 0;
+  return true;
 }
 
-int CheckLdapService(const CheckRun& run) {
-  if (run.platform().services.IsLdapEnabled()) return 0;
-  return Checked(RemoveUsersOf(UserType::kLdap, "the LDAP service is off", run.damaged),
-                 "UserManager::CheckLdapService DeleteUserByUserType fail (LDAP)");
+bool CheckLdapService(const CheckRun& run) {
+  return run.platform().services.IsLdapEnabled() ||
+         Check(RemoveUsersOf(UserType::kLdap, "the LDAP service is off", run.damaged),
+               "UserManager::CheckLdapService DeleteUserByUserType fail (LDAP)");
 }
 
-int CheckDomainService(const CheckRun& run) {
-  if (run.platform().services.IsDomainEnabled()) return 0;
-  // The message names the LDAP check for the domain, too.
-  return Checked(RemoveUsersOf(UserType::kDomain, "the domain service is off", run.damaged),
-                 "UserManager::CheckLdapService DeleteUserByUserType fail (DOMAIN)");
+// The message names the LDAP check here, too; keep it so.
+bool CheckDomainService(const CheckRun& run) {
+  return run.platform().services.IsDomainEnabled() ||
+         Check(RemoveUsersOf(UserType::kDomain, "the domain service is off", run.damaged),
+               "UserManager::CheckLdapService DeleteUserByUserType fail (DOMAIN)");
 }
 
-// Accounts of directories are not looked up: there is nothing to compare them with while the service is on.
-int CheckLdapDomaiinUser(const UserRecord& /*user*/) { return 0; }
+// The accounts of a directory are not looked up. While its service is on, nothing has to change.
+bool CheckLdapDomaiinUser() { return true; }
 
-int CheckOneUser(const UserRecord& user, CheckRun& run) {
+bool CheckOneUser(const UserRecord& user, CheckRun& run) {
   switch (user.user_type) {
     case UserType::kShare:
-      return Checked(CheckShareUser(user, run), "Failed to CheckShareUser %s\n", user.name);
+      return Check(CheckShareUser(user, run), "Failed to CheckShareUser %s\n", user.name);
     case UserType::kNormal:
-      return Checked(CheckNormalUser(user, run), "Failed to CheckLocalUser %s\n", user.name);
+      return Check(CheckNormalUser(user, run), "Failed to CheckLocalUser %s\n", user.name);
     case UserType::kLdap:
     case UserType::kDomain:
-      return Checked(CheckLdapDomaiinUser(user), "Failed to CheckLdapDomaiinUser %s\n", user.name);
+      return Check(CheckLdapDomaiinUser(), "Failed to CheckLdapDomaiinUser %s\n", user.name);
   }
-  return 0;  // any other type
+  return true;  // any other type is nobody's to check
 }
 
-// `rows` is what the statement yielded: the page leaves out damaged rows and share users without "@".
-int ReadPage(unsigned offset, UserList& page, unsigned& rows) {
+// `rows` counts the rows of the statement, of which the page leaves out damaged ones and share users without
+// "@".
+bool ReadPage(unsigned offset, UserList& page, unsigned& rows) {
   page.clear();
   rows = 0;
   std::string query;
-  if (!FormatStatement(query, kSelectUser, " LIMIT %u OFFSET %u;", kPageRows, offset)) return -1;
-  return ForEachRow("EnumUser", query, [&](sqlite3_stmt* row) {
-    ++rows;
-    UserRecord user;
-    if (ReadUser(row, user) && user.damage == Damage::kNone) page.push_back(std::move(user));
-  });
+  return FormatStatement(query, kSelectUser, " LIMIT %u OFFSET %u;", kPageRows, offset) &&
+         ForEachRow("EnumUser", query, [&](sqlite3_stmt* row) {
+           ++rows;
+           UserRecord user;
+           if (ReadUser(row, user) && user.damage == Damage::kNone) page.push_back(std::move(user));
+         });
 }
 
-int CheckUser(CheckRun& run) {
+bool CheckUser(CheckRun& run) {
   unsigned offset = 0;
   unsigned rows = 0;
   UserList page;
   do {
-    if (Checked(ReadPage(offset, page, rows), "Failed to enumerate users\n") < 0) return -1;
-    // Rows that go move the later ones forward, past which the offset then skips: they wait for the next
-    // check.
+    if (!Check(ReadPage(offset, page, rows), "Failed to enumerate users\n")) return false;
+    // When the check removes rows of this page, the later ones move forward, and the next page begins behind
+    // as many of them. These wait for the next check; keep it so.
     offset += rows;
     for (const UserRecord& user : page) {
-      if (CheckOneUser(user, run) < 0) return -1;
+      if (!CheckOneUser(user, run)) return false;
     }
   } while (rows == kPageRows);
-  return 0;
+  return true;
 }
 
-// The users inside the transaction. Its helpers go in any case: a caller may still end it after a failure.
-int CheckUserInTransaction(CheckRun& run) {
-  int result = run.damaged.Protect() < 0 || CreateIndexes() < 0 ? -1 : CheckUser(run);
-  if (DropIndexes() < 0) result = -1;
-  if (run.damaged.Unprotect() < 0) result = -1;
-  return result;
+// The check of the users with what it makes for itself. That goes after a failure, too, because the caller
+// may still end the transaction.
+bool CheckUserInTransaction(CheckRun& run) {
+  const bool checked = run.damaged.Protect() && CreateIndexes() && CheckUser(run);
+  const bool dropped = DropIndexes();
+  const bool unprotected = run.damaged.Unprotect();
+  return checked && dropped && unprotected;
 }
 
-// Only after the end of the transaction: until then nobody is gone.
+// To be called after the end of the transaction, because until then nobody is gone.
 void ReportRemovals(const CheckRun& run, std::list<ViewId>& removed_views) {
   for (const RemovedUser& removed : run.removed) {
     ReportRemoval(removed.user, removed.why);
@@ -130,7 +133,7 @@ void ReportRemovals(const CheckRun& run, std::list<ViewId>& removed_views) {
       removed_views.push_back(removed.user.view_id);
       continue;
     }
-    // When the others of the view go later in the same check, it goes with the last of them.
+    // When the same check removes the others of the view later, it lists the view with the last of them.
     logger::ComponentLog(
         kComponent, logger::Level::kWarning,
         "UserManager::SelfCheck: view %llu is not deleted with user '%s': another user row names it\n",
@@ -141,19 +144,19 @@ void ReportRemovals(const CheckRun& run, std::list<ViewId>& removed_views) {
 }  // namespace
 
 int UserManager::SelfCheck(std::list<ViewId>& removed_views) {
-  if (platform_ == nullptr) return Checked(-1, "UserManager::SelfCheck: no platform was configured\n");
+  if (!Check(platform_ != nullptr, "UserManager::SelfCheck: no platform was configured\n")) return -1;
   CheckRun run(*platform_);
-  // A table that cannot be read here could not be read later either.
-  if (Checked(run.damaged.Find(), "Failed to enumerate users\n") < 0)
-    return Checked(-1, "UserManager::SelfCheck CheckUser fail");
-  if (CheckLdapService(run) < 0) return Checked(-1, "UserManager::SelfCheck CheckLdapService fail");
-  if (CheckDomainService(run) < 0) return Checked(-1, "UserManager::SelfCheck CheckDomainService fail");
-  if (BeginTransaction() < 0) return Checked(-1, "UserManager::SelfCheck BeginTransaction fail");
-  // No rollback: the transaction stays open, and goes when the caller closes the manager.
-  if (CheckUserInTransaction(run) < 0) return Checked(-1, "UserManager::SelfCheck CheckUser fail");
-  if (EndTransaction() < 0) return Checked(-1, "UserManager::SelfCheck EndTransaction fail");
-  ReportRemovals(run, removed_views);
-  return 0;
+  // What cannot be read here is reported as it is by CheckUser, which could not read it either. After a
+  // failure of CheckUser the transaction stays open, and goes when the caller closes the manager; keep it so.
+  const bool checked = Check(Check(run.damaged.Find(), "Failed to enumerate users\n"),
+                             "UserManager::SelfCheck CheckUser fail") &&
+                       Check(CheckLdapService(run), "UserManager::SelfCheck CheckLdapService fail") &&
+                       Check(CheckDomainService(run), "UserManager::SelfCheck CheckDomainService fail") &&
+                       Check(BeginTransaction(), "UserManager::SelfCheck BeginTransaction fail") &&
+                       Check(CheckUserInTransaction(run), "UserManager::SelfCheck CheckUser fail") &&
+                       Check(EndTransaction(), "UserManager::SelfCheck EndTransaction fail");
+  if (checked) ReportRemovals(run, removed_views);
+  return ToResult(checked);
 }
 
 }  // namespace user_mgr

@@ -29,11 +29,11 @@ bool ReadSession(sqlite3_stmt* row, SessionRecord& session) {
 
 // Formats a query of sessions from its condition, and lists what it finds.
 template <typename... Args>
-int SelectSessions(const char* operation, std::list<SessionRecord>& sessions,
-                   const logger::SqlFormat<Args...>& condition, const Args&... args) {
+bool SelectSessions(const char* operation, std::list<SessionRecord>& sessions,
+                    const logger::SqlFormat<Args...>& condition, const Args&... args) {
   std::string query;
-  if (!FormatStatement<Args...>(query, kSelectSession, condition, args...)) return -1;
-  return ReadList<SessionRecord>(operation, query, &ReadSession, sessions);
+  return FormatStatement<Args...>(query, kSelectSession, condition, args...) &&
+         ReadList<SessionRecord>(operation, query, &ReadSession, sessions);
 }
 
 const char* ColumnOf(SessionOrder order) {
@@ -60,46 +60,41 @@ const char* WordOf(Direction direction) { return direction == Direction::kDescen
 
 int UserManager::CreateSession(const std::string& stored_name, const ClientInfo& client,
                                const std::string& ip) {
-  return Checked(
+  return ToResult(Check(
       Run("INSERT INTO session_table (sess_id, client, ip, group_id, client_type, client_platform, uid) VALUES"
           "                           (%Q, %Q, %Q, 1, %d, %Q, (SELECT id FROM user_table WHERE name = %Q ));",
           client.sess_id, client.client, ip, client.client_type, client.client_platform, stored_name),
-      "UserManager::CreateSession fail to create session %s\n", client.sess_id);
+      "UserManager::CreateSession fail to create session %s\n", client.sess_id));
 }
 
 int UserManager::GetSession(const std::string& sess_id, SessionRecord& session) {
   std::list<SessionRecord> found;
-  const int result =
+  const bool succeeded =
       SelectSessions("GetSession", found, "WHERE st.sess_id = %Q AND st.uid = ut.id;", sess_id);
-  if (result < 0) return Checked(result, "UserManager::GetSession fail to get session %s\n", sess_id);
-  if (found.empty()) {
-    logger::ComponentLog(kComponent, logger::Level::kInfo,
-                         "UserManager::GetSession:: cannot file record for session %s\n", sess_id);
-    return -1;
-  }
-  session = std::move(found.front());
-  return 0;
+  return ToResult(
+      Check(succeeded, "UserManager::GetSession fail to get session %s\n", sess_id) &&
+      TakeFirst(found, session, "UserManager::GetSession:: cannot file record for session %s\n", sess_id));
 }
 
 int UserManager::EnumSession(const SessionPage& page, std::list<SessionRecord>& sessions) {
-  return Checked(
-      SelectSessions("EnumSession", sessions, "WHERE ut.id = st.uid ORDER BY %q %q LIMIT %u OFFSET %u;",
-                     ColumnOf(page.order), WordOf(page.direction), page.limit, page.offset),
-      "UserManager::EnumSession fail\n");
+  return ToResult(
+      Check(SelectSessions("EnumSession", sessions, "WHERE ut.id = st.uid ORDER BY %q %q LIMIT %u OFFSET %u;",
+                           ColumnOf(page.order), WordOf(page.direction), page.limit, page.offset),
+            "UserManager::EnumSession fail\n"));
 }
 
 int UserManager::EnumSession(const std::string& stored_name, const SessionPage& page,
                              std::list<SessionRecord>& sessions) {
-  return Checked(
+  return ToResult(Check(
       SelectSessions("EnumSession", sessions,
                      "WHERE ut.id = st.uid AND ut.name = %Q ORDER BY %q %q LIMIT %u OFFSET %u;", stored_name,
                      ColumnOf(page.order), WordOf(page.direction), page.limit, page.offset),
-      "UserManager::EnumSession fail for user '%s'\n", stored_name);
+      "UserManager::EnumSession fail for user '%s'\n", stored_name));
 }
 
 int UserManager::CountSession(int& count) {
-  return Checked(ReadCount("CountSession", "SELECT count(*) FROM session_table;", count),
-                 "UserManager::CountSession fail\n");
+  return ToResult(Check(ReadCount("CountSession", "SELECT count(*) FROM session_table;", count),
+                        "UserManager::CountSession fail\n"));
 }
 
 int UserManager::CountSession(const std::string& stored_name, int& count) {
@@ -108,41 +103,42 @@ int UserManager::CountSession(const std::string& stored_name, int& count) {
       query, "",
       "SELECT COUNT(*) FROM session_table AS st WHERE st.uid = (SELECT id FROM user_table AS ut WHERE ut.name = %Q);",
       stored_name);
-  return Checked(fits ? ReadCount("CountSession", query, count) : -1,
-                 "UserManager::CountSession fail for user '%s'\n", stored_name);
+  return ToResult(Check(fits && ReadCount("CountSession", query, count),
+                        "UserManager::CountSession fail for user '%s'\n", stored_name));
 }
 
 int UserManager::RemoveSession(const std::string& sess_id) {
-  return Checked(Run("BEGIN TRANSACTION;"
-                     "DELETE FROM session_table WHERE sess_id = %Q;"
-                     "DELETE FROM backup_task_table WHERE session = %Q;"
-                     "END TRANSACTION",
-                     sess_id, sess_id),
-                 "UserManager::RemoveSession fail to remove session %s\n", sess_id);
+  return ToResult(Check(Run("BEGIN TRANSACTION;"
+                            "DELETE FROM session_table WHERE sess_id = %Q;"
+                            "DELETE FROM backup_task_table WHERE session = %Q;"
+                            "END TRANSACTION",
+                            sess_id, sess_id),
+                        "UserManager::RemoveSession fail to remove session %s\n", sess_id));
 }
 
 int UserManager::UpdateClient(const std::string& sess_id, const ClientInfo& client) {
-  return Checked(
+  return ToResult(Check(
       Run("BEGIN TRANSACTION; "
           "UPDATE session_table SET client = %Q, sess_id = %Q, client_type = %d, client_platform = %Q WHERE sess_id = %Q; "
           "UPDATE backup_task_table SET session = %Q WHERE session = %Q; "
           "END TRANSACTION",
           client.client, client.sess_id, client.client_type, client.client_platform, sess_id, client.sess_id,
           sess_id),
-      "UserManager::UpdateClient fail to update session %s\n", sess_id);
+      "UserManager::UpdateClient fail to update session %s\n", sess_id));
 }
 
 int UserManager::UpdateClientType(const std::string& sess_id, int client_type) {
-  return Checked(Run("UPDATE session_table SET client_type = %d WHERE sess_id = %Q", client_type, sess_id),
-                 "UserManager::UpdateClientType fail to update session %s\n", sess_id);
+  return ToResult(
+      Check(Run("UPDATE session_table SET client_type = %d WHERE sess_id = %Q", client_type, sess_id),
+            "UserManager::UpdateClientType fail to update session %s\n", sess_id));
 }
 
 int UserManager::ClearSession() {
-  return Checked(Execute("BEGIN TRANSACTION; "
-                         "DELETE FROM session_table; "
-                         "DELETE FROM backup_task_table; "
-                         "END TRANSACTION;"),
-                 "UserManager::ClearSession fail\n");
+  return ToResult(Check(Execute("BEGIN TRANSACTION; "
+                                "DELETE FROM session_table; "
+                                "DELETE FROM backup_task_table; "
+                                "END TRANSACTION;"),
+                        "UserManager::ClearSession fail\n"));
 }
 
 }  // namespace user_mgr

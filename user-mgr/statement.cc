@@ -11,37 +11,38 @@ bool RefuseStatement(std::size_t length) {
   return false;
 }
 
-int ExecuteWithoutLock(const std::string& script) {
+bool ExecuteOn(sqlite3* db, const std::string& script) {
+  const db_util::Status status = db_util::Execute(db, script);
+  return Check(status, "sqlite3_exec: %s (%d)\n", status.message, status.code);
+}
+
+bool ExecuteWithoutLock(const std::string& script) {
   sqlite3* db = Access::db();
   const bool may_begin = db != nullptr && sqlite3_get_autocommit(db) != 0;
-  const db_util::Status status = db_util::Execute(db, script);
-  if (status.ok()) return 0;
-  logger::ComponentError(kComponent, "sqlite3_exec: %s (%d)\n", status.message, status.code);
+  if (ExecuteOn(db, script)) return true;
   if (may_begin && sqlite3_get_autocommit(db) == 0) {
     (void)db_util::Execute(db, "ROLLBACK;");  // fails only when SQLite has rolled back already
   }
-  return -1;
+  return false;
 }
 
-int Execute(const std::string& script) {
+bool Execute(const std::string& script) {
   const ScopedLock guard;
   return ExecuteWithoutLock(script);
 }
 
-int ForEachRow(const char* operation, const std::string& query,
-               const std::function<void(sqlite3_stmt*)>& row) {
+bool ForEachRow(const char* operation, const std::string& query,
+                const std::function<void(sqlite3_stmt*)>& row) {
   const ScopedLock guard;
   const db_util::Status status = db_util::ForEachRow(Access::db(), query, [&row](sqlite3_stmt* statement) {
     row(statement);
     return true;
   });
-  if (status.ok()) return 0;
-  logger::ComponentError(kComponent, "UserManager::%s: %s(%d): %s\n", operation, status.FailedCall(),
-                         status.code, status.message);
-  return -1;
+  return Check(status, "UserManager::%s: %s(%d): %s\n", operation, status.FailedCall(), status.code,
+               status.message);
 }
 
-int ReadCount(const char* operation, const std::string& query, int& count) {
+bool ReadCount(const char* operation, const std::string& query, int& count) {
   return ForEachRow(operation, query, [&count](sqlite3_stmt* row) { count = sqlite3_column_int(row, 0); });
 }
 

@@ -1,4 +1,7 @@
 // Building and running the statements of the layer.
+//
+// The steps here return true on success, and false after logging why. The operations of UserManager turn that
+// into their integers.
 #pragma once
 
 #include <sqlite3.h>
@@ -8,20 +11,18 @@
 #include <string>
 
 #include "db-util/execute.h"
-#include "logger/component_log.h"
+#include "user-mgr/component.h"
 
 namespace user_mgr {
-
-inline constexpr logger::Component kComponent = {"user_mgr_debug", "user-mgr"};
 
 // The size of the buffer for a statement with parameters, its final zero byte included.
 inline constexpr std::size_t kStatementBuffer = 1024;
 
 // Logs that a statement is too long, and returns false.
-bool RefuseStatement(std::size_t length);
+[[nodiscard]] bool RefuseStatement(std::size_t length);
 
-// Puts the arguments into `format`, behind `head`. Returns false when the statement does not fit the buffer:
-// one that is cut could lose its condition, and would then change everybody's rows.
+// Puts the arguments into `format`, behind `head`. Fails when the statement does not fit the buffer: one that
+// is cut could lose its condition, and would then change everybody's rows.
 template <typename... Args>
 [[nodiscard]] bool FormatStatement(std::string& statement, const std::string& head,
                                    const logger::SqlFormat<Args...>& format, const Args&... args) {
@@ -33,47 +34,55 @@ template <typename... Args>
   return true;
 }
 
-// Executes a whole script without the lock. Returns 0, or -1 after logging SQLite's message; a transaction
-// that the script began is rolled back then, one of the caller stays open.
-[[nodiscard]] int ExecuteWithoutLock(const std::string& script);
+// Executes a whole script on a connection. It stops at the statement that fails, with the transaction that it
+// began still open.
+[[nodiscard]] bool ExecuteOn(sqlite3* db, const std::string& script);
+// The same on the manager's connection, without the lock. A transaction that a failed script began is rolled
+// back; one that was open before stays open.
+[[nodiscard]] bool ExecuteWithoutLock(const std::string& script);
 // The same under the lock.
-[[nodiscard]] int Execute(const std::string& script);
+[[nodiscard]] bool Execute(const std::string& script);
 
-// Formats a statement with parameters and executes it under the lock. Returns 0, or -1 after logging why.
+// Formats a statement with parameters and executes it under the lock.
 template <typename... Args>
-[[nodiscard]] int Run(const logger::SqlFormat<Args...>& format, const Args&... args) {
+[[nodiscard]] bool Run(const logger::SqlFormat<Args...>& format, const Args&... args) {
   std::string statement;
-  return FormatStatement<Args...>(statement, "", format, args...) ? Execute(statement) : -1;
+  return FormatStatement<Args...>(statement, "", format, args...) && Execute(statement);
 }
 
-// Passes the result of an operation on, as 0 or -1; logs `failure` for a negative one.
-template <typename... Args>
-[[nodiscard]] int Checked(int result, const logger::PrintfFormat<Args...>& failure, const Args&... args) {
-  if (result >= 0) return 0;
-  logger::ComponentError<Args...>(kComponent, failure, args...);
-  return -1;
-}
-
-// Runs a query under the lock and calls `row` for each row. Returns 0, or -1 after logging
+// Runs a query under the lock and calls `row` for each row. A failure is logged as
 // "UserManager::<operation>: sqlite3_prepare_v2(<code>): <message>\n", or the same of sqlite3_step.
-[[nodiscard]] int ForEachRow(const char* operation, const std::string& query,
-                             const std::function<void(sqlite3_stmt*)>& row);
+[[nodiscard]] bool ForEachRow(const char* operation, const std::string& query,
+                              const std::function<void(sqlite3_stmt*)>& row);
 
 // Runs a query and puts what `read` makes of its rows into `list`, in place of what it held; rows for which
 // `read` returns false are left out. After a failure the list is as it was.
 template <typename Record>
-[[nodiscard]] int ReadList(const char* operation, const std::string& query,
-                           bool (*read)(sqlite3_stmt*, Record&), std::list<Record>& list) {
+[[nodiscard]] bool ReadList(const char* operation, const std::string& query,
+                            bool (*read)(sqlite3_stmt*, Record&), std::list<Record>& list) {
   std::list<Record> records;
-  const int result = ForEachRow(operation, query, [&](sqlite3_stmt* row) {
+  const bool complete = ForEachRow(operation, query, [&](sqlite3_stmt* row) {
     Record record;
     if (read(row, record)) records.push_back(std::move(record));
   });
-  if (result == 0) list.swap(records);
-  return result;
+  if (complete) list.swap(records);
+  return complete;
+}
+
+// Moves the first of the records that a query found into `record`. When there is none, it leaves `record` as
+// it was, logs `none` at level info, and fails.
+template <typename Record, typename... Args>
+[[nodiscard]] bool TakeFirst(std::list<Record>& found, Record& record,
+                             const logger::PrintfFormat<Args...>& none, const Args&... args) {
+  if (found.empty()) {
+    logger::ComponentLog<Args...>(kComponent, logger::Level::kInfo, none, args...);
+    return false;
+  }
+  record = std::move(found.front());
+  return true;
 }
 
 // The single number that a query yields.
-[[nodiscard]] int ReadCount(const char* operation, const std::string& query, int& count);
+[[nodiscard]] bool ReadCount(const char* operation, const std::string& query, int& count);
 
 }  // namespace user_mgr

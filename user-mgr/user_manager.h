@@ -17,6 +17,7 @@
 #include <mutex>
 #include <string>
 
+#include "base/file_descriptor.h"
 #include "db-util/database.h"
 #include "platform/platform.h"
 #include "platform/system_paths.h"
@@ -149,10 +150,11 @@ class UserManager {
   friend class Access;      // gives the layer's own files the connection
   friend class ScopedLock;  // takes the mutex and the lock file
 
-  static db_util::Database db;  // null when closed
-  static int lock;              // descriptor of the lock file, -1 when closed
-  static std::mutex mutex;  // lives as long as the process: a late caller finds it, and then a closed manager
-  static std::string seed;  // a random number in decimal digits
+  static db_util::Database db;       // null when closed
+  static base::FileDescriptor lock;  // of the lock file, not open when closed
+  // Destroy leaves the mutex alone, so that a caller who comes too late finds it, and a closed manager.
+  static std::mutex mutex;
+  static std::string seed;  // a random number in decimal digits, for other operations of the package
   static bool g_is_cached;  // set by other operations of the package
 
   static const platform::Platform* platform_;

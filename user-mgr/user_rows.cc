@@ -61,7 +61,7 @@ Damage DamageOf(sqlite3_stmt* row) {
 }
 
 bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
-  user.damage = DamageOf(row);  // first: reading a column as another type may change what is known of it
+  user.damage = DamageOf(row);  // first, because reading a column as another type may change its type
   user.id = ColumnId(row, 1);
   user.view_id = ColumnId(row, 2);
   user.attribute = sqlite3_column_int(row, 3);
@@ -72,7 +72,7 @@ bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
   return ReadName(row, 0, user.user_type, user.name);
 }
 
-int EnumUser(const std::string& query, UserList& users) {
+bool EnumUser(const std::string& query, UserList& users) {
   return ReadList<UserRecord>("EnumUser", query, &ReadUser, users);
 }
 

@@ -10,8 +10,8 @@ namespace user_mgr {
 inline constexpr char kSelectUser[] =
     "SELECT name, id, view_id, attribute, uid, gid, user_type, watch_path FROM user_table ";
 
-// Columns as they must be taken from a table that holds whatever was once written: what is no number of the
-// field's range must not turn into another user's number.
+// Numbers of users as they stand in a table that may hold anything. A value outside the range of the field
+// must not become the number of another user.
 [[nodiscard]] unsigned ColumnUnsigned(sqlite3_stmt* row, int column);  // beyond 32 bits: the highest number
 [[nodiscard]] UserType ColumnUserType(sqlite3_stmt* row, int column);  // not an integer of 32 bits: -1
 [[nodiscard]] ViewId ColumnId(sqlite3_stmt* row, int column);
@@ -26,6 +26,6 @@ inline constexpr char kSelectUser[] =
 [[nodiscard]] bool ReadName(sqlite3_stmt* row, int column, UserType type, std::string& name);
 
 // Lists the users of a query that begins with the columns of kSelectUser.
-[[nodiscard]] int EnumUser(const std::string& query, UserList& users);
+[[nodiscard]] bool EnumUser(const std::string& query, UserList& users);
 
 }  // namespace user_mgr
