@@ -10,9 +10,9 @@
 
 namespace db {
 
-// Registers get_mac_attr_uuid(attribute), text and '' when there is none, and
-// get_mac_attr_file_id(attribute), an integer and 0 when there is none, on one connection. The view
-// databases' delete trigger calls both.
+// Registers two functions on one connection: get_mac_attr_uuid(attribute), a text that is '' when there is no
+// uuid, and get_mac_attr_file_id(attribute), an integer that is 0 when there is no file id. The delete
+// trigger of the view databases calls both.
 db_util::Status RegisterMacAttributeFunctions(sqlite3* db);
 
 }  // namespace db

@@ -30,12 +30,12 @@ class Manager {
   static void Destroy(bool flag);
 
   // The volume table: uuid → path of the sync folder on that volume. A uuid that is NULL reads as empty. Rows
-  // with a uuid or a path that is no text or holds a NUL are left out, with a warning: cut short, they could
-  // name another volume. `volumes` is replaced on success only.
+  // with a uuid or a path that is no text or holds a NUL are left out, with a warning, because what SQLite
+  // makes of them may name another volume. `volumes` is replaced on success only.
   [[nodiscard]] static int EnumVolumeTable(std::map<std::string, std::string>& volumes);
 
-  // Removes one row of the volume table, or every row without a uuid (NULL too) when it is empty; success
-  // also when there is none.
+  // Removes the row of the uuid from the volume table; of an empty uuid, every row whose uuid is empty or
+  // NULL. A uuid that no row has is success.
   [[nodiscard]] static int DeleteUuidFromVolumeTable(const std::string& uuid);
 
   // Opens the database of one view. It is not created: a missing file, or one that is not a view database of

@@ -14,7 +14,8 @@ class SqliteViewDb : public ViewDBInterface {
   // For Open(): takes a connection whose layout was checked and whose functions are registered.
   explicit SqliteViewDb(db_util::Database db) : db_(std::move(db)) {}
 
-  // Opens the file; null when it is missing, is no database, or not a view database of the current layout.
+  // Opens the file. Returns null, after logging, when it is missing, is no database, or not a view database
+  // of the current layout.
   [[nodiscard]] static std::shared_ptr<SqliteViewDb> Open(const std::string& path);
 
   [[nodiscard]] int DeleteRecordWithUuid(const std::string& uuid) override;

@@ -11,7 +11,7 @@ namespace user_mgr {
 namespace {
 
 bool OpenUserDatabase(const std::string& path, db_util::Database& opened) {
-  // SQLite would open an empty path as a database in memory, where no user would be found.
+  // SQLite would open an empty path as a temporary database that nobody else sees.
   const db_util::Status status = path.empty()
                                      ? db_util::StatusOf(SQLITE_CANTOPEN)
                                      : db_util::OpenQuietly(path, opened, db_util::OpenMode::kCreate);

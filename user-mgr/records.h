@@ -27,9 +27,9 @@ inline constexpr int kSuspended = 8;  // a share user with it may hold mount poi
 // Bits of the profile table's attribute.
 inline constexpr int kDefaultProfile = 2;
 
-// The column of a user row that does not hold what it must: a view_id from 0 to 2^63-1, a uid from 0 to
-// 2^32-1, a name that is text, not empty and without a NUL (of a share user also behind the "@"). SQLite
-// would make another user's number or name of it, so nothing may be done on the account of such a record.
+// The column of a user row that holds what it must not. A view_id is an integer from 0 to 2^63-1, a uid one
+// from 0 to 2^32-1, and a name is a text that is not empty and has no NUL (of a share user, behind the "@").
+// SQLite turns any other value into the number or name of somebody else, so no code may act on such a record.
 enum class Damage { kNone, kViewId, kUid, kName };
 
 // One row of user_table.
@@ -45,7 +45,7 @@ struct UserRecord {
   unsigned gid = 0;
   UserType user_type = UserType::kNormal;
   std::string watch_path;         // the folder that is synchronised for this user
-  Damage damage = Damage::kNone;  // the first, in the order of the type
+  Damage damage = Damage::kNone;  // the first damaged column, in this order
 };
 using UserList = std::list<UserRecord>;
 
@@ -129,11 +129,11 @@ struct ProfileChanges {
     int attribute_mask = 0;
   };
 
-  std::list<Profile> modified;            // whole rows by id; the attribute goes back to its default, 0
-  std::list<Profile> added;               // name and context; ids are handed out
-  std::list<unsigned long long> removed;  // with their applications to accounts
-  std::list<Apply> applied;               // the accounts of a profile, in place of those before
-  std::list<ViewProfiles> views;          // a view gets the profiles that have one of the bits
+  std::list<Profile> modified;  // replace the rows of their ids; the attribute becomes 0, its default
+  std::list<Profile> added;     // have a name and a context; SQLite gives them ids
+  std::list<unsigned long long> removed;  // go with their applications to accounts
+  std::list<Apply> applied;               // give a profile these accounts in place of all others
+  std::list<ViewProfiles> views;          // give a view the profiles that have one of the bits
 };
 
 // A user and one profile that applies to it.

@@ -11,8 +11,8 @@ class Script {
  public:
   explicit Script(std::string text) : text_(std::move(text)) {}
 
-  // Appends one piece. A piece that SQLite cannot make (only when memory is short) spoils the whole script:
-  // what is left out must not be executed around.
+  // Appends one piece. SQLite fails to make a piece when memory is short. The whole script is unusable then,
+  // because without the piece it would do something else.
   template <typename... Args>
   void Add(const logger::SqlFormat<Args...>& format, const Args&... args) {
     std::string piece;
@@ -20,7 +20,7 @@ class Script {
     text_ += piece;
   }
 
-  // The script; text that fails as a statement when it is not complete.
+  // The script; when a piece is missing, a text that SQLite refuses.
   [[nodiscard]] const std::string& text() const {
     static const std::string incomplete = "out of memory";
     return complete_ ? text_ : incomplete;

@@ -1,15 +1,15 @@
 // The access layer of the user database: users, sessions, backup tasks, rotation settings and profiles.
 //
-// There is one manager per process, and all of its state is static. Life: Configure, Initialize, any
-// operations, Destroy. Every operation returns 0 on success and -1 on failure, after logging the reason under
-// "user_mgr_debug", unless it says otherwise. An operation that fails changes nothing in the database, and
-// leaves its out argument as it was. Operations on a closed manager fail.
+// There is one manager per process, and all of its state is static. A program calls Configure, Initialize,
+// any operations, and Destroy, in this order. Every operation returns 0 on success and -1 on failure, after
+// logging the reason under "user_mgr_debug", unless it says otherwise. An operation that fails changes
+// nothing in the database, and leaves its out argument as it was. Operations on a closed manager fail.
 //
 // Operations run under the lock: a mutex for the threads of the process, and an exclusive flock of the lock
 // file for the processes of the package. BeginTransaction, EndTransaction and RollbackTransaction do not take
 // it.
 //
-// "stored name": a share user's is "@" and the name of the share, everybody else's is the account's name.
+// The "stored name" of a share user is "@" and the name of the share; that of anybody else is the account's.
 // Names compare without regard to (ASCII) case.
 #pragma once
 
@@ -29,8 +29,8 @@ class UserManager {
  public:
   UserManager() = delete;
 
-  // Before Initialize: the machine that SelfCheck asks, borrowed until another one is configured, and the
-  // lock file.
+  // Sets the machine that SelfCheck asks, borrowed until another one is configured, and the lock file that
+  // Initialize opens.
   static void Configure(const platform::Platform& platform,
                         std::string lock_path = platform::SystemPaths().user_lock);
 
@@ -62,30 +62,30 @@ class UserManager {
   // Adds a user with the next view id; `id` and `view_id` of the record are not used. A stored name that is
   // taken already is success and changes nothing, the next view id included.
   [[nodiscard]] static int AddUser(const UserRecord& user);
-  // Removes a user that is not a share user, with its sessions and their backup tasks. A name that there is
-  // not is success, here and in the other operations that remove or change rows.
+  // Removes a user that is not a share user, with its sessions and their backup tasks. A name that no row
+  // has is success, here and in the other operations that remove or change rows.
   [[nodiscard]] static int RemoveUser(const std::string& name);
   // Removes the user of a share, with the rotation setting of its view. `share_name` is without "@". Sessions
-  // and backup tasks stay. Two statements without a transaction of their own: when the second one fails, the
-  // first one stands.
+  // and backup tasks stay. The two statements have no transaction: when the second one fails, what the first
+  // one did stays.
   [[nodiscard]] static int RemoveShareUser(const std::string& share_name);
   // Removes all users of a type, with their sessions and backup tasks.
   [[nodiscard]] static int DeleteUserByUserType(UserType type);
   // Both are stored names. A new name that is taken already is a failure.
   [[nodiscard]] static int RenameUser(const std::string& name, const std::string& new_name);
 
-  // One user. None is -1, with a line at level info.
+  // Find one user. When there is none, the result is -1, with a line at level info.
   [[nodiscard]] static int GetUserByViewId(ViewId view_id, UserRecord& user);
   [[nodiscard]] static int GetUser(const std::string& name, UserRecord& user);  // never a share user
   [[nodiscard]] static int GetShareUser(const std::string& share_name, UserRecord& user);
 
-  // Lists replace what `users` held. EnumAllUser has them in the order of the table.
-  // Damaged rows are among them, and their records say so.
+  // Replace what `users` held. EnumAllUser lists the users in the order of the table. Damaged rows are listed
+  // as well, and their records say so.
   [[nodiscard]] static int EnumAllUser(UserList& users);
   [[nodiscard]] static int EnumShareUser(bool ordered_by_name, UserList& users);
   [[nodiscard]] static int EnumUserByType(UserType type, UserList& users);
 
-  // How many users that are neither disabled nor suspended there are, of a type or of all other types.
+  // Count the users that are neither disabled nor suspended, of a type or of all other types.
   [[nodiscard]] static int CountEnabledUser(UserType type, int& count);
   [[nodiscard]] static int CountEnabledUserExcept(UserType type, int& count);
 
@@ -101,17 +101,19 @@ class UserManager {
 
   // --- Sessions ---
 
-  // A session of the user, or of nobody when there is no such user. A session id that is taken is a failure.
+  // Adds a session of the user, or of nobody when there is no such user. A session id that is taken is a
+  // failure.
   [[nodiscard]] static int CreateSession(const std::string& stored_name, const ClientInfo& client,
                                          const std::string& ip);
-  // None is -1, with a line at level info. A session of nobody is none, here and in EnumSession.
+  // When there is no such session, the result is -1, with a line at level info. A session of nobody is never
+  // found, neither here nor by EnumSession.
   [[nodiscard]] static int GetSession(const std::string& sess_id, SessionRecord& session);
   [[nodiscard]] static int EnumSession(const SessionPage& page, std::list<SessionRecord>& sessions);
   [[nodiscard]] static int EnumSession(const std::string& stored_name, const SessionPage& page,
                                        std::list<SessionRecord>& sessions);
   [[nodiscard]] static int CountSession(int& count);
   [[nodiscard]] static int CountSession(const std::string& stored_name, int& count);
-  // With its backup tasks.
+  // Removes a session with its backup tasks.
   [[nodiscard]] static int RemoveSession(const std::string& sess_id);
   // Gives the session a new client, id included; its backup tasks follow to the new id.
   [[nodiscard]] static int UpdateClient(const std::string& sess_id, const ClientInfo& client);
@@ -125,7 +127,8 @@ class UserManager {
   [[nodiscard]] static int EnumBackupTask(const std::string& session, std::list<BackupTask>& tasks);
   // Puts `tasks` in place of the session's tasks; the session named in them is not used.
   [[nodiscard]] static int SetBackupTask(const std::string& session, const std::list<BackupTask>& tasks);
-  // The folders of a view that backup tasks of other sessions use; of all sessions when `session` is empty.
+  // Lists the folders of a view that backup tasks of other sessions use; of all sessions when `session` is
+  // empty.
   [[nodiscard]] static int EnumConflictPath(const std::string& session, ViewId view_id,
                                             std::list<std::string>& relative_paths);
 
@@ -133,17 +136,17 @@ class UserManager {
 
   // Writes all of them or none. No settings is success.
   [[nodiscard]] static int SetRotateSetting(const std::list<RotateSetting>& settings);
-  // The view's own row; none is -1, with a line at level info.
+  // Reads the view's own row. When there is none, the result is -1, with a line at level info.
   [[nodiscard]] static int GetRotateSetting(ViewId view_id, RotateSetting& setting);
 
   // --- Profiles ---
 
   [[nodiscard]] static int EnumProfile(std::list<Profile>& profiles);
   [[nodiscard]] static int EnumProfileApply(std::list<ProfileApply>& applied);
-  // All changes in one transaction.
+  // Makes all changes in one transaction.
   [[nodiscard]] static int CommitProfile(const ProfileChanges& changes);
-  // Every user with every profile that applies to its account, then with every profile that applies to its
-  // view.
+  // Lists every user with every profile that applies to its account, then every user with every profile that
+  // applies to its view.
   [[nodiscard]] static int CollectUserData(std::list<UserProfile>& users);
 
  private:
@@ -152,7 +155,7 @@ class UserManager {
 
   static db_util::Database db;       // null when closed
   static base::FileDescriptor lock;  // of the lock file, not open when closed
-  // Destroy leaves the mutex alone, so that a caller who comes too late finds it, and a closed manager.
+  // Destroy leaves the mutex as it is, so that a caller who comes too late can lock it and fail.
   static std::mutex mutex;
   static std::string seed;  // a random number in decimal digits, for other operations of the package
   static bool g_is_cached;  // set by other operations of the package

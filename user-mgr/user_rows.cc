@@ -24,7 +24,7 @@ bool IsName(sqlite3_stmt* row, int column, int type_column) {
 
 unsigned ColumnUnsigned(sqlite3_stmt* row, int column) {
   const sqlite3_int64 value = sqlite3_column_int64(row, column);
-  // Negative 32-bit numbers are ids that were once written as signed.
+  // A negative 32-bit number is an id that some program wrote as a signed one.
   const bool fits = value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<unsigned>::max();
   return fits ? static_cast<unsigned>(value) : std::numeric_limits<unsigned>::max();
 }
