@@ -20,7 +20,7 @@ TEST_F(Lifecycle, InitializeMakesTheSchemaThatAnUpgradeEndsInAndItsFirstRows) {
   EXPECT_EQ(tests::SchemaOf(File()), tests::SchemaOf(upgraded.user));
   EXPECT_EQ(Rows(),
             "version|4150|,branch|master|,view_id|1|,0|32|fifo,"
-            "internal for enc share|{\"filtered_max_name_length\":143}|7");
+            "internal for enc share|{\"filtered_max_name_length\":143}|7,");
 }
 
 TEST_F(Lifecycle, InitializeKeepsWhatIsThereAndIsANoOpWhenOpen) {
@@ -35,7 +35,7 @@ TEST_F(Lifecycle, InitializeKeepsWhatIsThereAndIsANoOpWhenOpen) {
       "UPDATE config_table SET value = '7'; UPDATE rotate_setting_table SET rotate_cnt = 5;"
       "UPDATE profile_table SET name = 'mine', context = '{}', attribute = 2;");
   ASSERT_EQ(UserManager::Initialize(File()), 0);
-  EXPECT_EQ(Rows(), rows + "2");
+  EXPECT_EQ(Rows(), rows + "2,");
   UserManager::Destroy();
 
   Write("UPDATE profile_table SET attribute = 5;");  // no default profile any more
@@ -74,14 +74,12 @@ TEST_F(Lifecycle, TransactionsReportSqliteAndAreRolledBackByDestroy) {
     ASSERT_EQ(undo(), 0);
   }
   EXPECT_EQ(Rows(), rows);
-  const std::string head = "[ERROR] user-mgr(N): UserManager::";
-  const std::string begin =
-      head + "BeginTransaction failed: cannot start a transaction within a transaction (1)";
-  EXPECT_EQ(sink_.Texts(),
-            (std::vector<std::string>{
-                head + "EndTransaction failed: cannot commit - no transaction is active (1)",
-                head + "RollbackTransaction failed: cannot rollback - no transaction is active (1)", begin,
-                begin}));
+  const auto expect_lines = [this](int count, const std::string& text) {
+    EXPECT_EQ(sink_.Count("[ERROR] user-mgr(N): UserManager::" + text + " (1)"), count);
+  };
+  expect_lines(1, "EndTransaction failed: cannot commit - no transaction is active");
+  expect_lines(1, "RollbackTransaction failed: cannot rollback - no transaction is active");
+  expect_lines(2, "BeginTransaction failed: cannot start a transaction within a transaction");
 }
 
 }  // namespace

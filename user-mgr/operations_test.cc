@@ -86,8 +86,8 @@ TEST_F(Operations, ChangeUsers) {
   EXPECT_EQ(Changes(M::EnableUser("ldap", 1, kLdap, kDomain)), "-ldap +ldap 13 4 2001 201 2 /h/l ");
   EXPECT_EQ(Changes(M::EnableUser("D\\bob", 4, kLdap, kDomain)), "-D\\bob +D\\bob 14 0 3001 301 3 /h/d ");
   EXPECT_EQ(Changes(M::RemoveUser("ann")), "-ann -s1 -s5 -task/s1 -task/s5 ");
-  EXPECT_EQ(Changes(M::RemoveUser("@m")),
-            "-s2 -task/s2 ");  // a share user keeps its row, but not its sessions
+  // A share user keeps its row, but not its sessions.
+  EXPECT_EQ(Changes(M::RemoveUser("@m")), "-s2 -task/s2 ");
   EXPECT_EQ(Changes(M::RemoveShareUser("k")), "-@k -rotate/15 ");
   EXPECT_EQ(Changes(M::RemoveShareUser("rob")), "");
   EXPECT_EQ(Changes(M::DeleteUserByUserType(kDomain)), "-D\\bob -s4 -task/s4 ");
@@ -189,34 +189,43 @@ TEST_F(Operations, QueriesFindTheRightRows) {
   EXPECT_EQ(Get<std::list<UserProfile>>(M::CollectUserData), "2 ann 3 ann 3 ldap 1 m 2 m 2 D\\bob ");
 }
 
-TEST_F(Operations, SessionsArePagedInEveryOrder) {
+TEST_F(Operations, SessionsAreSortedAndPaged) {
   using enum SessionOrder;
   using enum Direction;
   std::list<SessionRecord> found;
   const auto ids = [&found](int result) {
     std::string text = result == 0 ? "" : "failed";
-    for (const SessionRecord& session : found) text += session.sess_id;
+    for (const SessionRecord& session : found) text += session.sess_id.back();
     return text;
   };
-  EXPECT_EQ(ids(M::EnumSession({kUserName, kDescending, 2, 0}, found)), "s3s4");
-  EXPECT_EQ(ids(M::EnumSession({kClient, kAscending, 9, 0}, found)), "s2s4s1s5s3");
-  EXPECT_EQ(ids(M::EnumSession({kIp, kAscending, 2, 1}, found)), "s4s3");
-  EXPECT_EQ(ids(M::EnumSession({kCreationTime, kDescending, 3, 2}, found)), "s3s2s1");
-  EXPECT_EQ(ids(M::EnumSession({kClientType, kAscending, 9, 0}, found)), "s3s1s2s5s4");
-  EXPECT_EQ(ids(M::EnumSession({kClientPlatform, kAscending, 9, 0}, found)), "s2s4s5s3s1");
-  EXPECT_EQ(ids(M::EnumSession("ann", {kIp, kAscending, 9, 1}, found)), "s1");
+  EXPECT_EQ(ids(M::EnumSession("ann", {kIp, kAscending, 9, 0}, found)), "51");
+  EXPECT_EQ(ids(M::EnumSession("ann", {kIp, kDescending, 9, 1}, found)), "5");
+  Write("DELETE FROM session_table WHERE sess_id = 's5';");  // the second one of a user
+  const std::map<SessionOrder, std::string> sorted_by = {{kUserName, "2143"},   {kClient, "2413"},
+                                                         {kIp, "4321"},         {kCreationTime, "1234"},
+                                                         {kClientType, "3124"}, {kClientPlatform, "2431"}};
+  for (const auto& [order, sorted] : sorted_by) {
+    EXPECT_EQ(ids(M::EnumSession({order, kAscending, 9, 0}, found)), sorted);
+    EXPECT_EQ(ids(M::EnumSession({order, kDescending, 2, 1}, found)), (std::string{sorted[2], sorted[1]}));
+  }
 }
 
-TEST_F(Operations, WaitForTheLockOfOtherProcesses) {
+TEST_F(Operations, WaitForTheLockUnlessTheyControlTransactions) {
   const base::FileDescriptor other(open(Path("lock").c_str(), O_RDWR | O_CLOEXEC));
-  const auto query = [] { return static_cast<int>(Get<int>(M::CountEnabledUser, kShare).size()) - 2; };
-  for (const std::function<int()>& operation : {std::function<int()>(M::ClearSession), {query}}) {
+  const auto expect_waits = [&](bool waits, const std::function<int()>& operation) {
     ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
-    auto waiting = std::async(std::launch::async, operation);
-    EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    auto running = std::async(std::launch::async, operation);
+    const auto patience = std::chrono::milliseconds(waits ? 100 : 10000);
+    EXPECT_EQ(running.wait_for(patience) == std::future_status::timeout, waits);
     ASSERT_EQ(flock(other.get(), LOCK_UN), 0);
-    EXPECT_EQ(waiting.get(), 0);
-  }
+    EXPECT_EQ(running.get(), 0);
+  };
+  UserList users;
+  expect_waits(true, M::ClearSession);
+  expect_waits(true, [&] { return M::EnumAllUser(users); });
+  expect_waits(true, [] { return M::RemoveUser("none"); });
+  expect_waits(false, [] { return M::BeginTransaction() + M::EndTransaction(); });
+  expect_waits(false, [] { return M::BeginTransaction() + M::RollbackTransaction(); });
 }
 
 TEST_F(Operations, AStatementThatDoesNotFitIsNotExecuted) {

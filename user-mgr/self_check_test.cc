@@ -111,9 +111,9 @@ TEST_F(SelfCheck, NoRollbackAfterAFailedCheck) {
   std::list<ViewId> removed;
   for (int times = 0; times < 2; ++times) EXPECT_EQ(UserManager::SelfCheck(removed), -1);
   EXPECT_EQ(sink_.Count("[ERROR] user-mgr(N): UserManager::SelfCheck BeginTransaction fail"), 1);
-  EXPECT_EQ(Users(), "user1|9999|0|100|,user2|9998|0|100|");
+  EXPECT_EQ(Users(), "user1|9999|0|100|,user2|9998|0|100|,");
   EXPECT_EQ(UserManager::EndTransaction(), 0);
-  EXPECT_EQ(Users(), "user1|9999|0|100|/StratoFolder,user2|9998|0|100|");
+  EXPECT_EQ(Users(), "user1|9999|0|100|/StratoFolder,user2|9998|0|100|,");
   EXPECT_EQ(Read("SELECT * FROM sqlite_master"), schema);
 }
 
@@ -125,7 +125,7 @@ TEST_F(SelfCheck, ThePagedScanPassesOverRowsBehindRemovedOnes) {
     if (i <= 1000 || i > 2000) expected.push_back(10000 - i);
   }
   ExpectRemoved(expected);
-  EXPECT_EQ(Read("SELECT min(id), max(id), count(*) FROM user_table"), "1001|2000|1000");
+  EXPECT_EQ(Read("SELECT min(id), max(id), count(*) FROM user_table"), "1001|2000|1000,");
   EXPECT_EQ(Read("SELECT * FROM sqlite_master"), schema);
 }
 
@@ -176,7 +176,7 @@ TEST_F(SelfCheck, EveryRefusalHasItsOwnLineAndRemovesNobody) {
   machine_.shares.shares = {{"s", "/s", false, {}}};
   machine_.volumes.failing_calls = {"ListMountPoints"};
   ExpectFailure({"UserManager::SelfCheck fail to read the mount points\n", share});
-  EXPECT_EQ(Users(), "@s|9999|0|100|/o");
+  EXPECT_EQ(Users(), "@s|9999|0|100|/o,");
 }
 
 }  // namespace

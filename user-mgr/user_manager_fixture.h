@@ -24,12 +24,8 @@ class UserManagerFixture : public ::testing::Test {
 
   // Both on a connection of their own, as another program would see the file.
   void Write(const std::string& sql) const { tests::RunSql(File(), sql, db_util::OpenMode::kCreate); }
-  // The rows of a query in one line: columns joined by "|", rows by ",".
-  std::string Read(const std::string& sql) const {
-    std::string line = tests::Query(File(), sql, ",");
-    if (!line.empty()) line.pop_back();
-    return line;
-  }
+  // The rows of a query in one line: columns joined by "|", each row followed by ",".
+  std::string Read(const std::string& sql) const { return tests::Query(File(), sql, ","); }
 
   tests::TemporaryFolder folder_;
   tests::FakePlatform machine_;
