@@ -8,7 +8,7 @@ namespace db {
 
 bool HasLayout(sqlite3* db, const std::string& path, const std::string& table_names, int table_count) {
   int tables = 0;
-  int version = 0;
+  int version = 0;  // as long as a table is missing
   db_util::Status status = db_util::QueryInt(
       db, "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name IN (" + table_names + ");",
       tables);
@@ -16,8 +16,8 @@ bool HasLayout(sqlite3* db, const std::string& path, const std::string& table_na
     status = db_util::QueryInt(db, "SELECT value FROM config_table WHERE key = 'version';", version);
   }
   return Check(status, "cannot read %s: %s (%d)\n", path, status.message, status.code) &&
-         Check(tables == table_count && version == package::kCurrentVersion,
-               "%s is not a database of version %d\n", path, package::kCurrentVersion);
+         Check(version == package::kCurrentVersion, "%s is not a database of version %d\n", path,
+               package::kCurrentVersion);
 }
 
 }  // namespace db
