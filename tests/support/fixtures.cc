@@ -56,12 +56,15 @@ std::string Sorted(const std::string& head, std::vector<std::string> rows) {
   return text;
 }
 
-// The script of that name which holds for the version; empty when there is none.
+// The script of that name as of the version: the last whole one with the deltas that follow it; empty when
+// there is none.
 std::string FindScript(int version, const std::string& name) {
   std::string text;
   for (const int folder : kVersions) {
-    const fs::path path = kData / std::to_string(folder) / (name + ".sql");
-    if (folder <= version && fs::exists(path)) text = ReadFile(path);
+    if (folder > version) break;
+    const std::string script = kData / std::to_string(folder) / name;
+    if (fs::exists(script + ".sql")) text = ReadFile(script + ".sql");
+    text += ReadFile(script + ".delta.sql");  // most versions have none
   }
   return text;
 }

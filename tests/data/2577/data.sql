@@ -64,7 +64,8 @@ INSERT INTO config_table (key, value) VALUES
 
 -- View 1: a file of two versions, a removed file of three, a name of 255 bytes, a removed folder of none.
 -- View 4294967297: a root whose version is another one than its own, and no mac attribute of the same kind
--- twice. View 17: a shared folder. View 5 has no node; view 77 has no user.
+-- twice. View 17: a shared folder, in it a folder whose count of versions is wrong and stays. View 5 has no
+-- node; view 77 has no user.
 INSERT INTO node_table (node_id, parent_id, view_id, attribute, max_id, sync_id, ver_cnt, ctime, mtime, name, path, data) VALUES
   (1, 0, 1, 2, 13, 1, 1, 1400000001, 1390000001, '', '/', NULL),
   (2, 1, 1, 0, 12, 12, 2, 1400000002, 1390000012, 'it''s 100% "done" %s.txt', '/it''s 100% "done" %s.txt', ''),
@@ -75,7 +76,7 @@ INSERT INTO node_table (node_id, parent_id, view_id, attribute, max_id, sync_id,
   (7, 6, 4294967297, 0, 20, 20, 1, 1400000020, 1390000020, '%d%n', '/%d%n', NULL),
   (8, 6, 4294967297, 3, 21, 21, 4, 1400000021, 1390000021, 'a;b--', '/a;b--', NULL),
   (9, 0, 17, 2, 11, 11, 1, 1400000011, 1390000011, '', '/', NULL),
-  (10, 9, 17, 2, 14, 14, 1, 1400000014, 1390000014, 'Docs', '/Docs', NULL),
+  (10, 9, 17, 2, 14, 14, 6, 1400000014, 1390000014, 'Docs', '/Docs', NULL),
   (11, 10, 17, 0, 15, 15, 1, 1400000015, 1390000015, 'a\b.TXT', '/Docs/a\b.TXT', NULL),
   (12, 0, 77, 2, 16, 16, 1, 1400000016, 1390000016, '', '/', NULL);
 

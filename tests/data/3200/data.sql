@@ -131,7 +131,8 @@ INSERT INTO config_table (key, value) VALUES
 
 -- View 1: a file of two versions, a removed file of three, a name of 255 bytes, a removed folder of none.
 -- View 4294967297: a root whose version is another one than its own, and no mac attribute of the same kind
--- twice. View 17: a shared folder. View 5 has no node; view 77 has no user.
+-- twice. View 17: a shared folder, in it a folder whose count of versions is wrong and stays. View 5 has no
+-- node; view 77 has no user.
 INSERT INTO node_table (node_id, parent_id, view_id, attribute, max_id, sync_id, ver_cnt, ctime, mtime, name, path, data, v_base_id, v_file_id, v_file_size, v_file_hash, v_mtime, v_exec_bit, v_uid, v_gid, v_mode, v_sess_id, v_client_id, v_mac_attr, node_delta_file_id) VALUES
   (1, 0, 1, 2, 13, 1, 1, 1400000001, 1390000001, '', '/', NULL, 0, 0, 0, '', 1390000001, 0, 0, 0, 1877, 1, 'localhost', NULL, 0),
   (2, 1, 1, 0, 12, 12, 2, 1400000002, 1390000012, 'it''s 100% "done" %s.txt', '/it''s 100% "done" %s.txt', '', 2, 3, 5000000000, 'a9993e364706816aba3e25717850c26c9cd0d89d', 1390000012, 1, 1026, 100, 1877, 2, 'localhost', 'name=O''Brien 100%&x=1', 0),
@@ -140,7 +141,7 @@ INSERT INTO node_table (node_id, parent_id, view_id, attribute, max_id, sync_id,
   (7, 6, 4294967297, 0, 20, 20, 1, 1400000020, 1390000020, '%d%n', '/%d%n', NULL, 0, NULL, NULL, NULL, 1390000020, NULL, 0, 0, 1877, 4, '', X'', 0),
   (8, 6, 4294967297, 3, 21, 21, 4, 1400000021, 1390000021, 'a;b--', '/a;b--', NULL, 0, 5, 1, 'x', 1390000021, 0, 0, 0, NULL, 4, 'Admin@StorageHost', 'uuid', 0),
   (9, 0, 17, 2, 11, 11, 1, 1400000011, 1390000011, '', '/', NULL, 0, 0, 0, '', 1390000011, 0, 0, 0, 1877, 1, 'localhost', '', 0),
-  (10, 9, 17, 2, 14, 14, 1, 1400000014, 1390000014, 'Docs', '/Docs', NULL, 0, 0, 0, '', 1390000014, 1, 0, 0, 1877, 5, 'c', NULL, 0),
+  (10, 9, 17, 2, 14, 14, 6, 1400000014, 1390000014, 'Docs', '/Docs', NULL, 0, 0, 0, '', 1390000014, 1, 0, 0, 1877, 5, 'c', NULL, 0),
   (11, 10, 17, 0, 15, 15, 1, 1400000015, 1390000015, 'a\b.TXT', '/Docs/a\b.TXT', NULL, 0, 6, 2, 'y', 1390000015, 0, 0, 0, 1604, 5, 'c', 'k=v', 0),
   (12, 0, 77, 2, 16, 16, 1, 1400000016, 1390000016, '', '/', NULL, 0, 0, 0, '', 1390000016, 0, 0, 0, 1877, 1, 'c', NULL, 0);
 -- Nodes without their version: the joined columns are NULL, not their defaults.
