@@ -86,7 +86,7 @@ class StepMeter : public updater::RunObserver {
 // Runs the driver; returns the status word that it ends with.
 std::string RunUpgrade(const std::string& volume, StepMeter& meter) {
   const platform::SystemPaths paths = platform::SystemPaths::Under(ctl::DefaultStateFolder(volume));
-  ctl::DemoPlatform demo(volume, package::VolumePaths(volume).live.user, ctl::MadeUpIdentity(), {});
+  ctl::DemoPlatform demo(package::VolumePaths(volume).live.user, ctl::MadeUpIdentity(), {});
   ctl::MadeFolders made;
   std::string status;
   if (ctl::PrepareState(paths, demo.platform().state_files, made, status) < 0) return status;

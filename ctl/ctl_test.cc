@@ -88,8 +88,9 @@ TEST_F(CtlTest, RecordedVolumesKeepTheirRecords) {
 
   const platform::FileSystemUuid bytes = {1, 2, 3, 4, 5, 6, 7, 8};
   const std::string uuid = platform::PrintUuid(bytes);
-  ctl::DemoVolumes volumes("/here", {platform::FileSystemType::kBtrfs, uuid, bytes},
-                           {{platform::sdk::BtrfsUuidToOldForm(bytes), "/recorded"}});
+  platform::memory::MemoryVolumes volumes;
+  ctl::TellVolumes({platform::FileSystemType::kBtrfs, uuid, bytes},
+                   {{platform::sdk::BtrfsUuidToOldForm(bytes), "/recorded"}}, volumes);
   std::string answer;
   EXPECT_EQ(platform::sdk::GetVolumeUuid(volumes, "/recorded", answer), 0);
   EXPECT_EQ(answer, uuid);

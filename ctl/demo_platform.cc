@@ -19,9 +19,9 @@ std::string HomeAbove(const std::string& watch_path) {
 
 }  // namespace
 
-DemoPlatform::DemoPlatform(const std::string& volume, const std::string& user_database, VolumeIdentity own,
-                           const RecordedVolumes& recorded)
-    : volumes_(volume, std::move(own), recorded) {
+DemoPlatform::DemoPlatform(const std::string& user_database, const VolumeIdentity& own,
+                           const RecordedVolumes& recorded) {
+  TellVolumes(own, recorded, machine_.volumes);
   ReadUsers(user_database);
 }
 
@@ -36,15 +36,16 @@ void DemoPlatform::ReadUsers(const std::string& user_database) {
         const int type = sqlite3_column_int(row, 3);
         const std::string watch_path = db_util::ColumnText(row, 5);
         if (type == kShareUser && !name.empty()) {
-          shares_.shares.push_back(
+          machine_.shares.shares.push_back(
               {.name = name.substr(1), .path = watch_path, .is_replica = false, .flags = {}});
         } else if (type == kNormalUser && name != kGoneUser) {
           const auto uid = static_cast<uid_t>(sqlite3_column_int64(row, 1));
-          accounts_.accounts[uid] = {.name = name,
-                                     .uid = uid,
-                                     .gid = static_cast<gid_t>(sqlite3_column_int64(row, 2)),
-                                     .home = HomeAbove(watch_path),
-                                     .expired = (sqlite3_column_int(row, 4) & user_mgr::kExpired) != 0};
+          machine_.accounts.accounts[uid] = {
+              .name = name,
+              .uid = uid,
+              .gid = static_cast<gid_t>(sqlite3_column_int64(row, 2)),
+              .home = HomeAbove(watch_path),
+              .expired = (sqlite3_column_int(row, 4) & user_mgr::kExpired) != 0};
         }
         return true;
       });

@@ -17,24 +17,17 @@ class DemoPlatform {
  public:
   // The users are read from `user_database`; one that cannot be read gives a machine without users. Every
   // normal user has an account, and a home folder above what is watched for it; only the sample's user that
-  // has left has none. Every share user has its share. `own` and `recorded` as for DemoVolumes.
-  DemoPlatform(const std::string& volume, const std::string& user_database, VolumeIdentity own,
-               const RecordedVolumes& recorded);
+  // has left has none. Every share user has its share. `own` and `recorded` as for TellVolumes().
+  DemoPlatform(const std::string& user_database, const VolumeIdentity& own, const RecordedVolumes& recorded);
 
-  [[nodiscard]] platform::Platform& platform() { return platform_; }
+  [[nodiscard]] platform::Platform& platform() { return machine_.platform(); }
   // Who was allowed to use the application.
-  [[nodiscard]] const std::set<std::string>& allowed() const { return app_privilege_.allowed; }
+  [[nodiscard]] const std::set<std::string>& allowed() const { return machine_.app_privilege.allowed; }
 
  private:
   void ReadUsers(const std::string& user_database);
 
-  DemoVolumes volumes_;
-  platform::host::HostStateFiles state_files_;
-  platform::memory::MemoryAppPrivilege app_privilege_;
-  platform::memory::MemoryAccounts accounts_;
-  platform::memory::MemoryServices services_;
-  platform::memory::MemoryShares shares_;
-  platform::Platform platform_{volumes_, state_files_, app_privilege_, accounts_, services_, shares_};
+  platform::memory::MemoryMachine<platform::host::HostStateFiles> machine_;
 };
 
 }  // namespace ctl

@@ -126,7 +126,7 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   const package::PackagePaths live = package::VolumePaths(place.volume).live;
   const VolumeIdentity own = ReadIdentity(place.volume);
   const RecordedVolumes recorded = ReadRecordedVolumes(live.data);
-  DemoPlatform demo(place.volume, live.user, own, recorded);
+  DemoPlatform demo(live.user, own, recorded);
 
   const VolumeSurvey before = SurveyVolume(live);
   streams.out << "Volumes\n";

@@ -20,7 +20,7 @@ struct SampleArguments {
 };
 
 int LiftTo(int version, const std::string& volume, MadeFolders& made, std::string& error) {
-  DemoPlatform demo(volume, package::VolumePaths(volume).live.user, MadeUpIdentity(), {});
+  DemoPlatform demo(package::VolumePaths(volume).live.user, MadeUpIdentity(), {});
   const platform::SystemPaths paths = platform::SystemPaths::Under(DefaultStateFolder(volume));
   if (PrepareState(paths, demo.platform().state_files, made, error) < 0) return -1;
   std::ostream silent(nullptr);  // the updaters' own output would not help who wants a sample

@@ -120,7 +120,7 @@ int WriteClientDatabase(const std::string& path, const SampleContent& content, s
 }  // namespace
 
 std::vector<int> SampleVersions() {
-  DemoPlatform nobody({}, {}, MadeUpIdentity(), {});
+  DemoPlatform nobody({}, MadeUpIdentity(), {});
   std::ostream silent(nullptr);
   std::vector<int> versions = {kSampleVersion};
   for (const auto& updater : updater::server::CreateServerUpdaters({{}, silent, nobody.platform()}, {})) {

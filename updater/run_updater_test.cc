@@ -55,7 +55,7 @@ class RunUpdaterTest : public ::testing::Test,
 
   // Live databases of that version.
   void StartAt(int version) {
-    tests::WriteFixture(version, fake_.volumes.everywhere.ext_uuid, "",
+    tests::WriteFixture(version, fake_.volumes.own.uuid, "",
                         tests::PackageIn(run_.volume + "/@stratofolder"));
   }
   // Runs the program and returns the status it leaves; the mark must be gone.
@@ -153,7 +153,7 @@ TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesTh
   EXPECT_LT(user_mgr::UserManager::EnumAllUser(users), 0) << "closed";
   fake_.accounts.failing.clear();
 
-  fake_.volumes.gone.insert("/gone");
+  fake_.volumes.failing_calls = {"/gone"};
   tests::RunSql(run_.live.data, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '/gone');");
   fs::remove(run_.live.view_folder + "/17/view-db.sqlite");
   EXPECT_EQ(Check(), -1);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/memory/memory_volumes.h"
 #include "platform/platform.h"
 
 namespace platform::memory {
@@ -60,6 +61,23 @@ class MemoryShares : public Shares {
   }
 
   std::vector<Share> shares;
+};
+
+// A whole machine of such parts. Its key/value and pid files are those of `StateFiles`.
+template <typename StateFiles, typename VolumesPart = MemoryVolumes, typename AccountsPart = MemoryAccounts>
+class MemoryMachine {
+ public:
+  VolumesPart volumes;
+  StateFiles state_files;
+  MemoryAppPrivilege app_privilege;
+  AccountsPart accounts;
+  MemoryServices services;
+  MemoryShares shares;
+
+  [[nodiscard]] Platform& platform() { return platform_; }
+
+ private:
+  Platform platform_{volumes, state_files, app_privilege, accounts, services, shares};
 };
 
 }  // namespace platform::memory

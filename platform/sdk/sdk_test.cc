@@ -15,7 +15,7 @@ TEST(Sdk, EveryFailureLeavesTheUuidAsItWas) {
   tests::FakePlatform fake;
   std::string uuid = "(unchanged)";
   const auto expect_failure = [&](platform::FileSystemType type, const std::string& failing_call) {
-    fake.volumes.everywhere.type = type;
+    fake.volumes.own.type = type;
     fake.volumes.failing_calls = {failing_call};
     EXPECT_EQ(platform::sdk::GetVolumeUuid(fake.volumes, "/100%s", uuid), -1) << failing_call;
   };
@@ -24,7 +24,7 @@ TEST(Sdk, EveryFailureLeavesTheUuidAsItWas) {
   expect_failure(platform::FileSystemType::kExt4, "GetShareBinPath");
   expect_failure(platform::FileSystemType::kExt4, "GetExtUuid");
   expect_failure(platform::FileSystemType::kBtrfs, "GetBtrfsUuid");
-  fake.volumes.everywhere.btrfs_magic = 0xABCULL;
+  fake.volumes.own.btrfs_magic = 0xABCULL;
   EXPECT_EQ(platform::sdk::GetOldBtrfsUuid(fake.volumes, "/100%s", uuid), -1);  // no real superblock
   EXPECT_EQ(uuid, "(unchanged)");
   EXPECT_THAT(sink.Texts(),

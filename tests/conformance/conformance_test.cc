@@ -144,7 +144,7 @@ TEST_F(UpdaterTest, EndsAtAnObstacleWithItsTransactionUndone) {
 TEST_F(UpdaterTest, LeavesAViewAsItWasWhenTheRenamingOfItsUuidFails) {
   uuid_ = "03020100-0504-0706-0809-0a0b0c0d0e0f";  // the old form
   StartAt(3450, "activity");
-  fake_.volumes.everywhere.type = platform::FileSystemType::kBtrfs;
+  fake_.volumes.own.type = platform::FileSystemType::kBtrfs;
   RunSql(View("1"),
          "CREATE TRIGGER t BEFORE UPDATE OF mac_attr ON version_table BEGIN SELECT RAISE(ABORT, 'no'); END;");
   const std::string uuids =

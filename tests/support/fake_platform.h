@@ -1,63 +1,28 @@
-// A machine for tests: every answer is a public field that a test sets, every key/value and pid file is real.
+// The machine that is told its answers, for tests: with operations that fail. Key/value and pid files are
+// real.
 #pragma once
 
-#include <filesystem>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "platform/host/host_state_files.h"
 #include "platform/memory/memory_platform.h"
 
 namespace tests {
 
-struct FakeVolume {
-  platform::FileSystemType type = platform::FileSystemType::kExt4;
-  std::string ext_uuid = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0";
-  // Old text form: 03020100-0504-0706-0809-0a0b0c0d0e0f, new: 00010203-0405-0607-0809-0a0b0c0d0e0f.
-  platform::FileSystemUuid btrfs_uuid = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-  unsigned long long btrfs_magic = platform::kBtrfsMagic;
-};
-
-// Every folder that exists is a mount point; every path, existing or not, lies on the one volume.
-class FakeVolumes : public platform::Volumes {
+class FakeVolumes : public platform::memory::MemoryVolumes {
  public:
-  FakeVolume everywhere;
-  std::set<std::string> gone;           // paths for which every call fails
-  std::set<std::string> failing_calls;  // names of the operations that fail: "GetBtrfsUuid"
-  std::vector<std::string> mount_points;
-
-  int PLATMountVolInfoGet(const std::string& path, platform::VolumeInfo& info) override {
-    std::error_code ignored;  // what cannot be looked at is no folder
-    if (!std::filesystem::is_directory(path, ignored)) return -1;
-    const bool btrfs = everywhere.type == platform::FileSystemType::kBtrfs;
-    return Answer(__func__, path, {path, "/dev/fake", btrfs ? "btrfs" : "ext4"}, info);
+  // Old text form: 03020100-0504-0706-0809-0a0b0c0d0e0f, new: 00010203-0405-0607-0809-0a0b0c0d0e0f.
+  FakeVolumes() {
+    own = {.uuid = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0",
+           .btrfs_uuid = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
   }
-  int GetShareBinPath(const std::string& path, std::string& bin_path) override {
-    return Answer(__func__, path, path, bin_path);
-  }
-  int GetFileSystemType(const std::string& path, platform::FileSystemType& type) override {
-    return Answer(__func__, path, everywhere.type, type);
-  }
-  int GetBtrfsUuid(const std::string& path, platform::FileSystemUuid& uuid) override {
-    return Answer(__func__, path, everywhere.btrfs_uuid, uuid);
-  }
-  int ReadBtrfsSuperblock(const std::string& path, platform::BtrfsSuperblock& superblock) override {
-    return Answer(__func__, path, {everywhere.btrfs_magic, everywhere.btrfs_uuid}, superblock);
-  }
-  int GetExtUuid(const std::string& path, std::string& uuid) override {
-    return Answer(__func__, path, everywhere.ext_uuid, uuid);
-  }
-  int ListMountPoints(std::vector<std::string>& result) override {
-    return Answer(__func__, "", mount_points, result);
-  }
+  // Operations ("GetBtrfsUuid"), and paths of which nothing can be asked.
+  std::set<std::string> failing_calls;
 
  private:
-  template <typename Value>
-  int Answer(const char* call, const std::string& path, const Value& value, Value& result) const {
-    if (gone.contains(path) || failing_calls.contains(call)) return -1;
-    result = value;
-    return 0;
+  bool Fails(const std::string& operation, const std::string& path) const override {
+    return failing_calls.contains(operation) || failing_calls.contains(path);
   }
 };
 
@@ -73,19 +38,7 @@ class FakeAccounts : public platform::memory::MemoryAccounts {
   }
 };
 
-class FakePlatform {
- public:
-  FakeVolumes volumes;
-  platform::host::HostStateFiles state_files;
-  platform::memory::MemoryAppPrivilege app_privilege;
-  FakeAccounts accounts;
-  platform::memory::MemoryServices services;
-  platform::memory::MemoryShares shares;
-
-  [[nodiscard]] platform::Platform& platform() { return platform_; }
-
- private:
-  platform::Platform platform_{volumes, state_files, app_privilege, accounts, services, shares};
-};
+using FakePlatform =
+    platform::memory::MemoryMachine<platform::host::HostStateFiles, FakeVolumes, FakeAccounts>;
 
 }  // namespace tests

@@ -26,7 +26,7 @@ class PackageTest : public ::testing::Test {
  protected:
   // Forgets the package and all that was said, and writes the databases of that version.
   void StartAt(int version, const std::string& extras = "") {
-    fake_.volumes.everywhere.ext_uuid = uuid_;
+    fake_.volumes.own.uuid = uuid_;
     fake_.volumes.failing_calls.clear();
     std::filesystem::remove_all(folder_);
     std::filesystem::create_directories(folder_);
