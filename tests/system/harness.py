@@ -1,34 +1,39 @@
 """Runs the program as the package does: as root, with its fixed paths, on a mounted volume. Every test has
 volumes of its own; the machine around them is that of namespace.py."""
 
+import collections
+import contextlib
 import hashlib
 import itertools
 import os
 import re
 import shutil
 import socket
+import sqlite3
 import stat
 import subprocess
-import sys
 import tempfile
 import threading
 import unittest
 import uuid
-from typing import NamedTuple
 
-import databases
 import namespace
-from namespace import write
+from namespace import read, write
 
-SKIPPED = 77
 STATUS_FILE = "/var/packages/StratoFolder/etc/enable_status"
 ENABLED = "/var/packages/StratoFolder/enabled"
 MARK = "/usr/plat/etc/packages/StratoFolder/stfd_upgrading_mark"
 PRIVILEGE = "/usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance"
-PROGRAM = os.path.join(namespace.ROOM, "updater-svr")
+PROGRAM, TOOL = (os.path.join(namespace.ROOM, name) for name in ("updater-svr", "package-tool"))
+# Held open: the scripts stay reachable when a test covers the folder that the sources lie in.
+DATA = os.open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data"), os.O_RDONLY)
+VERSIONS = (2577, 2603, 3004, 3200, 3300, 3400, 3450, 4000, 4060, 4100, 4150)
+VIEWS = (1, 5, 17, 4294967297)
+FIRST_WITH = {"rights": 3004, "activity": 3200, "own-rotation": 3400, "shared-rotation": 3400}  # extra contents
 NO_OVERRIDE = ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")  # root without root's reach
 USER_LOG, ERROR, PRIORITIES = 1 << 3, 3, {"INFO": 6, "WARNING": 4}
 NUMBERS = itertools.count(1)
+Run = collections.namedtuple("Run", "stdout stderr exit status log")
 # The users of the databases that are no account here do not get the privilege.
 REFUSED_USERS = [f"[ERROR] sdk-impl-6-0(N): Fail to allow user '{user}'\n"
                  for user in ("DOM\\bob 100%", "größe.ldap")]
@@ -37,37 +42,45 @@ MADE_BY_A_FAILED_RUN = re.compile(
     r"\.bak(/|-|$)|@sync/node_delta|@sync/rm|@sync/(repo|delta)/\.0$|new-syncfolder\.sqlite|-shm$")
 
 
-class Run(NamedTuple):
-    stdout: str
-    stderr: str
-    exit: int
-    status: str
-    log: list
+def text_of(version):
+    """All branches but two are "master"."""
+    return f"({ {2577: '', 2603: 'hos-4.3'}.get(version, 'master')}, {version})"
 
 
-class Log(threading.Thread):
-    """The system log: a socket at /dev/log, read while the program runs so that it never has to wait."""
+def tool(*arguments):
+    """The tool behind the databases of tests/data is no part of the program."""
+    return subprocess.run([TOOL, *arguments], check=True, capture_output=True, cwd=f"/proc/self/fd/{DATA}",
+                          encoding="utf-8", errors="surrogateescape").stdout
 
-    def __init__(self):
-        super().__init__()
-        self.lines, self.socket = [], socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.socket.bind("/dev/log")
-        self.start()
 
-    def run(self):
-        while datagram := self.socket.recv(1 << 20):
-            priority, text = re.fullmatch(r"<(\d+)>.{15} [^:]*: (.*)", datagram.decode(), re.S).groups()
-            level = re.match(r"\[(\w+)\]", text)
-            expected = USER_LOG | PRIORITIES.get(level[1] if level else "", ERROR)
-            self.lines.append(comparable(text) if int(priority) == expected else datagram.decode())
+def query(path, sql, row_factory=None):
+    with contextlib.closing(sqlite3.connect(f"file:{path}?mode=ro", uri=True)) as db:
+        db.row_factory = row_factory
+        return db.execute(sql).fetchall()
 
-    def finish(self):
-        self.socket.connect("/dev/log")
-        self.socket.send(b"")
-        self.join()
-        os.unlink("/dev/log")
-        self.socket.close()
-        return self.lines
+
+def change(path, sql):
+    with contextlib.closing(sqlite3.connect(path)) as db:
+        db.executescript(sql)
+
+
+@contextlib.contextmanager
+def system_log():
+    """What is logged: a socket at /dev/log, read while the program runs so that it never has to wait."""
+    def listen():
+        while datagram := log.recv(1 << 20).decode():
+            priority, text = re.fullmatch(r"<(\d+)>.{15} [^:]*: (.*)", datagram, re.S).groups()
+            level = re.match(r"\[(\w+)\]|", text)[1]
+            lines.append(comparable(text) if int(priority) == USER_LOG | PRIORITIES.get(level, ERROR) else datagram)
+    lines, thread = [], threading.Thread(target=listen)
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
+        log.bind("/dev/log")
+        thread.start()
+        yield lines
+        log.connect("/dev/log")
+        log.send(b"")
+        thread.join()
+    os.unlink("/dev/log")
 
 
 def comparable(text):
@@ -76,11 +89,6 @@ def comparable(text):
     text = re.sub(r"(Failed to exec|, sql =) .*?(\n?)\Z", r"\1 SQL\2", text, flags=re.S)
     text = re.sub(r"^(Strato Folder Updater|\[[A-Z]+\] [a-z0-9/-]+)\(\d+\)", r"\1(N)", text)
     return re.sub(r"^updater-svr:\d+ ", "updater-svr:N ", text)
-
-
-def read(path):
-    with open(path, encoding="utf-8") as file:
-        return file.read()
 
 
 def clear(folder):
@@ -101,9 +109,9 @@ class Package:
 
     def fill(self, version, uuid_text, extras=(), sync=None):
         """The databases of the version, and the files and folders that earlier upgrades made."""
-        databases.tool(self.package, str(version), uuid_text, sync or self.sync, " ".join(extras))
+        tool(self.package, str(version), uuid_text, sync or self.sync, " ".join(extras))
         made = {2603: ["repo/.0", "delta/.0"], 3200: ["node_delta/.0"],
-                3400: [f"view/{view}/sign/.0" for view in databases.VIEWS] + [
+                3400: [f"view/{view}/sign/.0" for view in VIEWS] + [
                     f"rm/{name}/" for name in
                     ("file", "delta", "node_delta", "deref_file", "rotate_node", "rotate_base")]}
         for path in (f"{self.sync}/{name}" for since, names in made.items() if since <= version for name in names):
@@ -113,16 +121,19 @@ class Package:
 
     def files(self):
         """All files below the package folder, and its empty folders."""
-        return sorted(os.path.relpath(os.path.join(folder, name), self.package)
-                      for folder, folders, names in os.walk(self.package)
-                      for name in names + [f for f in folders if not os.listdir(os.path.join(folder, f))])
+        return sorted(os.path.relpath(path, self.package) for path in self.everything()
+                      if not os.path.isdir(path) or not os.listdir(path))
+
+    def everything(self):
+        return [self.package, *(os.path.join(folder, name) for folder, folders, names in os.walk(self.package)
+                                for name in folders + names)]
 
     def databases(self):
         return [os.path.join(self.package, path) for path in self.files() if path.endswith(".sqlite")]
 
     def content(self):
         """All that is in the databases. Whoever used one before the run may have changed its journal mode."""
-        return [line for line in databases.tool(self.package).splitlines() if not line.startswith("journal_mode")]
+        return [line for line in tool(self.package).splitlines() if not line.startswith("journal_mode")]
 
     def live(self):
         """Identity of all files that a failed run must leave as they were."""
@@ -189,16 +200,16 @@ class SystemTest(unittest.TestCase):
 
     def run_updater(self, *arguments, prefix=(), kill_at=None):
         """One run. With kill_at it is killed as soon as it has written a line with that text."""
-        log, written = Log(), []
+        written = []
         kept = {name: value for name, value in os.environ.items() if name == "PATH" or name.endswith("SAN_OPTIONS")}
-        with subprocess.Popen([*prefix, PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, encoding="utf-8", env=kept) as process:
+        with system_log() as lines, subprocess.Popen(
+                [*prefix, PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE, encoding="utf-8", env=kept, umask=0o077) as process:
             for line in process.stdout:
                 written.append(line)
                 if kill_at is not None and kill_at in line:
                     process.kill()
             stderr = process.stderr.read()
-        lines = log.finish()
         self.assertNotRegex(stderr, "Sanitizer|runtime error")
         status = re.search(r'^status="(.*)"$', read(STATUS_FILE), re.M)[1]
         return Run("".join(written), stderr, process.returncode, status, lines)
@@ -213,24 +224,9 @@ class SystemTest(unittest.TestCase):
         the watch path of the one local user up to date."""
         with tempfile.TemporaryDirectory(dir=namespace.ROOM) as folder:
             expected = Package(folder)
-            expected.fill(databases.LATEST, volume.uuid, extras, volume.sync)
+            expected.fill(VERSIONS[-1], volume.uuid, extras, volume.sync)
             home = namespace.HOME.replace("'", "''")
-            databases.change(expected.user,
+            change(expected.user,
                              f"UPDATE user_table SET watch_path = '{home}/StratoFolder' WHERE user_type = 0")
             self.assertEqual(volume.files(), expected.files())
             self.assertEqual(volume.content(), expected.content())
-
-
-def main():
-    """Runs the tests of the calling file: <program under test> <package-tool> [unittest arguments]."""
-    os.environ["PATH"] += ":/usr/sbin:/sbin"  # not on the path of every root
-    reason = namespace.what_is_missing()
-    if reason is not None:
-        print(f"{__file__}:1: Skipped\n{reason}\n")  # as GoogleTest puts it, for whoever counts the tests
-        sys.exit(SKIPPED)
-    programs = [os.open(sys.argv.pop(1), os.O_RDONLY) for _ in (PROGRAM, databases.TOOL)]
-    namespace.enter()
-    for program, path in zip(programs, (PROGRAM, databases.TOOL)):
-        shutil.copy(f"/proc/self/fd/{program}", path)
-    os.umask(0o022)
-    unittest.main()

@@ -2,6 +2,7 @@
 
 import ctypes
 import os
+import pathlib
 import shutil
 import stat
 import subprocess
@@ -14,7 +15,7 @@ CONFIGURATION = {
     "shadow": "root:*:19000:0:99999:7:::\nO'Brien:*:19000:0:99999:7:::\n",
     "group": "root:x:0:\nusers:x:100:\n",
     "nsswitch.conf": "passwd: files ldap winbind\nshadow: files\n",
-    "samba/smb.conf": '[homes]\n[team "50%"]\npath = /volume1/team "50%"\n',
+    "samba/smb.conf": '[Homes]\n[team "50%"]\npath = /volume1/team "50%"\n',
 }
 DEVICES = [("null", 1, 3, stat.S_IFCHR), ("zero", 1, 5, stat.S_IFCHR), ("random", 1, 8, stat.S_IFCHR),
            ("urandom", 1, 9, stat.S_IFCHR), ("loop-control", 10, 237, stat.S_IFCHR),
@@ -79,7 +80,10 @@ def configure(files):
         write("/etc/" + name, text)
 
 
+def read(path):
+    return pathlib.Path(path).read_text("utf-8")
+
+
 def write(path, text=""):
     os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "w", encoding="utf-8") as file:
-        file.write(text)
+    pathlib.Path(path).write_text(text, "utf-8")

@@ -7,40 +7,29 @@ import re
 import shutil
 import sqlite3
 import subprocess
+import time
 
-import databases
 import harness
 import namespace
-from databases import query
-from harness import SystemTest
+from harness import SystemTest, query
 
+TODAY = int(time.time()) // (24 * 60 * 60)
 LOCK = "/tmp/user-mgr-lock-file"
 HOMES, SHARES = namespace.ROOM + "/homes", namespace.ROOM + "/shares"
 NO_ALICE, NO_MUSIC = ({name: namespace.CONFIGURATION[name]} for name in ("passwd", "samba/smb.conf"))
-# To the users of tests/data: a local one and a share user, with a session, a task and a view each.
-USERS = f"""
-    UPDATE user_table SET watch_path = '{HOMES}/O''Brien/StratoFolder' WHERE id = 3;
-    INSERT INTO user_table (id, attribute, view_id, name, uid, gid, user_type, watch_path) VALUES
-      (20, 0, 20, 'alice', 1027, 100, 0, '{HOMES}/alice/StratoFolder'),
-      (21, 0, 21, '@music', 0, 0, 1, '{SHARES}/music');
-    INSERT INTO session_table (uid, sess_id) VALUES (20, 'alice'), (21, 'music');
-    INSERT INTO backup_task_table (session, view_id) VALUES ('sessión 2', 5), ('alice', 20), ('music', 21);
-    INSERT INTO rotate_setting_table VALUES (20, 4, 'fifo'), (21, 4, 'fifo');"""
 # What a run changes: row (by its rowid) or view -> its new values, None when it is gone.
 ALICE_LOGGED_OUT = {"session_table 3": None, "backup_task_table 2": None}
-ALICE_GONE = {"user_table 20": None, "view 20": None, **ALICE_LOGGED_OUT}
-MUSIC_GONE = {"user_table 21": None, "rotate_setting_table 21": None, "view 21": None}
-TEAM_GONE = {"user_table 8": None, "rotate_setting_table 17": None, "view 17": None}
-LDAP_GONE = {"user_table 2": None}
-DOMAIN_GONE = {"user_table 1": None, "session_table 2": None, "backup_task_table 1": None}
-# The same users as the log names them, and why they are removed.
-NO_ACCOUNT = ("alice", 1027, 0, 20, "there is no such account")
-NO_SHARE = ("music", 0, 1, 21, "there is no such share")
-NO_TEAM = ('team "50%"', 0, 1, 17, NO_SHARE[-1])
-LDAP_OFF = ("größe.ldap", 2000001, 2, 4294967297, "the LDAP service is off")
-DOMAIN_OFF = ("DOM\\bob 100%", 4000000000, 3, 5, "the domain service is off")
-REPLICA, MOUNTED = ((*NO_SHARE[:-1], why) for why in (
-    "the share is a replica", "a file system is mounted in the folder of the share"))
+# The same users as the log names them, and what goes with them.
+USERS = {
+    "alice": (("alice", 1027, 0, 20), "user_table 20", "view 20", *ALICE_LOGGED_OUT),
+    "music": (("music", 0, 1, 21), "user_table 21", "rotate_setting_table 21", "view 21"),
+    "team": (('team "50%"', 0, 1, 17), "user_table 8", "rotate_setting_table 17", "view 17"),
+    "ldap": (("größe.ldap", 2000001, 2, 4294967297), "user_table 2"),
+    "domain": (("DOM\\bob 100%", 4000000000, 3, 5), "user_table 1", "session_table 2", "backup_task_table 1"),
+}
+NO_ACCOUNT, NO_SHARE = "there is no such account", "there is no such share"
+LDAP_OFF, DOMAIN_OFF = "the LDAP service is off", "the domain service is off"
+REPLICA, MOUNTED = "the share is a replica", "a file system is mounted in the folder of the share"
 WARNING = "[WARNING] user-mgr(N): UserManager::SelfCheck: "
 REMOVED = WARNING + "removed user '%s' (uid %u, type %u, view %u): %s\n"
 SHARED = WARNING + "view %u is not deleted with user '%s': another user row names it\n"
@@ -59,7 +48,9 @@ def replica(flags):
 
 
 def alice(name="alice", gid=100, until=""):
-    return {"passwd": f"{NO_ALICE['passwd']}{name}:x:1027:{gid}::{HOMES}/alice:/bin/false\n",
+    """Her entry is long, and so is the way to her home; another account has the same name."""
+    return {"passwd": f"{NO_ALICE['passwd']}{name}:x:1028:7::/:\n"
+                      f"{name}:x:1027:{gid}:{'g' * 3000}:/proc/self/root{HOMES}/alice:/bin/false\n",
             "shadow": f"{namespace.CONFIGURATION['shadow']}{name}:*:19000:0:99999:7::{until}:\n"}
 
 
@@ -71,14 +62,17 @@ def unreadable(name):
     return lambda: os.chmod("/etc/" + name, 0)
 
 
+def failed_opening(*lines, step="initialize sync folder user database"):
+    return {"status": "upgradefail", "log": [*(ERROR + line for line in lines), f"Failed to {step}\n"]}
+
+
 def failed_check(*lines):
-    return {"status": "upgradefail",
-            "log": [*(ERROR + line for line in (*lines, "UserManager::SelfCheck CheckUser fail")),
-                    "Failed to do initial self check on user database\n"]}
+    step = "do initial self check on user database"
+    return failed_opening(*lines, "UserManager::SelfCheck CheckUser fail", step=step)
 
 
-def failed_opening(line):
-    return {"status": "upgradefail", "log": [ERROR + line, "Failed to initialize sync folder user database\n"]}
+def removed(user, why):
+    return REMOVED % (*USERS[user][0], why)
 
 
 def state_of(volume):
@@ -89,9 +83,8 @@ def state_of(volume):
     for head, path in paths.items():
         with contextlib.suppress(sqlite3.Error):  # what is no database has no rows
             for (table,) in query(path, "SELECT name FROM sqlite_master WHERE type = 'table'"):
-                columns = [name for (name,) in query(path, f"SELECT name FROM pragma_table_info('{table}')")]
-                for number, *row in query(path, f"SELECT rowid, * FROM {table}"):
-                    state[f"{head}{table} {number}"] = dict(zip(columns, row))
+                for row in query(path, f"SELECT rowid AS number, * FROM {table}", sqlite3.Row):
+                    state[f"{head}{table} {row['number']}"] = dict(row)
     return state
 
 
@@ -121,17 +114,17 @@ class CheckTest(SystemTest):
     def set_up_databases(self, **scripts):
         self.set_up_package()
         shutil.rmtree(self.volume.package, ignore_errors=True)
-        self.volume.fill(databases.LATEST, self.volume.uuid)
+        self.volume.fill(harness.VERSIONS[-1], self.volume.uuid, ["more-users"])
         for number in (20, 21, 30):
             shutil.copytree(f"{self.volume.sync}/view/5", f"{self.volume.sync}/view/{number}")
-        databases.change(self.volume.user, USERS + scripts.get("user", ""))
-        databases.change(self.volume.data, scripts.get("data", ""))
-        databases.change(self.volume.view(1), scripts.get("view", ""))
+        for name, path in {"user": self.volume.user, "data": self.volume.data, "view": self.volume.view(1)}.items():
+            harness.change(path, scripts.get(name, ""))
 
     def check(self, changed=(), log=(), status="done", prepare=lambda: None, files=(), mounts=(), gone=(), volumes=(),
               **scripts):
         """Runs on a machine with other files (None: there is none) and mounts, and on databases with other rows. The
-        log: its first lines, the users who are gone with their views, and what is said of volumes."""
+        log: its first lines, the users who are gone (and why) with their views, and what is said of volumes."""
+        changed = dict(changed) | {name: None for user in gone for name in USERS[user][1:]}
         self.set_up_machine(dict(files), mounts)
         self.set_up_databases(**scripts)
         prepare()
@@ -139,11 +132,11 @@ class CheckTest(SystemTest):
         run = self.run_updater(self.volume.path, prefix=harness.NO_OVERRIDE)
         self.assert_ended(run, status)
         deleted = [f"[WARNING] db(N): DeleteView: {view} ({self.volume.sync}/{view.replace(' ', '/')}): deleted\n"
-                   for view, values in dict(changed).items() if re.fullmatch(r"view \d+", view) and values is None]
+                   for view, values in changed.items() if re.fullmatch(r"view \d+", view) and values is None]
         self.assertEqual(run.log, [f"database is located at '{self.volume.path}'", *log,
-                                   *(REMOVED % user for user in gone), *deleted, *volumes])
+                                   *(removed(*user) for user in dict(gone).items()), *deleted, *volumes])
         self.assertEqual(run.stderr, "")
-        self.assertEqual(changes(before, state_of(self.volume)), dict(changed))
+        self.assertEqual(changes(before, state_of(self.volume)), changed)
         self.assertEqual(self.volume.copies(), [])
         if status != "done" and not changed:
             self.assertEqual(self.volume.live(), live)
@@ -159,22 +152,26 @@ class Users(CheckTest):
         no_answer = failed_check("UserManager::CheckNormalUser fail to look up the account of uid 1026\n",
                                  "Failed to CheckLocalUser O'Brien\n")
         self.check_each({
-            "gone": dict(files=NO_ALICE, changed=ALICE_GONE, gone=[NO_ACCOUNT]),
+            "gone": dict(files=NO_ALICE, gone={"alice": NO_ACCOUNT}),
             "renamed": dict(files=alice("Alicia"), log=[RENAMED % "alice"],
                             changed={"user_table 20": {"name": "Alicia"}, **ALICE_LOGGED_OUT}),
             "other group, expired": dict(
-                files=alice(gid=4000000000, until=19001), user=change_user(20, "attribute = 9"),
+                files=alice(gid=4000000000, until=TODAY), user=change_user(20, "attribute = 9"),
                 changed={"user_table 20": {"gid": 4000000000, "attribute": 11}}),
             "other home, not expired": dict(
-                user=change_user(20, "attribute = 11, watch_path = '/other'"),
+                files=alice(until=TODAY + 1), user=change_user(20, "attribute = 11, watch_path = '/other'"),
                 changed={"user_table 20": {"attribute": 9, "watch_path": HOMES + "/alice/StratoFolder"}}),
             "no accounts": dict(files={"passwd": ""}, **no_answer),
             "unreadable accounts": dict(prepare=unreadable("passwd"), **no_answer),
-            "homes off": dict(files={"samba/smb.conf": music()["samba/smb.conf"].replace("[homes]", "")},
+            "homes off": dict(files={"samba/smb.conf": music()["samba/smb.conf"].replace("[Homes]", "")},
                               changed={"user_table 3": {"watch_path": ""}, "user_table 20": {"watch_path": ""}}),
-            "ldap off": dict(files={"nsswitch.conf": "passwd: files winbind\n"}, changed=LDAP_GONE, gone=[LDAP_OFF]),
-            "domain off": dict(files={"nsswitch.conf": "passwd:\tfiles sss # winbind\n"}, changed=DOMAIN_GONE,
-                               gone=[DOMAIN_OFF]),
+            "homes elsewhere": dict(files={"samba/smb.conf": music()["samba/smb.conf"].replace(
+                "[Homes]", "include = registry")}),
+            "ldap off": dict(files={"nsswitch.conf": "passwd:compat winbind"}, gone={"ldap": LDAP_OFF}),
+            "domain off": dict(gone={"domain": DOMAIN_OFF}, files={
+                "nsswitch.conf": "#passwd: winbind\n passwd:\tfiles [NOTFOUND=return] sss # winbind\n"}),
+            "both off": dict(gone={"ldap": LDAP_OFF, "domain": DOMAIN_OFF}, files={
+                "nsswitch.conf": "passwd: files systemd\ngroup: files ldap winbind\n"}),
             "unreadable services": dict(prepare=unreadable("nsswitch.conf")),
         })
 
@@ -194,20 +191,20 @@ class Users(CheckTest):
             (51, 0, 30, 'no @', 0, 0, 1, '');"""
         whys = ["view_id is no integer from 0 to 2^63-1"] * 4 + ["uid is no integer from 0 to 2^32-1"] * 3 + [
             "name is no text, empty or holds a NUL"] * 7
-        view_stays = {name: values for name, values in MUSIC_GONE.items() if name != "view 21"}
+        view_stays = dict.fromkeys(USERS["music"][1:-1])
         sharers = "INSERT INTO user_table VALUES (22, 0, 21, 'root', 0, 0, 0, ''), (23, 0, 20, 'zoe', 5555, 0, 0, '');"
         self.check_each({
             "damaged rows": dict(
                 user=rows, files=alice("Alicia") | NO_MUSIC | {"nsswitch.conf": "passwd: files winbind\n"},
-                log=[*(DAMAGED % line for line in zip(damage, whys)), REMOVED % LDAP_OFF, SKIPPED % "(unknown)",
-                     SKIPPED % "no @", RENAMED % "alice", REMOVED % NO_SHARE, SHARED % (21, "music")],
-                changed={"user_table 20": {"name": "Alicia"}, **ALICE_LOGGED_OUT, **LDAP_GONE, **view_stays}),
+                log=[*(DAMAGED % line for line in zip(damage, whys)), removed("ldap", LDAP_OFF), SKIPPED % "(unknown)",
+                     SKIPPED % "no @", RENAMED % "alice", removed("music", NO_SHARE), SHARED % (21, "music")],
+                changed={"user_table 20": {"name": "Alicia"}, **ALICE_LOGGED_OUT, "user_table 2": None, **view_stays}),
             "shared views": dict(
-                user=sharers, files=NO_ALICE | NO_MUSIC, log=[REMOVED % NO_ACCOUNT, SHARED % (20, "alice"),
-                                                              REMOVED % NO_SHARE, SHARED % (21, "music")],
-                gone=[("zoe", 5555, *NO_ACCOUNT[2:])], changed={
-                    **ALICE_GONE, **view_stays, "user_table 23": None,
-                    "user_table 22": {"watch_path": "/root/StratoFolder"}}),
+                user=sharers, files=NO_ALICE | NO_MUSIC, log=[
+                    removed("alice", NO_ACCOUNT), SHARED % (20, "alice"), removed("music", NO_SHARE),
+                    SHARED % (21, "music"), REMOVED % ("zoe", 5555, 0, 20, NO_ACCOUNT)],
+                changed={**dict.fromkeys(USERS["alice"][1:]), **view_stays, "user_table 23": None,
+                         "user_table 22": {"watch_path": "/root/StratoFolder"}}),
             "long name gone": dict(user=change_user(20, f"name = '{name}'"), files=NO_ALICE, **too_long),
         })
 
@@ -220,20 +217,19 @@ class Shares(CheckTest):
         too_long = "/" + "p" * 999
         self.check_each({
             "moved": dict(files=music(path="/moved"), changed={"user_table 21": {"watch_path": "/moved"}}),
-            "gone": dict(files=NO_MUSIC, changed=MUSIC_GONE, gone=[NO_SHARE]),
-            "replica": dict(files=replica("other dhos"), changed=MUSIC_GONE, gone=[REPLICA]),
+            "gone": dict(files=NO_MUSIC, gone={"music": NO_SHARE}),
+            "replica": dict(files=replica("other dhos"), gone={"music": REPLICA}),
             "demoted replica of a suspended user": dict(files=replica("share_replica_demote"), user=suspended,
-                                                        changed=MUSIC_GONE, gone=[REPLICA]),
-            "no configuration": dict(files={"samba/smb.conf": None}, changed=TEAM_GONE | MUSIC_GONE,
-                                     gone=[NO_TEAM, NO_SHARE]),
+                                                        gone={"music": REPLICA}),
+            "no configuration": dict(files={"samba/smb.conf": None}, gone={"team": NO_SHARE, "music": NO_SHARE}),
             "unreadable": dict(prepare=unreadable("samba/smb.conf"), **not_asked),
-            "link to nowhere": dict(prepare=lambda: subprocess.run(["ln", "-sf", "/x", "/etc/samba/smb.conf"]), **not_asked),
+            "link to nowhere": dict(prepare=lambda: os.system("ln -sf /x /etc/samba/smb.conf"), **not_asked),
             "path of 1000 bytes": dict(files=music(path=too_long), **failed_check(
                 "statement of 1058 bytes does not fit its buffer of 1024 bytes\n",
                 f"UserManager::CheckShareUser fail to update watch path {too_long} to share 'music'.\n",
                 "Failed to CheckShareUser music\n")),
-            "mounted": dict(mounts=[share], changed=MUSIC_GONE, gone=[MOUNTED]),
-            "mount beneath": dict(mounts=[share + "/a b/c"], changed=MUSIC_GONE, gone=[MOUNTED]),
+            "mounted": dict(mounts=[share], gone={"music": MOUNTED}),
+            "mount beneath": dict(mounts=[share + "/a b/c"], gone={"music": MOUNTED}),
             "other mounts": dict(mounts=[share + "/#snapshot", share + "/x/#snapshots/1", share + "2"]),
             "mount under a suspended user": dict(mounts=[share + "/a"], user=suspended),
         })
@@ -260,8 +256,7 @@ class Volumes(CheckTest):
         other = self.new_volume()
         self.check(data=f"UPDATE volume_table SET repo_path = '{self.volume.path}';")
         both_gone = "Delete uuid b from Stratofolder DB\n"
-        self.check_volumes("/gone", "", both_gone, changed=ALICE_GONE | self.BOTH_GONE, files=NO_ALICE,
-                           gone=[NO_ACCOUNT])
+        self.check_volumes("/gone", "", both_gone, changed=self.BOTH_GONE, files=NO_ALICE, gone={"alice": NO_ACCOUNT})
         self.check_volumes(other.path, other.uuid, both_gone, changed=self.BOTH_GONE)
 
     def test_volumes_without_a_uuid_and_damaged_ones(self):
@@ -299,7 +294,3 @@ class Opening(CheckTest):
                 "UserManager::Initialize: open: Invalid argument\n")),
         })
         self.assertFalse(os.path.lexists(victim))
-
-
-if __name__ == "__main__":
-    harness.main()

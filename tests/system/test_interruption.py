@@ -4,27 +4,12 @@ import multiprocessing
 import os
 import sqlite3
 
-import databases
-import harness
-from databases import change, query
-from harness import SystemTest
+from harness import VERSIONS, SystemTest, change, query
 
-COUNT = 20000  # nodes enough for every step to take a while
-MANY_NODES = f"""
-    WITH RECURSIVE n(i) AS (SELECT 1000 UNION ALL SELECT i + 1 FROM n LIMIT {COUNT})
-    INSERT INTO node_table (node_id, parent_id, view_id, attribute, sync_id, ver_cnt, name, path)
-      SELECT i, 1, 1, 0, i, 1, 'node ' || i, '/node ' || i FROM n;
-    INSERT INTO version_table (node_id, attribute, sync_id, exec_bit, file_id, mac_attr)
-      SELECT node_id, 0, sync_id, 0, node_id, 'a=b' FROM node_table WHERE node_id >= 1000;
-    INSERT INTO tree_table SELECT node_id, 1, 1 FROM node_table WHERE node_id >= 1000;"""
+COUNT = 20000  # of the many nodes: enough for every step to take a while
 
 
 class StoppedTest(SystemTest):
-    def new_large_volume(self, megabytes):
-        volume = self.new_volume(2577, megabytes=megabytes)
-        change(volume.data, MANY_NODES)
-        return volume, volume.live()
-
     def assert_rerun_succeeds(self, volume):
         self.set_up_package()
         self.assert_ended(self.run_updater(volume.path), "done")
@@ -40,8 +25,9 @@ class StoppedTest(SystemTest):
 class Killed(StoppedTest):
     def test_in_every_step(self):
         """Ever later, on one volume: the live databases stay, and a run succeeds over all that is left behind."""
-        volume, before = self.new_large_volume(128)
-        for step in ("update from", *(f"updating from (master, {number})" for number in databases.VERSIONS[2:-2])):
+        volume = self.new_volume(2577, extras=["many-nodes"])
+        before = volume.live()
+        for step in ("update from", *(f"updating from (master, {number})" for number in VERSIONS[2:-2])):
             with self.subTest(step):
                 self.set_up_package()
                 run = self.run_updater(volume.path, kill_at=step)
@@ -52,8 +38,8 @@ class Killed(StoppedTest):
 
 class FullDisk(StoppedTest):
     def test_live_databases_stay_and_room_helps(self):
-        volume, before = self.new_large_volume(96)
-        filler, free = volume.path + "/filler", os.statvfs(volume.path)
+        volume = self.new_volume(2577, extras=["many-nodes"], megabytes=96)
+        before, filler, free = volume.live(), volume.path + "/filler", os.statvfs(volume.path)
         room = 2 * os.path.getsize(volume.data)  # for the working copies, but not for what is made of them
         with open(filler, "wb") as file:
             os.posix_fallocate(file.fileno(), 0, free.f_bavail * free.f_frsize - room)
@@ -97,7 +83,3 @@ class Leftovers(SystemTest):
                         self.assertGreater(os.path.getsize(path + "-wal"), 0)
                 self.assert_ended(self.run_updater(volume.path), "done")
                 self.assert_upgraded(volume)
-
-
-if __name__ == "__main__":
-    harness.main()

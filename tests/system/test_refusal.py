@@ -3,14 +3,17 @@
 import os
 import re
 
-import harness
-from databases import change, text_of
-from harness import ENABLED, MARK, NO_OVERRIDE, REFUSED_USERS, STATUS_FILE, SystemTest, write
+from harness import ENABLED, MARK, NO_OVERRIDE, STATUS_FILE, Run, SystemTest, change, read, text_of, write
 
 NO_VERSION, NEWER = "Updater Cannot get database version", "exist db is newer than package"
 UNREADABLE = "cannot read the version of database "
 UNREADABLE_DATA = f"Strato Folder Updater(N): {UNREADABLE}{{sync}}/syncfolder-db.sqlite.bak: "
-STEP = "failed to update databases\n"
+
+
+def failed(start, end, *lines):
+    """The log of a chain that ends with an updater that says these lines."""
+    return ["Strato Folder Updater(N): " + line for line in lines] + [
+        f"UpdaterFramework: Error when updating from {text_of(start)}  to {text_of(end)} : "]
 
 
 def set_config(path, key, value):
@@ -52,8 +55,8 @@ class Entry(RefusalTest):
         write(MARK, "1\n")
         for arguments in ((), ("/srv", "--dont-skip", "more")):
             run = self.run_updater(*arguments)
-            self.assertEqual(run, harness.Run("", "", 255, "initializing", ["updater: invalid arguments\n"]))
-            self.assertEqual(harness.read(MARK), "1\n")
+            self.assertEqual(run, Run("", "", 255, "initializing", ["updater: invalid arguments\n"]))
+            self.assertEqual(read(MARK), "1\n")
 
     def test_not_a_mounted_volume_or_an_unexpected_status(self):
         """The mark is removed although it is another run's."""
@@ -127,46 +130,30 @@ class Content(RefusalTest):
 
 
 class Chain(RefusalTest):
-    def fail_each(self, cases):
-        """Name -> (from, to, change to the volume, lines of the updater)."""
-        self.refuse_each({
-            name: (start, prepare, [line if line in REFUSED_USERS else "Strato Folder Updater(N): " + line
-                                    for line in lines] +
-                   [f"UpdaterFramework: Error when updating from {text_of(start)}  to {text_of(end)} : "])
-            for name, (start, end, prepare, *lines) in cases.items()})
-
     def test_volumes_that_do_not_fit(self):
-        refusal = ("CREATE TRIGGER refuse BEFORE UPDATE ON config_table WHEN NEW.value = '4000' "
-                   "BEGIN SELECT RAISE(ABORT, 'refused'); END")
-        self.fail_each({
-            "refused version": (3450, 4000, lambda v: change(v.client, refusal), *REFUSED_USERS,
-                                "sqlite3_exec(SQL): refused (19)\n", "3450 to 4000, client_db ({client}.bak): refused (19)\n",
-                                "Failed to update version and branch to syncfolder-db, user-db, client-db and log-db",
-                                "failed to update database versions\n"),
-            "damaged end": (3450, 4000, lambda v: os.truncate(v.data, os.path.getsize(v.data) - 2000),
-                            "SQLExecute failed, database disk image is malformed, sql = SQL\n",
-                            "3450 to 4000, data_db ({sync}/syncfolder-db.sqlite.bak): database disk image is malformed (11)\n",
-                            "failed to update all rotate_cnt\n"),
-            "no client": (2577, 3004, lambda v: os.unlink(v.client),
-                          "sqlite3_prepare_v2(SQL): no such table: client_db.config_table (1)\n",
-                          "failed to get database versions\n",
-                          UNREADABLE + "{client}.bak: there was no such file\n"),
-            "foreign user": (2577, 3004, lambda v: write(v.user, "foreign" * 1000),
-                             "sqlite3_exec(SQL): file is not a database (26)\n",
-                             "2577 to 3004, ATTACH DATABASE '{sync}/user-db.sqlite.bak' AS user_db: "
-                             "file is not a database (26)\n",
-                             "failed to attach database\n", "failed to connect to databases\n",
-                             "sqlite3_exec(SQL): no such database: user_db (1)\n"),
-            "user beyond 32 bits": (2577, 3004, lambda v: set_config(v.user, "version", "'4294969873'"),
-                                    "failed to get database versions\n",
-                                    UNREADABLE + "{sync}/user-db.sqlite.bak: '4294969873' is no version number\n"),
-            "no repo": (2577, 3004, lambda v: os.rmdir(v.sync + "/repo"),
-                        "failed to open file({sync}/repo/.0): No such file or directory\n",
-                        "failed to create empty file\n", STEP),
-            "stray view": (3400, 3450, lambda v: os.mkdir(v.sync + "/view/lost"),
-                           "sqlite3_exec(SQL): no such table: view_db.config_table (1)\n",
-                           "Failed to update version and branch to view-db {sync}/view.bak/lost/view-db.sqlite",
-                           "failed to update database versions\n"),
+        self.refuse_each({
+            "damaged end": (3450, lambda v: os.truncate(v.data, os.path.getsize(v.data) - 2000), failed(
+                3450, 4000, "SQLExecute failed, database disk image is malformed, sql = SQL\n",
+                "3450 to 4000, data_db ({sync}/syncfolder-db.sqlite.bak): database disk image is malformed (11)\n",
+                "failed to update all rotate_cnt\n")),
+            "no client": (2577, lambda v: os.unlink(v.client), failed(
+                2577, 3004, "sqlite3_prepare_v2(SQL): no such table: client_db.config_table (1)\n",
+                "failed to get database versions\n", UNREADABLE + "{client}.bak: there was no such file\n")),
+            "foreign user": (2577, lambda v: write(v.user, "foreign" * 1000), failed(
+                2577, 3004, "sqlite3_exec(SQL): file is not a database (26)\n",
+                "2577 to 3004, ATTACH DATABASE '{sync}/user-db.sqlite.bak' AS user_db: file is not a database (26)\n",
+                "failed to attach database\n", "failed to connect to databases\n",
+                "sqlite3_exec(SQL): no such database: user_db (1)\n")),
+            "user beyond 32 bits": (2577, lambda v: set_config(v.user, "version", "'4294969873'"), failed(
+                2577, 3004, "failed to get database versions\n",
+                UNREADABLE + "{sync}/user-db.sqlite.bak: '4294969873' is no version number\n")),
+            "no repo": (2577, lambda v: os.rmdir(v.sync + "/repo"), failed(
+                2577, 3004, "failed to open file({sync}/repo/.0): No such file or directory\n",
+                "failed to create empty file\n", "failed to update databases\n")),
+            "stray view": (3400, lambda v: os.mkdir(v.sync + "/view/lost"), failed(
+                3400, 3450, "sqlite3_exec(SQL): no such table: view_db.config_table (1)\n",
+                "Failed to update version and branch to view-db {sync}/view.bak/lost/view-db.sqlite",
+                "failed to update database versions\n")),
         })
 
     def test_a_line_too_long_for_the_log_is_cut_before_its_end(self):
@@ -177,7 +164,3 @@ class Chain(RefusalTest):
         for number, head in (1, "sqlite3_exec(SQL): "), (2, f"4100 to 4150, client_db ({volume.client}.bak): "):
             self.assertRegex(log[number], re.escape(head) + r"long .* \[\.\.\.\] .* reason \(19\)\n\Z")
         self.assertLess(len(log[2]), 1000)
-
-
-if __name__ == "__main__":
-    harness.main()

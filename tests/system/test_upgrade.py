@@ -4,24 +4,21 @@ import os
 import shutil
 import stat
 
-import databases
-import harness
-from databases import text_of
-from harness import SystemTest
+from harness import FIRST_WITH, PRIVILEGE, REFUSED_USERS, STATUS_FILE, VERSIONS, SystemTest, read, text_of, write
 
 EXTRAS = ("rights", "activity", "own-rotation")
 
 
 def told_from(version, volume):
     """What a run prints, and what it logs. Every version in them ends in a blank."""
-    chain = [version] + [later for later in databases.VERSIONS if later > max(version, 2603)]
+    chain = [version] + [later for later in VERSIONS if later > max(version, 2603)]
     out = [f"update from {text_of(version)} to (master, 4150) "]
     log = [f"database is located at '{volume.path}'"]
     for start, end in zip(chain, chain[1:]):
         out.append(f"updating from {text_of(start)}  to {text_of(end)} ")
         if end == 4000:
             log += [f"Strato Folder Updater(N): Update repo path '{volume.sync}' uuid\n"] * (volume.fs == "btrfs")
-            log += harness.REFUSED_USERS
+            log += REFUSED_USERS
         if end <= 3450:
             out.append(f"Upgrade to {text_of(end)}  successfully")
         else:
@@ -32,20 +29,22 @@ def told_from(version, volume):
 class UpgradeTest(SystemTest):
     def upgrade(self, version, *arguments, extras=EXTRAS, **options):
         volume = self.new_volume(version, extras=extras, **options)
-        for path in volume.databases():
+        for path in volume.everything():
             os.chown(path, 1026, 100)
-            os.chmod(path, 0o600)
+            os.chmod(path, 0o755 if os.path.isdir(path) else 0o600)
+        write(PRIVILEGE, "somebody\nO'Brien\n" if volume.fs == "btrfs" else "somebody")
         run = self.run_updater(volume.path, *arguments)
         self.assert_ended(run, "done")
         self.assertEqual((run.stdout, run.log, run.stderr), (*told_from(version, volume), ""))
-        self.assert_upgraded(volume, [extra for extra in extras if databases.FIRST_WITH[extra] <= version])
-        for path in volume.databases():
-            status = os.stat(path)
-            self.assertEqual((status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)), (1026, 100, 0o600), path)
+        self.assert_upgraded(volume, [extra for extra in extras if FIRST_WITH[extra] <= version])
+        for path in volume.everything():  # what is new is owned like what is around it
+            status, mode = os.stat(path), 0o755 if os.path.isdir(path) else 0o600
+            self.assertEqual((status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)), (1026, 100, mode), path)
         if version <= 3450:  # the accounts of the machine get the privilege on the way
-            self.assertEqual(harness.read(harness.PRIVILEGE), "O'Brien\n")
+            self.assertEqual(read(PRIVILEGE), "somebody\nO'Brien\n")
+            self.assertEqual(stat.S_IMODE(os.stat(PRIVILEGE).st_mode), 0o600)
         # What other programs keep in the status file stays, and SQLite's temporary files are gone.
-        self.assertEqual(harness.read(harness.STATUS_FILE), self.status_text("done"))
+        self.assertEqual(read(STATUS_FILE), self.status_text("done"))
         self.assertEqual(os.listdir(volume.path + "/@tmp"), [])
 
     def upgrade_each(self, *versions, **options):
@@ -56,7 +55,7 @@ class UpgradeTest(SystemTest):
 
 class Ext4(UpgradeTest):
     def test_every_version(self):
-        self.upgrade_each(*databases.VERSIONS)
+        self.upgrade_each(*VERSIONS)
         self.upgrade_each(3400, 3450, 4000, extras=("shared-rotation",))
 
     def test_awkward_volume_path_and_any_second_argument(self):
@@ -80,7 +79,3 @@ class Btrfs(UpgradeTest):
     def test_some_versions_and_the_uuid_in_both_forms(self):
         self.upgrade_each(2577, 3300, 3450, 4150, fs="btrfs")
         self.upgrade_each(3450, fs="btrfs", uuid_in_old_form=True)
-
-
-if __name__ == "__main__":
-    harness.main()
