@@ -1,26 +1,23 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <sstream>
 
 #include "ctl/command_line.h"
 #include "ctl/demo_volumes.h"
 #include "ctl/made_folders.h"
 #include "ctl/volume_folder.h"
-#include "db-util/database.h"
-#include "db-util/query.h"
 #include "package/layout.h"
 #include "platform/sdk/volume_uuid.h"
 #include "platform/uuid_text.h"
 #include "tests/support/fixtures.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/logged_test.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using tests::Query;
 
-class CtlTest : public testing::Test {
+class CtlTest : public tests::LoggedTest {
  protected:
   int Run(const std::vector<std::string>& arguments) {
     std::vector<const char*> words = {"updater-ctl"};
@@ -28,15 +25,6 @@ class CtlTest : public testing::Test {
     out_.str("");
     return ctl::RunCommandLine(static_cast<int>(words.size()), words.data(), {out_, err_});
   }
-  static int Query(const std::string& database, const std::string& query) {
-    db_util::Database db;
-    int value = -1;
-    EXPECT_TRUE(db_util::OpenQuietly(database, db, db_util::OpenMode::kReadWrite).ok()) << database;
-    EXPECT_TRUE(db_util::QueryInt(db.get(), query, value).ok()) << query;
-    return value;
-  }
-
-  tests::TemporaryFolder folder_;
   std::string volume_ = folder_ / "volume";
   package::VolumePaths paths_{volume_};
   std::ostringstream out_;
@@ -45,19 +33,18 @@ class CtlTest : public testing::Test {
 
 TEST_F(CtlTest, SampleHoldsThePromisedContentAndTouchesNothingThatIsThere) {
   ASSERT_EQ(Run({"sample", volume_, "--nodes", "100", "--versions", "250", "--views", "7"}), 0);
-  EXPECT_EQ(Query(paths_.live.user, "SELECT count(DISTINCT view_id) FROM user_table"), 7);
-  EXPECT_EQ(Query(paths_.live.data, "SELECT count(*) FROM version_table"), 250);
-  const auto count_nodes = [&] { return Query(paths_.live.data, "SELECT count(*) FROM node_table"); };
-  EXPECT_EQ(count_nodes(), 100);
+  EXPECT_EQ(Query(paths_.live.user, "SELECT count(DISTINCT view_id) FROM user_table"), "7 ");
+  const std::string counts = "SELECT count(*), (SELECT count(*) FROM version_table) FROM node_table";
+  EXPECT_EQ(Query(paths_.live.data, counts), "100|250 ");
   EXPECT_EQ(Run({"sample", volume_, "--nodes", "10"}), 1);
   EXPECT_THAT(err_.str(), HasSubstr("exists already"));
-  EXPECT_EQ(count_nodes(), 100);
+  EXPECT_EQ(Query(paths_.live.data, counts), "100|250 ");
 }
 
 TEST_F(CtlTest, RunShowsTheUpgradeOfEveryVersionOrItsFailure) {
   for (const char* version :
        {"4100", "4060", "4000", "3450", "3400", "3300", "3200", "3004", "2603", "2577"}) {
-    std::filesystem::remove_all(volume_);
+    fs::remove_all(volume_);
     ASSERT_EQ(Run({"sample", volume_, "--version", version}), 0) << err_.str();
     ASSERT_EQ(Run({"run", volume_}), 0) << version << out_.str();
   }
@@ -67,9 +54,9 @@ TEST_F(CtlTest, RunShowsTheUpgradeOfEveryVersionOrItsFailure) {
         "content version_table                       180 -> 150                -30", "Status: done"}) {
     EXPECT_THAT(out_.str(), HasSubstr(part));
   }
-  std::filesystem::remove_all(volume_);
+  fs::remove_all(volume_);
   ASSERT_EQ(Run({"sample", volume_}), 0);
-  std::filesystem::remove_all(paths_.live.sync_folder + "/delta");
+  fs::remove_all(paths_.live.sync_folder + "/delta");
   EXPECT_EQ(Run({"run", volume_}), 1);
   EXPECT_THAT(out_.str(), HasSubstr("failed to create empty file"));
 }
@@ -83,7 +70,7 @@ TEST_F(CtlTest, RecordedVolumesKeepTheirRecords) {
       "INSERT INTO volume_table VALUES ('a', '/volume1/@stratofolder/@sync'), ('', '/volume1/@stratofolder/@sync'), ('b', '/gone');");
   tests::RunSql(paths_.live.view_folder + "/1/view-db.sqlite", "UPDATE version_table SET file_uuid = 'b';");
   ASSERT_EQ(Run({"run", volume_}), 0) << out_.str();
-  EXPECT_EQ(Query(paths_.live.data, "SELECT count(*) FROM volume_table"), 4);
+  EXPECT_EQ(Query(paths_.live.data, "SELECT count(*) FROM volume_table"), "4 ");
   EXPECT_THAT(out_.str(), HasSubstr("content all tables                          647 -> 647 "));
 
   const platform::FileSystemUuid bytes = {1, 2, 3, 4, 5, 6, 7, 8};
@@ -101,31 +88,28 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
   ASSERT_EQ(Run({"sample", volume_}), 0);
   for (const char* path : {"empty", "package/@stratofolder", "sync/@stratofolder/@sync", "linked",
                            "odd/@stratofolder/@sync/syncfolder-db.sqlite"}) {
-    std::filesystem::create_directories(folder_ / path);
+    fs::create_directories(folder_ / path);
   }
-  std::filesystem::create_symlink(folder_ / "empty", folder_ / "link");
-  std::filesystem::create_symlink(volume_ + "/@stratofolder", folder_ / "linked/@stratofolder");
-  const std::string file = folder_.Write("state/usr", "");
+  fs::create_symlink(folder_ / "empty", folder_ / "link");
+  fs::create_symlink(volume_ + "/@stratofolder", folder_ / "linked/@stratofolder");
+  (void)folder_.Write("state/usr", "");
   const auto before = tests::ReadTree(folder_.path());
-  const std::string give_volume = "give the folder that holds @stratofolder: " + volume_ + "\n";
   const auto refuse = [&](const std::vector<std::string>& arguments, const std::string& reason) {
     err_.str("");
     EXPECT_EQ(Run(arguments), 2) << reason;
     EXPECT_THAT(err_.str(), HasSubstr(reason));
     EXPECT_EQ(tests::ReadTree(folder_.path()), before) << reason;
   };
-  for (const auto& [name, reason] :
-       std::vector<std::pair<std::string, std::string>>{{"none", "No such file or directory"},
-                                                        {"state/usr", "is no folder"},
-                                                        {"empty", "holds no @stratofolder/@sync"},
-                                                        {"link", "empty holds no @stratofolder/@sync"},
-                                                        {"package/", "holds no @stratofolder/@sync"},
-                                                        {"sync", "syncfolder-db.sqlite: No such file"},
-                                                        {"odd", "is no file"},
-                                                        {"linked", "is reached through a link"},
-                                                        {"volume/@stratofolder", give_volume},
-                                                        {"volume/@stratofolder/@sync", give_volume}}) {
-    refuse({"run", folder_ / name}, reason);
+  refuse({"run", folder_ / "none"}, "No such file or directory");
+  refuse({"run", folder_ / "state/usr"}, "is no folder");
+  refuse({"run", folder_ / "empty"}, "holds no @stratofolder/@sync");
+  refuse({"run", folder_ / "link"}, "empty holds no @stratofolder/@sync");
+  refuse({"run", folder_ / "package/"}, "holds no @stratofolder/@sync");
+  refuse({"run", folder_ / "sync"}, "syncfolder-db.sqlite: No such file");
+  refuse({"run", folder_ / "odd"}, "is no file");
+  refuse({"run", folder_ / "linked"}, "is reached through a link");
+  for (const char* below : {"/@stratofolder", "/@stratofolder/@sync"}) {
+    refuse({"run", volume_ + below}, "give the folder that holds @stratofolder: " + volume_ + "\n");
   }
   for (const std::string& state : {std::string(), std::string("/"), volume_ + "/@stratofolder/x"}) {
     refuse({"run", volume_, "--state", state}, state.empty() ? "is no path" : "the package's own");
@@ -144,7 +128,7 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
     ASSERT_EQ(ctl::LockFolder(folder_ / "other", lock, error), 0);
     EXPECT_EQ(made.MakeLocked(folder_ / "other", second, error), -1);
   }
-  EXPECT_TRUE(std::filesystem::exists(folder_ / "other"));
+  EXPECT_TRUE(fs::exists(folder_ / "other"));
   EXPECT_EQ(Run({"--version"}), 0);
   EXPECT_THAT(out_.str(), HasSubstr("4150"));
 }

@@ -1,41 +1,23 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <numeric>
 #include <utility>
 
 #include "base/file_descriptor.h"
 #include "db-util/checkpoint.h"
 #include "db-util/database.h"
-#include "db-util/database_files.h"
 #include "db-util/execute.h"
-#include "db-util/query.h"
-#include "tests/support/recording_sink.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/logged_test.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-class DbUtilTest : public ::testing::Test {
+class DbUtilTest : public tests::LoggedTest {
  protected:
-  std::string CannotOpen(const std::string& path) const {
-    return "StratoFolder: Open database: " + path + " failed (error code 14)\n";
-  }
-  tests::TemporaryFolder folder_;
   db_util::Database db_;
-  tests::RecordingSink sink_;
-  logger::ScopedSink scope_{sink_};
 };
-
-TEST_F(DbUtilTest, OpenDatabaseIsSilentOnlyForAnEmptyPath) {
-  EXPECT_EQ(db_util::OpenDatabase("", db_), -1);
-  EXPECT_EQ(db_util::OpenDatabase(folder_.path(), db_), -1);
-  EXPECT_EQ(db_, nullptr);
-  EXPECT_EQ(sink_.Texts(), std::vector<std::string>{CannotOpen(folder_.path())});
-}
 
 TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   const std::string scratch = folder_ / "scratch";
@@ -58,16 +40,8 @@ TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   fs::remove(scratch);
   folder_.Write("scratch/full", "");
   EXPECT_EQ(db_util::OpenScratchDatabase(scratch, db_), -1);
-  EXPECT_EQ(sink_.Count(CannotOpen(scratch)), 1);
-}
-
-TEST_F(DbUtilTest, FoldRefusesWhatIsNoDatabaseAndForgetsCompanionsOfNothing) {
-  const std::string text = folder_.Write("text", std::string(4096, 'x'));
-  EXPECT_EQ(db_util::CheckpointDatabase(text), -1);
-  EXPECT_EQ(sink_.Count("cannot fold database " + text + ": file is not a database (26)\n"), 1);
-  folder_.Write("gone-wal", "stale");
-  EXPECT_EQ(db_util::CheckpointDatabase(folder_ / "gone"), 0);
-  EXPECT_FALSE(fs::exists(folder_ / "gone-wal") || fs::exists(folder_ / "gone"));
+  EXPECT_EQ(db_util::OpenDatabase("", db_), -1) << "and tells nothing";
+  EXPECT_EQ(sink_.Count("StratoFolder: Open database: " + scratch + " failed (error code 14)\n"), 1);
 }
 
 // A journal without pages that names one more file, as a commit to several databases does.

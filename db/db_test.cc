@@ -1,69 +1,54 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
 #include "db/manager.h"
 #include "tests/support/fixtures.h"
-#include "tests/support/recording_sink.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/logged_test.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using db::Manager;
 
-// Only what the manager reads and writes, and no index at all.
-constexpr const char* kViewSchema = R"(
-CREATE TABLE config_table (key VARCHAR PRIMARY KEY, value VARCHAR);
-INSERT INTO config_table VALUES ('version', '4150');
-CREATE TABLE node_table (node_id INTEGER PRIMARY KEY, ver_cnt INTEGER, v_file_uuid TEXT, v_file_id INTEGER,
-  v_mac_attr BLOB, node_delta_file_uuid TEXT, node_delta_file_id INTEGER);
-CREATE TABLE version_table (ver_id INTEGER PRIMARY KEY, node_id INTEGER, file_uuid TEXT, file_id INTEGER, mac_attr BLOB);
-CREATE TABLE tree_table (node_id INTEGER, parent_id INTEGER, distance INTEGER);
-CREATE TABLE remove_file_table (uuid VARCHAR, file_id INTEGER);
-CREATE TRIGGER version_delete_trigger AFTER DELETE ON version_table FOR EACH ROW BEGIN
-  INSERT INTO remove_file_table SELECT OLD.file_uuid, OLD.file_id WHERE OLD.file_uuid != '' AND OLD.file_id != 0;
-  INSERT INTO remove_file_table SELECT get_mac_attr_uuid(OLD.mac_attr), get_mac_attr_file_id(OLD.mac_attr)
-    WHERE get_mac_attr_uuid(OLD.mac_attr) != '' AND get_mac_attr_file_id(OLD.mac_attr) != 0;
-END;)";
-
-class DbTest : public ::testing::Test {
+// On an empty view of the last version.
+class DbTest : public tests::LoggedTest {
  protected:
-  void SetUp() override {
-    tests::RunSql(folder_.Write("syncfolder-db.sqlite", ""),
-                  "CREATE TABLE config_table (key, value); INSERT INTO config_table VALUES ('version', 4150);"
-                  "CREATE TABLE volume_table (uuid VARCHAR PRIMARY KEY, repo_path VARCHAR);");
-    tests::RunSql(view_path_, kViewSchema);
-  }
+  void SetUp() override { tests::WriteFixture(tests::kVersions.back(), "uuid", "", package_); }
   void TearDown() override { Manager::Destroy(false); }
 
+  void Insert(const std::string& nodes, const std::string& versions, const std::string& more) const {
+    tests::RunSql(view_path_, "INSERT INTO node_table (" + kNode +
+                                  ", name, path) SELECT *, '', '' FROM (VALUES " + nodes +
+                                  "); INSERT INTO version_table (" + kVersion + ") VALUES " + versions + ";" +
+                                  more);
+  }
   // The rows of all tables that records are deleted from.
   [[nodiscard]] std::string Rows() const {
     std::string rows;
-    for (const char* table : {"node_table", "version_table", "tree_table", "remove_file_table"}) {
-      rows += tests::Query(view_path_, std::string("SELECT * FROM ") + table) + "\n";
+    for (const std::string& query :
+         {kNode + " FROM node_table", kVersion + " FROM version_table", std::string("* FROM tree_table"),
+          std::string("* FROM remove_file_table")}) {
+      rows += tests::Query(view_path_, "SELECT " + query) + "\n";
     }
     return rows;
   }
   void OpenView() {
-    ASSERT_EQ(Manager::Initialize(folder_.path()), 0);
-    ASSERT_EQ(Manager::GetViewDB(7, view_), 0);
+    ASSERT_EQ(Manager::Initialize(package_.sync_folder), 0);
+    ASSERT_EQ(Manager::GetViewDB(5, view_), 0);
   }
 
-  tests::TemporaryFolder folder_;
-  std::string view_path_ = folder_.Write("view/7/view-db.sqlite", "");
+  const std::string kNode =
+      "node_id, ver_cnt, v_file_uuid, v_file_id, v_mac_attr, node_delta_file_uuid, node_delta_file_id";
+  const std::string kVersion = "ver_id, node_id, file_uuid, file_id, mac_attr";
+  const package::PackagePaths package_ = tests::PackageIn(folder_.path());
+  const std::string views_ = package_.view_folder + "/";
+  const std::string view_path_ = views_ + "5/view-db.sqlite";
   std::shared_ptr<db::ViewDBInterface> view_;
-  tests::RecordingSink sink_;
-  logger::ScopedSink scope_{sink_};
 };
 
 TEST_F(DbTest, RemovesTheRowsOfOneVolumeAndNothingElse) {
-  tests::RunSql(
-      view_path_,
-      "INSERT INTO node_table VALUES (1, 3, 'U', 11, NULL, 'V', 5), (2, 3, 'V', 12, 'uuid=U&file_id=4', 'U', 6),"
-      " (3, 0, NULL, 0, 'uuid=V&file_id=U', NULL, 0), (4, 1, 'V', 13, 'uuid_U&uuid', 'V', 7);"
-      "INSERT INTO version_table VALUES (1, 1, 'U', 11, NULL), (2, 1, 'V', 20, 'xuuid=U&uuid=W&xfile_id=1&file_id=23&x'), (3, 2, 'U', 21, NULL),"
-      " (4, 2, 'V', 12, 'uuid=U&file_id=4'), (5, 2, 'V', 22, 'uuid=V&file_id=9'), (6, 4, 'V', 13, NULL);"
+  Insert(
+      "(1, 3, 'U', 11, NULL, 'V', 5), (2, 3, 'V', 12, 'uuid=U&file_id=4', 'U', 6),"
+      " (3, 0, NULL, 0, 'uuid=V&file_id=U', NULL, 0), (4, 1, 'V', 13, 'uuid_U&uuid', 'V', 7)",
+      "(1, 1, 'U', 11, NULL), (2, 1, 'V', 20, 'xuuid=U&uuid=W&xfile_id=1&file_id=23&x'), (3, 2, 'U', 21, NULL),"
+      " (4, 2, 'V', 12, 'uuid=U&file_id=4'), (5, 2, 'V', 22, 'uuid=V&file_id=9'), (6, 4, 'V', 13, NULL)",
       "INSERT INTO tree_table VALUES (1, 3, 1), (2, 3, 1), (4, 3, 1), (9, 1, 1);"
       "INSERT INTO remove_file_table VALUES ('U', 1), ('V', 2);");
   const std::string before = Rows();
@@ -78,14 +63,12 @@ TEST_F(DbTest, RemovesTheRowsOfOneVolumeAndNothingElse) {
 }
 
 TEST_F(DbTest, AFailureInTheMiddleRollsEverythingBack) {
-  tests::RunSql(view_path_,
-                "INSERT INTO node_table VALUES (1, 1, 'U', 11, '', NULL, 0);"
-                "INSERT INTO version_table VALUES (1, 1, 'U', 11, NULL);"
-                "CREATE TRIGGER refuse BEFORE DELETE ON node_table BEGIN SELECT RAISE(ABORT, 'no'); END;");
+  Insert("(1, 1, 'U', 11, '', NULL, 0)", "(1, 1, 'U', 11, NULL)",
+         "CREATE TRIGGER refuse BEFORE DELETE ON node_table BEGIN SELECT RAISE(ABORT, 'no'); END;");
   const std::string before = Rows();
   OpenView();
   std::shared_ptr<db::ViewDBInterface> same_view;
-  ASSERT_EQ(Manager::GetViewDB(7, same_view), 0);
+  ASSERT_EQ(Manager::GetViewDB(5, same_view), 0);
   EXPECT_EQ(view_->DeleteRecordWithUuid("U"), -1);
   EXPECT_EQ(sink_.Count("[ERROR] db(N): DeleteRecordWithUuid: no (19)\n"), 1);
   Manager::Destroy(false);
@@ -95,16 +78,15 @@ TEST_F(DbTest, AFailureInTheMiddleRollsEverythingBack) {
 }
 
 TEST_F(DbTest, DeletingAViewFollowsNoLinks) {
-  folder_.Write("elsewhere/precious", "x");
-  fs::create_directory_symlink(folder_ / "elsewhere", folder_ / "view/7/link");
-  fs::create_directory_symlink(folder_ / "elsewhere", folder_ / "view/8");
+  const std::string precious = folder_.Write("elsewhere/precious", "x");
+  for (const char* link : {"5/link", "8"}) fs::create_directory_symlink(folder_ / "elsewhere", views_ + link);
   OpenView();
-  for (const db::ViewId view : {7U, 8U, 1234U}) EXPECT_EQ(Manager::DeleteView(view), 0);
+  for (const db::ViewId view : {5U, 8U, 1234U}) EXPECT_EQ(Manager::DeleteView(view), 0);
   EXPECT_EQ(view_->DeleteRecordWithUuid("U"), -1) << "closed before its folder went";
-  EXPECT_TRUE(fs::is_empty(folder_ / "view"));
-  EXPECT_TRUE(fs::exists(folder_ / "elsewhere/precious"));
-  fs::remove(folder_ / "view");
-  folder_.Write("view", "no folder");
+  EXPECT_FALSE(fs::exists(views_ + "5") || fs::is_symlink(views_ + "8"));
+  EXPECT_TRUE(fs::exists(precious));
+  fs::remove_all(package_.view_folder);
+  tests::WriteFile(package_.view_folder, "no folder");
   EXPECT_EQ(Manager::DeleteView(9), -1);
   EXPECT_TRUE(sink_.Texts().back().ends_with("view/9): cannot be deleted: Not a directory\n"));
 }

@@ -1,20 +1,16 @@
 // What runs of the whole program do not show: see tests/system for those.
 #include "updater/run_updater.h"
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "db-util/execute.h"
 #include "db/manager.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"
-#include "tests/support/recording_sink.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/logged_test.h"
 #include "updater/database_check.h"
 #include "updater/service_status.h"
 #include "user-mgr/user_manager.h"
@@ -24,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Its legacy steps and its check write into a journal what they find.
-class RunUpdaterTest : public ::testing::Test,
+class RunUpdaterTest : public tests::LoggedTest,
                        public updater::ConsistencyCheck,
                        public updater::legacy::LegacyChain {
  protected:
@@ -62,13 +58,8 @@ class RunUpdaterTest : public ::testing::Test,
   std::string Upgrade(std::vector<const char*> more = {}) {
     EXPECT_EQ(status_.SetServiceStatus("initializing"), 0);
     more.insert(more.begin(), run_.volume.c_str());
-    EXPECT_EQ(updater::RunUpdater(more, {.paths = system_,
-                                         .platform = fake_.platform(),
-                                         .legacy = *this,
-                                         .check = *this,
-                                         .out = out_,
-                                         .err = out_}),
-              0);
+    const updater::RunDependencies dependencies = {system_, fake_.platform(), *this, *this, out_, out_};
+    EXPECT_EQ(updater::RunUpdater(more, dependencies), 0);
     EXPECT_FALSE(fs::exists(system_.upgrading_mark));
     EXPECT_EQ(sqlite3_temp_directory, nullptr);
     return Status();
@@ -84,7 +75,6 @@ class RunUpdaterTest : public ::testing::Test,
   }
   int Check() { return updater::DatabaseCheck(system_, fake_.platform()).Run(run_); }
 
-  const tests::TemporaryFolder folder_;
   const platform::SystemPaths system_ = platform::SystemPaths::Under(folder_.path());
   const package::VolumePaths run_{folder_ / "vol'ume %s"};
   tests::FakePlatform fake_;
@@ -92,8 +82,6 @@ class RunUpdaterTest : public ::testing::Test,
   std::string journal_;
   int failing_step_ = 0;
   std::ostringstream out_;
-  tests::RecordingSink sink_;
-  logger::ScopedSink scope_{sink_};
 };
 
 TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacement) {
@@ -113,12 +101,7 @@ TEST_F(RunUpdaterTest, LookingAtTheVersionDoesNotChangeTheLiveFiles) {
                 "PRAGMA journal_mode = WAL; UPDATE config_table SET value = 4151 WHERE key = 'version';");
   EXPECT_EQ(Upgrade(), "dbnewer");
   EXPECT_FALSE(fs::exists(run_.live.data + "-wal") || fs::exists(run_.live.data + "-shm"));
-  // As a killed daemon leaves it: rows in the log only.
-  db_util::Database daemon;
-  ASSERT_EQ(db_util::OpenDatabase(run_.live.data, daemon), 0);
-  ASSERT_EQ(sqlite3_db_config(daemon.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr), SQLITE_OK);
-  ASSERT_TRUE(db_util::Execute(daemon.get(), "PRAGMA locking_mode = EXCLUSIVE; CREATE TABLE t (a);").ok());
-  daemon.reset();
+  tests::RunSqlKilled(run_.live.data, "CREATE TABLE t (a);");
   const auto before = tests::ReadTree(run_.live.sync_folder);
   ASSERT_NE(before.at("syncfolder-db.sqlite-wal"), "");
   EXPECT_EQ(Upgrade(), "dbnewer");

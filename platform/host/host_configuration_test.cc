@@ -1,17 +1,11 @@
-// What the machine answers from its configuration files: services, shares, accounts, privileges.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <ctime>
-#include <filesystem>
-#include <fstream>
+// What the machine answers from its configuration files about shares. Runs of the whole program
+// show what it says of accounts.
 #include <map>
 
 #include "base/text.h"
 #include "platform/host/host_platform.h"
+#include "tests/support/logged_test.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/temporary_folder.h"
 
 namespace {
 
@@ -20,7 +14,7 @@ using namespace std::string_literals;
 
 constexpr char kSamba[] = "etc/samba/smb.conf";
 
-class ConfigurationTest : public ::testing::Test {
+class ConfigurationTest : public tests::LoggedTest {
  protected:
   platform::Platform& machine() { return host_.platform(); }
   std::string PathOf(const std::string& name) {
@@ -30,28 +24,9 @@ class ConfigurationTest : public ::testing::Test {
     return found == Lookup::kNotFound ? "(none)" : "(failed)";
   }
 
-  tests::TemporaryFolder folder_;
   platform::SystemPaths paths_ = platform::SystemPaths::Under(folder_.path());
   platform::host::HostPlatform host_{paths_};
 };
-
-TEST_F(ConfigurationTest, AServiceIsOffOnlyWhereTheFileSaysSo) {
-  const auto services = [this](const std::string& file, const std::string& text) {
-    folder_.Write(file, text);
-    return std::string(machine().services.IsLdapEnabled() ? "ldap " : "") +
-           (machine().services.IsDomainEnabled() ? "domain " : "") +
-           (machine().services.IsUserHomeEnabled() ? "home" : "");
-  };
-  const std::string switches = "etc/nsswitch.conf";
-  EXPECT_EQ(services("unrelated", ""), "ldap domain home");
-  EXPECT_EQ(services(switches, "passwd: files systemd\ngroup: files ldap winbind\n"), "home");
-  EXPECT_EQ(services(switches, "#passwd: winbind\n passwd:\tfiles ldap # winbind\n"), "ldap home");
-  EXPECT_EQ(services(switches, "passwd: files [NOTFOUND=return] ldap\n"), "ldap home");
-  EXPECT_EQ(services(switches, "passwd: files [ ldap winbind ] systemd"), "home");
-  EXPECT_EQ(services(switches, "passwd:compat winbind"), "domain home");
-  EXPECT_EQ(services(kSamba, "[global]\ninclude = registry\n"), "domain home");
-  EXPECT_EQ(services(kSamba, "[Homes]\nbrowseable = no\n"), "domain home");
-}
 
 using Paths = std::map<std::string, std::string>;  // of every section but [global]
 
@@ -161,38 +136,6 @@ TEST_F(ConfigurationTest, WhatCannotBeReadWholeNeverSaysThatAShareIsGone) {
                                 "[global]\nregistry shares = yes", "[global]\nconfig file = /x"}) {
     folder_.Write(kSamba, "[a]\npath=/a\n" + std::string(elsewhere) + '\n');
     EXPECT_EQ(PathOf("a") + PathOf("b"), "/a(failed)") << elsewhere;
-  }
-}
-
-TEST_F(ConfigurationTest, APrivilegeIsOneLineInAFileForRootOnly) {
-  constexpr const char* kApplication = "PLAT.HDS.STFD.Instance";
-  auto& privilege = machine().app_privilege;
-  EXPECT_LT(privilege.PLIBAppPrivUserAddOne("root", kApplication), 0);  // parents are not made
-  const std::string file = folder_.Write("usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance", "somebody");
-  std::filesystem::permissions(file, std::filesystem::perms{0644});
-  for (int times = 0; times < 2; ++times) EXPECT_EQ(privilege.PLIBAppPrivUserAddOne("root", kApplication), 0);
-  EXPECT_LT(privilege.PLIBAppPrivUserAddOne("no such account", kApplication), 0);
-  EXPECT_LT(privilege.PLIBAppPrivUserAddOne("root", "../root"), 0);
-  EXPECT_EQ(tests::ReadFile(file), "somebody\nroot\n");
-  EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms{0600});
-}
-
-TEST_F(ConfigurationTest, AccountsExpireOnTheirDayAndMayHaveLongLines) {
-  if (!tests::EnterMountNamespace()) GTEST_SKIP() << "needs the right to mount";
-  const auto today = std::time(nullptr) / (24 * 60 * 60);
-  const std::string passwd = "mary:x:4001:100:" + std::string(3000, 'g') +
-                             ":/:\nold:x:4002:7::/:\nnew:x:4003:7::/:\nmary:x:4004:7::/proc/self/root/tmp:\n";
-  const std::string shadow = "mary:*:19000::::::\nold:*:19000:::::" + std::to_string(today) +
-                             ":\nnew:*:19000:::::" + std::to_string(today + 1) + ":\n";
-  ASSERT_TRUE(tests::Run("mount --bind " + folder_.Write("passwd", passwd) + " /etc/passwd && mount --bind " +
-                         folder_.Write("shadow", shadow) + " /etc/shadow"));
-  const tests::ScopedMount passwd_mount("/etc/passwd");
-  const tests::ScopedMount shadow_mount("/etc/shadow");
-  platform::Account account;
-  for (const uid_t uid : {4001U, 4002U, 4003U, 4004U}) {
-    ASSERT_EQ(machine().accounts.FindByUid(uid, account), Lookup::kFound);
-    EXPECT_EQ(account.expired, uid == 4002) << uid;
-    EXPECT_EQ(account.home, uid == 4004 ? "/tmp" : "/") << uid;  // of the entry itself, links resolved
   }
 }
 

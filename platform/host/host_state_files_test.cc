@@ -1,38 +1,30 @@
 #include "platform/host/host_state_files.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <filesystem>
 
 #include "base/file_descriptor.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/logged_test.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
+using tests::StatusOf;
 
-class StateFilesTest : public ::testing::Test {
+class StateFilesTest : public tests::LoggedTest {
  protected:
   StateFilesTest() { (void)::umask(077); }  // a mode that is promised holds under any mask
 
-  static struct stat StatusOf(const std::string& path) {
-    struct stat status {};
-    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-    return status;
-  }
   int Set(const std::string& path, const std::string& value) {
     return files_.PLIBCFileSetKeyValue(path, "status", value, 0);
   }
 
-  tests::TemporaryFolder folder_;
   platform::host::HostStateFiles files_;
 };
 

@@ -1,16 +1,14 @@
 #include "platform/host/host_volumes.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <memory>
 #include <tuple>
 
 #include "platform/sdk/volume_uuid.h"
+#include "tests/support/logged_test.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/temporary_folder.h"
 
 namespace {
 
@@ -20,19 +18,20 @@ using platform::host::HostVolumes;
 // Of this process alone, because the kernel gives a second btrfs of one uuid another one.
 const std::string kUuid = "a0b1c2d3-e4f5-4607-8899-aab" + std::to_string(100'000'000 + ::getpid());
 
-TEST(MountTable, IsWalkedLikeThePathItself) {
-  const tests::TemporaryFolder folder;
+using HostVolumesTest = tests::LoggedTest;
+
+TEST_F(HostVolumesTest, MountTableIsWalkedLikeThePathItself) {
   const std::string table =
-      folder.Write("mountinfo",
-                   "20 1 8:1 / / rw - ext4 /dev/root rw\n"
-                   "21 20 0:31 / /a\\040b\\134 rw shared:1 - btrfs /dev/sdb rw,subvol=/\n"
-                   "this line is not in the form\n\n22 21 8:3\n22 21 8:x / /x rw - ext4 /dev/sdx rw\n"
-                   "22 21 8:3 / /a\\040b\\134/c rw - ext4 /dev/sdc rw\n"
-                   "23 20 8:4 / /m rw - ext3 /dev/sdd rw\n"
-                   "24 23 8:5 / /m/n rw - ext4 /dev/sde rw\n"
-                   "25 23 8:6 / /m rw - ext2 /dev/sdf rw\n"
-                   "26 20 0:7 / /s\\011\\012\\043\\x\\04\\ rw - tmpfs  rw\n"
-                   "27 20 8:8 //deleted /d\\040(deleted) rw - ext4 - rw");
+      folder_.Write("mountinfo",
+                    "20 1 8:1 / / rw - ext4 /dev/root rw\n"
+                    "21 20 0:31 / /a\\040b\\134 rw shared:1 - btrfs /dev/sdb rw,subvol=/\n"
+                    "this line is not in the form\n\n22 21 8:3\n22 21 8:x / /x rw - ext4 /dev/sdx rw\n"
+                    "22 21 8:3 / /a\\040b\\134/c rw - ext4 /dev/sdc rw\n"
+                    "23 20 8:4 / /m rw - ext3 /dev/sdd rw\n"
+                    "24 23 8:5 / /m/n rw - ext4 /dev/sde rw\n"
+                    "25 23 8:6 / /m rw - ext2 /dev/sdf rw\n"
+                    "26 20 0:7 / /s\\011\\012\\043\\x\\04\\ rw - tmpfs  rw\n"
+                    "27 20 8:8 //deleted /d\\040(deleted) rw - ext4 - rw");
   std::vector<platform::host::Mount> mounts;
   ASSERT_EQ(platform::host::ReadMountInfo(table, mounts), 0);
   ASSERT_EQ(mounts.size(), 8U);
@@ -51,21 +50,20 @@ TEST(MountTable, IsWalkedLikeThePathItself) {
   std::vector<std::string> points;
   const std::string text =
       " /srv/x tmpfs rw 0 0\n#a /b\\040c ext4 a b 0 0\nno line\n /\xE9 t\n/dev/a relative t";
-  ASSERT_EQ(platform::host::ReadMountPoints(folder.Write("mounts", text), points), 0);
+  ASSERT_EQ(platform::host::ReadMountPoints(folder_.Write("mounts", text), points), 0);
   EXPECT_EQ(points, (std::vector<std::string>{"/srv/x", "/b c", "/\xE9"}));
-  for (const std::string& bad : {folder / "missing", folder.Write("empty", ""), folder.path()}) {
+  for (const std::string& bad : {folder_ / "missing", folder_.Write("empty", ""), folder_.path()}) {
     EXPECT_LT(platform::host::ReadMountInfo(bad, mounts), 0) << bad;
     EXPECT_LT(platform::host::ReadMountPoints(bad, points), 0) << bad;
   }
 }
 
-TEST(HostVolumes, TypeAndUuidOfEachFileSystemAlsoWithoutThePathOfItsDevice) {
-  const tests::TemporaryFolder folder;
-  const std::string volume = folder / "my volume";
+TEST_F(HostVolumesTest, TypeAndUuidOfEachFileSystemAlsoWithoutThePathOfItsDevice) {
+  const std::string volume = folder_ / "my volume";
   const std::string sub = volume + "/sub";
   std::filesystem::create_directory(volume);
   HostVolumes volumes{platform::SystemPaths{}};
-  std::unique_ptr<tests::ScopedMount> mount;  // goes before the folder
+  std::shared_ptr<void> mount;  // goes before the folder
   std::string uuid;
   const std::tuple<std::string, FileSystemType, std::string> cases[] = {
       {"btrfs", FileSystemType::kBtrfs, kUuid},
@@ -74,13 +72,13 @@ TEST(HostVolumes, TypeAndUuidOfEachFileSystemAlsoWithoutThePathOfItsDevice) {
       {"ext4", FileSystemType::kExt4, kUuid}};
   for (const auto& [name, type, expected] : cases) {
     mount.reset();
-    const std::string image = folder / name;  // a loop device is let go with its mount
+    const std::string image = folder_ / name;  // a loop device is let go with its mount
     if (!tests::EnterMountNamespace() ||
         !tests::Run("truncate -s 128M " + image + " && mkfs." + name + " -q -U " + kUuid + " " + image +
                     " && mount -o loop " + image + " '" + volume + "'")) {
       GTEST_SKIP() << "cannot make and mount " << name;
     }
-    mount = std::make_unique<tests::ScopedMount>(volume);
+    mount = tests::ScopedMount(volume);
     std::filesystem::create_directory(sub);
     FileSystemType found = FileSystemType::kEcryptfs;
     EXPECT_EQ(volumes.GetFileSystemType(sub, found), 0);
@@ -89,16 +87,16 @@ TEST(HostVolumes, TypeAndUuidOfEachFileSystemAlsoWithoutThePathOfItsDevice) {
     EXPECT_EQ(uuid, expected) << name;
   }
   platform::SystemPaths paths;  // of the last one, the ext4
-  paths.mount_info = folder / "mountinfo";
+  paths.mount_info = folder_ / "mountinfo";
   ASSERT_TRUE(
       tests::Run("sed -n 's,/dev/loop[0-9]*,/dev/root,w " + paths.mount_info + "' /proc/self/mountinfo"));
   EXPECT_EQ(HostVolumes(paths).GetExtUuid(volume, uuid = ""), 0);  // found by the number of its device
   EXPECT_EQ(uuid, kUuid);
   platform::VolumeInfo info;  // through a link it is a volume
-  std::filesystem::create_symlink(volume, folder / "link");
-  EXPECT_EQ(volumes.PLATMountVolInfoGet(folder / "link", info), 0);
+  std::filesystem::create_symlink(volume, folder_ / "link");
+  EXPECT_EQ(volumes.PLATMountVolInfoGet(folder_ / "link", info), 0);
   ASSERT_TRUE(tests::Run("mount --bind /dev/null " + info.device));
-  const tests::ScopedMount hidden(info.device);
+  const auto hidden = tests::ScopedMount(info.device);
   const int asked = volumes.GetExtUuid(sub, uuid = "");  // without a device the kernel is asked
   if (asked != 0 && errno == ENOTTY) GTEST_SKIP() << "this kernel does not tell the uuid of an ext4";
   EXPECT_EQ(uuid, kUuid);

@@ -17,14 +17,17 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path kData = UPDATER_TEST_DATA;
-constexpr int kFirstVersionWithLog = 3300;
-constexpr int kFirstVersionWithViews = 3400;
 
 // Read-write: a read-only connection to a database with a write-ahead log would leave the log behind.
 db_util::Database Open(const std::string& path, db_util::OpenMode mode = db_util::OpenMode::kReadWrite) {
   db_util::Database db;
   if (!db_util::OpenQuietly(path, db, mode).ok()) throw std::runtime_error("cannot open " + path);
   return db;
+}
+
+void Execute(const db_util::Database& db, const std::string& path, const std::string& sql) {
+  const db_util::Status status = db_util::Execute(db.get(), sql);
+  if (!status.ok()) throw std::runtime_error(path + ": " + status.message);
 }
 
 std::vector<std::string> Rows(const db_util::Database& db, const std::string& sql,
@@ -77,24 +80,20 @@ updater::Version VersionOf(int number) {
 }
 
 package::PackagePaths PackageIn(const std::string& folder) {
-  return {.sync_folder = folder + "/@sync",
-          .data = folder + "/@sync/syncfolder-db.sqlite",
-          .log = folder + "/@sync/log-db.sqlite",
-          .user = folder + "/@sync/user-db.sqlite",
-          .client = folder + "/@clientd/db.sqlite",
-          .view_folder = folder + "/@sync/view",
-          .file_folder = folder + "/@sync/file"};
+  package::PackagePaths paths = package::PathsInSyncFolder(folder + "/@sync");
+  paths.client = folder + "/@clientd/db.sqlite";
+  return paths;
 }
 
 std::map<std::string, std::string> DatabasesOf(const package::PackagePaths& where) {
   std::map<std::string, std::string> paths = {
       {"data", where.data}, {"log", where.log}, {"user", where.user}, {"client", where.client}};
-  for (const auto& [folder, kind] : {std::pair(where.view_folder, "view"), {where.file_folder, "file"}}) {
-    if (!fs::exists(folder)) continue;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-      paths[kind + ("/" + entry.path().filename().string())] =
-          entry.path() / (kind + std::string("-db.sqlite"));
-    }
+  std::error_code ignored;  // a folder that is not there holds nothing
+  for (const auto& view : fs::directory_iterator(where.view_folder, ignored)) {
+    paths["view/" + view.path().filename().string()] = view.path() / package::kViewDatabase;
+  }
+  for (const auto& volume : fs::directory_iterator(where.file_folder, ignored)) {
+    paths["file/" + volume.path().filename().string()] = volume.path() / package::kFileDatabase;
   }
   std::erase_if(paths, [](const auto& path) { return !fs::exists(path.second); });
   return paths;
@@ -105,6 +104,7 @@ void WriteFixture(int version, const std::string& uuid, const std::string& extra
   const auto write = [&](const std::string& path, const std::vector<std::string>& scripts, int stored) {
     std::string text;
     for (const std::string& script : scripts) text += FindScript(version, script);
+    if (text.empty()) return;  // there is no such database yet
     std::istringstream names(extras);
     for (std::string extra; names >> extra;) {
       for (const std::string& script : scripts) text += FindScript(version, "extra-" + extra + "-" + script);
@@ -124,22 +124,23 @@ void WriteFixture(int version, const std::string& uuid, const std::string& extra
   write(where.data, {"data"}, version);
   write(where.user, {"user"}, version);
   write(where.client, {"client"}, version);
-  if (version >= kFirstVersionWithLog) write(where.log, {"log"}, version);
-  if (version < kFirstVersionWithViews) return;
-  // The step that splits the data database makes these at once as of the last version; the next one puts that
-  // right.
-  const int stored = version == kFirstVersionWithViews ? kVersions.back() : version;
-  write(where.file_folder + "/" + uuid + "/file-db.sqlite", {"file"}, stored);
+  write(where.log, {"log"}, version);
+  // The step that splits the data database makes these as of a later version; the next one puts that right.
+  const int stored = version == 3400 ? 4150 : version;
+  write(where.FileDatabase(uuid), {"file"}, stored);
   for (const std::string view : {"1", "5", "17", "4294967297"}) {
-    write(where.view_folder + "/" + view + "/view-db.sqlite", {"view", "view-config", "view-" + view},
-          stored);
+    write(where.ViewDatabase(view), {"view", "view-config", "view-" + view}, stored);
   }
 }
 
 void RunSql(const std::string& path, const std::string& sql, db_util::OpenMode mode) {
-  const db_util::Database db = Open(path, mode);
-  const db_util::Status status = db_util::Execute(db.get(), sql);
-  if (!status.ok()) throw std::runtime_error(path + ": " + status.message);
+  Execute(Open(path, mode), path, sql);
+}
+
+void RunSqlKilled(const std::string& path, const std::string& sql) {
+  const db_util::Database db = Open(path);
+  (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+  Execute(db, path, "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = WAL;" + sql);
 }
 
 std::string Query(const std::string& path, const std::string& sql, const char* end) {
@@ -153,12 +154,7 @@ std::string SchemaOf(const std::string& path) {
   std::vector<std::string> statements =
       Rows(Open(path), "SELECT sql FROM sqlite_master WHERE sql IS NOT NULL", &db_util::ColumnText);
   for (std::string& statement : statements) {
-    std::string tokens;
-    for (std::sregex_iterator token(statement.begin(), statement.end(), kTokens), end; token != end;
-         ++token) {
-      tokens += token->str() + ' ';
-    }
-    statement = tokens;
+    statement = std::regex_replace(statement, kTokens, "$& ", std::regex_constants::format_no_copy);
   }
   return Sorted("", std::move(statements));
 }

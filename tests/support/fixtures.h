@@ -8,6 +8,7 @@
 #include <array>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "db-util/database.h"
 #include "package/layout.h"
@@ -17,13 +18,10 @@ namespace tests {
 
 inline constexpr std::array kVersions = {2577, 2603, 3004, 3200, 3300, 3400, 3450, 4000, 4060, 4100, 4150};
 
-// Extra content that only exists from some version on.
-struct Extra {
-  const char* name;  // "": only the content that every version has
-  int from;
-};
-inline constexpr std::array kExtras = {Extra{"", 2577}, Extra{"rights", 3004}, Extra{"activity", 3200},
-                                       Extra{"own-rotation", 3400}, Extra{"shared-rotation", 3400}};
+// Extra content and the version that it exists from; "": only the content that every version has.
+inline constexpr std::array kExtras = {std::pair("", 2577), std::pair("rights", 3004),
+                                       std::pair("activity", 3200), std::pair("own-rotation", 3400),
+                                       std::pair("shared-rotation", 3400)};
 
 // The version with the branch that databases of that number are on.
 [[nodiscard]] updater::Version VersionOf(int number);
@@ -44,6 +42,9 @@ void WriteFixture(int version, const std::string& uuid, const std::string& extra
 // Executes SQL on a database.
 void RunSql(const std::string& path, const std::string& sql,
             db_util::OpenMode mode = db_util::OpenMode::kReadWrite);
+
+// The same as a killed process leaves it: what it commits is in the write-ahead log only.
+void RunSqlKilled(const std::string& path, const std::string& sql);
 
 // All rows, their columns with '|' in between, each row followed by `end`.
 [[nodiscard]] std::string Query(const std::string& path, const std::string& sql, const char* end = " ");

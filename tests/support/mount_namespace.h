@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 namespace tests {
@@ -22,15 +23,10 @@ namespace tests {
 }
 
 // Takes a mount away at the end of the test.
-class ScopedMount {
- public:
-  explicit ScopedMount(std::string mount_point) : mount_point_(std::move(mount_point)) {}
-  ~ScopedMount() { (void)::umount2(mount_point_.c_str(), MNT_DETACH); }  // the namespace ends with us anyway
-  ScopedMount(const ScopedMount&) = delete;
-  ScopedMount& operator=(const ScopedMount&) = delete;
-
- private:
-  std::string mount_point_;
-};
+[[nodiscard]] inline std::shared_ptr<void> ScopedMount(const std::string& mount_point) {
+  return {nullptr, [mount_point](void*) {
+            (void)::umount2(mount_point.c_str(), MNT_DETACH);  // the namespace ends with us anyway
+          }};
+}
 
 }  // namespace tests

@@ -1,6 +1,8 @@
 // An empty folder that goes away with everything in it.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,6 +10,13 @@
 #include <string>
 
 namespace tests {
+
+// Writes a file, with its parent folders; returns its path.
+inline std::string WriteFile(const std::string& path, const std::string& text) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
+}
 
 class TemporaryFolder {
  public:
@@ -25,17 +34,20 @@ class TemporaryFolder {
   [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + '/' + name; }
   [[nodiscard]] const std::string& path() const { return path_; }
 
-  // Writes a file, with its parent folders; returns its path.
   std::string Write(const std::string& name, const std::string& text) const {
-    const std::filesystem::path file = *this / name;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << text;
-    return file.string();
+    return WriteFile(*this / name, text);
   }
 
  private:
   std::string path_;
 };
+
+// Of the file itself, should it be a link; of one that is missing, zeros.
+[[nodiscard]] inline struct stat StatusOf(const std::string& path) {
+  struct stat status {};
+  (void)::lstat(path.c_str(), &status);  // told by the zeros
+  return status;
+}
 
 [[nodiscard]] inline std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

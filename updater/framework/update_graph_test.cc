@@ -1,12 +1,9 @@
 #include "updater/framework/update_graph.h"
 
-#include <gtest/gtest.h>
-
 #include <sstream>
 
-#include "db-util/database.h"
-#include "db-util/execute.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/logged_test.h"
 #include "updater/framework/updater_framework.h"
 
 namespace {
@@ -32,7 +29,7 @@ struct FakeUpdater : updater::AbstractUpdater {
   std::function<int()> update;
 };
 
-class FrameworkTest : public ::testing::Test {
+class FrameworkTest : public tests::LoggedTest {
  protected:
   void Add(const Version& from, const Version& to, const std::string& name = "", int result = 0) {
     framework_.AddUpdater(std::make_unique<FakeUpdater>(from, to, [this, name, result] {
@@ -93,24 +90,16 @@ TEST_F(FrameworkTest, EndsTheProcessAtASelfLoop) {
   EXPECT_EXIT((void)framework_.Run(kOld, kNext), ::testing::ExitedWithCode(1), "BUG!");
 }
 
-TEST(GetCurrentVersion, ReadsBranchAndNumberOfAnExistingDatabase) {
-  const tests::TemporaryFolder folder;
-  const std::tuple<const char*, int, Version> cases[] = {
-      {"INSERT INTO config_table VALUES ('branch', 'hos-4.3'), ('version', '2603abc');", 0, kSide},
-      {"INSERT INTO config_table VALUES ('branch', NULL), ('version', 2577);", 0, kOld},
-      {"INSERT INTO config_table VALUES ('branch', 'master');", -1, {}},
-      {"INSERT INTO config_table VALUES ('version', 'abc');", -1, {}},
-      {"INSERT INTO config_table VALUES ('version', '4294969873');", -1, {}},  // 2^32 + 2577
-      {"DROP TABLE config_table;", -1, {}}};
-  for (const auto& [sql, result, expected] : cases) {
-    const std::string path = folder.Write("database", "");
-    db_util::Database db;
-    ASSERT_EQ(db_util::OpenDatabase(path, db), 0);
-    ASSERT_TRUE(
-        db_util::Execute(db.get(), std::string("CREATE TABLE config_table (key, value);") + sql).ok());
+// Runs of the whole program show what is refused.
+TEST_F(FrameworkTest, ReadsBranchAndNumberAsSqliteWould) {
+  const std::string path = folder_.Write("database", "");
+  tests::RunSql(path, "CREATE TABLE config_table (key, value)");
+  for (const auto& [rows, expected] : {std::pair("('branch', 'hos-4.3'), ('version', '2603abc')", kSide),
+                                       {"('branch', NULL), ('version', 2577)", kOld}}) {
+    tests::RunSql(path, std::string("DELETE FROM config_table; INSERT INTO config_table VALUES ") + rows);
     Version version;
-    EXPECT_EQ(UpdaterFramework::GetCurrentVersion(path, version), result) << sql;
-    EXPECT_EQ(version, expected) << sql;
+    EXPECT_EQ(UpdaterFramework::GetCurrentVersion(path, version), 0) << rows;
+    EXPECT_EQ(version, expected) << rows;
   }
 }
 

@@ -1,8 +1,6 @@
 // Leftovers, awkward content and failures of single updaters. What a whole database of one version looks like
 // in the next is compared elsewhere.
-#include <sys/stat.h>
-
-#include <fstream>
+#include <regex>
 
 #include "tests/support/package_test.h"
 #include "updater/server/new_databases.h"
@@ -16,56 +14,19 @@ using tests::UpdaterLine;
 
 class ServerUpdatersTest : public tests::PackageTest {
  protected:
-  void ExpectFailure(int from, int to, const std::vector<std::string>& texts) {
-    sink_.Clear();
-    EXPECT_EQ(Update(from, to), -1);
-    for (const std::string& text : texts) EXPECT_THAT(sink_.Texts(), ::testing::Contains(UpdaterLine(text)));
-  }
   // What a query finds in a database after an updater has run over the fixture with these changes.
-  std::string Found(int from, int to, const std::vector<std::pair<std::string, std::string>>& changes,
+  std::string Found(int from, const std::vector<std::pair<std::string, std::string>>& changes,
                     const std::string& database, const std::string& query) {
     StartAt(from);
-    for (const auto& [name, sql] : changes) RunSql(tests::DatabasesOf(package_).at(name), sql);
-    EXPECT_EQ(Update(from, to), 0);
+    for (const auto& [name, sql] : changes) {
+      RunSql(name == "log" ? package_.log : tests::DatabasesOf(package_).at(name), sql,
+             db_util::OpenMode::kCreate);
+    }
+    EXPECT_EQ(Update(), 0);
     return Query(tests::DatabasesOf(package_).at(database), query);
   }
   [[nodiscard]] std::string Sync(const std::string& name) const { return package_.sync_folder + "/" + name; }
 };
-
-TEST_F(ServerUpdatersTest, MarkersAreNotWrittenThroughALinkOrIntoAPipe) {
-  StartAt(2577);
-  std::ofstream(Sync("precious")) << "text";
-  fs::create_symlink(Sync("precious"), Sync("delta/.0"));
-  EXPECT_EQ(Update(2577, 3004), -1);
-  EXPECT_EQ(fs::file_size(Sync("precious")), 4U);
-  fs::remove(Sync("delta/.0"));
-  ASSERT_EQ(mkfifo(Sync("delta/.0").c_str(), 0600), 0);
-  EXPECT_EQ(Update(2577, 3004), -1) << "and does not wait for a reader";
-}
-
-TEST_F(ServerUpdatersTest, NewFilesAndFoldersBelongToTheOwnerOfTheOldOnes) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root gives files away";
-  StartAt(2577);
-  for (const std::string& path :
-       {package_.sync_folder, Sync("repo"), Sync("delta"), Sync("rm"), package_.data}) {
-    ASSERT_EQ(chown(path.c_str(), 1234, 1235), 0);
-  }
-  ASSERT_EQ(chmod(package_.data.c_str(), 0600), 0);
-  const mode_t mask = umask(0077);
-  for (const auto& [from, to] : {std::pair(2577, 3004), {3004, 3200}, {3200, 3300}, {3300, 3400}}) {
-    EXPECT_EQ(Update(from, to), 0);
-  }
-  umask(mask);
-  const std::string file_db = package_.file_folder + "/" + uuid_ + "/file-db.sqlite";
-  for (const std::string& path :
-       {package_.data, package_.log, View("1"), file_db, Sync("repo/.0"), Sync("node_delta"),
-        Sync("node_delta/.0"), Sync("view"), Sync("view/1"), Sync("view/1/sign/.0"), Sync("rm/file")}) {
-    struct stat status {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(std::pair(status.st_uid, status.st_gid), std::pair(uid_t{1234}, gid_t{1235})) << path;
-    EXPECT_EQ(status.st_mode & 0777U, S_ISDIR(status.st_mode) ? 0755U : 0600U) << path;
-  }
-}
 
 TEST_F(ServerUpdatersTest, NewDatabasesAreNotMadeThroughPlantedLinks) {
   StartAt(3300);
@@ -78,26 +39,20 @@ TEST_F(ServerUpdatersTest, NewDatabasesAreNotMadeThroughPlantedLinks) {
   EXPECT_TRUE(fs::is_empty(Sync("outside")));
 }
 
-TEST_F(ServerUpdatersTest, To3200KeepsFoldersThatAreThere) {
-  StartAt(3004);
-  fs::create_directory(Sync("node_delta"));
-  for (const char* name : {"node_delta/.0", "node_delta/7"}) std::ofstream(Sync(name)) << "delta";
-  ASSERT_EQ(Update(3004, 3200), 0);
-  EXPECT_EQ(fs::file_size(Sync("node_delta/.0")), 0U);
-  EXPECT_EQ(fs::file_size(Sync("node_delta/7")), 5U);
-}
-
 TEST_F(ServerUpdatersTest, To3200CanBeRepeatedAfterAFailedRebuild) {
   StartAt(3004);
   RunSql(package_.data,
          "UPDATE version_table SET sync_id = 12 WHERE ver_id = 2");  // two versions for one node
-  ExpectFailure(3004, 3200, {"UpdateDatabases: UpdateRedundantNodeTable failed\n"});
+  EXPECT_EQ(Update(), -1);
+  EXPECT_EQ(sink_.Count(UpdaterLine("UpdateDatabases: UpdateRedundantNodeTable failed\n")), 1);
   // The middle step commits on its own, and what is there already is no failure.
   EXPECT_EQ(Query(package_.data, "SELECT count(*) FROM log_table"), "0 ");
   EXPECT_EQ(Query(package_.user, "SELECT count(*) FROM profile_apply_table"), "0 ");
   RunSql(package_.data, "UPDATE version_table SET sync_id = 2 WHERE ver_id = 2");
-  EXPECT_EQ(Update(3004, 3200), 0);
+  for (const char* name : {"node_delta/.0", "node_delta/7"}) std::ofstream(Sync(name)) << "delta";
+  EXPECT_EQ(Update(), 0);
   ExpectPackage(DumpFixture(3200));
+  EXPECT_EQ(fs::file_size(Sync("node_delta/.0")) + fs::file_size(Sync("node_delta/7")), 5U);
 }
 
 TEST_F(ServerUpdatersTest, TablesAreRebuiltUnderTriggersAndViewsThatNameThem) {
@@ -106,27 +61,15 @@ TEST_F(ServerUpdatersTest, TablesAreRebuiltUnderTriggersAndViewsThatNameThem) {
          "CREATE TRIGGER t AFTER DELETE ON version_table BEGIN "
          "UPDATE node_table SET ver_cnt = 99 WHERE node_id = OLD.node_id; END;"
          "CREATE VIEW names AS SELECT name FROM node_table;");
-  ASSERT_EQ(Update(3004, 3200), 0);
+  ASSERT_EQ(Update(), 0);
   RunSql(package_.data, "DELETE FROM version_table WHERE node_id = 8;");
   EXPECT_EQ(Query(package_.data, "SELECT name FROM node_table JOIN names USING (name) WHERE ver_cnt = 99;"),
             "a;b-- ");
   StartAt(3400, "activity");
   RunSql(package_.user, "CREATE TRIGGER t AFTER DELETE ON user_table BEGIN DELETE FROM profile_table; END;");
-  ASSERT_EQ(Update(3400, 3450), 0);
+  ASSERT_EQ(Update(), 0);
   RunSql(package_.user, "DELETE FROM user_table;");
   EXPECT_EQ(Query(package_.user, "SELECT name FROM profile_table;"), "");
-}
-
-TEST_F(ServerUpdatersTest, To3300OverwritesALeftoverLogDatabaseAndASettingThatIsMissingBecomesNull) {
-  StartAt(3200);
-  RunSql(package_.data, "DELETE FROM config_table WHERE key = 'log_del_span';");
-  RunSql(package_.log,
-         "CREATE TABLE config_table (key PRIMARY KEY ON CONFLICT REPLACE, value);"
-         "INSERT INTO config_table VALUES ('version', 'old');",
-         db_util::OpenMode::kCreate);
-  ASSERT_EQ(Update(3200, 3300), 0);
-  EXPECT_EQ(Query(package_.log, "SELECT value IS NULL FROM config_table WHERE key = 'log_del_span';"), "1 ");
-  EXPECT_EQ(Config(package_.log, "'version'"), "version=3300 ");
 }
 
 TEST_F(ServerUpdatersTest, To3300MaintainsTheDataDatabaseAlsoAfterAFailedRunAndOnlyLogsThatItCould) {
@@ -135,7 +78,7 @@ TEST_F(ServerUpdatersTest, To3300MaintainsTheDataDatabaseAlsoAfterAFailedRunAndO
   for (const char* obstacle : {"", "ALTER TABLE log_table RENAME TO kept;"}) {
     StartAt(3200);
     RunSql(package_.data, fill + obstacle);
-    EXPECT_EQ(Update(3200, 3300), *obstacle == '\0' ? 0 : -1);
+    EXPECT_EQ(Update(), *obstacle == '\0' ? 0 : -1);
     EXPECT_EQ(Query(package_.data, "PRAGMA freelist_count;"), "0 ");
     EXPECT_EQ(Query(package_.data, "SELECT count(*) > 0 FROM sqlite_stat1;"), "1 ");
   }
@@ -145,7 +88,7 @@ TEST_F(ServerUpdatersTest, To3300MaintainsTheDataDatabaseAlsoAfterAFailedRunAndO
       package_.data,
       "CREATE TABLE broken (a, b); CREATE INDEX broken_index ON broken (a); INSERT INTO broken VALUES (1, 2);"
       "PRAGMA writable_schema = ON; UPDATE sqlite_master SET rootpage = 1 WHERE name = 'broken_index';");
-  EXPECT_EQ(Update(3200, 3300), 0);
+  EXPECT_EQ(Update(), 0);
   EXPECT_EQ(sink_.Texts(), (std::vector<std::string>{
                                "StratoFolder Updater: sqlite3_exec: database disk image is malformed (11)"}));
 }
@@ -161,9 +104,7 @@ TEST_F(ServerUpdatersTest, To3400KeepsNodesUnderViewIdsBelowZeroAndTheOrderOfThe
       "UPDATE node_table SET view_id = -5 WHERE view_id = 1; CREATE TABLE kept AS SELECT * FROM tree_table;"
       "DELETE FROM tree_table; INSERT INTO tree_table SELECT * FROM kept ORDER BY node_id DESC;");
   const std::string tree = Query(package_.data, rows + "WHERE node_id <= 5 ORDER BY rowid;");
-  for (const auto& [from, to] : {std::pair(3300, 3400), {3400, 3450}, {3450, 4000}, {4000, 4060}}) {
-    ASSERT_EQ(Update(from, to), 0);
-  }
+  while (version_ < 4060) ASSERT_EQ(Update(), 0);
   const std::string view = View("18446744073709551611");
   EXPECT_EQ(Query(view, "SELECT node_id FROM node_table ORDER BY node_id;"), "1 2 3 4 5 ");
   EXPECT_EQ(Query(view, rows + "ORDER BY rowid;"), tree);
@@ -177,7 +118,7 @@ TEST_F(ServerUpdatersTest, To3400RefusesNodesUnderWhatIsNoViewIdBeforeItWritesAn
       StartAt(3300);
       RunSql(package_.user, "UPDATE user_table SET view_id = " + stored + " WHERE view_id = 5;");
       RunSql(package_.data, "UPDATE node_table SET view_id = " + nodes + " WHERE view_id = 1;");
-      EXPECT_EQ(Update(3300, 3400), nodes == stored ? -1 : 0) << "harmless without nodes";
+      EXPECT_EQ(Update(), nodes == stored ? -1 : 0) << "harmless without nodes";
       if (nodes == stored) continue;
       EXPECT_EQ(Config(package_.user, "'view_id'"), "view_id=4294967298 ") << stored;
     }
@@ -189,52 +130,125 @@ TEST_F(ServerUpdatersTest, To3400RefusesNodesUnderWhatIsNoViewIdBeforeItWritesAn
   }
 }
 
-TEST_F(ServerUpdatersTest, FailedScriptsAreLoggedWholeOrNotAtAll) {
+TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeOrNotAtAll) {
+  // A statement in the middle of an updater fails, on what is already there or not there any more: what makes
+  // it fail, all that is logged, and what the steps before have changed.
+  struct Failure {
+    int from;
+    std::function<void()> prepare;
+    std::string log;
+    const char* changed = "none";
+    int to = 0;
+  };
   const std::string step = "failed to update databases\n";
   const std::string rotation = "failed to update all rotate_cnt\n";
+  const std::string views = "failed to update all view db\n";
+  const std::string no_uuid = "Cannot get home volume uuid ..*/@sync.\n" + step;
+  const std::string no_history = "Fail to get btrfs uuid history\nfailed to update for btrfs uuid\n";
   const std::string no_log = "no such table: data_db.log_table .1.\n";
-  const std::tuple<int, int, std::string, const char*, std::string> cases[] = {
-      {3200, 3300, package_.data, "DROP TABLE log_table;",
+  const std::string add_column = "ALTER TABLE node_table ADD share_priv_hash";
+  const auto run = [](const std::string& path, const std::string& sql) { return [=] { RunSql(path, sql); }; };
+  const auto remove = [](const std::string& path) { return [path] { fs::remove_all(path); }; };
+  const auto fail = [this](const char* call) {
+    return [this, call] { fake_.volumes.failing_calls = {call}; };
+  };
+  const auto set = [this](const platform::memory::VolumeIdentity& own) {
+    return [this, own] { fake_.volumes.own = own; };
+  };
+  const auto plant = [this] { fs::create_directories(Sync("new-syncfolder.sqlite-wal/planted")); };
+  const std::vector<Failure> failures = {
+      {2577, run(package_.client, add_column), ".*" + step},
+      {2603, run(package_.client, add_column), ".*" + step},
+      {2577, run(package_.data, "ALTER TABLE version_table RENAME TO gone"), ".*" + step, "none", 2603},
+      {3004, run(package_.data, "CREATE TABLE node_table_name_index (x)"), ".*" + step, "data|user"},
+      {3200, run(package_.data, "ANALYZE; DROP TABLE log_table;"),
        "sqlite3_exec.PRAGMA log_db.journal_mode = WAL;.*_s5_index ON log_table.s5.;INSERT .* TRANSACTION; .: " +
            no_log + "3200 to 3300, log_db .*log-db.sqlite., data_db .*r-db.sqlite.: " + no_log + step},
-      {3300, 3400, package_.data, "SELECT 1;",
+      {3300, run(package_.data, "ALTER TABLE tree_table RENAME TO gone"), ".*" + step, "data"},
+      {3300, fail("GetExtUuid"), no_uuid},
+      {3300, fail("GetFileSystemType"), ".*file system property from '.*/@sync'\n" + no_uuid},
+      {3300, set({platform::FileSystemType::kEcryptfs, {}}),
+       ".*file system type: 3 .'.*/@sync'.\n" + no_uuid},
+      {3450, set({platform::FileSystemType::kBtrfs, {}, {}, 0xABC}),
+       "Update repo path '.*/@sync' uuid\n.*mismatch abc:4d5f53665248425f\nFailed to get old uuid from '.*/@sync'\n" +
+           no_history,
+       "data|user|view.*"},
+      {3300, plant,
        "CreateViewDB: initialize view db failed\nFailed to CreateNewDataDB\nFailed to update data db\n" +
-           step},
-      {3400, 3450, package_.user, "DROP TABLE customized_rotate_cnt_table;",
+           step,
+       "data|user"},
+      {3400, remove(package_.view_folder), "Failed to get views in .*/view to update rotate count\n" + step},
+      // The line names the view folder.
+      {3400, remove(package_.file_folder),
+       "Failed to get files in folder .*/view\nfailed to update database versions\n", "user"},
+      {3400, run(package_.user, "CREATE TABLE profile_apply_view_table (profile_id)"), ".*" + step},
+      {3400, run(package_.user, "DROP TABLE customized_rotate_cnt_table;"),
        "sqlite3_prepare_v2.1., sql = SELECT view_id, rotate_cnt FROM user_db.customized_rotate_cnt_table; \n"
        "Failed to EnumCustomizedRotateTable\n" +
            step},
-      {4000, 4060, package_.user, "ALTER TABLE user_table DROP COLUMN user_type;",
+      {3450, run(package_.user, "DROP TABLE customized_rotate_cnt_table"),
+       ".*failed to update user database schema\n"},
+      {3450, fail("GetFileSystemType"), "Failed to check btrfs volume '.*/@sync'\n" + no_history,
+       "data|user|view.*"},
+      {4000, run(package_.user, "ALTER TABLE user_table DROP COLUMN user_type;"),
        ".*: user_type .1.\nfailed to get user type of view 5\n" + rotation},
-      {4000, 4060, View("5"), "DROP TABLE config_table;",
+      {4000, run(View("5"), "DROP TABLE config_table;"),
        "sqlite3_exec.ATTACH DATABASE '.*it''s .*' AS view_db;INSERT OR IGNORE INTO view_db.config_table .key, "
        "value. VALUES \t.'rotate_policy', \t.SELECT .* WHERE view_id = 0..;DETACH DATABASE view_db;.: no such "
        "table: view_db.config_table .1.\nFailed to update rotate_cnt for view 5\nFailed to update rotate count "
        "for view 5\n" +
            rotation},
-      {4100, 4150, View("5"), "DROP TABLE version_table;",
+      {4060, run(View("1"), "ALTER TABLE node_table ADD v_committer_sess_id"), ".*" + views,
+       "view/5|view/4294967297"},
+      {4100, run(View("5"), "DROP TABLE version_table;"),
        "Failed to exec ATTACH .*_old; END;DETACH DATABASE view_db;\n4100 to 4150, view_db .*: no such table: "
-       "view_db.version_table .1.\nFailed to update view db for view 5\nfailed to update all view db\n"}};
-  for (const auto& [from, to, database, sql, log] : cases) {
+       "view_db.version_table .1.\nFailed to update view db for view 5\n" +
+           views}};
+  for (const auto& [from, prepare, log, changed, to] : failures) {
+    SCOPED_TRACE(log);
     StartAt(from);
-    fs::create_directories(Sync("new-syncfolder.sqlite-wal/planted"));
-    RunSql(database, sql);
-    EXPECT_EQ(Update(from, to), -1);
+    prepare();
+    const tests::Dumps before = tests::DumpPackage(package_);
+    EXPECT_EQ(Update(to), -1);
     std::string texts;
     for (const std::string& text : sink_.Texts()) texts += text.substr(UpdaterLine("").size());
     EXPECT_THAT(texts, ::testing::MatchesRegex(log));
     EXPECT_THAT(texts, ::testing::Not(::testing::HasSubstr(" = OFF;")));
+    EXPECT_EQ(out_.str(), "");
+    EXPECT_FALSE(fs::exists(scratch_));
+    EXPECT_EQ(Config(package_.data, "'version'"), "version=" + std::to_string(from) + " ");
+    tests::Dumps after = tests::DumpPackage(package_);
+    for (const auto& [name, text] : before) {
+      EXPECT_EQ(std::regex_match(name, std::regex(changed)) ? text : after[name], text) << name;
+    }
   }
   StartAt(3200);
   std::ofstream(package_.data) << std::string(4096, 'x');
-  ExpectFailure(3200, 3300, {"failed to connect to databases\n"});
+  EXPECT_EQ(Update(), -1);
+  EXPECT_EQ(sink_.Count(UpdaterLine("failed to connect to databases\n")), 1);
   EXPECT_THAT(sink_.Texts(), ::testing::Not(::testing::Contains(::testing::HasSubstr("PRAGMA"))));
+}
+
+TEST_F(ServerUpdatersTest, LeavesAViewAsItWasWhenTheRenamingOfItsUuidFails) {
+  uuid_ = "03020100-0504-0706-0809-0a0b0c0d0e0f";  // the old form
+  StartAt(3450, "activity");
+  fake_.volumes.own.type = platform::FileSystemType::kBtrfs;
+  RunSql(View("1"),
+         "CREATE TRIGGER t BEFORE UPDATE OF mac_attr ON version_table BEGIN SELECT RAISE(ABORT, 'no'); END;");
+  const std::string uuids =
+      "SELECT quote(v_file_uuid) || quote(v_mac_attr) || quote(node_delta_file_uuid) FROM node_table;";
+  const std::string before = Query(View("1"), uuids);
+  EXPECT_EQ(Update(), -1);
+  EXPECT_EQ(Query(View("1"), uuids), before);
+  EXPECT_EQ(sink_.Count(UpdaterLine("Failed to update view db (1)\n")), 1);
+  EXPECT_EQ(sink_.Count(UpdaterLine("Failed to update uuid for view 1\n")), 1);
+  EXPECT_TRUE(fs::exists(package_.file_folder + "/" + uuid_));
 }
 
 TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation) {
   StartAt(3400, "shared-rotation");
   for (const char* name : {"abc", "1abc"}) fs::copy(Sync("view/1"), Sync("view/") + name);
-  ASSERT_EQ(Update(3400, 3450), 0);
+  ASSERT_EQ(Update(), 0);
   for (const char* name : {"abc", "1abc"}) {
     EXPECT_EQ(Config(View(name), "'rotate_cnt','remove_repo','version'"),
               "remove_repo=0 rotate_cnt=8 version=3450 ");
@@ -243,62 +257,41 @@ TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation
 
 // The views of users are visited in the order 5, 4294967297, 1, 17; the last one is a share user's.
 TEST_F(ServerUpdatersTest, AwkwardContent) {
-  const std::string no_users = "DELETE FROM user_table";
+  const std::string no_users = "DELETE FROM user_table;";
   const std::string rotation = "SELECT * FROM rotate_setting_table";
   const std::string policy = "SELECT value FROM config_table WHERE key = 'rotate_policy'";
+  const auto set = [](const std::string& key, char value) {
+    return "UPDATE config_table SET value = '" + std::string(1, value) + "' WHERE key = '" + key + "'";
+  };
   // One database without a branch makes all branches empty.
-  (void)Found(2577, 3004, {{"client", "INSERT INTO config_table VALUES ('branch', 'master')"}}, "data",
-              "SELECT 1");
-  EXPECT_EQ(Found(3004, 3200, {{"data", "INSERT INTO config_table VALUES ('log_del_cnt', '500')"}}, "data",
-                  "SELECT value FROM config_table WHERE key LIKE 'log_del%' ORDER BY key"),
-            "500 2592000 ");
-  EXPECT_EQ(
-      Found(3300, 3400, {{"user", no_users}}, "user", "SELECT * FROM config_table WHERE key = 'view_id'"),
-      "view_id|1 ");
+  (void)Found(2577, {{"client", "INSERT INTO config_table VALUES ('branch', 'master')"}}, "data", "SELECT 1");
+  // A log database is left over, and a setting that is missing becomes NULL.
+  EXPECT_EQ(Found(3200,
+                  {{"data", "DELETE FROM config_table WHERE key = 'log_del_span'"},
+                   {"log",
+                    "CREATE TABLE config_table (key PRIMARY KEY ON CONFLICT REPLACE, value);"
+                    "INSERT INTO config_table VALUES ('version', 'old')"}},
+                  "log", "SELECT quote(value) FROM config_table WHERE key IN ('log_del_span', 'version')"),
+            "NULL '3300' ");
+  EXPECT_EQ(Found(3300, {{"user", no_users}}, "user", "SELECT * FROM config_table"),
+            "version|3400 view_id|1 branch|master ");
   EXPECT_TRUE(fs::is_empty(package_.view_folder));
-  EXPECT_EQ(Found(3450, 4000, {{"user", no_users}}, "user", rotation), "0|8|fifo ");
-  EXPECT_EQ(
-      Found(3450, 4000,
-            {{"user", no_users}, {"data", "UPDATE config_table SET value = '1' WHERE key = 'remove_repo'"}},
-            "user", rotation),
-      "0|0|fifo ");
-  EXPECT_EQ(
-      Found(3450, 4000, {{"user", no_users + "; INSERT INTO customized_rotate_cnt_table VALUES (0, 12)"}},
-            "user", rotation),
-      "0|12|fifo ");
+  EXPECT_EQ(Found(3450, {{"user", no_users}}, "user", rotation), "0|8|fifo ");
+  EXPECT_EQ(Found(3450, {{"user", no_users}, {"data", set("remove_repo", '1')}}, "user", rotation),
+            "0|0|fifo ");
+  const std::string shared = "INSERT INTO customized_rotate_cnt_table VALUES (0, 12)";
+  EXPECT_EQ(Found(3450, {{"user", no_users + shared}}, "user", rotation), "0|12|fifo ");
   // The last user's view decides the shared rotation.
-  EXPECT_EQ(Found(3450, 4000,
-                  {{"view/5", "UPDATE config_table SET value = '3' WHERE key = 'rotate_cnt'"},
-                   {"view/17", "UPDATE config_table SET value = '7' WHERE key = 'rotate_cnt'"},
-                   {"view/1", "UPDATE config_table SET value = '1' WHERE key = 'remove_repo'"}},
+  EXPECT_EQ(Found(3450,
+                  {{"view/5", set("rotate_cnt", '3')},
+                   {"view/17", set("rotate_cnt", '7')},
+                   {"view/1", set("remove_repo", '1')}},
                   "user", rotation),
             "0|0|fifo 17|7|fifo ");
-  EXPECT_EQ(Found(4000, 4060, {{"user", "UPDATE rotate_setting_table SET rotate_policy = view_id"}},
-                  "view/17", policy),
-            "17 ");
-  EXPECT_EQ(Found(4000, 4060, {{"view/5", "INSERT INTO config_table VALUES ('rotate_policy', 'kept')"}},
-                  "view/5", policy),
-            "kept ");
-}
-
-TEST_F(ServerUpdatersTest, FailuresAreNamed) {
-  StartAt(3300);
-  fake_.volumes.failing_calls = {"GetExtUuid"};
-  ExpectFailure(3300, 3400, {"Cannot get home volume uuid (" + package_.sync_folder + ")\n"});
-  StartAt(3400);
-  fs::remove_all(package_.view_folder);
-  ExpectFailure(3400, 3450, {"Failed to get views in " + package_.view_folder + " to update rotate count\n"});
-  StartAt(3400);
-  fs::remove_all(package_.file_folder);  // its message names the view folder
-  ExpectFailure(3400, 3450,
-                {"Failed to get files in folder " + package_.view_folder + "\n",
-                 "failed to update database versions\n"});
-  EXPECT_EQ(Config(package_.data, "'version'"), "version=3400 ");
-  StartAt(3450);
-  fake_.volumes.failing_calls = {"GetFileSystemType"};
-  ExpectFailure(3450, 4000,
-                {"Failed to check btrfs volume '" + package_.sync_folder + "'\n",
-                 "Fail to get btrfs uuid history\n", "failed to update for btrfs uuid\n"});
+  const std::string own_policies = "UPDATE rotate_setting_table SET rotate_policy = view_id";
+  EXPECT_EQ(Found(4000, {{"user", own_policies}}, "view/17", policy), "17 ");
+  const std::string kept = "INSERT INTO config_table VALUES ('rotate_policy', 'kept')";
+  EXPECT_EQ(Found(4000, {{"view/5", kept}}, "view/5", policy), "kept ");
 }
 
 }  // namespace
