@@ -24,8 +24,11 @@ constexpr std::array kCommands = {
     Command{"run", "Upgrade the databases in a folder and show what happened", DefineRun},
 };
 
+// The package's version has its digits apart: 4150 is 4.1.50.
 std::string VersionText() {
-  return "updater-ctl " UPDATER_PROGRAM_VERSION ", upgrades to " + std::to_string(package::kCurrentVersion);
+  constexpr int kVersion = package::kCurrentVersion;
+  return "updater-ctl " + std::to_string(kVersion / 1000) + "." + std::to_string(kVersion / 100 % 10) + "." +
+         std::to_string(kVersion % 100) + ", upgrades to " + std::to_string(kVersion);
 }
 
 int RefuseArguments(const Streams& streams, const std::string& reason) {

@@ -8,6 +8,7 @@
 #include "ctl/sample_schema.h"
 #include "ctl/sample_writer.h"
 #include "file-op/file_op.h"
+#include "logger/check.h"
 #include "package/layout.h"
 #include "updater/framework/updater_framework.h"
 #include "updater/server/registration.h"
@@ -20,8 +21,9 @@ constexpr long long kFirstTime = 1400000000;
 
 int MakeFolders(const package::VolumePaths& paths, MadeFolders& made, std::string& error) {
   for (const std::string& folder :
-       {paths.live.sync_folder, paths.live.sync_folder + "/repo", paths.live.sync_folder + "/delta",
-        paths.live.sync_folder + "/rm", base::FolderOf(paths.live.client)}) {
+       {paths.live.sync_folder, paths.live.sync_folder + package::kFilesFolder,
+        paths.live.sync_folder + package::kDeltasFolder, paths.live.sync_folder + package::kRemovalFolder,
+        base::FolderOf(paths.live.client)}) {
     if (made.Make(folder, error) < 0) return -1;
   }
   return 0;
@@ -143,11 +145,10 @@ int MakeSampleVolume(const std::string& volume, const SampleSize& size, MadeFold
     return -1;
   }
   const SampleContent content(size);
-  return MakeFolders(paths, made, error) < 0 || WriteDataDatabase(paths.live.data, content, error) < 0 ||
-                 WriteUserDatabase(paths.live.user, content, error) < 0 ||
-                 WriteClientDatabase(paths.live.client, content, error) < 0
-             ? -1
-             : 0;
+  return logger::ToResult(MakeFolders(paths, made, error) == 0 &&
+                          WriteDataDatabase(paths.live.data, content, error) == 0 &&
+                          WriteUserDatabase(paths.live.user, content, error) == 0 &&
+                          WriteClientDatabase(paths.live.client, content, error) == 0);
 }
 
 int LiftSampleVolume(const std::string& volume, int version, const updater::UpdaterContext& context,

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "base/errno.h"
+#include "logger/check.h"
 #include "package/layout.h"
 
 namespace ctl {
@@ -26,11 +27,13 @@ int RefuseBecauseOf(std::string& error, const std::string& path, base::Errno rea
 
 // What to say of a folder in which no package is. It may be the one that people mistake for the volume.
 std::string NoPackage(const std::string& folder) {
-  const std::string reason = folder + " holds no @stratofolder/@sync";
-  const std::size_t package = folder.find("/@stratofolder");
+  const package::VolumePaths nowhere("");
+  const std::string& name = nowhere.package_folder;
+  const std::string reason = folder + " holds no " + nowhere.live.sync_folder.substr(1);
+  const std::size_t package = folder.find(name);
   return package == std::string::npos
              ? reason
-             : reason + "; give the folder that holds @stratofolder: " + folder.substr(0, package);
+             : reason + "; give the folder that holds " + name.substr(1) + ": " + folder.substr(0, package);
 }
 
 // What the path is, links not followed.
@@ -68,11 +71,9 @@ int FindVolume(const std::string& argument, std::string& volume, std::string& er
   if (sync_folder != paths.live.sync_folder) {
     return Refuse(error, paths.live.sync_folder + " is reached through a link to " + sync_folder.string());
   }
-  return CheckType(paths.live.data, S_IFREG, "file", error) < 0 ||
-                 CheckAccess(paths.live.sync_folder, R_OK | W_OK | X_OK, error) < 0 ||
-                 CheckAccess(paths.live.data, R_OK | W_OK, error) < 0
-             ? -1
-             : 0;
+  return logger::ToResult(CheckType(paths.live.data, S_IFREG, "file", error) == 0 &&
+                          CheckAccess(paths.live.sync_folder, R_OK | W_OK | X_OK, error) == 0 &&
+                          CheckAccess(paths.live.data, R_OK | W_OK, error) == 0);
 }
 
 int FindStateFolder(const std::string& argument, const std::string& volume, std::string& path,
@@ -81,7 +82,8 @@ int FindStateFolder(const std::string& argument, const std::string& volume, std:
   std::error_code failure;
   const fs::path resolved = fs::weakly_canonical(path, failure);
   if (failure) return RefuseBecauseOf(error, path, base::Errno(failure.value()));
-  if (resolved == "/" || (resolved.string() + "/").starts_with(volume + "/@stratofolder/")) {
+  if (resolved == "/" ||
+      (resolved.string() + "/").starts_with(package::VolumePaths(volume).package_folder + "/")) {
     return Refuse(error, path + " cannot hold the state of a run: that is the package's own");
   }
   path = resolved.string();

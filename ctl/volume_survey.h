@@ -19,7 +19,7 @@ struct DatabaseSurvey {
 
   Kind kind;
   std::string name;     // "data"; of a view its id, of a file database the uuid of its volume
-  std::string version;  // "(master, 4150)"; "?" when it cannot be read
+  std::string version;  // "(master, 4100)"; "?" when it cannot be read
   long long bytes = 0;
   bool readable = false;          // false: not all tables and rows could be counted
   std::vector<TableRows> tables;  // by name

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "base/errno.h"
 #include "db-util/database.h"
 #include "db-util/database_files.h"
 #include "db-util/query.h"
@@ -12,8 +13,14 @@
 namespace db_util {
 namespace {
 
-int LogFailure(const std::string& path, const std::string& message, int code) {
-  logger::SystemLog("cannot fold database %s: %s (%d)\n", path, message, code);
+int LogFailure(const std::string& path, const Status& failure) {
+  logger::SystemLog("cannot fold database %s: %s (%d)\n", path, failure.message, failure.code);
+  return -1;
+}
+
+// The line tells the call, and the number of its errno.
+int LogFailure(const std::string& path, const char* call, base::Errno error) {
+  logger::SystemLog("cannot fold database %s: %s (%d)\n", path, call, error.number());
   return -1;
 }
 
@@ -34,18 +41,19 @@ Status RecoverAndCheckpoint(sqlite3* db, bool& busy) {
 int CheckpointDatabase(const std::string& path) {
   struct stat file {};
   const bool exists = stat(path.c_str(), &file) == 0;
-  if (!exists && errno != ENOENT) return LogFailure(path, "stat", errno);
+  if (!exists && errno != ENOENT) return LogFailure(path, "stat", base::Errno::Last());
   if (exists) {
     Database db;
     Status status = OpenQuietly(path, db, OpenMode::kReadWrite);
-    if (!status.ok()) return LogFailure(path, status.message, status.code);
+    if (!status.ok()) return LogFailure(path, status);
     (void)sqlite3_busy_timeout(db.get(), kBusyTimeoutMs);  // cannot fail on an open connection
     bool busy = false;
     status = RecoverAndCheckpoint(db.get(), busy);
-    if (!status.ok()) return LogFailure(path, status.message, status.code);
-    if (busy) return LogFailure(path, "the write-ahead log is in use", SQLITE_BUSY);
+    if (!status.ok()) return LogFailure(path, status);
+    if (busy) return LogFailure(path, {.code = SQLITE_BUSY, .message = "the write-ahead log is in use"});
   }
-  if (RemoveCompanions(path) < 0) return LogFailure(path, "cannot remove companion files", errno);
+  if (RemoveCompanions(path) < 0)
+    return LogFailure(path, "cannot remove companion files", base::Errno::Last());
   return 0;
 }
 

@@ -3,15 +3,12 @@
 
 #include <string>
 
+#include "base/interface.h"
+
 namespace db {
 
-class ViewDBInterface {
+class ViewDBInterface : public base::Interface {
  public:
-  ViewDBInterface() = default;
-  ViewDBInterface(const ViewDBInterface&) = delete;
-  ViewDBInterface& operator=(const ViewDBInterface&) = delete;
-  virtual ~ViewDBInterface() = default;
-
   // Removes everything that lies on the volume `uuid`, in one transaction: versions stored there; nodes whose
   // current file is there, with their other versions and their places in the tree; queued removals. Deltas
   // and mac attributes of other rows that point there are cleared, and version counts follow. Rows of other

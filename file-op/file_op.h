@@ -12,7 +12,7 @@
 
 namespace file_op {
 
-// Result values that callers compare with, odd as they are: keep them so.
+// Result values that callers compare with, odd as they are: keep it so.
 inline constexpr int kFileOpFailed = -1;
 inline constexpr int kCopyDiskFull = -2;       // FSCopy: the disk or the quota is full
 inline constexpr int kMoveNoSource = -2;       // FSMove: the source does not exist or cannot be examined

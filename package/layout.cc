@@ -48,9 +48,10 @@ PackagePaths PathsInSyncFolder(const std::string& sync_folder) {
 
 VolumePaths::VolumePaths(const std::string& path)
     : volume(path),
+      package_folder(path + "/@stratofolder"),
       temporary_folder(path + "/@tmp"),
-      client_sync_folder(path + "/@stratofolder/@sync-client"),
-      live(LivePaths(path + "/@stratofolder")),
+      client_sync_folder(package_folder + "/@sync-client"),
+      live(LivePaths(package_folder)),
       copies(CopiesOf(live)),
       placing_mark(live.sync_folder + "/.upgrade-commit") {}
 

@@ -19,6 +19,12 @@ inline constexpr const char* kCurrentBranch = kMasterBranch;
 inline constexpr const char* kViewDatabase = "view-db.sqlite";  // in the folder of each view
 inline constexpr const char* kFileDatabase = "file-db.sqlite";  // in the folder of each volume
 
+// Folders of stored files in the sync folder, which the updaters know: for files, for deltas, and for what
+// the server removes later.
+inline constexpr const char* kFilesFolder = "/repo";
+inline constexpr const char* kDeltasFolder = "/delta";
+inline constexpr const char* kRemovalFolder = "/rm";
+
 // One set of the package's databases: the live ones, or their working copies.
 struct PackagePaths {
   std::string sync_folder;  // around all but the client database; the same for the working copies
@@ -45,6 +51,7 @@ struct VolumePaths {
   explicit VolumePaths(const std::string& path);
 
   std::string volume;
+  std::string package_folder;
   std::string temporary_folder;    // for SQLite's own temporary files
   std::string client_sync_folder;  // only the legacy chain looks at it
 

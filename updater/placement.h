@@ -2,7 +2,7 @@
 //
 // A write-ahead log or rollback journal is not tied to its database: left beside a path, it is replayed into
 // whatever file is renamed there, and the upgraded database silently goes back to old content. Removing it
-// blindly is no way out either, for a copy's own log may hold committed rows. So every database is
+// is wrong, too, because a copy's own log may hold committed rows. So every database is
 // checkpointed first, live and copy, until its file alone is the whole database; then a rename is all it
 // takes.
 #pragma once

@@ -60,11 +60,10 @@ class Driver {
     const std::string& mark = dependencies_.paths.upgrading_mark;
     platform::StateFiles& state_files = dependencies_.platform.state_files;
     (void)unlink(mark.c_str());  // there usually is none
-    const bool made = state_files.PLIBCProcPidFileCreate(mark) == 0;
-    const base::Errno error = base::Errno::Last();
-    if (!Check(made, "PLIBCProcPidFileCreate: Error code = %d, %s (%d)", state_files.PLIBCErrGet(),
-               error.Text(), error.number())) {
-      return false;
+    if (state_files.PLIBCProcPidFileCreate(mark) != 0) {
+      const base::Errno error = base::Errno::Last();
+      return Check(false, "PLIBCProcPidFileCreate: Error code = %d, %s (%d)", state_files.PLIBCErrGet(),
+                   error.Text(), error.number());
     }
     logger::SystemLog("database is located at '%s'", volume_);
     (void)status_.SetServiceStatus(

@@ -85,7 +85,7 @@ class RunUpdaterTest : public tests::LoggedTest,
 };
 
 TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacement) {
-  StartAt(4150);
+  StartAt(tests::kVersions.back());
   EXPECT_EQ(Upgrade({"--dont_skip"}), "done");
   EXPECT_EQ(Upgrade({"--dont-skip"}), "done");
   failing_step_ = 5;
@@ -96,9 +96,10 @@ TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacem
 }
 
 TEST_F(RunUpdaterTest, LookingAtTheVersionDoesNotChangeTheLiveFiles) {
-  StartAt(4150);
-  tests::RunSql(run_.live.data,
-                "PRAGMA journal_mode = WAL; UPDATE config_table SET value = 4151 WHERE key = 'version';");
+  StartAt(tests::kVersions.back());
+  tests::RunSql(
+      run_.live.data,
+      "PRAGMA journal_mode = WAL; UPDATE config_table SET value = value + 1 WHERE key = 'version';");
   EXPECT_EQ(Upgrade(), "dbnewer");
   EXPECT_FALSE(fs::exists(run_.live.data + "-wal") || fs::exists(run_.live.data + "-shm"));
   tests::RunSqlKilled(run_.live.data, "CREATE TABLE t (a);");
@@ -129,7 +130,7 @@ TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
 }
 
 TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesThemOpen) {
-  StartAt(4150);
+  StartAt(tests::kVersions.back());
   fake_.accounts.failing.insert(1026);
   EXPECT_EQ(Check(), -1);
   user_mgr::UserList users;

@@ -10,8 +10,8 @@
 
 namespace updater {
 
-// Removes a database with its companion files, as far as they exist; whatever stands at those paths goes,
-// links are not followed. Stops at the first that cannot be removed. No line in the log.
+// Removes a database with its companion files, as far as they exist. Links at these paths are removed, not
+// followed. Stops at the first that cannot be removed. Logs nothing.
 [[nodiscard]] int RemoveDatabaseFiles(const std::string& database);
 
 // Removes the working copy of a database or folder whose live part does not exist: it is a former run's, and

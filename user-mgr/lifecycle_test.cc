@@ -18,9 +18,9 @@ TEST_F(Lifecycle, InitializeMakesTheSchemaThatAnUpgradeEndsInAndItsFirstRows) {
   const package::PackagePaths upgraded = tests::PackageIn(Path("package"));
   tests::WriteFixture(tests::kVersions.back(), "uuid", "", upgraded);
   EXPECT_EQ(tests::SchemaOf(File()), tests::SchemaOf(upgraded.user));
-  EXPECT_EQ(Rows(),
-            "version|4150|,branch|master|,view_id|1|,0|32|fifo,"
-            "internal for enc share|{\"filtered_max_name_length\":143}|7,");
+  EXPECT_EQ(Rows(), "version|" + std::to_string(tests::kVersions.back()) +
+                        "|,branch|master|,view_id|1|,0|32|fifo,"
+                        "internal for enc share|{\"filtered_max_name_length\":143}|7,");
 }
 
 TEST_F(Lifecycle, InitializeKeepsWhatIsThereAndIsANoOpWhenOpen) {

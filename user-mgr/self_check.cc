@@ -32,7 +32,7 @@ bool DropIndexes() {
   return Check(ExecuteWithoutLock(kDropIndexes), "UserManager::SelfCheck fail to drop indexes\n");
 }
 
-// The operation of UserManager has a statement with other words ("uid in", "%d"); keep both as they are.
+// The operation of UserManager has a statement with other words ("uid in", "%d"); keep it so.
 bool DeleteUsersOfType(UserType type) {
   const auto number = static_cast<unsigned>(type);
   return Run(

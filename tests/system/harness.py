@@ -28,6 +28,7 @@ PROGRAM, TOOL = (os.path.join(namespace.ROOM, name) for name in ("updater-svr", 
 # Held open: the scripts stay reachable when a test covers the folder that the sources lie in.
 DATA = os.open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data"), os.O_RDONLY)
 VERSIONS = (2577, 2603, 3004, 3200, 3300, 3400, 3450, 4000, 4060, 4100, 4150)
+LAST = VERSIONS[-1]
 VIEWS = (1, 5, 17, 4294967297)
 FIRST_WITH = {"rights": 3004, "activity": 3200, "own-rotation": 3400, "shared-rotation": 3400}  # extra contents
 NO_OVERRIDE = ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")  # root without root's reach

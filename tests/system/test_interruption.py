@@ -4,7 +4,7 @@ import multiprocessing
 import os
 import sqlite3
 
-from harness import VERSIONS, SystemTest, change, query
+from harness import LAST, VERSIONS, SystemTest, change, query
 
 COUNT = 20000  # of the many nodes: enough for every step to take a while
 
@@ -17,7 +17,7 @@ class StoppedTest(SystemTest):
             rows = f"SELECT count(*), max(node_id), max({uuid}) FROM {table} WHERE node_id >= 1000"
             self.assertEqual(query(volume.view(1), rows), [(COUNT, 999 + COUNT, volume.uuid)])
         content = volume.content()
-        for line in ("integrity_check Tok", "config_table: key Tversion|value T4150"):
+        for line in ("integrity_check Tok", f"config_table: key Tversion|value T{LAST}"):
             self.assertEqual(content.count(line), len(volume.databases()))
         self.assertEqual(volume.copies(), [])
 
@@ -70,7 +70,7 @@ class Leftovers(SystemTest):
         version = "UPDATE config_table SET value = value {} 1 WHERE key = 'version'"
         half = """PRAGMA cache_size = 1; BEGIN; DELETE FROM config_table; CREATE TABLE junk AS
             WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 500) SELECT zeroblob(1000) FROM n"""
-        for start in (2577, 3300, 3450, 4150):
+        for start in (2577, 3300, 3450, LAST):
             with self.subTest(start):
                 volume = self.new_volume(start)
                 for path in volume.databases():

@@ -3,7 +3,7 @@
 import os
 import re
 
-from harness import ENABLED, MARK, NO_OVERRIDE, STATUS_FILE, Run, SystemTest, change, read, text_of, write
+from harness import ENABLED, LAST, MARK, NO_OVERRIDE, STATUS_FILE, Run, SystemTest, change, read, text_of, write
 
 NO_VERSION, NEWER = "Updater Cannot get database version", "exist db is newer than package"
 UNREADABLE = "cannot read the version of database "
@@ -92,12 +92,12 @@ class Content(RefusalTest):
 
         no_start = "UpdaterFramework: GraphError: UpdateGraph: fail to find start vertex of version "
         self.refuse_each({
-            "missing": (4150, lambda v: os.unlink(v.data), [], "done", False),
-            "folder": (4150, lambda v: put_folder(v.data),
+            "missing": (LAST, lambda v: os.unlink(v.data), [], "done", False),
+            "folder": (LAST, lambda v: put_folder(v.data),
                        ["StratoFolder: Open database: {sync}/syncfolder-db.sqlite failed (error code 14)\n", NEWER],
                        "dbnewer", False),
-            "newer": (4150, lambda v: set_config(v.data, "version", 4151),
-                      ["exist db is newer, exist: 4151, target: 4150", NEWER], "dbnewer", False),
+            "newer": (LAST, lambda v: set_config(v.data, "version", LAST + 1),
+                      [f"exist db is newer, exist: {LAST + 1}, target: {LAST}", NEWER], "dbnewer", False),
             "no database": (3300, lambda v: write(v.data, "this is no database " * 100),
                             unreadable("file is not a database (26)\n")),
             "truncated": (3300, lambda v: os.truncate(v.data, 8192),
@@ -109,7 +109,7 @@ class Content(RefusalTest):
                           [UNREADABLE_DATA + "'x' is no version number\n", NO_VERSION]),
             # 2^32 + 2577 and 2577 - 2^32
             "beyond 32 bits": (2577, lambda v: set_config(v.data, "version", "'4294969873'"),
-                               ["exist db is newer, exist: 4294969873, target: 4150", NEWER], "dbnewer", False),
+                               [f"exist db is newer, exist: 4294969873, target: {LAST}", NEWER], "dbnewer", False),
             "below 32 bits": (2577, lambda v: set_config(v.data, "version", "'-4294964719'"),
                               [UNREADABLE_DATA + "'-4294964719' is no version number\n", NO_VERSION]),
             "unknown version": (3300, lambda v: set_config(v.data, "version", 3100), [no_start + "(master, 3100) "]),

@@ -4,7 +4,7 @@ import os
 import shutil
 import stat
 
-from harness import FIRST_WITH, PRIVILEGE, REFUSED_USERS, STATUS_FILE, VERSIONS, SystemTest, read, text_of, write
+from harness import FIRST_WITH, LAST, PRIVILEGE, REFUSED_USERS, STATUS_FILE, VERSIONS, SystemTest, read, text_of, write
 
 EXTRAS = ("rights", "activity", "own-rotation")
 
@@ -12,7 +12,7 @@ EXTRAS = ("rights", "activity", "own-rotation")
 def told_from(version, volume):
     """What a run prints, and what it logs. Every version in them ends in a blank."""
     chain = [version] + [later for later in VERSIONS if later > max(version, 2603)]
-    out = [f"update from {text_of(version)} to (master, 4150) "]
+    out = [f"update from {text_of(version)} to (master, {LAST}) "]
     log = [f"database is located at '{volume.path}'"]
     for start, end in zip(chain, chain[1:]):
         out.append(f"updating from {text_of(start)}  to {text_of(end)} ")
@@ -65,7 +65,7 @@ class Ext4(UpgradeTest):
                 self.upgrade(2577, argument, name="it's \"100%\" %s%n \\040 größe")
 
     def test_parts_that_are_not_there_are_skipped(self):
-        volume = self.new_volume(4150)
+        volume = self.new_volume(LAST)
         for path in (volume.log, volume.client):
             os.unlink(path)
         for folder in ("view", "file"):
@@ -77,5 +77,5 @@ class Ext4(UpgradeTest):
 
 class Btrfs(UpgradeTest):
     def test_some_versions_and_the_uuid_in_both_forms(self):
-        self.upgrade_each(2577, 3300, 3450, 4150, fs="btrfs")
+        self.upgrade_each(2577, 3300, 3450, LAST, fs="btrfs")
         self.upgrade_each(3450, fs="btrfs", uuid_in_old_form=True)

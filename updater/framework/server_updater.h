@@ -17,6 +17,7 @@
 #include <functional>
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "db-util/database.h"
@@ -56,6 +57,16 @@ struct Edge {
   VersionScope scope;
   SuccessLine success;
 };
+
+// The edge of a layout whose whole file tree is in the data database.
+[[nodiscard]] inline Edge EarlyEdge(Version from, Version to, DatabaseSet databases) {
+  return {std::move(from), std::move(to), databases, VersionScope::kThree, SuccessLine::kStandardOutput};
+}
+
+// The edge of a layout with a database for each view and each volume, which all get the new version.
+[[nodiscard]] inline Edge FolderEdge(int from, int to, SuccessLine success) {
+  return {{kMasterBranch, from}, {kMasterBranch, to}, DatabaseSet::kWithLog, VersionScope::kAll, success};
+}
 
 class ServerUpdater : public AbstractUpdater {
  public:

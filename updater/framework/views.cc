@@ -6,16 +6,15 @@
 
 namespace updater {
 
-int ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
+bool ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
   views.clear();
   const db_util::Status status =
       db_util::ForEachRow(db, "SELECT view_id FROM user_table;", [&views](sqlite3_stmt* row) {
         views.push_back(static_cast<ViewId>(sqlite3_column_int64(row, 0)));
         return true;
       });
-  if (status.ok()) return 0;
-  UpdaterLog("%s\n", DescribeUserQuery(status));
-  return -1;
+  if (!status.ok()) UpdaterLog("%s\n", DescribeUserQuery(status));
+  return status.ok();
 }
 
 std::string DescribeUserQuery(const db_util::Status& failure) {

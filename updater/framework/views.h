@@ -20,9 +20,9 @@ using package::PackagePaths;
 // below 0, would be a floating-point number to SQLite and find nothing.
 [[nodiscard]] inline long long StoredId(ViewId view) { return static_cast<long long>(view); }
 
-// "SELECT view_id FROM user_table;" on the connection, in result order. Returns 0 or -1 after logging the
+// "SELECT view_id FROM user_table;" on the connection, in result order. Returns false after logging the
 // failure of the query; the caller adds its own line.
-[[nodiscard]] int ReadViewIds(sqlite3* db, std::vector<ViewId>& views);
+[[nodiscard]] bool ReadViewIds(sqlite3* db, std::vector<ViewId>& views);
 
 // The text of a query of users that failed; only that of a failed preparation has the code. Keep it so.
 [[nodiscard]] std::string DescribeUserQuery(const db_util::Status& failure);

@@ -2,6 +2,7 @@
 
 #include "base/errno.h"
 #include "file-op/file_op.h"
+#include "package/layout.h"
 #include "updater/framework/updater_log.h"
 
 namespace updater::server {
@@ -21,8 +22,8 @@ std::string GetParentDir(const std::string& path) {
 
 bool CreateMarkerFiles(const std::string& data_database) {
   const std::string folder = GetParentDir(data_database);
-  return Check(CreateEmptyFile(folder + "/repo/.0"), "failed to create empty file\n") &&
-         Check(CreateEmptyFile(folder + "/delta/.0"), "failed to create empty file\n");
+  return Check(CreateEmptyFile(folder + package::kFilesFolder + "/.0"), "failed to create empty file\n") &&
+         Check(CreateEmptyFile(folder + package::kDeltasFolder + "/.0"), "failed to create empty file\n");
 }
 
 }  // namespace updater::server

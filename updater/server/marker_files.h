@@ -10,8 +10,8 @@ namespace updater::server {
 // "failed to open file(%s): %s\n".
 [[nodiscard]] int CreateEmptyFile(const std::string& path);
 
-// The text before the last "/" of the path; logs "invalid path %s\n" and returns empty text when there is
-// none.
+// The text before the last "/" of the path, unlike base::FolderOf() without one for a name alone. Logs
+// "invalid path %s\n" and returns empty text when there is none.
 [[nodiscard]] std::string GetParentDir(const std::string& path);
 
 // Makes the empty files repo/.0 and delta/.0 beside the data database, in folders that must be there. Returns

@@ -11,13 +11,7 @@ namespace {
 class SvrUpdater2577to2603 final : public ServerUpdater {
  public:
   SvrUpdater2577to2603(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {"", 2577},
-                       .to = {"hos-4.3", 2603},
-                       .databases = DatabaseSet::kWithoutLog,
-                       .scope = VersionScope::kThree,
-                       .success = SuccessLine::kStandardOutput},
-                      copies) {}
+      : ServerUpdater(context, EarlyEdge({"", 2577}, {"hos-4.3", 2603}, DatabaseSet::kWithoutLog), copies) {}
 
  private:
   [[nodiscard]] std::vector<Step> Steps() override {

@@ -11,12 +11,7 @@ namespace {
 class SvrUpdater2577to3004 final : public ServerUpdater {
  public:
   SvrUpdater2577to3004(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {"", 2577},
-                       .to = {kMasterBranch, 3004},
-                       .databases = DatabaseSet::kWithoutLog,
-                       .scope = VersionScope::kThree,
-                       .success = SuccessLine::kStandardOutput},
+      : ServerUpdater(context, EarlyEdge({"", 2577}, {kMasterBranch, 3004}, DatabaseSet::kWithoutLog),
                       copies) {}
 
  private:

@@ -9,12 +9,7 @@ namespace {
 class SvrUpdater2603to3004 final : public ServerUpdater {
  public:
   SvrUpdater2603to3004(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {"hos-4.3", 2603},
-                       .to = {kMasterBranch, 3004},
-                       .databases = DatabaseSet::kWithoutLog,
-                       .scope = VersionScope::kThree,
-                       .success = SuccessLine::kStandardOutput},
+      : ServerUpdater(context, EarlyEdge({"hos-4.3", 2603}, {kMasterBranch, 3004}, DatabaseSet::kWithoutLog),
                       copies) {}
 
  private:

@@ -67,11 +67,7 @@ class SvrUpdater3004to3200 final : public ServerUpdater {
  public:
   SvrUpdater3004to3200(const UpdaterContext& context, const PackagePaths& copies)
       : ServerUpdater(context,
-                      {.from = {kMasterBranch, 3004},
-                       .to = {kMasterBranch, 3200},
-                       .databases = DatabaseSet::kWithoutLog,
-                       .scope = VersionScope::kThree,
-                       .success = SuccessLine::kStandardOutput},
+                      EarlyEdge({kMasterBranch, 3004}, {kMasterBranch, 3200}, DatabaseSet::kWithoutLog),
                       copies) {}
 
  private:

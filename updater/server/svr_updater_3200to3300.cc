@@ -41,12 +41,7 @@ constexpr const char* kMoveRows =
 class SvrUpdater3200to3300 final : public ServerUpdater {
  public:
   SvrUpdater3200to3300(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {kMasterBranch, 3200},
-                       .to = {kMasterBranch, 3300},
-                       .databases = DatabaseSet::kWithLog,
-                       .scope = VersionScope::kThree,
-                       .success = SuccessLine::kStandardOutput},
+      : ServerUpdater(context, EarlyEdge({kMasterBranch, 3200}, {kMasterBranch, 3300}, DatabaseSet::kWithLog),
                       copies) {}
 
  private:

@@ -23,8 +23,8 @@ namespace {
 constexpr const char* kNewDataDatabaseName = "/new-syncfolder.sqlite";
 
 // For removal that the server defers. Their parent is not made here.
-constexpr const char* kRemovalFolders[] = {"/rm/file",       "/rm/delta",       "/rm/node_delta",
-                                           "/rm/deref_file", "/rm/rotate_node", "/rm/rotate_base"};
+constexpr const char* kRemovalFolders[] = {"/file",       "/delta",       "/node_delta",
+                                           "/deref_file", "/rotate_node", "/rotate_base"};
 
 constexpr const char* kUpdateUserDatabase =
     "INSERT OR REPLACE INTO user_db.config_table (key, value) VALUES \t"
@@ -95,7 +95,7 @@ bool SvrUpdater3300to3400::CreateFolders() const {
   (void)file_op::FSRemoveTree(paths().file_folder, 0);
   if (!MakeFolder(paths().view_folder) || !MakeFolder(paths().file_folder)) return false;
   for (const char* folder : kRemovalFolders) {
-    if (!MakeFolder(paths().sync_folder + folder)) return false;
+    if (!MakeFolder(paths().sync_folder + package::kRemovalFolder + folder)) return false;
   }
   return true;
 }
@@ -110,7 +110,7 @@ bool SvrUpdater3300to3400::SplitDatabases() {
 
 bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
-  if (ReadViewIds(db(), views) < 0) return false;
+  if (!ReadViewIds(db(), views)) return false;
   if (views.size() > 1) IndexViewLookups(db());
   for (const ViewId view : views) {
     if (!SplitView(view)) return false;
@@ -183,7 +183,7 @@ bool SvrUpdater3300to3400::FillNewDataDatabase() const {
 
 bool SvrUpdater3300to3400::InsertViewSyncIds() const {
   std::vector<ViewId> views;
-  if (ReadViewIds(db(), views) < 0) return false;
+  if (!ReadViewIds(db(), views)) return false;
   std::string script = kInsertDaemonSyncId;
   for (const ViewId view : views) {
     std::string statement;

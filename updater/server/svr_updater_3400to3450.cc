@@ -73,13 +73,7 @@ using RotationMap = std::map<ViewId, int>;
 class SvrUpdater3400to3450 final : public ServerUpdater {
  public:
   SvrUpdater3400to3450(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {kMasterBranch, 3400},
-                       .to = {kMasterBranch, 3450},
-                       .databases = DatabaseSet::kWithLog,
-                       .scope = VersionScope::kAll,
-                       .success = SuccessLine::kStandardOutput},
-                      copies) {}
+      : ServerUpdater(context, FolderEdge(3400, 3450, SuccessLine::kStandardOutput), copies) {}
 
  private:
   [[nodiscard]] std::vector<Step> Steps() override {

@@ -53,13 +53,7 @@ constexpr const char* kEnabledUsersQuery = "SELECT name FROM user_db.user_table 
 class SvrUpdater3450to4000 final : public ServerUpdater {
  public:
   SvrUpdater3450to4000(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {kMasterBranch, 3450},
-                       .to = {kMasterBranch, 4000},
-                       .databases = DatabaseSet::kWithLog,
-                       .scope = VersionScope::kAll,
-                       .success = SuccessLine::kSystemLog},
-                      copies) {}
+      : ServerUpdater(context, FolderEdge(3450, 4000, SuccessLine::kSystemLog), copies) {}
 
  private:
   [[nodiscard]] std::vector<Step> Steps() override {

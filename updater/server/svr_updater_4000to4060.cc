@@ -12,13 +12,7 @@ constexpr const char* kInsertRotatePolicy =
 class SvrUpdater4000to4060 final : public ServerUpdater {
  public:
   SvrUpdater4000to4060(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {kMasterBranch, 4000},
-                       .to = {kMasterBranch, 4060},
-                       .databases = DatabaseSet::kWithLog,
-                       .scope = VersionScope::kAll,
-                       .success = SuccessLine::kSystemLog},
-                      copies) {}
+      : ServerUpdater(context, FolderEdge(4000, 4060, SuccessLine::kSystemLog), copies) {}
 
  private:
   [[nodiscard]] std::vector<Step> Steps() override {

@@ -14,13 +14,7 @@ constexpr const char* kAddCommitter =
 class SvrUpdater4060to4100 final : public ServerUpdater {
  public:
   SvrUpdater4060to4100(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {kMasterBranch, 4060},
-                       .to = {kMasterBranch, 4100},
-                       .databases = DatabaseSet::kWithLog,
-                       .scope = VersionScope::kAll,
-                       .success = SuccessLine::kSystemLog},
-                      copies) {}
+      : ServerUpdater(context, FolderEdge(4060, 4100, SuccessLine::kSystemLog), copies) {}
 
  private:
   [[nodiscard]] std::vector<Step> Steps() override {

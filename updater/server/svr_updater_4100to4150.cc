@@ -89,13 +89,7 @@ std::string RebuildScript(const std::string& late_indexes) {
 class SvrUpdater4100to4150 final : public ServerUpdater {
  public:
   SvrUpdater4100to4150(const UpdaterContext& context, const PackagePaths& copies)
-      : ServerUpdater(context,
-                      {.from = {kMasterBranch, 4100},
-                       .to = {kMasterBranch, 4150},
-                       .databases = DatabaseSet::kWithLog,
-                       .scope = VersionScope::kAll,
-                       .success = SuccessLine::kSystemLog},
-                      copies) {}
+      : ServerUpdater(context, FolderEdge(4100, 4150, SuccessLine::kSystemLog), copies) {}
 
  private:
   [[nodiscard]] std::vector<Step> Steps() override {
