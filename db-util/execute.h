@@ -1,4 +1,4 @@
-// Making scripts, and executing them without a word.
+// Makes scripts and executes them. Nothing is logged.
 #pragma once
 
 #include <sqlite3.h>

@@ -23,7 +23,8 @@ Status ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(
 // A column as text; a NULL becomes empty text.
 [[nodiscard]] std::string ColumnText(sqlite3_stmt* statement, int column);
 
-// Reads a column that is text without a NUL, at which others would end it. Returns false for anything else.
+// Reads a column that is text and has no NUL in it: other code would see the text only up to there. Returns
+// false for anything else.
 [[nodiscard]] bool ReadWholeText(sqlite3_stmt* statement, int column, std::string& text);
 // The same, but a NULL becomes empty text.
 [[nodiscard]] bool ReadWholeTextOrNull(sqlite3_stmt* statement, int column, std::string& text);

@@ -15,6 +15,10 @@
 namespace file_op {
 namespace {
 
+// Callers outside of this tree compare with the numbers.
+static_assert(file_op::kCopyDiskFull == -2 && file_op::kMoveNoSource == -2 && file_op::kMoveFailed == -3 &&
+              file_op::kMoveNameTooLong == -100);
+
 namespace fs = std::filesystem;
 using ::tests::ReadFile;
 using ::tests::StatusOf;

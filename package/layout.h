@@ -1,7 +1,8 @@
 // The package as it lies on a volume: the version of its databases, how they are called, and where they are.
 //
-// This is the only place that spells any of it. A statement of an updater that names a version is part of one
-// layout of the past and stays as it is when the current version is raised.
+// No other file spells a name that two of them need; what one updater alone makes in the sync folder stands
+// there. A statement of an updater that names a version belongs to a layout of the past and stays as it is
+// when the current version is raised.
 #pragma once
 
 #include <string>
@@ -42,7 +43,8 @@ struct PackagePaths {
   [[nodiscard]] std::string FileDatabase(const std::string& uuid) const;
 };
 
-// The live databases in a sync folder; without the client database, which lies elsewhere.
+// For whoever knows the sync folder alone: its live databases, without the client database, which lies
+// elsewhere.
 [[nodiscard]] PackagePaths PathsInSyncFolder(const std::string& sync_folder);
 
 // Everything on one volume that a run touches.

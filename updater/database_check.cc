@@ -59,7 +59,7 @@ bool DatabaseCheck::CheckUsers(const package::VolumePaths& paths) {
                   "Failed to initialize sync folder data database\n")) {
     return false;
   }
-  UserManager::Configure(platform_, paths_.user_lock);
+  UserManager::Configure(platform_, system_.user_lock);
   std::list<user_mgr::ViewId> gone_views;
   if (!CheckOrLog(UserManager::Initialize(paths.live.user),
                   "Failed to initialize sync folder user database\n") ||

@@ -11,11 +11,11 @@
 
 namespace updater {
 
-// Both arguments of the constructor are borrowed. All messages go to the system log at LOG_ERR.
+// Both arguments of the constructor are borrowed. Its own messages go to the system log at LOG_ERR.
 class DatabaseCheck : public ConsistencyCheck {
  public:
-  DatabaseCheck(const platform::SystemPaths& paths, const platform::Platform& platform)
-      : paths_(paths), platform_(platform) {}
+  DatabaseCheck(const platform::SystemPaths& system, const platform::Platform& platform)
+      : system_(system), platform_(platform) {}
 
   // Works on the live databases of the run. Nothing that was deleted is restored when a later step fails.
   // After a failure while the records of a changed volume are being removed, the databases are left open: the
@@ -26,7 +26,7 @@ class DatabaseCheck : public ConsistencyCheck {
   [[nodiscard]] bool CheckUsers(const package::VolumePaths& paths);
   [[nodiscard]] bool FindChangedVolumes(std::vector<std::string>& changed);
 
-  const platform::SystemPaths& paths_;
+  const platform::SystemPaths& system_;
   const platform::Platform& platform_;
 };
 

@@ -50,8 +50,7 @@ class Driver {
     return Check(dependencies_.platform.volumes.PLATMountVolInfoGet(volume_, info),
                  "%s is not a mounted volume", volume_) &&
            Check(status_.GetServiceStatus(status), "failed to get service status") &&
-           // Otherwise the status is overwritten and the mark removed, which this run did not make; keep it
-           // so.
+           // Then the status is overwritten and another's mark is removed; keep it so.
            Check(status == status::kInitializing, "unexpected status for updater: %s", status) &&
            CreateUpgradingMark();
   }

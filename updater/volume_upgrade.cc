@@ -66,7 +66,7 @@ VolumeUpgrade::Result VolumeUpgrade::Run() {
     return Result::kNewer;
   }
   temporary_.MakeIfMissing();
-  if (!MakeWorkingCopies() || !RunUpdaters() || PreparePlacement(paths_) < 0) return Result::kFailed;
+  if (!MakeWorkingCopies() || !RunChain() || PreparePlacement(paths_) < 0) return Result::kFailed;
   PlaceWorkingCopies(paths_);
   return Result::kUpgraded;
 }
@@ -90,7 +90,8 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   }
   const long long version = ReadDatabaseVersion(db.get());
   db.reset();
-  // Only a database that can be written can be had for oneself. Beside any other the index is removed.
+  // SQLite gives exclusive use only of a database that can be written. Of any other the index is removed
+  // here.
   if (makes_index && !can_write) (void)unlink(index.c_str());
   if (version <= package::kCurrentVersion) return false;
   logger::SystemLog("exist db is newer, exist: %lld, target: %d", version, package::kCurrentVersion);
@@ -128,7 +129,7 @@ bool VolumeUpgrade::CopyRemaining() {
                      "cannot backup file from %s to %s.");
 }
 
-bool VolumeUpgrade::RunUpdaters() {
+bool VolumeUpgrade::RunChain() {
   UpdaterFramework framework(dependencies_.out, dependencies_.observer);
   const UpdaterContext context = {dependencies_.paths.scratch_database, dependencies_.out,
                                   dependencies_.platform};

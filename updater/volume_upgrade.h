@@ -14,7 +14,7 @@ class VolumeUpgrade {
   enum class Result {
     kNothingToDo,  // there is no data database
     kNewer,        // the data database is newer than this program, or cannot be opened
-    kFailed,       // live databases are as they were
+    kFailed,       // no live database was replaced by a copy of this run
     kUpgraded,     // the upgraded databases are in place
   };
 
@@ -28,7 +28,7 @@ class VolumeUpgrade {
   [[nodiscard]] bool MakeWorkingCopies();
   [[nodiscard]] bool RunLegacySteps();
   [[nodiscard]] bool CopyRemaining();
-  [[nodiscard]] bool RunUpdaters();
+  [[nodiscard]] bool RunChain();
 
   package::VolumePaths paths_;
   SqliteTemporaryDirectory temporary_;

@@ -2,8 +2,8 @@
 //
 // Operations return 0, or -1 after a line in the system log. Nothing is retried and nothing that was copied
 // or moved is undone: a partial working copy stays until the next run removes it. Working copies are made
-// where nothing is, through open folders, and never show more than their source: a folder can be entered by
-// nobody else until everything is in it.
+// where nothing is, through open folders, and nobody who cannot read the source can read the copy: a folder
+// can be entered by nobody else until everything is in it.
 #pragma once
 
 #include <string>
@@ -23,7 +23,7 @@ namespace updater {
 
 // Copies a database with its companion files, as far as they exist, over whatever stands at `target`. The
 // copy has the owner and the mode of its source. A source that does not exist is success without a copy. What
-// failed is logged by the file operation that did.
+// could not be copied is logged by the file operation; an old copy that cannot be removed has no line.
 [[nodiscard]] int BackupDatabaseFile(const std::string& source, const std::string& target);
 
 // Copies the database of every view; other files of the view folders are left out. A view folder that is a

@@ -70,7 +70,8 @@ bool CheckDomainService(const CheckRun& run) {
                "UserManager::CheckLdapService DeleteUserByUserType fail (DOMAIN)");
 }
 
-// The accounts of a directory are not looked up. While its service is on, nothing has to change.
+// The accounts of a directory are not looked up. While its service is on, nothing has to change. Spelt as in
+// its message.
 bool CheckLdapDomaiinUser() { return true; }
 
 bool CheckOneUser(const UserRecord& user, CheckRun& run) {

@@ -8,7 +8,7 @@
 
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"
-#include "tests/support/recording_sink.h"
+#include "tests/support/line_recorder.h"
 #include "tests/support/temporary_folder.h"
 #include "user-mgr/user_manager.h"
 
@@ -29,7 +29,7 @@ class UserManagerFixture : public ::testing::Test {
 
   tests::TemporaryFolder folder_;
   tests::FakePlatform machine_;
-  tests::RecordingSink sink_;
+  tests::LineRecorder sink_;
   logger::ScopedSink scope_{sink_};
 };
 

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <vector>
 
-#include "tests/support/recording_sink.h"
+#include "tests/support/line_recorder.h"
 #include "tests/support/temporary_folder.h"
 
 namespace tests {
@@ -16,7 +16,7 @@ namespace tests {
 class LoggedTest : public ::testing::Test {
  protected:
   const TemporaryFolder folder_;
-  RecordingSink sink_;
+  LineRecorder sink_;
   logger::ScopedSink scope_{sink_};
 };
 

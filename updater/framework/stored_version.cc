@@ -42,7 +42,8 @@ std::string ReadVersion(const std::string& path, Version& out) {
   bool found = false;
   status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'branch';", value, found);
   const std::string branch = value;
-  // The value is not cleared in between: without a version row the branch is what gets parsed, and yields 0.
+  // The value is not cleared in between, so without a version row the branch is parsed as the number; keep it
+  // so.
   if (status.ok()) {
     status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'version';", value, found);
   }

@@ -21,7 +21,8 @@ class UpdateGraph {
   // first in the topological order; between parallel updaters the one added first is used. Returns 0, or -1
   // with the reason in GetLastError().
   //
-  // An updater from a version to itself is a mistake in the program: it ends the process with status 1.
+  // An updater from a version to itself is a mistake in the program: it says "BUG!", reads a number from
+  // standard input, and ends the process with status 1.
   [[nodiscard]] int ShortestPath(const Version& from, const Version& to, std::vector<AbstractUpdater*>& path);
 
   [[nodiscard]] const std::string& GetLastError() const { return last_error_; }

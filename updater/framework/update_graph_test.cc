@@ -91,7 +91,7 @@ TEST_F(FrameworkTest, EndsTheProcessAtASelfLoop) {
 }
 
 // Runs of the whole program show what is refused.
-TEST_F(FrameworkTest, ReadsBranchAndNumberAsSqliteWould) {
+TEST_F(FrameworkTest, ReadsTheDigitsInFrontAndANullAsNoBranch) {
   const std::string path = folder_.Write("database", "");
   tests::RunSql(path, "CREATE TABLE config_table (key, value)");
   for (const auto& [rows, expected] : {std::pair("('branch', 'hos-4.3'), ('version', '2603abc')", kSide),

@@ -29,7 +29,7 @@ int UpdaterFramework::Run(const Version& current, const Version& target) {
   }
   for (AbstractUpdater* updater : path) {
     if (updater == nullptr) return -1;
-    if (RunUpdater(*updater) < 0) {
+    if (RunOne(*updater) < 0) {
       last_error_ = "Error when updating from " + ToString(updater->GetFromVersion()) + " to " +
                     ToString(updater->GetToVersion()) + ": " + updater->GetLastError();
       return -2;
@@ -38,7 +38,7 @@ int UpdaterFramework::Run(const Version& current, const Version& target) {
   return 0;
 }
 
-int UpdaterFramework::RunUpdater(AbstractUpdater& updater) {
+int UpdaterFramework::RunOne(AbstractUpdater& updater) {
   out_ << "updating from " << updater.GetFromVersion() << " to " << updater.GetToVersion() << std::endl;
   if (observer_ != nullptr) observer_->BeforeUpdate(updater);
   const int result = updater.Update();

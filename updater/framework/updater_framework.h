@@ -26,7 +26,7 @@ class UpdaterFramework {
   // Takes the updater; neither duplicates nor null are checked for.
   void AddUpdater(std::unique_ptr<AbstractUpdater> updater);
 
-  // The version that the database at `database_path` holds, read without changing it. Returns 0, or -1 with
+  // The version that the database at `database_path` holds. Returns 0, or -1 with
   // `out` untouched, after logging the file and the reason: see ReadStoredVersion().
   [[nodiscard]] static int GetCurrentVersion(const std::string& database_path, Version& out);
 
@@ -38,7 +38,7 @@ class UpdaterFramework {
   [[nodiscard]] const std::string& GetLastError() const { return last_error_; }
 
  private:
-  [[nodiscard]] int RunUpdater(AbstractUpdater& updater);
+  [[nodiscard]] int RunOne(AbstractUpdater& updater);
 
   std::ostream& out_;
   RunObserver* observer_;

@@ -15,7 +15,7 @@ bool RunMaintenance(const std::string& path, const std::string& statements) {
   (void)sqlite3_busy_timeout(db.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
   const db_util::Status status = db_util::Execute(db.get(), TuneStatements("main") + statements);
   if (status.ok()) return true;
-  // The only line of the updaters with another head and no source line; keep it so.
+  // Without the head of the other lines and without a source line; keep it so.
   logger::SystemLog("StratoFolder Updater: sqlite3_exec: %s (%d)", status.message, status.code);
   return false;
 }

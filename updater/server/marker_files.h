@@ -1,4 +1,4 @@
-// Empty files and folders that updaters make in the live sync folder. They do no harm when the run fails.
+// Empty files that updaters make in the live sync folder. They do no harm when the run fails.
 #pragma once
 
 #include <string>

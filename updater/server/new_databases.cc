@@ -23,6 +23,7 @@ using package::PackagePaths;
 constexpr const char* kJournalPragmas = "PRAGMA journal_mode = WAL;PRAGMA synchronous = NORMAL;";
 
 bool CheckFolder(int result, const std::string& path) {
+  // Without the head of an updater's line; keep it so.
   return logger::CheckErrno(result, "mkdir(%s): %s (%d)\n", path);
 }
 
@@ -42,6 +43,7 @@ bool OpenFolderIn(const std::string& folder, const std::string& name, Folder& ou
 bool MakeSignFile(const Folder& sign_folder) {
   if (file_op::MakeEmptyFile(sign_folder, ".0") == 0) return true;
   const base::Errno error = base::Errno::Last();
+  // Without the head of an updater's line; keep it so.
   logger::SystemLog("fopen: %s (%d)\n", error.Text(), error.number());
   return false;
 }
@@ -57,8 +59,9 @@ bool OpenNewDatabase(const FilePlace& place, const std::string& data_database, d
          sqlite3_busy_timeout(out.get(), db_util::kBusyTimeoutMs) == SQLITE_OK;
 }
 
-// Tuned twice: the first time for the change of the journal mode, which flushes too, and again because the
-// pragmas set their own level. What fails is told by the caller's line alone; keep it so.
+// The database is tuned twice. The first time keeps the change of the journal mode from flushing; the pragmas
+// behind it set their own level of flushing, so it is tuned again. Only the caller's line tells what fails;
+// keep it so.
 bool InitializeDatabase(sqlite3* db, const std::string& script) {
   const std::string tune = TuneStatements("main");
   return db_util::Execute(db,

@@ -3,7 +3,7 @@
 // service that does not run as root can go on using them. Whatever stands at the path of one is refused.
 // Every operation returns false after logging what failed.
 //
-// The indexes are not made here but by the two statements below, after the rows are in: building an index
+// The indexes are made by the scripts of the last two functions, after the rows are in: building an index
 // once costs a fraction of keeping it up row by row.
 #pragma once
 

@@ -8,9 +8,10 @@
 
 namespace updater::server {
 
-// One object for every edge of the version graph, ready to be run once on the working copies. Marker files,
-// node_delta and rm are made in the live sync folder. Where two chains are equally short, the updater that
-// stands first is used.
+// One object for every edge of the version graph, ready to be run once on the working copies. In the live
+// sync folder they make the marker files, node_delta, the folders in rm, and, until it is renamed,
+// new-syncfolder.sqlite. Of two updaters between the same versions the one that stands first is used; of two
+// chains of equal length UpdateGraph::ShortestPath() tells which.
 [[nodiscard]] std::vector<std::unique_ptr<AbstractUpdater>> CreateServerUpdaters(
     const UpdaterContext& context, const PackagePaths& copies);
 

@@ -211,7 +211,8 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
     const tests::Dumps before = tests::DumpPackage(package_);
     EXPECT_EQ(Update(to), -1);
     std::string texts;
-    for (const std::string& text : sink_.Texts()) texts += text.substr(UpdaterLine("").size());
+    for (const std::string& text : sink_.Texts())
+      texts += text.starts_with(UpdaterLine("")) ? text.substr(UpdaterLine("").size()) : "| " + text;
     EXPECT_THAT(texts, ::testing::MatchesRegex(log));
     EXPECT_THAT(texts, ::testing::Not(::testing::HasSubstr(" = OFF;")));
     EXPECT_EQ(out_.str(), "");

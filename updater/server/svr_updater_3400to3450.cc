@@ -12,11 +12,10 @@
 #include "updater/framework/views.h"
 #include "updater/server/sql/rebuild.h"
 #include "updater/server/updaters.h"
+#include "updater/server/view_rotations.h"
 
 namespace updater::server {
 namespace {
-
-constexpr ViewId kEveryUserView = 0;
 
 constexpr const char* kRotationQuery =
     "SELECT view_id, rotate_cnt FROM user_db.customized_rotate_cnt_table; ";
@@ -95,7 +94,7 @@ class SvrUpdater3400to3450 final : public ServerUpdater {
   }
 
   [[nodiscard]] bool SpreadSharedEntry(RotationMap& rotation) {
-    const auto shared = rotation.find(kEveryUserView);
+    const auto shared = rotation.find(kSharedRow);
     if (shared == rotation.end()) return true;
     const auto spread = [&rotation, rotate_cnt = shared->second](sqlite3_stmt* row) {
       rotation[ColumnViewId(row)] = rotate_cnt;

@@ -48,7 +48,7 @@ constexpr const char* kUpdateViewRotation =
 constexpr const char* kRemoveSharedRotation =
     "DELETE FROM data_db.config_table WHERE key like 'remove_repo' OR key like 'rotate_cnt'; ";
 
-constexpr const char* kEnabledUsersQuery = "SELECT name FROM user_db.user_table WHERE user_type != 1; ";
+constexpr const char* kUsersButSharesQuery = "SELECT name FROM user_db.user_table WHERE user_type != 1; ";
 
 class SvrUpdater3450to4000 final : public ServerUpdater {
  public:
@@ -117,7 +117,7 @@ class SvrUpdater3450to4000 final : public ServerUpdater {
       names.push_back(db_util::ColumnText(row, 0));
       return true;
     };
-    if (!Check(db_util::ForEachRow(db(), kEnabledUsersQuery, add_name), "Fail to enum enabled user\n")) {
+    if (!Check(db_util::ForEachRow(db(), kUsersButSharesQuery, add_name), "Fail to enum enabled user\n")) {
       return false;
     }
     for (const std::string& name : names) {

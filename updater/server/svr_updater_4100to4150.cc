@@ -75,14 +75,14 @@ constexpr Index kVersionIndexes[] = {
 constexpr const char* kDropOldTables =
     "DROP TABLE IF EXISTS view_db.node_table_old; DROP TABLE IF EXISTS view_db.version_table_old; ";
 
-std::string CreateViewIndexes() {
+std::string CreateRebuiltIndexes() {
   return sql::CreateIndexes("view_db", kNodeIndexes) + kNodePathCaseIndex +
          sql::CreateIndexes("view_db", kVersionIndexes);
 }
 
 // `late_indexes` are made once the old tables are gone.
 std::string RebuildScript(const std::string& late_indexes) {
-  return std::string(kRenameOldTables) + kCreateTables + CreateViewIndexes() + sql::kReplaceDeleteTrigger +
+  return std::string(kRenameOldTables) + kCreateTables + CreateRebuiltIndexes() + sql::kReplaceDeleteTrigger +
          kCopyRows + kDropOldTables + late_indexes + "END;";
 }
 
@@ -107,7 +107,7 @@ class SvrUpdater4100to4150 final : public ServerUpdater {
   [[nodiscard]] bool Rebuild(ViewId view) {
     const std::string path = paths().ViewDatabase(view);
     const std::string script =
-        AttachedScript("view_db", path, TuneStatements("view_db") + RebuildScript(CreateViewIndexes()));
+        AttachedScript("view_db", path, TuneStatements("view_db") + RebuildScript(CreateRebuiltIndexes()));
     db_util::Status status;
     if (!script.empty()) {
       status = db_util::Execute(db(), script);

@@ -11,7 +11,6 @@
 namespace updater::server {
 namespace {
 
-constexpr ViewId kSharedRow = 0;
 constexpr int kShareUser = 1;
 
 // The user types are read once for all views, as user_table has no index to look one up by.
@@ -24,6 +23,7 @@ bool ReadUserTypes(sqlite3* db, UserTypes& types) {
         types.emplace(static_cast<ViewId>(sqlite3_column_int64(row, 0)), sqlite3_column_int(row, 1));
         return true;
       });
+  // Without the head of an updater's line; keep it so.
   if (!status.ok()) logger::SystemLog("%s\n", DescribeUserQuery(status));
   return status.ok();
 }

@@ -6,7 +6,8 @@
 
 namespace updater::server::sql {
 
-// The version of a new view or file database is that of the last layout; every later updater writes its own.
+// A new view or file database says 4150, although its layout is that of 3400: the next updater writes its own
+// version. The number stays when the current version is raised; keep it so.
 // "DATATIME" is how every installed schema spells it.
 inline constexpr const char* kCreateViewDatabase =
     "CREATE TABLE main.node_table (node_id INTEGER PRIMARY KEY AUTOINCREMENT, parent_id INTEGER, "
@@ -52,7 +53,8 @@ inline constexpr const char* kCreateViewDatabase =
     "AND get_mac_attr_file_id(OLD.mac_attr) != 0 AND key = 'removed_file_id'; "
     "END; ";
 
-// The home volume's uuid goes into each row that names a stored file.
+// The home volume's uuid goes into each row that names a stored file. Arguments: the uuid three times, the
+// view, the uuid twice, the view twice, and the order of the last SELECT.
 inline constexpr const char* kCopyViewRows =
     "INSERT INTO view_db.node_table SELECT node_id, parent_id, attribute, max_id, sync_id, ver_cnt, ctime, mtime, "
     "name, path, data, v_base_id, (CASE WHEN v_file_id > 0 THEN '%q' ELSE NULL END) AS v_file_uuid, v_file_id, "

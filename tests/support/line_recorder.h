@@ -10,7 +10,7 @@
 
 namespace tests {
 
-class RecordingSink : public logger::RecordingSink {
+class LineRecorder : public logger::RecordingSink {
  public:
   // The messages, with "N" in place of the source line in the three kinds of heads: an updater's, the
   // driver's and a component's. Other numbers belong to the message.
