@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 namespace tests {
@@ -51,7 +52,7 @@ class TemporaryFolder {
 
 [[nodiscard]] inline std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return (std::ostringstream() << file.rdbuf()).str();
 }
 
 }  // namespace tests
