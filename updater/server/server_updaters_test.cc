@@ -155,6 +155,7 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
   const auto set = [this](const platform::memory::VolumeIdentity& own) {
     return [this, own] { fake_.volumes.own = own; };
   };
+  const auto both = [](auto one, auto other) { return [=] { one(), other(); }; };
   const auto plant = [this] { fs::create_directories(Sync("new-syncfolder.sqlite-wal/planted")); };
   const std::vector<Failure> failures = {
       {2577, run(package_.client, add_column), ".*" + step},
@@ -169,6 +170,7 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
       {3300, fail("GetFileSystemType"), ".*file system property from '.*/@sync'\n" + no_uuid},
       {3300, set({platform::FileSystemType::kEcryptfs, {}}),
        ".*file system type: 3 .'.*/@sync'.\n" + no_uuid},
+      {3300, both(set({platform::FileSystemType::kBtrfs, {}}), fail("GetBtrfsUuid")), no_uuid},
       {3450, set({platform::FileSystemType::kBtrfs, {}, {}, 0xABC}),
        "Update repo path '.*/@sync' uuid\n.*mismatch abc:4d5f53665248425f\nFailed to get old uuid from '.*/@sync'\n" +
            no_history,
