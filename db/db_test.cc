@@ -21,13 +21,9 @@ class DbTest : public tests::LoggedTest {
   }
   // The rows of all tables that records are deleted from.
   [[nodiscard]] std::string Rows() const {
-    std::string rows;
-    for (const std::string& query :
-         {kNode + " FROM node_table", kVersion + " FROM version_table", std::string("* FROM tree_table"),
-          std::string("* FROM remove_file_table")}) {
-      rows += tests::Query(view_path_, "SELECT " + query) + "\n";
-    }
-    return rows;
+    const auto rows = [this](const std::string& query) { return tests::Query(view_path_, query) + "\n"; };
+    return rows("SELECT " + kNode + " FROM node_table") + rows("SELECT " + kVersion + " FROM version_table") +
+           rows("SELECT * FROM tree_table") + rows("SELECT * FROM remove_file_table");
   }
   void OpenView() {
     ASSERT_EQ(Manager::Initialize(package_.sync_folder), 0);

@@ -31,7 +31,6 @@ class WorkingCopiesTest : public tests::LoggedTest {
   static std::string Skipped(const std::string& link) {
     return "warning: " + link + " is a link to a folder and is skipped, its database is not upgraded";
   }
-  static std::string Value(const std::string& path) { return tests::Query(path, "SELECT v FROM t;"); }
 
   const package::VolumePaths paths_{folder_.path()};
   const package::PackagePaths& live_ = paths_.live;
@@ -130,11 +129,13 @@ TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedAndNoDamagedCo
   ASSERT_EQ(PreparePlacement(paths_), 0);
   EXPECT_TRUE(fs::exists(paths_.placing_mark) && !fs::exists(live_.client + "-wal"));
   fs::copy_file(live_.user, folder_ / "user-before");
-  EXPECT_EQ(Value(folder_ / "user-before"), "newer ");  // whole in its file, and not replaced yet
+  EXPECT_EQ(tests::Query(folder_ / "user-before", "SELECT v FROM t"),
+            "newer ");  // whole in its file, and not replaced yet
   EXPECT_TRUE(sink_.lines().empty());
   PlaceWorkingCopies(paths_);
   EXPECT_EQ(Files(folder_ / "@stratofolder").size(), 2U) << "companions or copies are left";
-  EXPECT_EQ(Value(live_.user) + Value(live_.client), "upgraded upgraded ");
+  EXPECT_EQ(tests::Query(live_.user, "SELECT v FROM t") + tests::Query(live_.client, "SELECT v FROM t"),
+            "upgraded upgraded ");
 }
 
 }  // namespace

@@ -22,8 +22,7 @@ class LineRecorder : public logger::RecordingSink {
   }
   // How many of them equal `text`.
   [[nodiscard]] int Count(const std::string& text) const {
-    const std::vector<std::string> texts = Texts();
-    return static_cast<int>(std::count(texts.begin(), texts.end(), text));
+    return static_cast<int>(std::ranges::count(Texts(), text));
   }
   void Clear() { lines_.clear(); }
 };

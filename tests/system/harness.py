@@ -104,9 +104,7 @@ class Package:
         self.package, self.sync = folder, folder + "/@sync"
         self.data, self.user = self.sync + "/syncfolder-db.sqlite", self.sync + "/user-db.sqlite"
         self.log, self.client = self.sync + "/log-db.sqlite", folder + "/@clientd/db.sqlite"
-
-    def view(self, view):
-        return f"{self.sync}/view/{view}/view-db.sqlite"
+        self.view = (self.sync + "/view/{}/view-db.sqlite").format
 
     def fill(self, version, uuid_text, extras=(), sync=None):
         """The databases of the version, and the files and folders that earlier upgrades made."""

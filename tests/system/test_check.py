@@ -14,7 +14,6 @@ import namespace
 from harness import SystemTest, query
 
 TODAY = int(time.time()) // (24 * 60 * 60)
-LOCK = "/tmp/user-mgr-lock-file"
 HOMES, SHARES = namespace.ROOM + "/homes", namespace.ROOM + "/shares"
 NO_ALICE, NO_MUSIC = ({name: namespace.CONFIGURATION[name]} for name in ("passwd", "samba/smb.conf"))
 # What a run changes: row (by its rowid) or view -> its new values, None when it is gone.
@@ -281,16 +280,16 @@ class Volumes(CheckTest):
 class Opening(CheckTest):
     def test_user_database_and_lock_file(self):
         """The lock file lies in a folder where everybody may put something."""
-        victim = namespace.ROOM + "/victim"
+        victim, lock = namespace.ROOM + "/victim", "/tmp/user-mgr-lock-file"
         self.check_each({
             "text": dict(prepare=lambda: harness.write(self.volume.user, "this is no database " * 100),
                          **failed_opening("sqlite3_exec: file is not a database (26)\n")),
             "foreign": dict(user="DROP TABLE user_table; CREATE TABLE user_table (mail);", **failed_check(
                 "UserManager::EnumUser: sqlite3_prepare_v2(SQL): no such column: name\n",
                 "Failed to enumerate users\n")),
-            "link": dict(prepare=lambda: os.symlink(victim, LOCK), **failed_opening(
+            "link": dict(prepare=lambda: os.symlink(victim, lock), **failed_opening(
                 "UserManager::Initialize: open: Too many levels of symbolic links\n")),
-            "pipe": dict(prepare=lambda: os.mkfifo(LOCK), **failed_opening(
+            "pipe": dict(prepare=lambda: os.mkfifo(lock), **failed_opening(
                 "UserManager::Initialize: open: Invalid argument\n")),
         })
         self.assertFalse(os.path.lexists(victim))

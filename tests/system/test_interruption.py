@@ -1,8 +1,8 @@
 """Runs that were stopped, and what stopped runs, killed daemons and others leave behind."""
 
-import multiprocessing
 import os
-import sqlite3
+import subprocess
+import sys
 
 from harness import LAST, VERSIONS, SystemTest, change, query
 
@@ -13,7 +13,7 @@ class StoppedTest(SystemTest):
     def assert_rerun_succeeds(self, volume):
         self.set_up_package()
         self.assert_ended(self.run_updater(volume.path), "done")
-        for table, uuid in (("node_table", "v_file_uuid"), ("version_table", "file_uuid")):
+        for table, uuid in ("node_table", "v_file_uuid"), ("version_table", "file_uuid"):
             rows = f"SELECT count(*), max(node_id), max({uuid}) FROM {table} WHERE node_id >= 1000"
             self.assertEqual(query(volume.view(1), rows), [(COUNT, 999 + COUNT, volume.uuid)])
         content = volume.content()
@@ -54,13 +54,8 @@ class FullDisk(StoppedTest):
 
 def leave(path, script):
     """The files of a database as a killed process leaves them: the connection is never closed."""
-    def work():
-        db = sqlite3.connect(path)
-        db.executescript(script)
-        os.kill(os.getpid(), 9)
-    process = multiprocessing.get_context("fork").Process(target=work)
-    process.start()
-    process.join()
+    work = "import os, sqlite3, sys; _, path, script = sys.argv; db = sqlite3.connect(path); db.executescript(script); "
+    subprocess.run([sys.executable, "-c", work + "os.kill(os.getpid(), 9)", path, script], check=False)
 
 
 class Leftovers(SystemTest):

@@ -20,11 +20,6 @@ def set_config(path, key, value):
     change(path, f"UPDATE config_table SET value = {value} WHERE key = '{key}'")
 
 
-def put_folder(path):
-    os.unlink(path)
-    os.mkdir(path)
-
-
 class RefusalTest(SystemTest):
     def refuse(self, volume, log, status="upgradefail", copies=False, path=None):
         before = volume.live()
@@ -93,7 +88,7 @@ class Content(RefusalTest):
         no_start = "UpdaterFramework: GraphError: UpdateGraph: fail to find start vertex of version "
         self.refuse_each({
             "missing": (LAST, lambda v: os.unlink(v.data), [], "done", False),
-            "folder": (LAST, lambda v: put_folder(v.data),
+            "folder": (LAST, lambda v: (os.unlink(v.data), os.mkdir(v.data)),
                        ["StratoFolder: Open database: {sync}/syncfolder-db.sqlite failed (error code 14)\n", NEWER],
                        "dbnewer", False),
             "newer": (LAST, lambda v: set_config(v.data, "version", LAST + 1),
@@ -119,7 +114,7 @@ class Content(RefusalTest):
         no_views = ["Cannot get views to backup view folder at {sync}/view\n",
                     "cannot backup view from {sync}/view to {sync}/view.bak."]
         self.refuse_each({
-            "user folder": (3300, lambda v: put_folder(v.user),
+            "user folder": (3300, lambda v: (os.unlink(v.user), os.mkdir(v.user)),
                             ["[ERROR] file-op(N): CopyFile: read: Is a directory (21)\n",
                              "cannot backup db from {sync}/user-db.sqlite to {sync}/user-db.sqlite.bak"]),
             "unreadable views": (3400, lambda v: os.chmod(v.sync + "/view", 0), no_views),
