@@ -1,6 +1,3 @@
-
-#include <sstream>
-
 #include "ctl/command_line.h"
 #include "ctl/demo_volumes.h"
 #include "ctl/made_folders.h"

@@ -4,9 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <sstream>
-
-#include "db-util/execute.h"
 #include "db/manager.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"

@@ -3,10 +3,7 @@
 #pragma once
 
 #include <memory>
-#include <sstream>
 #include <stdexcept>
-#include <utility>
-#include <vector>
 
 #include "tests/support/fake_platform.h"
 #include "tests/support/fixtures.h"

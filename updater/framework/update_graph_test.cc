@@ -1,7 +1,5 @@
 #include "updater/framework/update_graph.h"
 
-#include <sstream>
-
 #include "tests/support/fixtures.h"
 #include "tests/support/logged_test.h"
 #include "updater/framework/updater_framework.h"
