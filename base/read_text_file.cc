@@ -7,18 +7,12 @@
 #include "base/retry.h"
 
 namespace base {
-namespace {
-
-constexpr off_t kMaxSize = off_t{16} << 20;
-
-}  // namespace
-
 Errno OpenRegularFile(const std::string& path, int flags, FileDescriptor& file, struct stat& status) {
   const int all_flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags;
   FileDescriptor opened(RetryInterrupted([&] { return ::open(path.c_str(), all_flags); }));
   if (!opened.is_open() || ::fstat(opened.get(), &status) != 0) return Errno::Last();
   if (!S_ISREG(status.st_mode)) return Errno(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
-  if (status.st_size > kMaxSize) return Errno(EFBIG);
+  if (status.st_size > kMaxTextFileSize) return Errno(EFBIG);
   file = std::move(opened);
   return {};
 }
@@ -31,7 +25,7 @@ Errno ReadAll(int file, std::string& text) {
     if (length < 0) return Errno::Last();
     if (length == 0) break;
     read_text.append(buffer.data(), static_cast<std::size_t>(length));
-    if (read_text.size() > static_cast<std::size_t>(kMaxSize)) return Errno(EFBIG);
+    if (read_text.size() > static_cast<std::size_t>(kMaxTextFileSize)) return Errno(EFBIG);
   }
   text = std::move(read_text);
   return {};

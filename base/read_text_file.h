@@ -10,8 +10,10 @@
 
 namespace base {
 
+inline constexpr off_t kMaxTextFileSize = off_t{16} << 20;
+
 // Opens a regular file for reading, without ever waiting for it: a folder at the path is EISDIR, anything
-// else (a pipe, a device) EINVAL, one too big to be a configuration file EFBIG. `flags` are added to open's.
+// else (a pipe, a device) EINVAL, one bigger than kMaxTextFileSize EFBIG. `flags` are added to open's.
 [[nodiscard]] Errno OpenRegularFile(const std::string& path, int flags, FileDescriptor& file,
                                     struct stat& status);
 

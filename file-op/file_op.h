@@ -58,12 +58,9 @@ inline constexpr std::size_t kCopyBufferSize = 33554432;  // 32 MiB
 // errno set.
 [[nodiscard]] int FSSyncFolder(const std::string& folder);
 
-// Brings everything written to the file system that holds `path` to the disk. Returns 0, or -1 with errno
-// set, also when an earlier write could not be brought there.
-[[nodiscard]] int FSSyncFileSystem(const std::string& path);
-
-// Removes the path and everything under it; links are removed, never followed; a path that does not exist is
-// success. `flag` is 0. Returns 0, or -1 with errno of the first thing that could not be removed.
+// Removes the path and everything under it; links are removed, never followed; what is mounted there stays
+// with all that is in it (EBUSY); a path that does not exist is success. `flag` is 0. Returns 0, or -1 with
+// errno of the first thing that could not be removed.
 [[nodiscard]] int FSRemoveTree(const std::string& path, int flag);
 
 // The same for what is at a place.

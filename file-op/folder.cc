@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <utility>
 
 #include "base/path.h"
@@ -130,6 +131,23 @@ int MakeEmptyFile(const Folder& above, const std::string& name) {
 bool Exists(const FilePlace& place) {
   struct stat status {};
   return fstatat(place.at, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+int Find(const FilePlace& place) {
+  if (Exists(place)) return 1;
+  return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+}
+
+int CheckMovable(const FilePlace& place) {
+  struct statx status {};
+  if (statx(place.at, place.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) < 0) {
+    return errno == ENOENT ? 0 : -1;
+  }
+  const auto has = [&status](std::uint64_t attribute) { return (status.stx_attributes & attribute) != 0; };
+  const bool is_mount = has(STATX_ATTR_MOUNT_ROOT);
+  if (!is_mount && !has(STATX_ATTR_IMMUTABLE) && !has(STATX_ATTR_APPEND)) return 0;
+  errno = is_mount ? EBUSY : EPERM;
+  return -1;
 }
 
 int ListFolders(const Folder& folder, std::vector<std::string>& names) {

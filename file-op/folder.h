@@ -74,6 +74,14 @@ class Folder {
 // True when something, be it a link, is at the place.
 [[nodiscard]] bool Exists(const FilePlace& place);
 
+// The same for whoever must not take a failure for absence: 1 when something is there, 0 when nothing is, or
+// -1 with errno set.
+[[nodiscard]] int Find(const FilePlace& place);
+
+// Whether what is at the place can be renamed, or something renamed over it: EBUSY for a mount point, EPERM
+// for what is immutable or append-only. Nothing at the place is success.
+[[nodiscard]] int CheckMovable(const FilePlace& place);
+
 // The names of the folders in a folder, in directory order, "." and ".." excluded; links are no folders. An
 // entry whose type the file system does not tell is asked for.
 [[nodiscard]] int ListFolders(const Folder& folder, std::vector<std::string>& names);

@@ -48,12 +48,6 @@ int FSSyncFolder(const std::string& folder) {
   return base::RetryInterrupted([&] { return fsync(opened.fd()); });
 }
 
-int FSSyncFileSystem(const std::string& path) {
-  Folder opened;
-  if (opened.Open(At(path), 0) < 0) return -1;
-  return base::RetryInterrupted([&] { return syncfs(opened.fd()); });
-}
-
 int ListFolders(const std::string& folder, std::vector<std::string>& names) {
   names.clear();
   Folder opened;

@@ -9,11 +9,13 @@
 namespace file_op {
 namespace {
 
-// Unlinks every entry of a tree, each folder after what is in it.
+// Unlinks every entry of a tree, each folder after what is in it. What is mounted in the tree is not the
+// tree's own and is not entered.
 class FSRemover : public TraverseHandler {
  public:
   int OnEntry(const FolderCursor& folder, const Entry& entry) override {
-    return entry.type == Entry::Type::kFolder ? 0 : Unlink(folder, entry.name, 0);
+    return entry.type == Entry::Type::kFolder ? CheckMovable(folder.here().In(entry.name))
+                                              : Unlink(folder, entry.name, 0);
   }
   int OnLeave(const FolderCursor& folder, const std::string& name) override {
     return Unlink(folder, name, AT_REMOVEDIR);
@@ -32,7 +34,7 @@ int RemoveTree(const FilePlace& place) {
   if (errno != EISDIR) return -1;
   FolderCursor cursor;
   FSRemover remover;
-  if (cursor.OpenTop(place) < 0 || WalkTree(cursor, remover) < 0) return -1;
+  if (CheckMovable(place) < 0 || cursor.OpenTop(place) < 0 || WalkTree(cursor, remover) < 0) return -1;
   return unlinkat(place.at, place.name.c_str(), AT_REMOVEDIR);
 }
 
