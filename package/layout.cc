@@ -53,6 +53,6 @@ VolumePaths::VolumePaths(const std::string& path)
       client_sync_folder(package_folder + "/@sync-client"),
       live(LivePaths(package_folder)),
       copies(CopiesOf(live)),
-      placing_mark(live.sync_folder + "/.upgrade-commit") {}
+      intent(live.sync_folder + "/.upgrade-commit") {}
 
 }  // namespace package

@@ -60,7 +60,7 @@ struct VolumePaths {
   PackagePaths live;
   PackagePaths copies;  // beside the live ones
 
-  std::string placing_mark;  // is there while working copies are put in place
+  std::string intent;  // what a run is putting in place
 };
 
 }  // namespace package

@@ -1,8 +1,5 @@
 #include "updater/placement.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -14,6 +11,9 @@
 #include "db-util/database_files.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
+#include "updater/intent_file.h"
+#include "updater/placement_items.h"
+#include "updater/placement_targets.h"
 #include "updater/working_copies.h"
 
 namespace updater {
@@ -34,122 +34,140 @@ constexpr std::array<PartPath, 5> kOtherParts = {&PackagePaths::user, &PackagePa
                                                  &PackagePaths::client, &PackagePaths::view_folder,
                                                  &PackagePaths::file_folder};
 
-bool IsOnlyCopy(const VolumePaths& paths, PartPath part) {
-  return file_op::FSExists(paths.copies.*part) && !file_op::FSExists(paths.live.*part);
-}
-
 // A file without companions is the whole database as it is, and there may be thousands of them: it is not
 // opened.
 bool Checkpoint(const std::string& database) {
   const auto files = db_util::DatabaseFiles(database);
-  const bool has_companions = std::any_of(files.begin() + 1, files.end(), file_op::FSExists);
+  const bool has_companions = std::any_of(files.begin() + 1, files.end(), [](const std::string& file) {
+    return file_op::Find(file_op::At(file)) != 0;  // one that the disk does not tell of may be there
+  });
   return !has_companions || db_util::CheckpointDatabase(database) == 0;
 }
 
-bool ListCopies(const std::string& folder, std::vector<std::string>& names) {
-  return !file_op::FSExists(folder) || CheckErrno(file_op::ListFolders(folder, names),
-                                                  "cannot list working copies in %s: %s (%d)\n", folder);
+bool CheckpointFolders(const PackagePaths& paths, PartPath folder,
+                       std::string (PackagePaths::*database)(const std::string&) const) {
+  std::vector<std::string> names;
+  const int listed = file_op::ListFolders(paths.*folder, names);
+  if (listed < 0 && errno == ENOENT) return true;
+  return CheckErrno(listed, "cannot list %s: %s (%d)\n", paths.*folder) &&
+         std::all_of(names.begin(), names.end(),
+                     [&](const std::string& name) { return Checkpoint((paths.*database)(name)); });
 }
 
-bool CheckpointCopies(const PackagePaths& copies) {
-  std::vector<std::string> views;
-  std::vector<std::string> volumes;
+// `paths` are those of the copies, or the live ones that they replace.
+bool CheckpointAll(const PackagePaths& paths, const PackagePaths& copies) {
   return std::all_of(kDatabases.begin(), kDatabases.end(),
-                     [&](PartPath database) { return Checkpoint(copies.*database); }) &&
-         ListCopies(copies.view_folder, views) && ListCopies(copies.file_folder, volumes) &&
-         std::all_of(views.begin(), views.end(),
-                     [&](const std::string& view) { return Checkpoint(copies.ViewDatabase(view)); }) &&
-         std::all_of(volumes.begin(), volumes.end(),
-                     [&](const std::string& volume) { return Checkpoint(copies.FileDatabase(volume)); });
+                     [&](PartPath database) {
+                       return file_op::Find(file_op::At(copies.*database)) == 0 ||
+                              Checkpoint(paths.*database);
+                     }) &&
+         CheckpointFolders(paths, &PackagePaths::view_folder, &PackagePaths::ViewDatabase) &&
+         CheckpointFolders(paths, &PackagePaths::file_folder, &PackagePaths::FileDatabase);
 }
 
-bool CheckpointLiveDatabases(const VolumePaths& paths) {
-  return std::all_of(kDatabases.begin(), kDatabases.end(), [&](PartPath database) {
-    return !file_op::FSExists(paths.copies.*database) || Checkpoint(paths.live.*database);
-  });
-}
-
-// Working copies are written without flushing anything. From here on they must survive a power failure: once
-// they are renamed, nothing else is left. Folders of the package may be file systems of their own.
-bool FlushCopies(const VolumePaths& paths) {
-  std::vector<dev_t> flushed;
-  for (const std::string& folder :
-       {paths.volume, paths.copies.sync_folder, base::FolderOf(paths.copies.client), paths.copies.view_folder,
-        paths.copies.file_folder}) {
-    struct stat status {};
-    if (stat(folder.c_str(), &status) < 0 && errno == ENOENT) continue;
-    if (std::find(flushed.begin(), flushed.end(), status.st_dev) != flushed.end()) continue;
-    if (!CheckErrno(file_op::FSSyncFileSystem(folder), "cannot flush file system of %s: %s (%d)\n", folder)) {
-      return false;
-    }
-    flushed.push_back(status.st_dev);
-  }
-  return true;
-}
-
-// Durable before the first move.
-bool MakePlacingMark(const VolumePaths& paths) {
-  const int made = file_op::FSMakeEmptyFile(paths.placing_mark);
-  return CheckErrno(made < 0 ? made : file_op::FSSyncFolder(paths.live.sync_folder),
-                    "cannot make %s: %s (%d)\n", paths.placing_mark);
-}
-
-void PlaceDatabase(const VolumePaths& paths, PartPath database) {
-  const std::string& copy = paths.copies.*database;
-  const std::string& live = paths.live.*database;
-  if (MoveIntoPlace(copy, live) < 0) return;  // logged; or there is no copy
+int PlaceDatabase(const std::string& copy, const std::string& live) {
+  if (MoveIntoPlace(copy, live) < 0) return -1;  // logged; or there is no copy
   // The checkpoints have left no companions, so there are some only if somebody opened a database since. One
   // that cannot be removed has to stay: the database is in place by now.
   (void)db_util::RemoveCompanions(live);
   (void)db_util::RemoveCompanions(copy);
+  return 0;
 }
 
-void FlushFolder(const std::string& folder) {
-  const int flushed = file_op::FSSyncFolder(folder);
-  if (flushed < 0 && errno == ENOENT) return;
-  (void)CheckErrno(flushed, "cannot flush folder %s: %s (%d)\n", folder);  // everything is in place already
+int PlaceItem(const VolumePaths& paths, const IntentItem& item) {
+  const auto [copy, live] = PathsOf(paths, item);
+  if (item.is_view()) {
+    return RestoreView(paths.copies.view_folder, paths.live.view_folder, base::NameOf(item.part));
+  }
+  if (item.part == "view") return MoveIntoPlace(copy, live);
+  return item.part == "file" ? RestoreFileFolder(copy, live) : PlaceDatabase(copy, live);
 }
 
-// Every folder in which something was renamed or removed.
-void FlushFolders(const PackagePaths& live) {
-  FlushFolder(live.sync_folder);
-  FlushFolder(base::FolderOf(live.client));
-  std::vector<std::string> views;
-  if (file_op::ListFolders(live.view_folder, views) < 0) return;  // there is none
-  for (const std::string& view : views) FlushFolder(live.ViewFolder(view));
+struct Progress {
+  std::vector<IntentItem> pending;
+  std::size_t moved = 0;
+  std::vector<IntentItem> changed;
+
+  // Nothing was moved, and by now it must not be.
+  [[nodiscard]] bool is_obsolete() const { return moved == 0 && (pending.empty() || !changed.empty()); }
+};
+
+bool GetProgress(const VolumePaths& paths, const Intent& intent, Progress& progress) {
+  return std::all_of(intent.begin(), intent.end(), [&](const IntentItem& item) {
+    ItemState state{};
+    if (!GetItemState(paths, item, state)) return false;
+    if (state == ItemState::kPending) progress.pending.push_back(item);
+    if (state == ItemState::kChanged) progress.changed.push_back(item);
+    if (state == ItemState::kDone && item.copy.exists()) ++progress.moved;
+    return true;
+  });
+}
+
+bool Finish(const VolumePaths& paths, const Progress& progress) {
+  for (const IntentItem& item : progress.changed) {
+    logger::SystemLog("%s was changed after a run was stopped that replaced it, and is left as it is\n",
+                      PathsOf(paths, item).live);
+  }
+  bool placed = true;
+  for (const IntentItem& item : progress.pending) placed = PlaceItem(paths, item) == 0 && placed;
+  const std::size_t all = progress.pending.size() + progress.moved + progress.changed.size();
+  if (!placed) {
+    logger::SystemLog("cannot finish what a former run was putting in place\n");
+    return false;
+  }
+  logger::SystemLog("finished what a former run was putting in place: %d of %d parts were left\n",
+                    static_cast<int>(progress.pending.size()), static_cast<int>(all));
+  return true;
 }
 
 }  // namespace
 
-int PreparePlacement(const VolumePaths& paths) {
-  return logger::ToResult(CheckpointCopies(paths.copies) && FlushCopies(paths) &&
-                          CheckpointLiveDatabases(paths) && MakePlacingMark(paths));
+int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems) {
+  Intent intent;
+  // The second flush is for the live databases: a log that comes back after a power failure would be taken
+  // for a later change. The list is made again because they are other files now.
+  return logger::ToResult(CheckpointAll(paths.copies, paths.copies) && ListItems(paths, intent) &&
+                          CanReplaceTargets(paths, intent) && file_systems.Flush() &&
+                          CheckpointAll(paths.live, paths.copies) && file_systems.Flush() &&
+                          ListItems(paths, intent) && WriteIntent(paths, intent));
 }
 
-void PlaceWorkingCopies(const VolumePaths& paths) {
+void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_systems) {
   const auto& [live, copies] = std::tie(paths.live, paths.copies);
-  for (const PartPath database : kDatabases) PlaceDatabase(paths, database);
-  // Both log their failures; the rest goes in place all the same.
+  // All of them log their failures; the rest goes in place all the same.
+  for (const PartPath database : kDatabases) (void)PlaceDatabase(copies.*database, live.*database);
   (void)RestoreViewFolder(copies.view_folder, live.view_folder);
   (void)RestoreFileFolder(copies.file_folder, live.file_folder);
-  FlushFolders(live);
-  // The mark stays while a working copy is all there is of a part: it tells the next run to place that copy.
-  if (std::none_of(kOtherParts.begin(), kOtherParts.end(),
-                   [&](PartPath part) { return IsOnlyCopy(paths, part); })) {
-    (void)unlink(paths.placing_mark.c_str());
+  Intent intent;
+  IntentFound found{};
+  if (file_systems.Flush() && ReadIntent(paths, found, intent) && found == IntentFound::kValid &&
+      IsSettled(paths, intent)) {
+    RemoveIntent(paths);
   }
 }
 
-int SettleFormerCopies(const VolumePaths& paths) {
-  const bool was_placing = file_op::FSExists(paths.placing_mark) && !file_op::FSExists(paths.copies.data);
-  for (const PartPath part : kOtherParts) {
-    const std::string& copy = paths.copies.*part;
-    const std::string& live = paths.live.*part;
-    const bool is_wanted = was_placing && IsOnlyCopy(paths, part);
-    if ((is_wanted ? MoveIntoPlace(copy, live) : RemoveStaleCopy(live, copy)) < 0) return -1;
+int FinishFormerPlacement(const VolumePaths& paths) {
+  Intent intent;
+  IntentFound found{};
+  Progress progress;
+  if (!ReadIntent(paths, found, intent)) return -1;
+  if (found == IntentFound::kNone) return 0;
+  if (found == IntentFound::kValid && !GetProgress(paths, intent, progress)) return -1;
+  if (found == IntentFound::kUnusable || progress.is_obsolete()) {
+    SetIntentAside(paths);
+    return 0;
   }
-  if (was_placing) FlushFolders(paths.live);
-  (void)unlink(paths.placing_mark.c_str());  // there usually is none
+  FileSystems file_systems;
+  file_systems.Open(paths);
+  if (!Finish(paths, progress) || !file_systems.Flush()) return -1;
+  RemoveIntent(paths);
+  return 0;
+}
+
+int RemoveStaleCopies(const VolumePaths& paths) {
+  for (const PartPath part : kOtherParts) {
+    if (RemoveStaleCopy(paths.live.*part, paths.copies.*part) < 0) return -1;
+  }
   return 0;
 }
 

@@ -1,38 +1,42 @@
-// Putting the upgraded working copies in place of the live databases.
+// Putting the upgraded working copies in place of the live databases: all of them, or none.
 //
 // A write-ahead log or rollback journal is not tied to its database: left beside a path, it is replayed into
 // whatever file is renamed there, and the upgraded database silently goes back to old content. Removing it
 // is wrong, too, because a copy's own log may hold committed rows. So every database is
 // checkpointed first, live and copy, until its file alone is the whole database; then a rename is all it
 // takes.
+//
+// The renames are several. What makes them one is the intent: it is on the disk before the first of them, and
+// goes when all are on the disk. A run that finds an intent finishes it before it looks at anything.
 #pragma once
 
 #include "package/layout.h"
+#include "updater/file_systems.h"
 
 namespace updater {
 
-// Makes everything ready that can fail. Checkpoints the working copies, brings them to the disk, and only
-// then checkpoints their live counterparts, which are not replaced yet; a live database that is not there
-// loses the companions that a former one left. Live view and file databases are not: their restores remove
-// them with their companions before the copy moves in, so nothing that is still wanted can be in there. Last
-// of all it makes the placing mark.
-//
-// Returns 0, or -1 after a line in the system log; no live database has lost or changed content then.
-[[nodiscard]] int PreparePlacement(const package::VolumePaths& paths);
+// Makes everything ready that can fail: checkpoints the working copies, tries whether all targets can be
+// replaced, brings the copies to the disk, checkpoints the live databases that they replace, and writes the
+// intent. `file_systems` were opened before the copies were made. Returns 0, or -1 after a line in the system
+// log; no live database has lost or changed content then, and there is no intent.
+[[nodiscard]] int PreparePlacement(const package::VolumePaths& paths, const FileSystems& file_systems);
 
-// Moves every working copy over its live database or folder, and brings the folders to the disk. A part that
-// has no working copy is skipped, a part that cannot be moved does not keep the others back. No companion
-// file of a moved database is left. The placing mark goes, unless a working copy is all there is of its part.
+// Moves every working copy over its live database or folder, and brings that to the disk. A part that has no
+// working copy is skipped, a part that cannot be moved does not keep the others back. No companion file of a
+// moved database is left. The intent stays if anything in it is left to be done, or may not be on the disk.
 // To be called after PreparePlacement succeeded.
-void PlaceWorkingCopies(const package::VolumePaths& paths);
+void PlaceWorkingCopies(const package::VolumePaths& paths, const FileSystems& file_systems);
 
-// Deals with the working copies of parts that have no live one, before new copies are made. Those of a failed
-// run are removed: they would be put in place as if they were this run's. Those of a run that ended while it
-// was putting them in place are the only ones that hold the rows which the data database in place has given
-// away, so they are put in place now. They are such copies if the placing mark is there and the copy of the
-// data database is not: it is moved before the parts that depend on it.
+// Finishes the intent of a former run that was stopped in between, and logs a line about it. A part that
+// somebody has changed since is left as it is, with a line. An intent that cannot be read as one, or by which
+// nothing was moved yet and something was changed since, is set aside with a line.
 //
-// Returns 0, or -1 after a line in the system log; no working copy that is wanted is lost then.
-[[nodiscard]] int SettleFormerCopies(const package::VolumePaths& paths);
+// Returns 0, or -1 after a line when a part cannot be put in place: the intent stays, and the working copies
+// must not be touched.
+[[nodiscard]] int FinishFormerPlacement(const package::VolumePaths& paths);
+
+// Removes the working copies of parts that have no live one, before new copies are made: they would be put in
+// place as if they were this run's. Returns 0, or -1 after a line in the system log.
+[[nodiscard]] int RemoveStaleCopies(const package::VolumePaths& paths);
 
 }  // namespace updater

@@ -118,14 +118,10 @@ TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
   fs::create_directory(run_.live.sync_folder + "/rm");
   EXPECT_EQ(Upgrade(), "done");
   EXPECT_EQ(tests::Query(run_.live.log, "SELECT count(*) FROM log_table;"), "1 ");
-  for (const bool was_placing : {true, false}) {
-    if (was_placing) folder_.Write(run_.placing_mark.substr(folder_.path().size() + 1), "");
-    fs::rename(run_.live.view_folder, run_.copies.view_folder);
-    fs::rename(run_.live.file_folder, run_.copies.file_folder);
-    EXPECT_EQ(Upgrade(), "done");
-    EXPECT_EQ(fs::exists(run_.live.view_folder) && fs::exists(run_.live.file_folder), was_placing);
-    EXPECT_FALSE(fs::exists(run_.placing_mark));
-  }
+  fs::rename(run_.live.view_folder, run_.copies.view_folder);
+  fs::rename(run_.live.file_folder, run_.copies.file_folder);
+  EXPECT_EQ(Upgrade(), "done");
+  EXPECT_FALSE(fs::exists(run_.live.view_folder) || fs::exists(run_.live.file_folder));
 }
 
 TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesThemOpen) {

@@ -13,6 +13,7 @@
 #include "db-util/query.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
+#include "updater/free_space.h"
 #include "updater/placement.h"
 #include "updater/server/registration.h"
 #include "updater/working_copies.h"
@@ -47,7 +48,8 @@ bool Copy(BackupOperation backup, const std::string& live, const std::string& co
 
 bool CopyIfThere(BackupOperation backup, const std::string& live, const std::string& copy,
                  const BackupMessage& failure) {
-  return !file_op::FSExists(live) || Copy(backup, live, copy, failure);
+  // One that the disk does not tell of must not be left out: the attempt to copy it fails.
+  return file_op::Find(file_op::At(live)) == 0 || Copy(backup, live, copy, failure);
 }
 
 }  // namespace
@@ -60,14 +62,19 @@ VolumeUpgrade::VolumeUpgrade(package::VolumePaths paths, bool with_legacy_steps,
       dependencies_(dependencies) {}
 
 VolumeUpgrade::Result VolumeUpgrade::Run() {
+  if (FinishFormerPlacement(paths_) < 0) return Result::kFailed;
   if (access(paths_.live.data.c_str(), F_OK) != 0) return Result::kNothingToDo;
   if (IsNewerOrCannotBeOpened()) {
     logger::SystemLog("exist db is newer than package");
     return Result::kNewer;
   }
   temporary_.MakeIfMissing();
-  if (!MakeWorkingCopies() || !RunChain() || PreparePlacement(paths_) < 0) return Result::kFailed;
-  PlaceWorkingCopies(paths_);
+  FileSystems file_systems;
+  file_systems.Open(paths_);
+  LogFreeSpace(paths_);
+  if (!MakeWorkingCopies() || !RunChain() || PreparePlacement(paths_, file_systems) < 0)
+    return Result::kFailed;
+  PlaceWorkingCopies(paths_, file_systems);
   return Result::kUpgraded;
 }
 
@@ -100,7 +107,7 @@ bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
 
 bool VolumeUpgrade::MakeWorkingCopies() {
   const auto& [live, copies] = std::tie(paths_.live, paths_.copies);
-  return SettleFormerCopies(paths_) == 0 &&
+  return RemoveStaleCopies(paths_) == 0 &&
          Copy(BackupDatabaseFile, live.user, copies.user, "cannot backup db from %s to %s") &&
          Copy(BackupDatabaseFile, live.data, copies.data, "cannot backup db from %s to %s") &&
          (!with_legacy_steps_ || RunLegacySteps()) && CopyRemaining();

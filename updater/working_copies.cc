@@ -59,17 +59,21 @@ int CopyDatabase(const FilePlace& source, const FilePlace& target) {
   const DatabasePlaces sources = PlacesOf(ResolveLink(source));
   const DatabasePlaces targets = PlacesOf(target);
   for (std::size_t i = 0; i < sources.size(); ++i) {
-    if (file_op::Exists(sources[i]) && file_op::CopyKeepingOwner(sources[i], targets[i]) < 0) return -1;
+    const int found = file_op::Find(sources[i]);
+    if (found < 0 || (found == 1 && file_op::CopyKeepingOwner(sources[i], targets[i]) < 0)) return -1;
   }
   return 0;
 }
 
-// Moves the database with its companions, each where it exists.
+// Moves the database over the one at `target`, and its companions where it has any. Of the old ones none is
+// left. Nothing is removed before the move that replaces it.
 int MoveDatabase(const FilePlace& source, const FilePlace& target) {
   const DatabasePlaces sources = PlacesOf(source);
   const DatabasePlaces targets = PlacesOf(target);
   for (std::size_t i = 0; i < sources.size(); ++i) {
-    if (file_op::Exists(sources[i]) && file_op::Move(sources[i], targets[i]) < 0) return -1;
+    const int found = file_op::Find(sources[i]);
+    if (found < 0) return -1;
+    if ((found == 1 ? file_op::Move(sources[i], targets[i]) : file_op::RemoveTree(targets[i])) < 0) return -1;
   }
   return 0;
 }
@@ -121,14 +125,35 @@ bool BackupView(const Folder& live, const Folder& copy, const std::string& view)
 }
 
 // Returns 0, or -1 with errno set.
-int RestoreView(const Folder& copy, const Folder& live, const std::string& view) {
+int RestoreViewIn(const Folder& copy, const Folder& live, const std::string& view) {
   Folder from;
   Folder to;
-  const bool has_copy = from.Open(copy.In(view)) == 0;
-  if (!has_copy && errno != ENOENT) return -1;
-  if (to.Open(live.In(view)) < 0 || RemoveDatabase(to.In(package::kViewDatabase)) < 0) return -1;
+  const bool has_folder = from.Open(copy.In(view)) == 0;
+  if ((!has_folder && errno != ENOENT) || to.Open(live.In(view)) < 0) return -1;
+  const FilePlace target = to.In(package::kViewDatabase);
+  const int found = has_folder ? file_op::Find(from.In(package::kViewDatabase)) : 0;
+  if (found < 0) return -1;
   // A view without a working copy only loses its database; keep it so.
-  return has_copy ? MoveDatabase(from.In(package::kViewDatabase), to.In(package::kViewDatabase)) : 0;
+  return found == 1 ? MoveDatabase(from.In(package::kViewDatabase), target) : RemoveDatabase(target);
+}
+
+// Puts the copy in the place of the folder, which is never removed first: a run that is killed in between
+// must leave one of them. Returns 0, or -1 with errno set.
+int ReplaceFolder(const std::string& copy, const std::string& live, const std::string& replaced) {
+  if (renameat2(AT_FDCWD, copy.c_str(), AT_FDCWD, live.c_str(), RENAME_EXCHANGE) == 0) {
+    (void)file_op::FSRemoveTree(copy, 0);  // the former live folder
+    return 0;
+  }
+  // Not every file system can exchange two folders.
+  if (errno != EINVAL && errno != ENOSYS) return -1;
+  if (file_op::FSRemoveTree(replaced, 0) < 0 || std::rename(live.c_str(), replaced.c_str()) < 0) return -1;
+  if (std::rename(copy.c_str(), live.c_str()) < 0) {
+    const int error = errno;
+    (void)std::rename(replaced.c_str(), live.c_str());  // if not even that works, the next run moves the copy
+    errno = error;
+    return -1;
+  }
+  return 0;
 }
 
 // The updaters would reach the live database through a link that was copied as one.
@@ -206,7 +231,7 @@ int RestoreViewFolder(const std::string& view_copy, const std::string& view_fold
     return -1;
   }
   for (const std::string& view : views) {
-    if (RestoreView(copy, live, view) == 0) continue;
+    if (RestoreViewIn(copy, live, view) == 0) continue;
     const std::string source = ViewDatabaseIn(copy, view);
     const std::string target = ViewDatabaseIn(live, view);
     LogMoveFailure(source, target);
@@ -228,22 +253,29 @@ int BackupFileFolder(const std::string& file_folder, const std::string& file_cop
                           file_op::FSCopyTree(file_folder, file_copy, finish) == 0);
 }
 
-int RestoreFileFolder(const std::string& file_copy, const std::string& file_folder) {
-  // Exchanged where the file system can: a run that is killed between removal and move would leave a working
-  // copy without its live folder, which the next run takes for a stale one.
-  if (renameat2(AT_FDCWD, file_copy.c_str(), AT_FDCWD, file_folder.c_str(), RENAME_EXCHANGE) == 0) {
-    (void)file_op::FSRemoveTree(file_copy, 0);  // the former live folder; the next run removes what stays
+int RestoreView(const std::string& view_copy, const std::string& view_folder, const std::string& view) {
+  Folder copy;
+  Folder live;
+  if (copy.Open(file_op::At(view_copy)) == 0 && live.Open(file_op::At(view_folder), 0) == 0 &&
+      RestoreViewIn(copy, live, view) == 0) {
     return 0;
   }
+  LogMoveFailure(view_copy + "/" + view, view_folder + "/" + view);
+  return -1;
+}
+
+int RestoreFileFolder(const std::string& file_copy, const std::string& file_folder) {
+  const std::string replaced = file_copy + ".old";
+  const bool has_live = file_op::FSExists(file_folder);
+  const bool has_copy = file_op::FSExists(file_copy);
   bool placed = false;
-  if (errno == EBUSY) {
-    // A mount point can be emptied but not replaced: nothing would be left in it.
-    LogMoveFailure(file_copy, file_folder);
-  } else if (file_op::FSExists(file_copy)) {
-    // What cannot be removed keeps the move from succeeding.
-    (void)CheckErrno(file_op::FSRemoveTree(file_folder, 0), "cannot remove %s: %s (%d)\n", file_folder);
-    placed = MoveIntoPlace(file_copy, file_folder) == 0;
+  if (!has_live) placed = MoveIntoPlace(file_copy, file_folder) == 0;
+  if (has_live && has_copy) {
+    placed = ReplaceFolder(file_copy, file_folder, replaced) == 0;
+    if (!placed) LogMoveFailure(file_copy, file_folder);
   }
+  // A run that was killed here before may have left the former live folder.
+  if (placed) (void)file_op::FSRemoveTree(replaced, 0);  // the next run tries again
   return logger::ToResult(CheckOrLog(placed, "Cannot restore %s to %s", file_copy, file_folder));
 }
 

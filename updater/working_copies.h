@@ -35,6 +35,10 @@ namespace updater {
 // does not exist gets the whole working copy.
 [[nodiscard]] int RestoreViewFolder(const std::string& view_copy, const std::string& view_folder);
 
+// The same for the database of one view.
+[[nodiscard]] int RestoreView(const std::string& view_copy, const std::string& view_folder,
+                              const std::string& view);
+
 // Copies the file folder with everything in it.
 [[nodiscard]] int BackupFileFolder(const std::string& file_folder, const std::string& file_copy);
 

@@ -3,7 +3,9 @@
 #include "tests/support/fixtures.h"
 #include "tests/support/logged_test.h"
 #include "tests/support/mount_namespace.h"
+#include "updater/free_space.h"
 #include "updater/placement.h"
+#include "updater/placement_intent.h"
 
 namespace updater {
 namespace {
@@ -35,6 +37,7 @@ class WorkingCopiesTest : public tests::LoggedTest {
   const package::VolumePaths paths_{folder_.path()};
   const package::PackagePaths& live_ = paths_.live;
   const package::PackagePaths& copies_ = paths_.copies;
+  FileSystems file_systems_;
 };
 
 TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsItHasAndReplacesAnOldCopy) {
@@ -103,7 +106,7 @@ TEST_F(WorkingCopiesTest, RestoresThatFailAreNamedAndLoseNothing) {
   fs::create_directories(live_.user);
   WriteFile(copies_.user, "");
   fs::create_directory(view_copy);
-  PlaceWorkingCopies(paths_);
+  PlaceWorkingCopies(paths_, file_systems_);
   EXPECT_THAT(sink_.Texts(),
               ElementsAre("cannot move " + copies_.user + " to " + live_.user + ": Is a directory (21)\n",
                           "Cannot restore " + copies_.file_folder + " to " + live_.file_folder));
@@ -120,22 +123,95 @@ TEST_F(WorkingCopiesTest, NothingLeftBesideALiveDatabaseIsReplayedAndNoDamagedCo
   MakeKilled(live_.user, "newer");
   WriteFile(copies_.user, std::string(4096, 'x'));
   WriteFile(copies_.user + "-wal", "log");
-  EXPECT_EQ(PreparePlacement(paths_), -1);
+  EXPECT_EQ(PreparePlacement(paths_, file_systems_), -1);
   EXPECT_EQ(sink_.Texts(),
             std::vector{"cannot fold database " + copies_.user + ": file is not a database (26)\n"});
   sink_.Clear();
   EXPECT_EQ(RemoveDatabaseFiles(copies_.user), 0);
   for (const std::string& copy : {copies_.user, copies_.client}) MakeKilled(copy, "upgraded");
-  ASSERT_EQ(PreparePlacement(paths_), 0);
-  EXPECT_TRUE(fs::exists(paths_.placing_mark) && !fs::exists(live_.client + "-wal"));
+  ASSERT_EQ(PreparePlacement(paths_, file_systems_), 0);
+  EXPECT_TRUE(!fs::exists(live_.client + "-wal"));
   fs::copy_file(live_.user, folder_ / "user-before");
   EXPECT_EQ(tests::Query(folder_ / "user-before", "SELECT v FROM t"),
             "newer ");  // whole in its file, and not replaced yet
   EXPECT_TRUE(sink_.lines().empty());
-  PlaceWorkingCopies(paths_);
+  PlaceWorkingCopies(paths_, file_systems_);
   EXPECT_EQ(Files(folder_ / "@stratofolder").size(), 2U) << "companions or copies are left";
   EXPECT_EQ(tests::Query(live_.user, "SELECT v FROM t") + tests::Query(live_.client, "SELECT v FROM t"),
             "upgraded upgraded ");
+}
+
+TEST_F(WorkingCopiesTest, TheSpaceForEverythingThatIsCopiedIsNamed) {
+  for (const std::string& path :
+       {live_.user, live_.user + "-wal", live_.ViewDatabase("7"), live_.file_folder + "/a/b"}) {
+    WriteFile(path, std::string(100, 'x'));
+  }
+  WriteFile(live_.view_folder + "/7/other", std::string(100, 'x'));
+  LogFreeSpace(paths_);
+  EXPECT_THAT(sink_.Texts(),
+              ElementsAre(::testing::MatchesRegex("the upgrade needs about 1050 bytes on the volume, "
+                                                  "[1-9][0-9]* are free\n")));
+}
+
+// A placement that was stopped after its first move, and what happened then.
+TEST_F(WorkingCopiesTest, AStoppedPlacementIsFinishedButForWhatWasChangedSince) {
+  const std::string file = "/uuid/file-db.sqlite";
+  const std::string new_name = copies_.view_folder + "/7/view-db.sqlite";
+  const std::tuple<bool, std::string, const char*, const char*> cases[] = {
+      {true, "", "new new new new",
+       "finished what a former run was putting in place: 3 of 4 parts were left\n"},
+      {true, live_.data, "new lat new new", "data is left"},
+      {true, live_.data + "-wal", "new old new new", "data is left"},
+      {true, copies_.data, "new old new new", "data is left"},
+      {true, live_.file_folder + file, "new new new lat", "file is left"},
+      {true, live_.file_folder + file + "-wal", "new new new old", "file is left"},
+      {false, "", "new new new new",
+       "finished what a former run was putting in place: 4 of 4 parts were left\n"},
+      {false, live_.view_folder + "/7/view-db.sqlite", "old old lat old", "set aside"},
+      {false, paths_.intent, "old old old old", "set aside"}};
+  for (const auto& [moved, changed, expected, line] : cases) {
+    fs::remove_all(live_.sync_folder);
+    const std::vector<std::string> live = {live_.user, live_.data, live_.ViewDatabase("7"),
+                                           live_.file_folder + file};
+    for (const std::string& path : live) WriteFile(path, "old");
+    for (const std::string& path : {copies_.user, copies_.data, new_name, copies_.file_folder + file}) {
+      WriteFile(path, "new");
+    }
+    sink_.Clear();
+    file_systems_.Open(paths_);
+    ASSERT_EQ(PreparePlacement(paths_, file_systems_), 0) << ::testing::PrintToString(sink_.Texts());
+    if (moved) fs::rename(copies_.user, live_.user);
+    if (!changed.empty()) WriteFile(changed, "lat");
+    EXPECT_EQ(FinishFormerPlacement(paths_), 0);
+    std::string found;
+    for (const std::string& path : live) found += (found.empty() ? "" : " ") + tests::ReadFile(path);
+    EXPECT_EQ(found, expected) << changed;
+    const bool is_aside = line == std::string("set aside");
+    EXPECT_EQ(fs::exists(paths_.intent + ".set-aside"), is_aside) << changed;
+    EXPECT_FALSE(fs::exists(paths_.intent)) << changed;
+    if (std::string(line).starts_with("finished")) {
+      EXPECT_EQ(sink_.Texts(), std::vector{std::string(line)});
+    } else if (!is_aside) {
+      EXPECT_EQ(sink_.Texts().front(),
+                (changed.starts_with(live_.file_folder) ? live_.file_folder : live_.data) +
+                    " was changed after a run was stopped that replaced it, and is left as it is\n");
+    }
+  }
+}
+
+// An intent acts as it was written, or not at all.
+TEST(PlacementIntent, IsReadBackAndRefusedWhenAnyByteDiffers) {
+  const Intent intent = {{"data", {1, 2, 3}, {4, 5, -6}}, {ViewPart("a /%\n\xff"), {}, {7, 8, 9}}};
+  Intent valid = intent;
+  valid[1].part = ViewPart("a %\n\xff");
+  const std::string text = FormatIntent(valid);
+  EXPECT_EQ(ParseIntent(text), valid);
+  EXPECT_FALSE(ParseIntent(FormatIntent(intent))) << "leads out of the view folder";
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    std::string damaged = text;
+    damaged[i] = static_cast<char>(damaged[i] ^ 1);
+    EXPECT_FALSE(ParseIntent(damaged) || ParseIntent(text.substr(0, i))) << i;
+  }
 }
 
 }  // namespace

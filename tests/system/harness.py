@@ -72,6 +72,8 @@ def system_log():
         while datagram := log.recv(1 << 20).decode():
             priority, text = re.fullmatch(r"<(\d+)>.{15} [^:]*: (.*)", datagram, re.S).groups()
             level = re.match(r"\[(\w+)\]|", text)[1]
+            if text.startswith("the upgrade needs about "):
+                continue  # the numbers differ with the file system
             lines.append(comparable(text) if int(priority) == USER_LOG | PRIORITIES.get(level, ERROR) else datagram)
     lines, thread = [], threading.Thread(target=listen)
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
@@ -161,7 +163,7 @@ class Volume(Package):
         namespace.mount("-o", "loop", self.image.name, self.path)
 
     def remove(self):
-        subprocess.run(["umount", self.path], check=True)
+        subprocess.run(["umount", "-R", self.path], check=True)
         os.rmdir(self.path)
         self.image.close()
 

@@ -2,8 +2,10 @@
 
 import os
 import re
+import subprocess
 
 from harness import ENABLED, LAST, MARK, NO_OVERRIDE, STATUS_FILE, Run, SystemTest, change, read, text_of, write
+from namespace import mount
 
 NO_VERSION, NEWER = "Updater Cannot get database version", "exist db is newer than package"
 UNREADABLE = "cannot read the version of database "
@@ -122,6 +124,31 @@ class Content(RefusalTest):
                                  ["[ERROR] file-op(N): FSCopyTree: {sync}/file: Permission denied (13)\n",
                                   "cannot backup file from {sync}/file to {sync}/file.bak."]),
         })
+
+    def test_parts_that_cannot_be_replaced(self):
+        def mounted(name, *options):
+            def prepare(volume):
+                path = volume.sync + name
+                os.rename(path, volume.path + "/elsewhere")
+                (os.mkdir if os.path.isdir(volume.path + "/elsewhere") else write)(path)
+                mount("--bind", *options, volume.path + "/elsewhere", path)
+            return prepare
+
+        def fixed(flag, name):
+            return lambda v: subprocess.run(["chattr", flag, v.sync + name], check=True)
+
+        view = "/view/5/view-db.sqlite"
+        busy, cross, no = "Device or resource busy (16)", "Invalid cross-device link (18)", "Operation not permitted (1)"
+        self.refuse_each({name: (LAST, prepare, ["cannot replace {sync}" + f"{target}: {why}\n"])
+                          for name, prepare, target, why in (
+            ("file folder mounted", mounted("/file"), "/file", busy),
+            ("volume mounted", lambda v: mounted(f"/file/{v.uuid}")(v), "/file", busy),
+            ("database mounted", mounted(view), view, busy),
+            ("view mounted", mounted("/view/5"), view, cross),
+            ("database immutable", fixed("+i", "/user-db.sqlite"), "/user-db.sqlite", no),
+            ("view append-only", fixed("+a", view), view, no),
+            ("view folder immutable", fixed("+i", "/view/5"), view, no),
+            ("file in volume immutable", lambda v: fixed("+i", f"/file/{v.uuid}/file-db.sqlite")(v), "/file", no))})
 
 
 class Chain(RefusalTest):

@@ -1,0 +1,13 @@
+// What an upgrade takes on the volume.
+#pragma once
+
+#include "package/layout.h"
+
+namespace updater {
+
+// Logs one line with about how many bytes an upgrade needs beside the live databases and how many are free,
+// so that whoever finds an upgrade failed on a full disk knows how much to make free. It changes no outcome:
+// the copies may share their blocks with the live databases, and a quota may leave less.
+void LogFreeSpace(const package::VolumePaths& paths);
+
+}  // namespace updater

@@ -1,0 +1,106 @@
+#include "updater/intent_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "base/errno.h"
+#include "base/path.h"
+#include "base/read_text_file.h"
+#include "base/retry.h"
+#include "base/write_all.h"
+#include "file-op/file_op.h"
+#include "logger/log_sink.h"
+
+namespace updater {
+namespace {
+
+using file_op::Folder;
+using package::VolumePaths;
+
+base::Errno ErrnoOf(int result) { return result < 0 ? base::Errno::Last() : base::Errno(); }
+
+base::Errno Flush(int fd) {
+  return ErrnoOf(base::RetryInterrupted([&] { return fsync(fd); }));
+}
+
+base::Errno WriteNewFile(const Folder& folder, const std::string& name, const std::string& text) {
+  if (text.size() > static_cast<std::size_t>(base::kMaxTextFileSize)) return base::Errno(EFBIG);
+  // A killed run may have left one.
+  if (file_op::RemoveTree(folder.In(name)) < 0) return base::Errno::Last();
+  const base::FileDescriptor file(base::RetryInterrupted([&] {
+    return openat(folder.fd(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  S_IRUSR | S_IWUSR);
+  }));
+  if (!file.is_open()) return base::Errno::Last();
+  const base::Errno error = base::WriteAll(file.get(), text);
+  return error.ok() ? Flush(file.get()) : error;
+}
+
+base::Errno WriteText(const VolumePaths& paths, const std::string& text) {
+  Folder folder;
+  if (folder.Open(file_op::At(paths.live.sync_folder), 0) < 0) return base::Errno::Last();
+  const std::string name = base::NameOf(paths.intent);
+  const std::string new_name = name + ".new";
+  base::Errno error = WriteNewFile(folder, new_name, text);
+  if (error.ok()) {
+    error = ErrnoOf(renameat(folder.fd(), new_name.c_str(), folder.fd(), name.c_str()));
+    if (error.ok()) error = Flush(folder.fd());
+    // Nothing was moved yet, so nothing has to be finished.
+    if (!error.ok()) (void)unlinkat(folder.fd(), name.c_str(), 0);
+  }
+  if (!error.ok()) (void)unlinkat(folder.fd(), new_name.c_str(), 0);  // the next run removes what stays
+  return error;
+}
+
+// What a path that is not this program's file leads to, as opposed to a disk that does not answer.
+bool IsNoIntent(base::Errno error) {
+  constexpr std::array kReasons = {ELOOP, EISDIR, EINVAL, ENXIO, EFBIG};
+  return std::find(kReasons.begin(), kReasons.end(), error.number()) != kReasons.end();
+}
+
+}  // namespace
+
+bool WriteIntent(const VolumePaths& paths, const Intent& intent) {
+  const base::Errno error = WriteText(paths, FormatIntent(intent));
+  return logger::CheckOrLog(error, "cannot write %s: %s (%d)\n", paths.intent, error.Text(), error.number());
+}
+
+bool ReadIntent(const VolumePaths& paths, IntentFound& found, Intent& intent) {
+  base::FileDescriptor file;
+  struct stat status {};
+  std::string text;
+  base::Errno error = base::OpenRegularFile(paths.intent, O_NOFOLLOW, file, status);
+  if (error.number() == ENOENT) {
+    found = IntentFound::kNone;
+    return true;
+  }
+  if (error.ok()) error = base::ReadAll(file.get(), text);
+  if (!error.ok() && !IsNoIntent(error)) {
+    return logger::CheckOrLog(error, "cannot read %s: %s (%d)\n", paths.intent, error.Text(), error.number());
+  }
+  std::optional<Intent> parsed = error.ok() ? ParseIntent(text) : std::nullopt;
+  found = parsed ? IntentFound::kValid : IntentFound::kUnusable;
+  if (parsed) intent = *std::move(parsed);
+  return true;
+}
+
+void RemoveIntent(const VolumePaths& paths) {
+  if (unlink(paths.intent.c_str()) == 0) (void)file_op::FSSyncFolder(paths.live.sync_folder);
+}
+
+void SetIntentAside(const VolumePaths& paths) {
+  const std::string target = paths.intent + ".set-aside";
+  const bool moved =
+      file_op::FSRemoveTree(target, 0) == 0 && std::rename(paths.intent.c_str(), target.c_str()) == 0;
+  logger::SystemLog("%s is damaged or belongs to other databases and is %s\n", paths.intent,
+                    moved ? "set aside as " + target : "not looked at");
+}
+
+}  // namespace updater

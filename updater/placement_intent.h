@@ -1,0 +1,47 @@
+// What a run is about to put in place, written to the disk before the first move.
+//
+// The moves of a placement are not one action: a run can be killed between two of them. Once the intent is on
+// the disk, all of them will be made, by this run or by the next one. It names parts of the package, not
+// paths: the folder that it lies in belongs to the service, so whoever writes it there must not be able to
+// make root move anything else.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace updater {
+
+// Tells whether a file or folder is still the one that was meant, and whether somebody has written to it
+// since.
+struct FileIdentity {
+  std::uint64_t inode = 0;       // 0: there is nothing
+  std::int64_t size = 0;         // of a folder: the number of files in its tree
+  std::int64_t modified_ns = 0;  // of a folder: a digest of the identities of these files
+
+  [[nodiscard]] bool exists() const { return inode != 0; }
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+
+struct IntentItem {
+  std::string part;   // "user", "data", "log", "client", "view", "view/<name>" or "file"
+  FileIdentity copy;  // nothing: the live database of a view goes
+  FileIdentity live;  // what is replaced
+
+  // Whether the item is the database of one view.
+  [[nodiscard]] bool is_view() const;
+  friend bool operator==(const IntentItem&, const IntentItem&) = default;
+};
+using Intent = std::vector<IntentItem>;
+
+// The part that is the database of one view.
+[[nodiscard]] std::string ViewPart(const std::string& view);
+
+// The intent as text, with its version and a checksum; and back. Nothing for a text that is damaged, of
+// another version, or names what is no part.
+[[nodiscard]] std::string FormatIntent(const Intent& intent);
+[[nodiscard]] std::optional<Intent> ParseIntent(std::string_view text);
+
+}  // namespace updater

@@ -1,0 +1,153 @@
+#include "updater/placement_items.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <vector>
+
+#include "base/fnv.h"
+#include "base/path.h"
+#include "db-util/database_files.h"
+#include "file-op/file_op.h"
+#include "file-op/tree_walk.h"
+#include "logger/log_sink.h"
+
+namespace updater {
+namespace {
+
+using file_op::Entry;
+using file_op::FolderCursor;
+using package::PackagePaths;
+using package::VolumePaths;
+
+FileIdentity IdentityOf(const struct stat& status) {
+  return {.inode = status.st_ino,
+          .size = status.st_size,
+          .modified_ns = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec};
+}
+
+bool IsCompanion(std::string_view name) {
+  return std::any_of(db_util::kCompanionSuffixes.begin(), db_util::kCompanionSuffixes.end(),
+                     [&](std::string_view suffix) { return name.ends_with(suffix); });
+}
+
+// The order of the files does not count. Neither do empty companions and the index of a log: whoever only
+// reads a database makes and changes them.
+class TreeDigest : public file_op::TraverseHandler {
+ public:
+  int OnEntry(const FolderCursor& folder, const Entry& entry) override {
+    if (entry.type == Entry::Type::kFolder || entry.name.ends_with("-shm")) return 0;
+    struct stat status {};
+    if (fstatat(folder.fd(), entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0) return -1;
+    if (status.st_size == 0 && IsCompanion(entry.name)) return 0;
+    const auto [inode, size, modified_ns] = IdentityOf(status);
+    sum_ +=
+        base::Fnv1a(std::to_string(inode) + ":" + std::to_string(size) + ":" + std::to_string(modified_ns));
+    ++count_;
+    return 0;
+  }
+  [[nodiscard]] FileIdentity Identity(std::uint64_t inode) const {
+    return {.inode = inode, .size = count_, .modified_ns = static_cast<std::int64_t>(sum_)};
+  }
+
+ private:
+  std::int64_t count_ = 0;
+  std::uint64_t sum_ = 0;
+};
+
+base::Errno IdentifyTree(const std::string& path, FileIdentity& identity) {
+  FolderCursor cursor;
+  TreeDigest digest;
+  if (cursor.OpenTop(file_op::At(path)) < 0 || WalkTree(cursor, digest) < 0) return base::Errno::Last();
+  identity = digest.Identity(identity.inode);
+  return {};
+}
+
+// Nothing at the path is success.
+bool Identify(const std::string& path, int flags, FileIdentity& identity) {
+  identity = {};
+  struct stat status {};
+  base::Errno error;
+  if (fstatat(AT_FDCWD, path.c_str(), &status, flags) < 0) {
+    if (errno != ENOENT) error = base::Errno::Last();
+  } else {
+    identity = IdentityOf(status);
+    if (S_ISDIR(status.st_mode)) error = IdentifyTree(path, identity);
+    if (S_ISLNK(status.st_mode)) error = base::Errno(ELOOP);
+  }
+  return logger::CheckOrLog(error, "cannot examine %s: %s (%d)\n", path, error.Text(), error.number());
+}
+
+// A link in the place of a copy is not this program's. A live database may be reached through one.
+bool IdentifyBoth(const ItemPaths& paths, FileIdentity& copy, FileIdentity& live) {
+  return Identify(paths.copy, AT_SYMLINK_NOFOLLOW, copy) && Identify(paths.live, 0, live);
+}
+
+// What was committed to a log is in no file that the identity tells of. The live databases had none when the
+// intent was written.
+bool HasLog(const std::string& database) {
+  struct stat status {};
+  return stat((database + "-wal").c_str(), &status) == 0 && status.st_size > 0;
+}
+
+}  // namespace
+
+ItemPaths PathsOf(const VolumePaths& paths, const IntentItem& item) {
+  using Member = std::string PackagePaths::*;
+  static constexpr std::array<std::pair<const char*, Member>, 6> kWholeParts = {
+      {{"user", &PackagePaths::user},
+       {"data", &PackagePaths::data},
+       {"log", &PackagePaths::log},
+       {"client", &PackagePaths::client},
+       {"view", &PackagePaths::view_folder},
+       {"file", &PackagePaths::file_folder}}};
+  for (const auto& [part, member] : kWholeParts) {
+    if (item.part == part) return {paths.copies.*member, paths.live.*member};
+  }
+  const std::string view = base::NameOf(item.part);
+  return {paths.copies.ViewDatabase(view), paths.live.ViewDatabase(view)};
+}
+
+bool ListItems(const VolumePaths& paths, Intent& intent) {
+  std::vector<std::string> parts = {"user", "data", "log", "client"};
+  std::vector<std::string> views;
+  const int has_copy = file_op::Find(file_op::At(paths.copies.view_folder));
+  const int listed = file_op::ListFolders(paths.live.view_folder, views);
+  const bool is_new = listed < 0 && errno == ENOENT;
+  if (!logger::CheckErrno(is_new ? has_copy : std::min(has_copy, listed), "cannot examine %s: %s (%d)\n",
+                          paths.live.view_folder)) {
+    return false;
+  }
+  if (has_copy == 0) views.clear();
+  if (has_copy == 1 && is_new) parts.emplace_back("view");
+  std::transform(views.begin(), views.end(), std::back_inserter(parts), ViewPart);
+  parts.emplace_back("file");
+  intent.clear();
+  return std::all_of(parts.begin(), parts.end(), [&](const std::string& part) {
+    IntentItem& item = intent.emplace_back(IntentItem{.part = part, .copy = {}, .live = {}});
+    return IdentifyBoth(PathsOf(paths, item), item.copy, item.live);
+  });
+}
+
+bool GetItemState(const VolumePaths& paths, const IntentItem& item, ItemState& state) {
+  const ItemPaths where = PathsOf(paths, item);
+  FileIdentity copy;
+  FileIdentity live;
+  if (!IdentifyBoth(where, copy, live)) return false;
+  const bool may_replace = !live.exists() || (live == item.live && !HasLog(where.live));
+  const bool is_done = item.copy.exists() ? live.inode == item.copy.inode : !item.is_view() || !live.exists();
+  const bool can_be_made = may_replace && copy == item.copy;
+  state = is_done ? ItemState::kDone : can_be_made ? ItemState::kPending : ItemState::kChanged;
+  return true;
+}
+
+bool IsSettled(const VolumePaths& paths, const Intent& intent) {
+  return std::all_of(intent.begin(), intent.end(), [&](const IntentItem& item) {
+    ItemState state{};
+    return GetItemState(paths, item, state) && state != ItemState::kPending;
+  });
+}
+
+}  // namespace updater

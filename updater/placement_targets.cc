@@ -1,0 +1,83 @@
+#include "updater/placement_targets.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <set>
+#include <utility>
+
+#include "base/errno.h"
+#include "base/path.h"
+#include "base/retry.h"
+#include "file-op/file_op.h"
+#include "file-op/tree_walk.h"
+#include "logger/log_sink.h"
+#include "updater/placement_items.h"
+
+namespace updater {
+namespace {
+
+using file_op::Entry;
+using file_op::Folder;
+using file_op::FolderCursor;
+
+constexpr const char* kProbe = ".upgrade-probe";
+
+class MovableTree : public file_op::TraverseHandler {
+ public:
+  int OnEntry(const FolderCursor& folder, const Entry& entry) override {
+    return CheckMovable(folder.here().In(entry.name));
+  }
+};
+
+// What keeps the file or folder itself from being replaced and then removed.
+base::Errno CheckTarget(const std::string& target, bool is_folder) {
+  FolderCursor cursor;
+  MovableTree handler;
+  const bool movable =
+      CheckMovable(file_op::At(target)) == 0 &&
+      (!is_folder || (cursor.OpenTop(file_op::At(target)) == 0 && WalkTree(cursor, handler) == 0));
+  return movable ? base::Errno() : base::Errno::Last();
+}
+
+// Renames a new file from one folder to the other.
+base::Errno TryRename(const std::string& from, const std::string& to) {
+  Folder source;
+  Folder target;
+  if (source.Open(file_op::At(from), 0) < 0 || target.Open(file_op::At(to), 0) < 0) {
+    return base::Errno::Last();
+  }
+  // A killed run may have left one.
+  (void)unlinkat(source.fd(), kProbe, 0);
+  (void)unlinkat(target.fd(), kProbe, 0);
+  const base::FileDescriptor made(base::RetryInterrupted([&] {
+    return openat(source.fd(), kProbe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  S_IRUSR | S_IWUSR);
+  }));
+  base::Errno error;
+  if (!made.is_open() || renameat(source.fd(), kProbe, target.fd(), kProbe) < 0) error = base::Errno::Last();
+  (void)unlinkat(source.fd(), kProbe, 0);
+  (void)unlinkat(target.fd(), kProbe, 0);
+  return error;
+}
+
+}  // namespace
+
+bool CanReplaceTargets(const package::VolumePaths& paths, const Intent& intent) {
+  std::set<std::pair<std::string, std::string>> tried;
+  for (const IntentItem& item : intent) {
+    const bool is_removal = item.is_view() && !item.copy.exists();
+    if (!item.copy.exists() && !is_removal) continue;  // this part stays as it is
+    const auto [copy, live] = PathsOf(paths, item);
+    base::Errno error = CheckTarget(live, item.part == "file" && item.live.exists());
+    const auto folders = std::pair(base::FolderOf(is_removal ? live : copy), base::FolderOf(live));
+    if (error.ok() && tried.insert(folders).second) error = TryRename(folders.first, folders.second);
+    if (!logger::CheckOrLog(error, "cannot replace %s: %s (%d)\n", live, error.Text(), error.number())) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace updater
