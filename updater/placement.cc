@@ -103,13 +103,19 @@ bool GetProgress(const VolumePaths& paths, const Intent& intent, Progress& progr
   });
 }
 
+// One that cannot be placed does not keep the others back.
+bool PlaceItems(const VolumePaths& paths, const std::vector<IntentItem>& items) {
+  bool placed = true;
+  for (const IntentItem& item : items) placed = PlaceItem(paths, item) == 0 && placed;
+  return placed;
+}
+
 bool Finish(const VolumePaths& paths, const Progress& progress) {
   for (const IntentItem& item : progress.changed) {
     logger::SystemLog("%s was changed after a run was stopped that replaced it, and is left as it is\n",
                       PathsOf(paths, item).live);
   }
-  bool placed = true;
-  for (const IntentItem& item : progress.pending) placed = PlaceItem(paths, item) == 0 && placed;
+  const bool placed = PlaceItems(paths, progress.pending);
   const std::size_t all = progress.pending.size() + progress.moved + progress.changed.size();
   if (!placed) {
     logger::SystemLog("cannot finish what a former run was putting in place\n");
@@ -140,10 +146,16 @@ void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_system
   (void)RestoreFileFolder(copies.file_folder, live.file_folder);
   Intent intent;
   IntentFound found{};
-  if (file_systems.Flush() && ReadIntent(paths, found, intent) && found == IntentFound::kValid &&
-      IsSettled(paths, intent)) {
-    RemoveIntent(paths);
+  Progress progress;
+  if (!ReadIntent(paths, found, intent) || found != IntentFound::kValid ||
+      !GetProgress(paths, intent, progress)) {
+    return;
   }
+  // A move that has failed is tried once more: the check after this writes to what is live, and a later run
+  // would take that for somebody else's.
+  if (!PlaceItems(paths, progress.pending)) return;
+  (void)file_op::FSRemoveTree(copies.view_folder, 0);  // what no view has taken; the next run removes what stays
+  if (file_systems.Flush()) RemoveIntent(paths);
 }
 
 int FinishFormerPlacement(const VolumePaths& paths) {

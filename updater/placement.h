@@ -22,9 +22,9 @@ namespace updater {
 [[nodiscard]] int PreparePlacement(const package::VolumePaths& paths, const FileSystems& file_systems);
 
 // Moves every working copy over its live database or folder, and brings that to the disk. A part that has no
-// working copy is skipped, a part that cannot be moved does not keep the others back. No companion file of a
-// moved database is left. The intent stays if anything in it is left to be done, or may not be on the disk.
-// To be called after PreparePlacement succeeded.
+// working copy is skipped; a part that cannot be moved does not keep the others back and is tried once more
+// at the end. No companion file of a moved database is left. The intent stays if anything in it is left to be
+// done, or may not be on the disk. To be called after PreparePlacement succeeded.
 void PlaceWorkingCopies(const package::VolumePaths& paths, const FileSystems& file_systems);
 
 // Finishes the intent of a former run that was stopped in between, and logs a line about it. A part that

@@ -143,11 +143,4 @@ bool GetItemState(const VolumePaths& paths, const IntentItem& item, ItemState& s
   return true;
 }
 
-bool IsSettled(const VolumePaths& paths, const Intent& intent) {
-  return std::all_of(intent.begin(), intent.end(), [&](const IntentItem& item) {
-    ItemState state{};
-    return GetItemState(paths, item, state) && state != ItemState::kPending;
-  });
-}
-
 }  // namespace updater

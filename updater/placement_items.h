@@ -30,7 +30,4 @@ enum class ItemState {
 // How far an item is. Returns false after the line of ListItems.
 [[nodiscard]] bool GetItemState(const package::VolumePaths& paths, const IntentItem& item, ItemState& state);
 
-// Whether nothing of the intent can still be made. Returns false also after the line of ListItems.
-[[nodiscard]] bool IsSettled(const package::VolumePaths& paths, const Intent& intent);
-
 }  // namespace updater

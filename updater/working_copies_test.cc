@@ -160,6 +160,8 @@ TEST_F(WorkingCopiesTest, AStoppedPlacementIsFinishedButForWhatWasChangedSince) 
   const std::tuple<bool, std::string, const char*, const char*> cases[] = {
       {true, "", "new new new new",
        "finished what a former run was putting in place: 3 of 4 parts were left\n"},
+      {true, live_.file_folder + file + "-shm", "new new new new",
+       "finished what a former run was putting in place: 3 of 4 parts were left\n"},
       {true, live_.data, "new lat new new", "data is left"},
       {true, live_.data + "-wal", "new old new new", "data is left"},
       {true, copies_.data, "new old new new", "data is left"},
