@@ -29,7 +29,13 @@ struct BtrfsSuperblock {
 
 inline constexpr unsigned long long kBtrfsMagic = 0x4D5F53665248425FULL;  // "_BHRfS_M"
 
-// Every operation returns 0 on success and a negative value on failure, with its out argument unchanged.
+// "There is none" and "could not ask" are different answers here, too: the first lets the records of a volume be
+// removed.
+inline constexpr int kNoAnswer = -1;
+inline constexpr int kCouldNotAsk = -2;
+
+// Every operation returns 0 on success and a negative value on failure, with its out argument unchanged:
+// kCouldNotAsk when it is known that asking again may give another answer, otherwise kNoAnswer.
 class Volumes : public base::Interface {
  public:
   // Negative when the path, links resolved, is not itself the mount point of a volume.

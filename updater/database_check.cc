@@ -80,9 +80,13 @@ bool DatabaseCheck::FindChangedVolumes(std::vector<std::string>& changed) {
   }
   for (const auto& [recorded, path] : volumes) {
     std::string present;
-    // A volume that is gone counts as changed.
-    const bool is_there = platform::sdk::GetVolumeUuid(platform_.volumes, path, present) >= 0;
-    if (is_there && present == recorded) continue;
+    // A volume that is gone counts as changed; one that only could not be asked must not lose its records.
+    const int result = platform::sdk::GetVolumeUuid(platform_.volumes, path, present);
+    if (!CheckOrLog(result != platform::kCouldNotAsk, "cannot tell the uuid of %s, no volume is removed\n",
+                    path)) {
+      return false;
+    }
+    if (result >= 0 && present == recorded) continue;
     logger::SystemLog("uuid changed for %s (%s -> %s)!", path, recorded, present);
     changed.push_back(recorded);
   }

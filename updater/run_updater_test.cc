@@ -132,8 +132,13 @@ TEST_F(RunUpdaterTest, AFailedUserCheckClosesTheDatabasesAndAMissingViewLeavesTh
   EXPECT_LT(user_mgr::UserManager::EnumAllUser(users), 0) << "closed";
   fake_.accounts.failing.clear();
 
-  fake_.volumes.failing_calls = {"/gone"};
   tests::RunSql(run_.live.data, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '/gone');");
+  for (const char* call : {"GetShareBinPath", "GetFileSystemType", "GetExtUuid"}) {
+    fake_.volumes.failing_calls = {call};
+    EXPECT_EQ(Check(), -1);
+    EXPECT_EQ(sink_.Count("Delete uuid a from Stratofolder DB\n"), 0) << call;
+  }
+  fake_.volumes.failing_calls = {"/gone"};
   fs::remove(run_.live.view_folder + "/17/view-db.sqlite");
   EXPECT_EQ(Check(), -1);
   std::map<std::string, std::string> volumes;

@@ -38,6 +38,11 @@ base::FileDescriptor Open(const std::string& path, int flags) {
       base::RetryBusy([&] { return ::open(path.c_str(), flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
 }
 
+// What says that a path leads nowhere, as opposed to a machine that cannot tell.
+bool IsAbsence(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
+
 // Each mount of btrfs has a number of its own, which is that of no device and has the major number 0.
 bool HasDeviceNumber(const Mount& mount) { return major(mount.device_number) != 0; }
 
@@ -113,10 +118,11 @@ std::optional<std::string> AskExtUuid(const std::string& mount_point) {
 int HostVolumes::FindMount(const std::string& path, Mount& mount, bool* is_mount_point) const {
   // The path is resolved before the table is read, because resolving it may mount the volume.
   const std::optional<std::string> resolved = RealPath(path);
+  if (!resolved) return IsAbsence(errno) ? kNoAnswer : kCouldNotAsk;
   std::vector<Mount> mounts;
-  if (!resolved || ReadMountInfo(mount_info_, mounts) != 0) return -1;
+  if (ReadMountInfo(mount_info_, mounts) != 0) return kCouldNotAsk;
   const Mount* found = FindMountOf(mounts, *resolved);
-  if (found == nullptr) return -1;
+  if (found == nullptr) return kNoAnswer;
   if (is_mount_point != nullptr) *is_mount_point = found->mount_point == *resolved;
   mount = *found;
   return 0;
@@ -125,14 +131,14 @@ int HostVolumes::FindMount(const std::string& path, Mount& mount, bool* is_mount
 int HostVolumes::PLATMountVolInfoGet(const std::string& path, VolumeInfo& info) {
   Mount mount;
   bool is_mount_point = false;
-  if (FindMount(path, mount, &is_mount_point) != 0 || !is_mount_point) return -1;
+  if (FindMount(path, mount, &is_mount_point) != 0 || !is_mount_point) return kNoAnswer;
   info = {mount.mount_point, mount.source, mount.file_system};
   return 0;
 }
 
 int HostVolumes::GetShareBinPath(const std::string& path, std::string& bin_path) {
   Mount mount;
-  if (FindMount(path, mount) != 0) return -1;
+  if (const int result = FindMount(path, mount); result != 0) return result;
   bin_path = mount.mount_point;
   return 0;
 }
@@ -147,7 +153,7 @@ int HostVolumes::GetFileSystemType(const std::string& path, FileSystemType& type
                                                   {"ecryptfs", FileSystemType::kEcryptfs},
                                                   {"ext3", FileSystemType::kExt3}}};
   Mount mount;
-  if (FindMount(path, mount) != 0) return -1;
+  if (const int result = FindMount(path, mount); result != 0) return result;
   const auto* known = std::find_if(kNames.begin(), kNames.end(),
                                    [&](const Name& name) { return mount.file_system == name.name; });
   type = known == kNames.end() ? FileSystemType::kOther : known->type;
@@ -156,12 +162,13 @@ int HostVolumes::GetFileSystemType(const std::string& path, FileSystemType& type
 
 int HostVolumes::GetBtrfsUuid(const std::string& path, FileSystemUuid& uuid) {
   Mount mount;
-  if (FindMount(path, mount) != 0 || mount.file_system != "btrfs") return -1;
+  if (const int result = FindMount(path, mount); result != 0) return result;
+  if (mount.file_system != "btrfs") return kNoAnswer;
   const base::FileDescriptor folder = Open(mount.mount_point, 0);
   btrfs_ioctl_fs_info_args info{};
   if (!folder.is_open() ||
       base::RetryBusy([&] { return ::ioctl(folder.get(), BTRFS_IOC_FS_INFO, &info); }) != 0) {
-    return -1;
+    return kCouldNotAsk;
   }
   static_assert(sizeof(info.fsid) == std::tuple_size_v<FileSystemUuid>);
   std::copy_n(std::begin(info.fsid), uuid.size(), uuid.begin());
@@ -170,13 +177,13 @@ int HostVolumes::GetBtrfsUuid(const std::string& path, FileSystemUuid& uuid) {
 
 int HostVolumes::ReadBtrfsSuperblock(const std::string& path, BtrfsSuperblock& superblock) {
   Mount mount;
-  if (FindMount(path, mount) != 0 || mount.file_system != "btrfs") return -1;
+  if (FindMount(path, mount) != 0 || mount.file_system != "btrfs") return kNoAnswer;
   const base::FileDescriptor device = OpenDevice(mount);
-  if (!device.is_open()) return -1;
+  if (!device.is_open()) return kNoAnswer;
   std::array<std::uint8_t, kBtrfsHeadSize> head{};
   const ssize_t length =
       base::RetryBusy([&] { return ::pread(device.get(), head.data(), head.size(), kBtrfsSuperblock); });
-  if (length != static_cast<ssize_t>(head.size())) return -1;
+  if (length != static_cast<ssize_t>(head.size())) return kNoAnswer;
   std::memcpy(&superblock.magic, &head[kBtrfsMagicOffset], sizeof(superblock.magic));
   std::copy_n(&head[kBtrfsFsidOffset], superblock.fsid.size(), superblock.fsid.begin());
   return 0;
@@ -184,13 +191,14 @@ int HostVolumes::ReadBtrfsSuperblock(const std::string& path, BtrfsSuperblock& s
 
 int HostVolumes::GetExtUuid(const std::string& path, std::string& uuid) {
   Mount mount;
-  if (FindMount(path, mount) != 0 || !mount.file_system.starts_with("ext")) return -1;
+  if (const int result = FindMount(path, mount); result != 0) return result;
+  if (!mount.file_system.starts_with("ext")) return kNoAnswer;
   std::optional<std::string> found;
   if (const base::FileDescriptor device = OpenDevice(mount); device.is_open()) {
     found = ProbeExtUuid(device.get());
   }
   if (!found) found = AskExtUuid(mount.mount_point);
-  if (!found) return -1;
+  if (!found) return kCouldNotAsk;
   uuid = *found;
   return 0;
 }

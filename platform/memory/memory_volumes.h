@@ -59,9 +59,9 @@ class MemoryVolumes : public Volumes {
   }
 
  protected:
-  // Whether an operation fails although there is an answer.
-  [[nodiscard]] virtual bool Fails(const std::string& /*operation*/, const std::string& /*path*/) const {
-    return false;
+  // The result of an operation that fails although there is an answer, or 0.
+  [[nodiscard]] virtual int Failure(const std::string& /*operation*/, const std::string& /*path*/) const {
+    return 0;
   }
 
  private:
@@ -75,9 +75,9 @@ class MemoryVolumes : public Volumes {
   template <typename Value>
   [[nodiscard]] int Answer(bool has_answer, const char* operation, const std::string& path,
                            const Value& value, Value& result) const {
-    if (!has_answer || Fails(operation, path)) return -1;
-    result = value;
-    return 0;
+    const int failure = has_answer ? Failure(operation, path) : kNoAnswer;
+    if (failure == 0) result = value;
+    return failure;
   }
 };
 

@@ -23,7 +23,7 @@ int AskBtrfsUuid(Volumes& volumes, const std::string& path, std::string& uuid) {
   FileSystemUuid bytes{};
   const int result = volumes.GetBtrfsUuid(path, bytes);
   if (result >= 0) uuid = PrintUuid(bytes);
-  return result < 0 ? -1 : 0;
+  return std::min(result, 0);
 }
 
 }  // namespace
@@ -38,14 +38,14 @@ std::string BtrfsUuidToOldForm(const FileSystemUuid& uuid) {
 
 int GetVolumeUuid(Volumes& volumes, const std::string& path, std::string& uuid) {
   std::string bin_path;
-  if (volumes.GetShareBinPath(path, bin_path) < 0) {
+  if (const int result = volumes.GetShareBinPath(path, bin_path); result < 0) {
     logger::ComponentError(kSdk, "Failed to get sharebin path of '%s'\n", path);
-    return -1;
+    return result;
   }
   FileSystemType type = FileSystemType::kOther;
-  if (volumes.GetFileSystemType(bin_path, type) < 0) {
+  if (const int result = volumes.GetFileSystemType(bin_path, type); result < 0) {
     logger::ComponentError(kSdk, "Failed to get file system property from '%s'\n", bin_path);
-    return -1;
+    return result;
   }
   const std::lock_guard<std::mutex> lock(ProcessLock());
   switch (type) {
@@ -53,13 +53,13 @@ int GetVolumeUuid(Volumes& volumes, const std::string& path, std::string& uuid) 
       return AskBtrfsUuid(volumes, bin_path, uuid);
     case FileSystemType::kExt4:
     case FileSystemType::kExt3:
-      return volumes.GetExtUuid(bin_path, uuid) < 0 ? -1 : 0;
+      return std::min(volumes.GetExtUuid(bin_path, uuid), 0);
     case FileSystemType::kEcryptfs:
     case FileSystemType::kOther:
       break;
   }
   logger::ComponentError(kSdk, "Unknow file system type: %d ('%s')\n", static_cast<int>(type), bin_path);
-  return -1;
+  return kNoAnswer;
 }
 
 int GetNewBtrfsUuid(Volumes& volumes, const std::string& path, std::string& uuid) {

@@ -4,7 +4,7 @@
 // old form reads the first three groups as little-endian integers of 32, 16 and 16 bits. Databases below
 // version 4000 may hold the old form.
 //
-// Results are 0 or negative, with the out argument then unchanged. The operations that ask a volume take
+// Results are those of platform::Volumes, with the out argument unchanged on failure. The operations that ask a volume take
 // turns within the process.
 #pragma once
 

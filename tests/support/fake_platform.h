@@ -17,12 +17,13 @@ class FakeVolumes : public platform::memory::MemoryVolumes {
     own = {.uuid = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0",
            .btrfs_uuid = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
   }
-  // Operations ("GetBtrfsUuid"), and paths of which nothing can be asked.
+  // Operations ("GetBtrfsUuid") that could not ask, and paths that lead nowhere.
   std::set<std::string> failing_calls;
 
  private:
-  bool Fails(const std::string& operation, const std::string& path) const override {
-    return failing_calls.contains(operation) || failing_calls.contains(path);
+  int Failure(const std::string& operation, const std::string& path) const override {
+    if (failing_calls.contains(operation)) return platform::kCouldNotAsk;
+    return failing_calls.contains(path) ? platform::kNoAnswer : 0;
   }
 };
 
