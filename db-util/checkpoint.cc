@@ -38,13 +38,13 @@ Status RecoverAndCheckpoint(sqlite3* db, bool& busy) {
 
 }  // namespace
 
-int CheckpointDatabase(const std::string& path) {
+int CheckpointDatabase(const std::string& path, Links links) {
   struct stat file {};
-  const bool exists = stat(path.c_str(), &file) == 0;
+  const bool exists = lstat(path.c_str(), &file) == 0;
   if (!exists && errno != ENOENT) return LogFailure(path, "stat", base::Errno::Last());
   if (exists) {
     Database db;
-    Status status = OpenQuietly(path, db, OpenMode::kReadWrite);
+    Status status = OpenQuietly(path, db, OpenMode::kReadWrite, links);
     if (!status.ok()) return LogFailure(path, status);
     (void)sqlite3_busy_timeout(db.get(), kBusyTimeoutMs);  // cannot fail on an open connection
     bool busy = false;

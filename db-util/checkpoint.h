@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "db-util/database.h"
+
 namespace db_util {
 
 // Brings everything that the companions hold into the database file itself (recovers a rollback journal,
@@ -10,6 +12,6 @@ namespace db_util {
 // file that does not exist only loses its companions: they belong to a database that is gone. Returns 0; -1
 // when the database is damaged, locked or cannot be written, after logging "cannot fold database %s: %s
 // (%d)\n"; the companions then stay.
-[[nodiscard]] int CheckpointDatabase(const std::string& path);
+[[nodiscard]] int CheckpointDatabase(const std::string& path, Links links = Links::kTrusted);
 
 }  // namespace db_util

@@ -1,4 +1,6 @@
-// SQLite handles, and the operations that open a database.
+// SQLite handles, and the operations that open a database. Every connection is hardened (see hardening.h).
+//
+// ATTACH attaches files that are there, with Links::kTrusted; it makes none.
 #pragma once
 
 #include <sqlite3.h>
@@ -19,9 +21,14 @@ struct CloseDatabase {
 using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 
 enum class OpenMode {
-  kCreate,     // read and write, created when it does not exist
+  kCreate,     // read and write, created when it does not exist, but not where a link leads to
   kReadWrite,  // read and write, must exist
   kReadOnly,   // must exist
+};
+
+enum class Links {
+  kAny,      // the database may be a link, and have other names: where its owner has put it is his business
+  kTrusted,  // only links on the way to it that root made: for what this program has made itself
 };
 
 // How long a connection waits for another one's lock, in milliseconds.
@@ -30,10 +37,11 @@ inline constexpr int kBusyTimeoutMs = 300000;
 // Opens the database `path` into `out`. Returns 0, or -1 with `out` null: for an empty path without a
 // message, otherwise after logging "StratoFolder: Open database: %s failed (error code %d)\n" to the system
 // log. That the file is a database is not checked here: SQLite reads it with the first statement.
-[[nodiscard]] int OpenDatabase(const std::string& path, Database& out, OpenMode mode = OpenMode::kCreate);
+[[nodiscard]] int OpenDatabase(const std::string& path, Database& out, OpenMode mode = OpenMode::kCreate,
+                               Links links = Links::kAny);
 
 // The same without any message.
-Status OpenQuietly(const std::string& path, Database& out, OpenMode mode);
+Status OpenQuietly(const std::string& path, Database& out, OpenMode mode, Links links = Links::kAny);
 
 // Opens the file that is open as `file` and was made at `path`; whatever somebody has put there since is
 // refused with SQLITE_CANTOPEN. No message. `file` is to be closed before the first statement: closing it

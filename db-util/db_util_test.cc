@@ -34,14 +34,32 @@ TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   const base::FileDescriptor made(open(scratch.c_str(), O_RDWR | O_CREAT, 0600));
   EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_).code, SQLITE_OK);
   fs::remove(scratch);
-  fs::create_symlink(folder_ / "victim", scratch);
-  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_).code,
-            SQLITE_CANTOPEN);
-  fs::remove(scratch);
   folder_.Write("scratch/full", "");
   EXPECT_EQ(db_util::OpenScratchDatabase(scratch, db_), -1);
   EXPECT_EQ(db_util::OpenDatabase("", db_), -1) << "and tells nothing";
   EXPECT_EQ(sink_.Count("StratoFolder: Open database: " + scratch + " failed (error code 14)\n"), 1);
+}
+
+TEST_F(DbUtilTest, AttachesAndMakesNothingThatALinkOfAnotherUserOrAnotherNameLeadsTo) {
+  ASSERT_EQ(db_util::OpenScratchDatabase(folder_ / "scratch", db_), 0);
+  fs::create_directory_symlink(folder_.path(), folder_ / "way");
+  const bool is_strange = lchown((folder_ / "way").c_str(), 1234, 1234) == 0;  // only root can give it away
+  fs::create_symlink(folder_.Write("made", ""), folder_ / "link");
+  fs::create_symlink("none", folder_ / "dangling");
+  fs::create_hard_link(folder_.Write("outside", ""), folder_ / "hard");
+  ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);
+  for (const auto& [name, is_refused] : {std::pair("made", false),
+                                         {"way/made", is_strange},
+                                         {"link", true},
+                                         {"dangling", true},
+                                         {"hard", true},
+                                         {"fifo", true},
+                                         {"none", true}}) {
+    const std::string attach = "ATTACH '" + folder_ / name + "' AS a; PRAGMA a.user_version = 1; DETACH a;";
+    EXPECT_EQ(db_util::Execute(db_.get(), attach).code, is_refused ? SQLITE_CANTOPEN : SQLITE_OK) << name;
+  }
+  EXPECT_LT(db_util::OpenDatabase(folder_ / "dangling", db_), 0);
+  EXPECT_FALSE(fs::exists(folder_ / "none") || fs::file_size(folder_ / "outside") > 0);
 }
 
 // A journal without pages that names one more file, as a commit to several databases does.

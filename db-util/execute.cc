@@ -4,6 +4,7 @@
 #include <map>
 #include <string_view>
 
+#include "db-util/hardening.h"
 #include "db-util/query.h"
 
 namespace db_util {
@@ -59,6 +60,7 @@ int ExecuteFirst(sqlite3* db, const char*& rest) {
   if (code != SQLITE_OK) return code;
   rest = end;
   if (prepared == nullptr) return SQLITE_OK;  // blanks behind the last statement
+  const WorkLimit limit(db);
   while ((code = sqlite3_step(prepared)) == SQLITE_ROW) {
   }
   return code == SQLITE_DONE ? SQLITE_OK : code;

@@ -1,14 +1,18 @@
 #include "db-util/guarded_files.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <set>
+#include <map>
 #include <string>
 #include <string_view>
 
+#include "base/path.h"
+#include "base/real_folder.h"
 #include "db-util/database_files.h"
 #include "logger/log_sink.h"
 
@@ -22,10 +26,22 @@ sqlite3_vfs* System() {
   return system;
 }
 
-// One entry for every database of the run.
-std::set<std::string, std::less<>>& OpenedDatabases() {
-  static std::set<std::string, std::less<>> opened;
+struct OpenedDatabase {
+  bool may_have_other_names = false;
+  dev_t device = 0;
+  ino_t inode = 0;
+};
+
+// One entry for every database of the run, by its full path.
+std::map<std::string, OpenedDatabase, std::less<>>& OpenedDatabases() {
+  static std::map<std::string, OpenedDatabase, std::less<>> opened;
   return opened;
+}
+
+template <typename Call>
+bool Replace(const char* name, Call* call) {
+  const auto pointer = reinterpret_cast<sqlite3_syscall_ptr>(call);
+  return System()->iVersion >= 3 && System()->xSetSystemCall(System(), name, pointer) == SQLITE_OK;
 }
 
 bool IsCompanion(std::string_view name) {
@@ -43,29 +59,68 @@ bool IsSuperJournal(std::string_view name) {
   return end.starts_with(kMark) && end.find_first_not_of("0123456789ABCDEF", kMark.size()) == end.npos;
 }
 
-bool IsPlanted(const std::string& path) {
-  struct stat status {};
-  if (lstat(path.c_str(), &status) < 0) return errno != ENOENT;
-  return !S_ISREG(status.st_mode) || status.st_nlink > 1;
+bool IsGuarded(std::string_view name) {
+  return OpenedDatabases().contains(name) || IsCompanion(name) || IsSuperJournal(name);
 }
 
-// SQLite opens the index of a write-ahead log by itself.
-std::string IndexOf(const std::string& log) {
-  return log.substr(0, log.size() - kCompanionSuffixes[0].size()) + std::string(kCompanionSuffixes[1]);
+int RefuseToOpen(const char* path) {
+  logger::SystemLog("%s is not opened: no regular file, or one with other names\n", std::string(path));
+  errno = EISDIR;  // after any other error SQLite tries again to open it, for reading
+  return -1;
+}
+
+// In place of open(2), so that what SQLite uses is what was looked at. Opening must not wait for the other
+// end of a pipe.
+int OpenGuarded(const char* path, int flags, int mode) {
+  if (!IsGuarded(path)) return open(path, flags, mode);
+  base::RealFolder real;
+  const base::Errno error = base::OpenRealFolder(path, real);
+  if (!error.ok() && error.number() != ELOOP) {
+    errno = error.number();
+    return -1;
+  }
+  if (!error.ok()) return RefuseToOpen(path);
+  const int file =
+      openat(real.folder.get(), base::NameOf(path).c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, mode);
+  if (file < 0) return errno == ELOOP || errno == ENXIO ? RefuseToOpen(path) : -1;
+  struct stat status {};
+  const auto database = OpenedDatabases().find(std::string_view(path));
+  const bool is_database = database != OpenedDatabases().end();
+  const bool may_have_other_names = is_database && database->second.may_have_other_names;
+  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+      (may_have_other_names || status.st_nlink <= 1)) {
+    if (is_database) database->second = {may_have_other_names, status.st_dev, status.st_ino};
+    return file;
+  }
+  (void)close(file);  // nothing was written
+  return RefuseToOpen(path);
+}
+
+// In place of unlink(2).
+int UnlinkGuarded(const char* path) {
+  if (!IsGuarded(path)) return unlink(path);
+  base::RealFolder real;
+  const base::Errno error = base::OpenRealFolder(path, real);
+  if (error.ok()) return unlinkat(real.folder.get(), base::NameOf(path).c_str(), 0);
+  errno = error.number();
+  return -1;
+}
+
+// The system's own follows every link.
+int FindFullPath(sqlite3_vfs* /*guarded*/, const char* name, int size, char* out) {
+  if (AnyLinks::AreAllowed()) return System()->xFullPathname(System(), name, size, out);
+  base::RealFolder real;
+  const base::Errno error = base::OpenRealFolder(name, real);
+  if (error.number() == ELOOP) (void)RefuseToOpen(name);
+  const std::string path = real.path + "/" + base::NameOf(name);
+  if (!error.ok() || path.size() >= static_cast<std::size_t>(size)) return SQLITE_CANTOPEN;
+  out[path.copy(out, path.size())] = '\0';
+  return SQLITE_OK;
 }
 
 int Open(sqlite3_vfs* /*guarded*/, sqlite3_filename name, sqlite3_file* file, int flags, int* opened) {
-  constexpr int kJournals = SQLITE_OPEN_MAIN_JOURNAL | SQLITE_OPEN_SUPER_JOURNAL | SQLITE_OPEN_WAL;
-  const bool has_name = name != nullptr;  // temporary files have none
-  if (has_name && (flags & SQLITE_OPEN_MAIN_DB) != 0) OpenedDatabases().emplace(name);
-  if (has_name && (flags & kJournals) != 0) {
-    const bool is_log = (flags & SQLITE_OPEN_WAL) != 0;
-    if (IsPlanted(name) || (is_log && IsPlanted(IndexOf(name)))) {
-      logger::SystemLog("%s%s is not opened: no regular file, or one with other names\n", std::string(name),
-                        std::string(is_log ? " with its index" : ""));
-      file->pMethods = nullptr;  // tells SQLite that there is nothing to close
-      return SQLITE_CANTOPEN;
-    }
+  if (name != nullptr && (flags & SQLITE_OPEN_MAIN_DB) != 0) {  // temporary files have none
+    OpenedDatabases()[name].may_have_other_names = AnyLinks::AreAllowed();
   }
   return System()->xOpen(System(), name, file, flags, opened);
 }
@@ -78,18 +133,27 @@ int Delete(sqlite3_vfs* /*guarded*/, const char* name, int flush_folder) {
 
 }  // namespace
 
+bool IsOpenedFile(const char* database, int file) {
+  struct stat status {};
+  const auto opened = OpenedDatabases().find(std::string_view(database));
+  return opened != OpenedDatabases().end() && fstat(file, &status) == 0 &&
+         status.st_dev == opened->second.device && status.st_ino == opened->second.inode;
+}
+
 const char* GuardedFiles() {
   static sqlite3_vfs guarded = [] {
     (void)sqlite3_initialize();  // a failure shows with the first database
     sqlite3_vfs made = *System();
     made.zName = kName;
     made.pNext = nullptr;
+    made.xFullPathname = FindFullPath;
     made.xOpen = Open;
     made.xDelete = Delete;
     return made;
   }();
-  static const int registered = sqlite3_vfs_register(&guarded, 0);
-  (void)registered;  // without it no database opens
+  static const bool ready = Replace("open", OpenGuarded) && Replace("unlink", UnlinkGuarded) &&
+                            sqlite3_vfs_register(&guarded, 0) == SQLITE_OK;
+  (void)ready;  // without it no database opens
   return kName;
 }
 

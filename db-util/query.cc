@@ -1,5 +1,7 @@
 #include "db-util/query.h"
 
+#include "db-util/hardening.h"
+
 namespace db_util {
 
 Status ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(sqlite3_stmt*)>& row) {
@@ -7,6 +9,7 @@ Status ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(
   int code = sqlite3_prepare_v2(db, sql.c_str(), -1, &prepared, nullptr);
   const Statement statement(prepared);
   if (code != SQLITE_OK) return FailureOf(db, code, Status::Call::kPrepare);
+  const WorkLimit limit(db);
   while ((code = sqlite3_step(prepared)) == SQLITE_ROW) {
     if (!row(prepared)) return {};
   }

@@ -44,7 +44,7 @@ void GetFileId(sqlite3_context* context, int /*count*/, sqlite3_value** values) 
 }  // namespace
 
 db_util::Status RegisterMacAttributeFunctions(sqlite3* db) {
-  constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
+  constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;  // for the trigger
   const int code =
       sqlite3_create_function(db, "get_mac_attr_uuid", 1, kFlags, nullptr, GetUuid, nullptr, nullptr);
   if (code != SQLITE_OK) return db_util::StatusOf(code);

@@ -22,6 +22,8 @@ const fs::path kData = UPDATER_TEST_DATA;
 db_util::Database Open(const std::string& path, db_util::OpenMode mode = db_util::OpenMode::kReadWrite) {
   db_util::Database db;
   if (!db_util::OpenQuietly(path, db, mode).ok()) throw std::runtime_error("cannot open " + path);
+  (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr);  // a test may do what it likes
+  (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_ENABLE_VIEW, 1, nullptr);
   return db;
 }
 
