@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/path.h"
+#include "base/real_folder.h"
 #include "base/retry.h"
 #include "file-op/folder_reader.h"
 
@@ -79,7 +80,11 @@ int Folder::TakeOwnerAndMode(const Folder& source) const {
 
 int OpenAround(const std::string& path, Folder& above, std::string& name) {
   name = base::NameOf(path);
-  return above.Open(At(base::FolderOf(path)), O_PATH);
+  base::RealFolder real;
+  const base::Errno error = base::OpenRealFolder(path, real);
+  if (error.ok()) return above.Open({real.folder.get(), ".", base::FolderOf(path)}, O_PATH);
+  errno = error.number();
+  return -1;
 }
 
 int ApplyOwnerAndMode(int fd, const struct stat& status) {

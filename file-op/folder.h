@@ -56,7 +56,8 @@ class Folder {
   std::string path_;
 };
 
-// Opens the folder around `path`, where links are followed, and tells the name that `path` has in it.
+// Opens the folder around `path`, where links of root and of this process's user are followed (see
+// base::OpenRealFolder), and tells the name that `path` has in it.
 [[nodiscard]] int OpenAround(const std::string& path, Folder& above, std::string& name);
 
 // Gives the open file the owner and permission bits of `status`, as far as the process may.
