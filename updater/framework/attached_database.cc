@@ -1,5 +1,6 @@
 #include "updater/framework/attached_database.h"
 
+#include "file-op/file_op.h"
 #include "updater/framework/exec_sql.h"
 
 namespace updater {
@@ -20,6 +21,15 @@ std::string TuneStatements(const char* schema) {
          std::to_string(kCacheKiB) + ";";
 }
 
+bool MakeIfMissing(const std::string& path, const std::string& like) {
+  if (file_op::FSExists(path)) return false;
+  file_op::Folder above;
+  std::string name;
+  base::FileDescriptor made;
+  if (file_op::OpenAround(path, above, name) == 0) (void)file_op::MakeFileLike(above.In(name), like, made);
+  return true;
+}
+
 int AttachDatabase(sqlite3* db, const char* schema, const std::string& path) {
   std::string attach;
   if (!FormatAttach(attach, schema, path)) return -1;
@@ -34,6 +44,8 @@ std::string AttachedScript(const char* schema, const std::string& path, const st
 
 int ExecAttached(sqlite3* db, const char* schema, const std::string& path, const std::string& body) {
   const std::string script = AttachedScript(schema, path, TuneStatements(schema) + body);
+  const char* const data = sqlite3_db_filename(db, "data_db");
+  if (data != nullptr) (void)MakeIfMissing(path, data);
   return script.empty() ? -1 : ExecScriptAs(db, script, AttachedScript(schema, path, body));
 }
 

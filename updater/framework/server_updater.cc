@@ -109,18 +109,9 @@ bool ServerUpdater::AttachDatabases() {
     if (!db_util::FormatSql(statement, "ATTACH DATABASE %Q AS %s;", path, database.schema)) return false;
     attach += statement;
     tune += TuneStatements(database.schema);
-    MakeIfMissing(path);
+    if (MakeIfMissing(path, paths_.data)) missing_.push_back(path);
   }
   return ExecScriptAs(db(), attach + tune, attach) == 0;
-}
-
-// A database that ATTACH makes belongs to whoever the data database belongs to, not to root. What cannot be
-// made cannot be attached either.
-void ServerUpdater::MakeIfMissing(const std::string& path) {
-  if (file_op::FSExists(path)) return;
-  missing_.push_back(path);
-  base::FileDescriptor made;
-  (void)file_op::MakeFileLike(file_op::At(path), paths_.data, made);
 }
 
 void ServerUpdater::Detach() {

@@ -107,8 +107,6 @@ class ServerUpdater : public AbstractUpdater {
   };
 
   [[nodiscard]] bool AttachDatabases();
-  // Makes a database that ATTACH would make.
-  void MakeIfMissing(const std::string& path);
   void Disconnect();
   [[nodiscard]] bool RunConnected();
   [[nodiscard]] bool RunSteps();

@@ -36,7 +36,8 @@ std::optional<int> ParseNumber(const std::string& text) {
 // Returns the reason of a failure; empty when there is none.
 std::string ReadVersion(const std::string& path, Version& out) {
   db_util::Database db;
-  db_util::Status status = db_util::OpenQuietly(path, db, db_util::OpenMode::kReadOnly);
+  db_util::Status status =
+      db_util::OpenQuietly(path, db, db_util::OpenMode::kReadOnly, db_util::Links::kTrusted);
   if (!status.ok()) return ReasonOf(status);
   std::string value;
   bool found = false;

@@ -9,7 +9,8 @@ namespace updater::server {
 
 bool RunMaintenance(const std::string& path, const std::string& statements) {
   db_util::Database db;
-  if (!Check(db_util::OpenDatabase(path, db), "failed to initialize database connection (%s)", path)) {
+  if (!Check(db_util::OpenDatabase(path, db, db_util::OpenMode::kCreate, db_util::Links::kTrusted),
+             "failed to initialize database connection (%s)", path)) {
     return false;
   }
   (void)sqlite3_busy_timeout(db.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection

@@ -109,6 +109,7 @@ class SvrUpdater4100to4150 final : public ServerUpdater {
     const std::string script =
         AttachedScript("view_db", path, TuneStatements("view_db") + RebuildScript(CreateRebuiltIndexes()));
     db_util::Status status;
+    (void)MakeIfMissing(path, paths().data);
     if (!script.empty()) {
       status = db_util::Execute(db(), script);
       if (status.ok()) return true;
