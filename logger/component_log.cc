@@ -29,6 +29,7 @@ constexpr std::array kLevels = {
 };
 
 constexpr Level kDefaultLevel = Level::kInfo;
+constexpr std::size_t kMaxKeys = 1000;
 
 const LevelRow& RowOf(Level level) { return kLevels[static_cast<std::size_t>(level)]; }
 
@@ -55,7 +56,9 @@ void SetUpComponentLog(const std::string& configuration_path) {
     // A comment sets the level of a key that no component has.
     const std::optional<base::KeyValue> line = base::SplitKeyValue(base::TakeUntil(rest, "\n"));
     const std::optional<Level> level = line ? ParseLevel(line->value) : std::nullopt;
-    if (level) Levels().insert_or_assign(std::string(line->key), *level);
+    const bool has_room = Levels().size() < kMaxKeys;  // a file of millions of keys is no configuration
+    if (level && (has_room || Levels().contains(line->key)))
+      Levels().insert_or_assign(std::string(line->key), *level);
   }
 }
 
