@@ -44,9 +44,12 @@ base::Errno WriteNewFile(const Folder& folder, const std::string& name, const st
 }
 
 base::Errno WriteText(const VolumePaths& paths, const std::string& text) {
+  Folder above;
   Folder folder;
-  if (folder.Open(file_op::At(paths.live.sync_folder), 0) < 0) return base::Errno::Last();
-  const std::string name = base::NameOf(paths.intent);
+  std::string name;
+  if (file_op::OpenAround(paths.intent, above, name) < 0 || folder.Open(above.In(".")) < 0) {
+    return base::Errno::Last();
+  }
   const std::string new_name = name + ".new";
   base::Errno error = WriteNewFile(folder, new_name, text);
   if (error.ok()) {

@@ -36,33 +36,34 @@ constexpr std::array<PartPath, 5> kOtherParts = {&PackagePaths::user, &PackagePa
 
 // A file without companions is the whole database as it is, and there may be thousands of them: it is not
 // opened.
-bool Checkpoint(const std::string& database) {
+bool Checkpoint(const std::string& database, db_util::Links links) {
   const auto files = db_util::DatabaseFiles(database);
   const bool has_companions = std::any_of(files.begin() + 1, files.end(), [](const std::string& file) {
     return file_op::Find(file_op::At(file)) != 0;  // one that the disk does not tell of may be there
   });
-  return !has_companions || db_util::CheckpointDatabase(database) == 0;
+  return !has_companions || db_util::CheckpointDatabase(database, links) == 0;
 }
 
 bool CheckpointFolders(const PackagePaths& paths, PartPath folder,
-                       std::string (PackagePaths::*database)(const std::string&) const) {
+                       std::string (PackagePaths::*database)(const std::string&) const,
+                       db_util::Links links) {
   std::vector<std::string> names;
   const int listed = file_op::ListFolders(paths.*folder, names);
   if (listed < 0 && errno == ENOENT) return true;
   return CheckErrno(listed, "cannot list %s: %s (%d)\n", paths.*folder) &&
          std::all_of(names.begin(), names.end(),
-                     [&](const std::string& name) { return Checkpoint((paths.*database)(name)); });
+                     [&](const std::string& name) { return Checkpoint((paths.*database)(name), links); });
 }
 
 // `paths` are those of the copies, or the live ones that they replace.
-bool CheckpointAll(const PackagePaths& paths, const PackagePaths& copies) {
+bool CheckpointAll(const PackagePaths& paths, const PackagePaths& copies, db_util::Links links) {
   return std::all_of(kDatabases.begin(), kDatabases.end(),
                      [&](PartPath database) {
                        return file_op::Find(file_op::At(copies.*database)) == 0 ||
-                              Checkpoint(paths.*database);
+                              Checkpoint(paths.*database, links);
                      }) &&
-         CheckpointFolders(paths, &PackagePaths::view_folder, &PackagePaths::ViewDatabase) &&
-         CheckpointFolders(paths, &PackagePaths::file_folder, &PackagePaths::FileDatabase);
+         CheckpointFolders(paths, &PackagePaths::view_folder, &PackagePaths::ViewDatabase, links) &&
+         CheckpointFolders(paths, &PackagePaths::file_folder, &PackagePaths::FileDatabase, links);
 }
 
 int PlaceDatabase(const std::string& copy, const std::string& live) {
@@ -132,10 +133,11 @@ int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems) 
   Intent intent;
   // The second flush is for the live databases: a log that comes back after a power failure would be taken
   // for a later change. The list is made again because they are other files now.
-  return logger::ToResult(CheckpointAll(paths.copies, paths.copies) && ListItems(paths, intent) &&
-                          CanReplaceTargets(paths, intent) && file_systems.Flush() &&
-                          CheckpointAll(paths.live, paths.copies) && file_systems.Flush() &&
-                          ListItems(paths, intent) && WriteIntent(paths, intent));
+  return logger::ToResult(CheckpointAll(paths.copies, paths.copies, db_util::Links::kTrusted) &&
+                          ListItems(paths, intent) && CanReplaceTargets(paths, intent) &&
+                          file_systems.Flush() &&
+                          CheckpointAll(paths.live, paths.copies, db_util::Links::kAny) &&
+                          file_systems.Flush() && ListItems(paths, intent) && WriteIntent(paths, intent));
 }
 
 void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_systems) {
@@ -154,7 +156,8 @@ void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_system
   // A move that has failed is tried once more: the check after this writes to what is live, and a later run
   // would take that for somebody else's.
   if (!PlaceItems(paths, progress.pending)) return;
-  (void)file_op::FSRemoveTree(copies.view_folder, 0);  // what no view has taken; the next run removes what stays
+  (void)file_op::FSRemoveTree(copies.view_folder,
+                              0);  // what no view has taken; the next run removes what stays
   if (file_systems.Flush()) RemoveIntent(paths);
 }
 
