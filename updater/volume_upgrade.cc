@@ -1,6 +1,7 @@
 #include "updater/volume_upgrade.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,6 +37,51 @@ long long ReadDatabaseVersion(sqlite3* db) {
         return false;
       });
   return CheckOrLog(status, "%s: %s (%d)\n", status.FailedCall(), status.message, status.code) ? version : -1;
+}
+
+// A journal with content is there after a process was killed in the middle of a transaction.
+bool HasJournal(sqlite3* db) {
+  struct stat status {};
+  return stat(sqlite3_filename_journal(sqlite3_db_filename(db, "main")), &status) == 0 && status.st_size > 0;
+}
+
+// The version as ReadDatabaseVersion() tells it, of a database that has no such journal.
+long long Look(db_util::Database db) {
+  // Looking at the version must not change anything. A write-ahead log that is there stays as it is, although
+  // closing usually moves it into the file. One that only this connection makes goes again.
+  const char* const file = sqlite3_db_filename(db.get(), "main");
+  const std::string index = std::string(file) + "-shm";
+  const bool has_log = file_op::FSExists(sqlite3_filename_wal(file));
+  const bool makes_index = has_log && !file_op::FSExists(index);  // one that is there may be in use
+  const bool can_write = sqlite3_db_readonly(db.get(), "main") == 0;
+  if (has_log)
+    (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
+  // SQLite would leave an index of the log, too. A connection that has the database for itself keeps the
+  // index in memory.
+  if (makes_index && can_write) {
+    (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;");  // without it, only the index stays
+  }
+  const long long version = ReadDatabaseVersion(db.get());
+  db.reset();
+  // SQLite gives exclusive use only of a database that can be written. Of any other the index is removed
+  // here.
+  if (makes_index && !can_write) (void)unlink(index.c_str());
+  return version;
+}
+
+// SQLite would roll the journal back in the live file, and believes whatever size a damaged one tells. A copy
+// that cannot be made here cannot be made later either, and that is the failure to be told.
+long long LookAtCopy(const package::VolumePaths& paths) {
+  long long version = -1;
+  db_util::Database db;
+  if (BackupDatabaseFile(paths.live.data, paths.copies.data) == 0 &&
+      db_util::OpenQuietly(paths.copies.data, db, db_util::OpenMode::kReadWrite, db_util::Links::kTrusted)
+          .ok()) {
+    version = ReadDatabaseVersion(db.get());
+  }
+  db.reset();
+  (void)RemoveDatabaseFiles(paths.copies.data);  // what stays is replaced by the copy of the upgrade
+  return version;
 }
 
 using BackupOperation = int (*)(const std::string&, const std::string&);
@@ -81,25 +127,7 @@ VolumeUpgrade::Result VolumeUpgrade::Run() {
 bool VolumeUpgrade::IsNewerOrCannotBeOpened() const {
   db_util::Database db;
   if (db_util::OpenDatabase(paths_.live.data, db, db_util::OpenMode::kReadWrite) < 0) return true;
-  // Looking at the version must not change anything. A write-ahead log that is there stays as it is, although
-  // closing usually moves it into the file. One that only this connection makes goes again.
-  const char* const file = sqlite3_db_filename(db.get(), "main");
-  const std::string index = std::string(file) + "-shm";
-  const bool has_log = file_op::FSExists(sqlite3_filename_wal(file));
-  const bool makes_index = has_log && !file_op::FSExists(index);  // one that is there may be in use
-  const bool can_write = sqlite3_db_readonly(db.get(), "main") == 0;
-  if (has_log)
-    (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
-  // SQLite would leave an index of the log, too. A connection that has the database for itself keeps the
-  // index in memory.
-  if (makes_index && can_write) {
-    (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;");  // without it, only the index stays
-  }
-  const long long version = ReadDatabaseVersion(db.get());
-  db.reset();
-  // SQLite gives exclusive use only of a database that can be written. Of any other the index is removed
-  // here.
-  if (makes_index && !can_write) (void)unlink(index.c_str());
+  const long long version = HasJournal(db.get()) ? LookAtCopy(paths_) : Look(std::move(db));
   if (version <= package::kCurrentVersion) return false;
   logger::SystemLog("exist db is newer, exist: %lld, target: %d", version, package::kCurrentVersion);
   return true;
