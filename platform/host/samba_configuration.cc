@@ -17,6 +17,12 @@ namespace {
 constexpr std::size_t kMaxDepth = 100;
 // How many files are read: a few that include each other twice would take for ever to reach that depth.
 constexpr std::size_t kMaxFiles = 100'000;
+// How much may have been read when another file is included, and how much is copied from section to section,
+// in bytes: a short file can ask for hours of reading and for more than fits into memory.
+constexpr std::size_t kMaxRead = std::size_t{1} << 20;
+constexpr std::size_t kMaxCopied = std::size_t{16} << 20;
+// What an option takes besides its text, about.
+constexpr std::size_t kOptionOverhead = 64;
 
 FileSignature SignatureOf(const std::string& path) {
   struct stat status {};
@@ -53,13 +59,17 @@ class Reader {
   // The two halves of reading one file. An included file that cannot be loaded is no failure, one that cannot
   // be applied is.
   base::Errno Load(const std::string& path, std::string& text) {
-    if (++files_ > kMaxFiles) return base::Errno(ELOOP);
+    if (++files_ > kMaxFiles || read_ > kMaxRead) return base::Errno(ELOOP);
     configuration_.files.try_emplace(path, SignatureOf(path));
-    return base::ReadTextFile(path, text);
+    const base::Errno error = base::ReadTextFile(path, text);
+    read_ += text.size();
+    return error;
   }
   base::Errno Apply(std::string_view text) {
     base::Errno error;
-    while (error.ok() && !text.empty()) error = ApplyLine(TakeLine(text));
+    while (error.ok() && !text.empty()) {
+      error = copied_ > kMaxCopied ? base::Errno(EFBIG) : ApplyLine(TakeLine(text));
+    }
     return error;
   }
 
@@ -83,6 +93,7 @@ class Reader {
     section_->options.clear();
     if (is_new) section_->name = name;
     if (is_new) section_->path = default_path_;
+    copied_ += default_path_.size();
   }
 
   base::Errno SetParameter(const std::string& parameter, const std::string& value) {
@@ -116,7 +127,11 @@ class Reader {
       return;
     }
     if (!section_->has_own_path) section_->path = found->second.path;
-    for (const auto& [option, value] : found->second.options) section_->options[option] = value;
+    copied_ += found->second.path.size();
+    for (const auto& [option, value] : found->second.options) {
+      copied_ += option.size() + value.size() + kOptionOverhead;
+      section_->options[option] = value;
+    }
   }
 
   base::Errno Include(const std::string& name) {
@@ -144,6 +159,8 @@ class Reader {
   std::string default_path_;
   std::size_t depth_ = 0;
   std::size_t files_ = 0;
+  std::size_t read_ = 0;
+  std::size_t copied_ = 0;
 };
 
 }  // namespace

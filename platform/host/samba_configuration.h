@@ -50,8 +50,8 @@ struct SambaConfiguration {
 
 // Fails with ENOENT when there is no such file; EINVAL when it is no file, or a line in it or in an included
 // file is not in the form; ELOOP when files include each other too deeply, as those do that include
-// themselves; otherwise the errno of what failed. An included file that does not exist is nothing to read, as
-// for the file server, and neither is a device.
+// themselves; EFBIG when sections copy too much from each other; otherwise the errno of what failed. An
+// included file that does not exist is nothing to read, as for the file server, and neither is a device.
 [[nodiscard]] base::Errno ReadSambaConfiguration(const std::string& path, SambaConfiguration& configuration);
 
 }  // namespace platform::host

@@ -167,12 +167,12 @@ void WholeRun(std::string_view input) {
   const std::string made = folder / std::to_string(start);
   tests::FakePlatform machine;
   machine.accounts.Add("O'Brien", 1026);
+  fs::remove_all(run);
+  fs::create_directory(run);
   if (!fs::exists(made)) {
     tests::WriteFixture(start, machine.volumes.own.uuid, "rights activity own-rotation", volume.live);
     fs::rename(volume.volume, made);
   }
-  fs::remove_all(run);
-  fs::create_directory(run);
   fs::copy(made, volume.volume, fs::copy_options::recursive);
   std::vector<std::string> paths;
   for (const auto& [name, path] : tests::DatabasesOf(volume.live)) paths.push_back(path);
@@ -204,10 +204,13 @@ void WholeRun(std::string_view input) {
   const std::string status = tests::ReadFile(system.service_status);
   const bool is_done = status == "status=\"done\"\n";
   auto after = tests::ReadTree(run);
+  const bool has_journal = before.contains("volume/@stratofolder/@sync/syncfolder-db.sqlite-journal");
   bool is_old = !fs::exists(system.scratch_database) && !fs::exists(volume.intent);
   assert(is_old);
   for (const auto& [name, text] : before) {
-    const bool is_same = after[name] == text || name.ends_with("-shm") || name.ends_with("/enable_status");
+    bool is_same = after[name] == text || name.ends_with("-shm") || name.ends_with("/enable_status");
+    // SQLite rolls a hot journal back when the version is looked at.
+    is_same = is_same || (has_journal && name.find("/syncfolder-db.sqlite") != std::string::npos);
     is_old = is_old && is_same;
     assert(is_same || name.starts_with("volume/@strato"));
   }
