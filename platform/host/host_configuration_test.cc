@@ -137,6 +137,10 @@ TEST_F(ConfigurationTest, WhatCannotBeReadWholeNeverSaysThatAShareIsGone) {
     folder_.Write(kSamba, "[a]\npath=/a\n" + std::string(elsewhere) + '\n');
     EXPECT_EQ(PathOf("a") + PathOf("b"), "/a(failed)") << elsewhere;
   }
+  std::string text = "[a]\npath=/" + std::string(1 << 16, 'x') + '\n';
+  for (int i = 0; i < 300; ++i) text += "[s" + std::to_string(i) + "]\ncopy=a\n";
+  folder_.Write(kSamba, text);
+  EXPECT_EQ(PathOf("b"), "(failed)") << "too much is copied";
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <cerrno>
 
 #include "base/text.h"
-#include "db-util/execute.h"
 #include "db/manager.h"
 #include "platform/host/host_platform.h"
 #include "platform/host/key_value_text.h"
@@ -33,15 +32,8 @@ const tests::TemporaryFolder folder;
 
 // A number that is read stands in the text.
 void VersionText(std::string_view input) {
-  std::string sql;
-  (void)db_util::FormatSql(sql,
-                           "PRAGMA synchronous = OFF; DROP TABLE IF EXISTS config_table;"
-                           "CREATE TABLE config_table AS SELECT 'version' AS key, %Q AS value;",
-                           std::string(input));  // cannot fail
-  tests::RunSql(folder / "version", sql, db_util::OpenMode::kCreate);
-  updater::Version read;
-  if (updater::ReadStoredVersion(folder / "version", read) < 0) return;
-  assert(input.find(std::to_string(std::abs(long{read.number}))) != std::string::npos);
+  const std::optional<int> number = updater::ParseVersionNumber(std::string(input));
+  assert(!number || input.find(std::to_string(std::abs(long{*number}))) != std::string::npos);
 }
 
 // A value that may be set is found, and others are as they were.
@@ -174,11 +166,10 @@ void WholeRun(std::string_view input) {
     fs::rename(volume.volume, made);
   }
   fs::copy(made, volume.volume, fs::copy_options::recursive);
-  std::vector<std::string> paths;
-  for (const auto& [name, path] : tests::DatabasesOf(volume.live)) paths.push_back(path);
+  const auto databases = tests::DatabasesOf(volume.live);
   for ((void)TakeUntil(input, "\n"); !input.empty();) {
     std::string_view line = TakeUntil(input, "\n");
-    Mutate(paths[Take(line) % paths.size()], line);
+    Mutate(std::next(databases.begin(), static_cast<int>(Take(line) % databases.size()))->second, line);
   }
   fs::copy(volume.package_folder, run + "/source", fs::copy_options::recursive);
   std::map<std::string, int> versions;

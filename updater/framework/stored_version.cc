@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <limits>
-#include <optional>
 
 #include "db-util/database.h"
 #include "db-util/query.h"
@@ -26,13 +25,6 @@ std::string ReasonOf(const db_util::Status& failure) {
   return failure.message + " (" + std::to_string(failure.code) + ")";
 }
 
-std::optional<int> ParseNumber(const std::string& text) {
-  const long long number = std::strtoll(text.c_str(), nullptr, 10);  // beyond its range, the nearest one
-  using Limits = std::numeric_limits<int>;
-  if (number == 0 || number < Limits::min() || number > Limits::max()) return std::nullopt;
-  return static_cast<int>(number);
-}
-
 // Returns the reason of a failure; empty when there is none.
 std::string ReadVersion(const std::string& path, Version& out) {
   db_util::Database db;
@@ -49,7 +41,7 @@ std::string ReadVersion(const std::string& path, Version& out) {
     status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'version';", value, found);
   }
   if (!status.ok()) return ReasonOf(status);
-  const std::optional<int> number = ParseNumber(value);
+  const std::optional<int> number = ParseVersionNumber(value);
   if (!number && !found) return "config_table has no row for it";
   if (!number)
     return "'" + logger::CutInTheMiddle(value, logger::kLongestShownValue) + "' is no version number";
@@ -58,6 +50,13 @@ std::string ReadVersion(const std::string& path, Version& out) {
 }
 
 }  // namespace
+
+std::optional<int> ParseVersionNumber(const std::string& text) {
+  const long long number = std::strtoll(text.c_str(), nullptr, 10);  // beyond its range, the nearest one
+  using Limits = std::numeric_limits<int>;
+  if (number == 0 || number < Limits::min() || number > Limits::max()) return std::nullopt;
+  return static_cast<int>(number);
+}
 
 int ReadStoredVersion(const std::string& path, Version& out) {
   const std::string reason = ReadVersion(path, out);
