@@ -141,6 +141,11 @@ TEST_F(ConfigurationTest, WhatCannotBeReadWholeNeverSaysThatAShareIsGone) {
   for (int i = 0; i < 300; ++i) text += "[s" + std::to_string(i) + "]\ncopy=a\n";
   folder_.Write(kSamba, text);
   EXPECT_EQ(PathOf("b"), "(failed)") << "too much is copied";
+  folder_.Write("large", "[a]\n" + std::string(100'000, '#'));
+  text = "";
+  for (int i = 0; i < 100'000; ++i) text += "include=" + folder_ / "large" + "\n";
+  folder_.Write(kSamba, text);
+  EXPECT_EQ(PathOf("b"), "(failed)") << "too much is read";
 }
 
 }  // namespace
