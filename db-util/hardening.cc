@@ -43,8 +43,9 @@ constexpr sqlite3_int64 kHeapLimit = sqlite3_int64{384} << 20;
 constexpr std::string_view kPackageFunction = "get_mac_attr_";
 
 constexpr int kInstructionsBetweenLooks = 1000;
-// Many times what a slow appliance needs for a statement that looks at every row and makes indexes, also with a
-// bad plan. A statement that never ends is still stopped soon in a small database, and some day in a large one.
+// Many times what a slow appliance needs for a statement that looks at every row and makes indexes, also with
+// a bad plan. A statement that never ends is still stopped soon in a small database, and some day in a large
+// one.
 constexpr int kSeconds = 2;
 constexpr double kSecondsPerByte = 20.0 / (1 << 20);
 

@@ -29,8 +29,8 @@ struct BtrfsSuperblock {
 
 inline constexpr unsigned long long kBtrfsMagic = 0x4D5F53665248425FULL;  // "_BHRfS_M"
 
-// "There is none" and "could not ask" are different answers here, too: the first lets the records of a volume be
-// removed.
+// "There is none" and "could not ask" are different answers here, too: the first lets the records of a volume
+// be removed.
 inline constexpr int kNoAnswer = -1;
 inline constexpr int kCouldNotAsk = -2;
 

@@ -4,8 +4,8 @@
 // old form reads the first three groups as little-endian integers of 32, 16 and 16 bits. Databases below
 // version 4000 may hold the old form.
 //
-// Results are those of platform::Volumes, with the out argument unchanged on failure. The operations that ask a volume take
-// turns within the process.
+// Results are those of platform::Volumes, with the out argument unchanged on failure. The operations that ask
+// a volume take turns within the process.
 #pragma once
 
 #include <string>
