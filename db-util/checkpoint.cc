@@ -46,6 +46,7 @@ int CheckpointDatabase(const std::string& path, Links links) {
     Database db;
     Status status = OpenQuietly(path, db, OpenMode::kReadWrite, links);
     if (!status.ok()) return LogFailure(path, status);
+    UseAlone(db.get());
     (void)sqlite3_busy_timeout(db.get(), kBusyTimeoutMs);  // cannot fail on an open connection
     bool busy = false;
     status = RecoverAndCheckpoint(db.get(), busy);

@@ -7,6 +7,7 @@
 
 #include "base/file_descriptor.h"
 #include "db-util/database_files.h"
+#include "db-util/execute.h"
 #include "db-util/guarded_files.h"
 #include "db-util/hardening.h"
 #include "logger/log_sink.h"
@@ -69,6 +70,10 @@ Status OpenExactly(const std::string& path, int file, OpenMode mode, Database& o
   return StatusOf(SQLITE_CANTOPEN);
 }
 
+void UseAlone(sqlite3* db) {
+  (void)Execute(db, "PRAGMA locking_mode = EXCLUSIVE;");  // opens no file, so it cannot fail
+}
+
 int OpenScratchDatabase(const std::string& path, Database& out) {
   out.reset();
   if (path.empty()) return -1;
@@ -78,7 +83,12 @@ int OpenScratchDatabase(const std::string& path, Database& out) {
   const base::FileDescriptor created(
       open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!created.is_open()) return CheckOpened(path, StatusOf(SQLITE_CANTOPEN));
-  return CheckOpened(path, OpenExactly(path, created.get(), OpenMode::kReadWrite, out));
+  const Status status = OpenExactly(path, created.get(), OpenMode::kReadWrite, out);
+  if (status.ok()) {
+    UseAlone(out.get());
+    (void)Execute(out.get(), "PRAGMA main.locking_mode = NORMAL;");  // else a journal stays beside it
+  }
+  return CheckOpened(path, status);
 }
 
 }  // namespace db_util

@@ -48,9 +48,14 @@ Status OpenQuietly(const std::string& path, Database& out, OpenMode mode, Links 
 // gives up the locks of the whole process.
 Status OpenExactly(const std::string& path, int file, OpenMode mode, Database& out);
 
+// For databases that nobody else has open, also not in this process: those of the connection that are used or
+// attached from now on. SQLite then keeps the index of a write-ahead log on the heap. One that is mapped
+// kills the process when the disk is full.
+void UseAlone(sqlite3* db);
+
 // Opens `path` as a new empty database that nobody else can have prepared: whatever stands there, and its
 // companion files, are unlinked first, the file is made exclusively with mode 0600, and links are not
-// followed. Results and message as OpenDatabase.
+// followed. What is attached to it is used alone. Results and message as OpenDatabase.
 [[nodiscard]] int OpenScratchDatabase(const std::string& path, Database& out);
 
 }  // namespace db_util

@@ -128,23 +128,25 @@ void ServerUpdater::Detach() {
 }
 
 void ServerUpdater::Disconnect() {
-  const bool was_connected = db_ != nullptr;
-  Detach();
-  if (was_connected) AfterDisconnect();
+  if (db_) {
+    Detach();
+    if (names_unreadable_) NameUnreadableDatabases();  // not before, because the updater uses them alone
+    AfterDisconnect();
+  }
   // An updater is single-use: a second run finds no paths.
   paths_ = {};
 }
 
-bool ServerUpdater::CheckVersions() const {
+bool ServerUpdater::CheckVersions() {
   Versions versions;
   if (!Check(GetDatabaseVersions(versions), "failed to get database versions\n")) {
-    NameUnreadableDatabases();
+    names_unreadable_ = true;
     return false;
   }
   const auto& [data, user, client] = versions;
   if (!Check(data == user && user == client, "database version mismatch: (%d, %d, %d)\n", data.number,
              user.number, client.number)) {
-    NameUnreadableDatabases();
+    names_unreadable_ = true;
     return false;
   }
   // "invalid branch" also when only the number differs; keep it so.

@@ -110,7 +110,7 @@ class ServerUpdater : public AbstractUpdater {
   void Disconnect();
   [[nodiscard]] bool RunConnected();
   [[nodiscard]] bool RunSteps();
-  [[nodiscard]] bool CheckVersions() const;
+  [[nodiscard]] bool CheckVersions();
   [[nodiscard]] bool GetDatabaseVersions(Versions& versions) const;
   // Logs which databases have no version that can be read, and why.
   void NameUnreadableDatabases() const;
@@ -123,6 +123,7 @@ class ServerUpdater : public AbstractUpdater {
   PackagePaths paths_;
   db_util::Database db_;
   std::vector<std::string> missing_;  // the files that attaching made
+  bool names_unreadable_ = false;
 };
 
 }  // namespace updater

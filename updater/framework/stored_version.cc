@@ -29,8 +29,9 @@ std::string ReasonOf(const db_util::Status& failure) {
 std::string ReadVersion(const std::string& path, Version& out) {
   db_util::Database db;
   db_util::Status status =
-      db_util::OpenQuietly(path, db, db_util::OpenMode::kReadOnly, db_util::Links::kTrusted);
+      db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite, db_util::Links::kTrusted);
   if (!status.ok()) return ReasonOf(status);
+  db_util::UseAlone(db.get());
   std::string value;
   bool found = false;
   status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'branch';", value, found);

@@ -13,6 +13,7 @@ bool RunMaintenance(const std::string& path, const std::string& statements) {
              "failed to initialize database connection (%s)", path)) {
     return false;
   }
+  db_util::UseAlone(db.get());
   (void)sqlite3_busy_timeout(db.get(), db_util::kBusyTimeoutMs);  // cannot fail on an open connection
   const db_util::Status status = db_util::Execute(db.get(), TuneStatements("main") + statements);
   if (status.ok()) return true;

@@ -55,6 +55,7 @@ bool OpenNewDatabase(const FilePlace& place, const std::string& data_database, d
       file_op::MakeFileLike(place, data_database, made) < 0
           ? db_util::StatusOf(SQLITE_CANTOPEN)
           : db_util::OpenExactly(place.path, made.get(), db_util::OpenMode::kReadWrite, out);
+  if (status.ok()) db_util::UseAlone(out.get());
   return Check(status, "sqlite3_open: %s (%d)\n", status.message, status.code) &&
          sqlite3_busy_timeout(out.get(), db_util::kBusyTimeoutMs) == SQLITE_OK;
 }
