@@ -54,8 +54,8 @@ def tool(*arguments):
                           encoding="utf-8", errors="surrogateescape").stdout
 
 
-def query(path, sql, row_factory=None):
-    with contextlib.closing(sqlite3.connect(f"file:{path}?mode=ro", uri=True)) as db:
+def query(path, sql, row_factory=None, how="mode=ro"):
+    with contextlib.closing(sqlite3.connect(f"file:{path}?{how}", uri=True)) as db:
         db.row_factory = row_factory
         return db.execute(sql).fetchall()
 
@@ -148,7 +148,7 @@ class Package:
 class Volume(Package):
     """An image with a file system, mounted through a loop device."""
 
-    def __init__(self, fs="ext4", name="volume", megabytes=128):
+    def __init__(self, fs="ext4", name="volume", megabytes=128, mkfs=()):
         self.fs, self.path = fs, os.path.join(namespace.ROOM, f"{name} {next(NUMBERS)}")
         super().__init__(self.path + "/@stratofolder")
         identity = uuid.uuid4()
@@ -157,9 +157,16 @@ class Volume(Package):
         self.image = tempfile.NamedTemporaryFile(dir=namespace.ROOM)
         self.image.truncate(megabytes << 20)
         options = {"ext4": ["-m", "0"], "btrfs": []}[fs]  # nothing set aside for root, so that a disk can be full
-        subprocess.run([f"mkfs.{fs}", "-q", *options, "-U", self.uuid, self.image.name],
+        subprocess.run([f"mkfs.{fs}", "-q", *options, *mkfs, "-U", self.uuid, self.image.name],
                        check=True, capture_output=True)
         os.mkdir(self.path)
+        namespace.mount("-o", "loop", self.image.name, self.path)
+
+    def flush(self):
+        subprocess.run(["sync", "-f", self.path], check=True)
+
+    def mount_again(self):
+        subprocess.run(["umount", self.path], check=True)
         namespace.mount("-o", "loop", self.image.name, self.path)
 
     def remove(self):
@@ -199,21 +206,16 @@ class SystemTest(unittest.TestCase):
             volume.fill(version, volume.old_uuid if uuid_in_old_form else volume.uuid, extras)
         return volume
 
-    def run_updater(self, *arguments, prefix=(), kill_at=None):
-        """One run. With kill_at it is killed as soon as it has written a line with that text."""
-        written = []
+    def run_updater(self, *arguments, prefix=(), environment=()):
         kept = {name: value for name, value in os.environ.items() if name == "PATH" or name.endswith("SAN_OPTIONS")}
+        kept.update(environment)
         with system_log() as lines, subprocess.Popen(
                 [*prefix, PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                 stderr=subprocess.PIPE, encoding="utf-8", env=kept, umask=0o077) as process:
-            for line in process.stdout:
-                written.append(line)
-                if kill_at is not None and kill_at in line:
-                    process.kill()
-            stderr = process.stderr.read()
+            stdout, stderr = process.communicate()
         self.assertNotRegex(stderr, "Sanitizer|runtime error")
         status = re.search(r'^status="(.*)"$', read(STATUS_FILE), re.M)[1]
-        return Run("".join(written), stderr, process.returncode, status, lines)
+        return Run(stdout, stderr, process.returncode, status, lines)
 
     def assert_ended(self, run, status):
         self.assertEqual((run.exit, run.status), (0, status), run)

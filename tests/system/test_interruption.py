@@ -1,57 +1,13 @@
-"""Runs that were stopped, and what stopped runs, killed daemons and others leave behind."""
+"""What killed daemons and others leave behind."""
 
 import os
 import subprocess
 import sys
 
-from harness import LAST, VERSIONS, SystemTest, change, query
+from harness import LAST, SystemTest, change
 
-COUNT = 20000  # of the many nodes: enough for every step to take a while
 HALF = """PRAGMA cache_size = 1; BEGIN; DELETE FROM config_table; CREATE TABLE junk AS
     WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 500) SELECT zeroblob(1000) FROM n"""
-
-
-class StoppedTest(SystemTest):
-    def assert_rerun_succeeds(self, volume):
-        self.set_up_package()
-        self.assert_ended(self.run_updater(volume.path), "done")
-        for table, uuid in ("node_table", "v_file_uuid"), ("version_table", "file_uuid"):
-            rows = f"SELECT count(*), max(node_id), max({uuid}) FROM {table} WHERE node_id >= 1000"
-            self.assertEqual(query(volume.view(1), rows), [(COUNT, 999 + COUNT, volume.uuid)])
-        content = volume.content()
-        for line in ("integrity_check Tok", f"config_table: key Tversion|value T{LAST}"):
-            self.assertEqual(content.count(line), len(volume.databases()))
-        self.assertEqual(volume.copies(), [])
-
-
-class Killed(StoppedTest):
-    def test_in_every_step(self):
-        """Ever later, on one volume: the live databases stay, and a run succeeds over all that is left behind."""
-        volume = self.new_volume(2577, extras=["many-nodes"])
-        before = volume.live()
-        for step in ("update from", *(f"updating from (master, {number})" for number in VERSIONS[2:-2])):
-            with self.subTest(step):
-                self.set_up_package()
-                run = self.run_updater(volume.path, kill_at=step)
-                self.assertEqual((run.exit, run.status), (-9, "updating"))
-                self.assertEqual(volume.live(), before)
-        self.assert_rerun_succeeds(volume)
-
-
-class FullDisk(StoppedTest):
-    def test_live_databases_stay_and_room_helps(self):
-        volume = self.new_volume(2577, extras=["many-nodes"], megabytes=96)
-        before, filler, free = volume.live(), volume.path + "/filler", os.statvfs(volume.path)
-        room = 2 * os.path.getsize(volume.data)  # for the working copies, but not for what is made of them
-        with open(filler, "wb") as file:
-            os.posix_fallocate(file.fileno(), 0, free.f_bavail * free.f_frsize - room)
-        run = self.run_updater(volume.path)
-        self.assert_ended(run, "upgradefail")
-        self.assertIn("UpdaterFramework: Error when updating from (", run.log[-1])
-        self.assertRegex("".join(run.log), r"No space left on device \(28\)|database or disk is full \(13\)")
-        self.assertEqual(volume.live(), before)
-        os.unlink(filler)
-        self.assert_rerun_succeeds(volume)
 
 
 def leave(path, script):

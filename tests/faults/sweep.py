@@ -1,0 +1,241 @@
+# Kills runs of the program or lets them fail at every call that changes files, and fills up or takes away their
+# volume. Before the commit point all databases must stay as they are; after it the next run must make all of them
+# new, and must leave what a run leaves that nothing happens to.
+#
+#   sweep.py <updater-svr> <package-tool> <fault-injector> [--stride N] [--only REGEX]
+#
+# With a stride only every n-th call is tried, but those around the commit all the same. The names that --only looks
+# at are like "kill ext4 4100 other views". A trial that went wrong is told with the call that was hit.
+
+import argparse
+import collections
+import contextlib
+import errno
+import functools
+import itertools
+import multiprocessing
+import os
+import re
+import shutil
+import sqlite3
+import subprocess
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "system"))
+import harness
+import namespace
+from harness import LAST, STATUS_FILE
+
+INJECTOR, TRACE, KEPT = (os.path.join(namespace.ROOM, name) for name in ("fault-injector.so", "trace", "kept"))
+VERSION_OF = "SELECT value FROM config_table WHERE key = 'version'"
+STARTS = (2577, 3300, 3450, 4100, LAST)
+VOLUMES = {"ext4": {}, "btrfs": {"fs": "btrfs"}, "ext4 with 1 KiB blocks": {"mkfs": ("-b", "1024")}}
+# With each of these the n-th call of its name fails: once, or from then on for ever.
+ERRORS = [*itertools.product((errno.EIO, errno.ENOSPC, errno.EDQUOT, errno.EACCES), ("", "1")), (errno.EINTR, "")]
+
+
+class Sweep(harness.SystemTest):
+    # Trials on a volume with the package in one version. Its folder is kept aside and put back for each.
+
+    def __init__(self, name, kind, volume, version, other_views):
+        super().__init__()
+        self.name, self.count, self.volume = name, collections.Counter(), harness.Volume(**VOLUMES[volume])
+        self.intent, self.prepare, self.clean_up = self.volume.sync + "/.upgrade-commit", int, int  # which do nothing
+        self.set_up_package()
+        self.volume.fill(version, self.volume.uuid)
+        if other_views and version >= 3400:  # none, but for the updaters the folder must be there
+            harness.change(self.volume.user, "DELETE FROM user_table")
+            (shutil.rmtree if version == LAST else harness.clear)(self.volume.sync + "/view")
+        for view in ("1", "99") * (other_views and version < 3400):  # too early: of a user, and of nobody
+            namespace.write(f"{self.volume.sync}/view/{view}/something")
+        shutil.rmtree(KEPT, ignore_errors=True)
+        shutil.copytree(self.volume.package, KEPT)
+        self.before = self.volume.live()
+        self.restore()
+        self.assert_ended(self.run_with(kind=errno.EIO if kind == "error" else "kill"), "done")
+        self.calls, self.expected = self.trace, (self.leftovers(), self.volume.content())
+        self.commit, self.end = (self.calls.index(f"{call} {self.intent}") + 1 for call in ("rename", "unlink"))
+
+    def restore(self):
+        harness.clear(self.volume.path)
+        shutil.copytree(KEPT, self.volume.package)
+        self.set_up_package()
+        self.is_committed = False
+
+    def run_with(self, **fault):
+        # One run; `trace` then has its calls, and `hits` those that were hit.
+        variables = {"FAULT_" + name.upper(): str(value) for name, value in fault.items()}
+        namespace.write(TRACE)
+        namespace.write(STATUS_FILE, self.status_text("initializing"))
+        run = self.run_updater(self.volume.path, environment={
+            "LD_PRELOAD": INJECTOR, "FAULT_TRACE": TRACE, "FAULT_VOLUME": self.volume.path, **variables})
+        self.trace = namespace.read(TRACE).splitlines()
+        self.hits = [line for line in self.trace if line.endswith(" *")]
+        self.is_committed |= any(line.removesuffix(" *") == "rename " + self.intent for line in self.trace)
+        return run
+
+    def leftovers(self):
+        walks = map(os.walk, (self.volume.path, "/tmp", "/var/packages", "/usr/plat/etc/packages"))
+        return {f"{folder}/{name}" for folder, folders, names in itertools.chain(*walks) for name in folders + names}
+
+    def is_new(self):
+        # All live databases are of the latest version. Looking at a copy does not change them.
+        with tempfile.TemporaryDirectory(dir=namespace.ROOM) as copy, contextlib.suppress(sqlite3.Error):
+            shutil.copytree(self.volume.package, copy, dirs_exist_ok=True)
+            return {(str(LAST),)} == {row for path in harness.Package(copy).databases() if ".bak" not in path
+                                      for row in harness.query(path, VERSION_OF, how="mode=rw") or [None]}
+        return False
+
+    def faults_after_hit(self, run, exit_status):
+        live = self.volume.live()
+        is_old = all(live.get(path) == identity for path, identity in self.before.items())
+        will_be_new = self.is_committed and (os.path.lexists(self.intent) or self.is_new())
+        if not is_old and not will_be_new:
+            yield "live databases are mixed" if self.is_committed else "live databases changed before the commit point"
+        if run.exit != exit_status:
+            yield f"ended with {run.exit}"
+        if run.exit == 0 and not any("/var/packages/" in line for line in self.hits):  # those that write the status
+            if run.status not in (("done", "upgradefail") if self.is_committed else ("upgradefail", "dbnewer")):
+                yield f"status {run.status}"
+            if run.status == "done" and not will_be_new:
+                yield "done over old databases"
+
+    def faults_after_all(self, stuck):
+        run = self.run_with()
+        if (run.exit, run.status) != (0, "done"):
+            yield f"the next run ends with {run.exit}, {run.status}, {run.log[-3:]}"
+        leftovers, content = (self.leftovers() ^ self.expected[0]) - stuck, self.volume.content()
+        if content != self.expected[1]:
+            yield f"content differs in {len(set(content) ^ set(self.expected[1]))} lines"
+        if leftovers:
+            yield f"leftovers differ: {leftovers}"
+
+    def trial(self, *faults):
+        # Runs that something happens to, and one that nothing happens to.
+        self.restore()
+        self.prepare()
+        wrong, where, stuck = [], [], set()
+        for fault in faults:
+            self.last = self.run_with(**fault)
+            wrong += self.faults_after_hit(self.last, -9 if fault["kind"] == "kill" and self.hits else 0)
+            where += (self.hits or self.trace[-1:])[:1]
+            stuck |= {line[7:-2] for line in self.hits if line.startswith("unlink ")}  # may stay
+        self.clean_up()
+        wrong += self.faults_after_all(stuck)
+        self.count.update(trials=1, wrong=bool(wrong))
+        if wrong:
+            print(f"WRONG {self.name}: {faults} {where} {self.last.status} {self.last.log[-3:]}: {wrong}", flush=True)
+
+    def sample(self, stride):
+        # All calls from the checkpoints and probes before the commit to the end of the intent, and some others.
+        return [number for number in range(1, len(self.calls) + 1)
+                if self.commit - 40 < number < self.end + 5 or number % stride == 0]
+
+    def kill(self, stride):
+        for number in self.sample(stride):
+            yield [{"kind": "kill", "at": number}]
+
+    def kill_twice(self, stride):
+        # Again at every call of the next run until that has finished what the first one began.
+        for first in range(self.commit + 1, self.end + 1, min(stride, 8)):
+            self.restore()
+            self.run_with(kind="kill", at=first)
+            self.run_with(kind="kill")
+            for second in range(1, self.trace.index("unlink " + self.intent) + 3, min(stride, 8)):
+                yield [{"kind": "kill", "at": first}, {"kind": "kill", "at": second}]
+
+    def error(self, stride):
+        # Around the commit each call with every error if all calls are tried, else each with one of them.
+        seen, near, wanted = collections.Counter(), self.sample(1 << 30), self.sample(stride)
+        for number, line in enumerate(self.calls, 1):
+            seen[name := line.split()[0]] += 1
+            some = ERRORS if number in near and stride == 1 else [ERRORS[number % len(ERRORS)]]
+            for kind, ever in some * (number in wanted):
+                yield [{"kind": kind, "ever": ever, "only": name, "at": seen[name]}]
+
+    def lost_volume(self, stride):
+        # The file system is read-only from a call on, and forgets what was not flushed.
+        self.prepare, self.clean_up = self.volume.flush, self.volume.mount_again
+        for number in self.sample(stride):
+            yield [{"kind": "abort", "at": number}]
+
+    def full_disk(self, stride):
+        # Ever more space is left, until it is enough.
+        def leave(room):
+            self.volume.flush()
+            with open(self.volume.path + "/filler", "wb") as file:
+                for bit in range(25, 9, -1):
+                    with contextlib.suppress(OSError):
+                        while True:
+                            os.posix_fallocate(file.fileno(), file.seek(0, os.SEEK_END), 1 << bit)
+                file.truncate(max(0, file.seek(0, os.SEEK_END) - room))
+        self.clean_up = lambda: os.unlink(self.volume.path + "/filler")
+        yield from self.until_done(leave, 4096 * stride)
+
+    def until_done(self, leave, step):
+        ends = []
+        while ends[-2:] != ["done", "done"]:
+            self.prepare = functools.partial(leave, len(ends) * step)
+            yield [{"kind": "none"}]
+            ends.append(self.last.status)
+
+    def quota(self, stride):
+        # The same with a limit, which on btrfs also holds for root.
+        def btrfs(*arguments):
+            subprocess.run(["btrfs", *arguments, self.volume.path], check=True, capture_output=True)
+        btrfs("quota", "enable")
+        self.clean_up = lambda: btrfs("qgroup", "limit", "none")
+        yield from self.until_done(lambda room: btrfs("qgroup", "limit", str((1 << 20) + room)), 4096 * stride)
+
+
+JOBS = {"kill": ["ext4", "btrfs"], "kill_twice": ["ext4"], "error": ["ext4", "btrfs"], "lost_volume": ["ext4"],
+        "full_disk": ["ext4", "ext4 with 1 KiB blocks", "btrfs"], "quota": ["btrfs"]}
+
+
+def sweep(job):
+    name, (kind, volume, *what), part, parts, stride = job
+    tried = Sweep(name, kind, volume, *what)
+    for faults in itertools.islice(getattr(tried, kind)(stride), part, None, parts):
+        tried.trial(*faults)
+    tried.volume.remove()
+    return f"{kind:12}{volume}", tried.count
+
+
+def enter(programs):
+    namespace.enter()
+    for program, path in zip(programs, (harness.PROGRAM, harness.TOOL, INJECTOR)):
+        shutil.copy(f"/proc/self/fd/{program}", path)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("programs", nargs=3)
+    parser.add_argument("--stride", type=int, default=1)
+    parser.add_argument("--only", default="")
+    options = parser.parse_args()
+    os.environ["PATH"] += ":/usr/sbin:/sbin"
+    if reason := namespace.what_is_missing():
+        print(f"{__file__}:1: Skipped\n{reason}\n")
+        sys.exit(77)
+    jobs = []
+    for kind, volume in [(kind, volume) for kind, volumes in JOBS.items() for volume in volumes]:
+        parts = 1 if options.stride > 1 or kind in ("full_disk", "quota") else 8
+        for version, other_views in itertools.product(STARTS, (False, True)[:1 + ("kill" in kind)]):
+            name = f"{kind} {volume} {version}{' other views' * other_views}"
+            jobs += [(name, (kind, volume, version, other_views), part, parts, options.stride)
+                     for part in range(parts) if re.search(options.only, name)]
+    total = collections.defaultdict(collections.Counter)
+    programs = [os.open(path, os.O_RDONLY) for path in options.programs]
+    # Who interrupts it sees what there is so far.
+    with multiprocessing.Pool(initializer=enter, initargs=(programs,)) as pool, contextlib.suppress(KeyboardInterrupt):
+        for name, count in pool.imap_unordered(sweep, jobs):
+            total[name] += count
+            total["all"] += count
+    for name, count in sorted(total.items()):
+        print(f"{name:36}{count['trials']:7} trials{count['wrong']:6} wrong")
+    sys.exit(total["all"]["wrong"] > 0)
+
+
+if __name__ == "__main__":
+    main()
