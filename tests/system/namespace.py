@@ -18,7 +18,7 @@ CONFIGURATION = {
     "samba/smb.conf": '[Homes]\n[team "50%"]\npath = /volume1/team "50%"\n',
 }
 DEVICES = [("null", 1, 3, stat.S_IFCHR), ("zero", 1, 5, stat.S_IFCHR), ("random", 1, 8, stat.S_IFCHR),
-           ("urandom", 1, 9, stat.S_IFCHR), ("loop-control", 10, 237, stat.S_IFCHR),
+           ("urandom", 1, 9, stat.S_IFCHR), ("loop-control", 10, 237, stat.S_IFCHR), ("fuse", 10, 229, stat.S_IFCHR),
            *((f"loop{number}", 7, number, stat.S_IFBLK) for number in range(64))]
 CLONE_NEWNS = 0x00020000
 
