@@ -40,10 +40,11 @@ def answer(kind, data, image, record):
     return struct.pack("<II", os.pwrite(image, data[TRANSFER.size:], offset), 0)
 
 
-def serve(fuse, image, pipe):
+def serve(fuse, image, pipe, other_end):
     """Runs outside of the mount namespace: when a test is killed, its last process unmounts what lies on the disk. That
     one would wait for ever if it had to serve the disk, too."""
     ctypes.CDLL(None).unshare(namespace.CLONE_NEWNS)
+    other_end.close()  # or nobody would tell that the test is gone
     image, record = os.open(image, os.O_RDWR), []
     pipe.send("outside")  # before there is a mount that would be held here
     pipe.recv()
@@ -53,7 +54,8 @@ def serve(fuse, image, pipe):
             data = answer(kind, request[REQUEST.size:], image, record)
             head = ANSWER.pack(ANSWER.size + len(data or b""), -errno.ENOSYS if data is None else 0, number)
             os.write(fuse, head + (data or b""))
-    pipe.send(record)
+    with contextlib.suppress(BrokenPipeError):
+        pipe.send(record)
 
 
 @contextlib.contextmanager
@@ -62,7 +64,7 @@ def recorded_disk(path, image):
     a flush has no bytes."""
     namespace.write(path)
     fuse, (pipe, other_end), record = os.open("/dev/fuse", os.O_RDWR), multiprocessing.Pipe(), []
-    process = multiprocessing.Process(target=serve, args=(fuse, image, other_end), daemon=True)
+    process = multiprocessing.Process(target=serve, args=(fuse, image, other_end, pipe), daemon=True)
     process.start()
     pipe.recv()
     options = f"fd={fuse},rootmode={MODE:o},user_id=0,group_id=0"

@@ -23,7 +23,7 @@ from harness import SystemTest, change, tool
 from recorded_disk import recorded_disk
 from test_interruption import leave
 
-TRIALS, TRIALS_A_RECORD = int(os.environ.get("FAULT_TRIALS", "16")), 8
+TRIALS, TRIALS_A_RECORD = int(os.environ.get("FAULT_TRIALS", "12")), 6
 DISK, IMAGE, BASE, INTERRUPTED, START, LOST, COPY = (os.path.join(namespace.ROOM, name) for name in (
     "disk", "image", "base", "interrupted", "start", "lost", "copy"))
 VERSION = "UPDATE config_table SET value = value {} 1 WHERE key = 'version'"
