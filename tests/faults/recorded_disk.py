@@ -75,5 +75,5 @@ def recorded_disk(path, image):
         yield record
     finally:
         subprocess.run(["umount", "-l", path], check=False)  # the loop device may need it a little longer
-        record += pipe.recv() if pipe.poll(10) else []
+        record += pipe.recv() if pipe.poll(60) else []
         process.kill()
