@@ -100,7 +100,7 @@ int KeepEndlessFunctionsFromSchemas(sqlite3* db) {
   int code = KeepFromSchemas(db, "replace", kReplaceArguments, Replace);
   std::vector<std::pair<std::string, int>> functions;
   const auto add = [](void* list, int /*count*/, char** row, char** /*names*/) {
-    const int arguments = std::atoi(row[4]);
+    const auto arguments = static_cast<int>(std::strtol(row[4], nullptr, 10));
     if (IsEndless(row[0], arguments))
       static_cast<decltype(functions)*>(list)->emplace_back(row[0], arguments);
     return 0;
