@@ -80,7 +80,7 @@ bool ReadIntent(const VolumePaths& paths, IntentFound& found, Intent& intent) {
   struct stat status {};
   std::string text;
   base::Errno error = base::OpenRegularFile(paths.intent, O_NOFOLLOW, file, status);
-  if (error.number() == ENOENT) {
+  if (error.number() == ENOENT || error.number() == ENOTDIR) {
     found = IntentFound::kNone;
     return true;
   }

@@ -80,8 +80,9 @@ int PlaceItem(const VolumePaths& paths, const IntentItem& item) {
   if (item.is_view()) {
     return RestoreView(paths.copies.view_folder, paths.live.view_folder, base::NameOf(item.part));
   }
-  if (item.part == "view") return MoveIntoPlace(copy, live);
-  return item.part == "file" ? RestoreFileFolder(copy, live) : PlaceDatabase(copy, live);
+  // The view folder was not there, but may be by now.
+  const bool is_folder = item.part == "view" || item.part == "file";
+  return is_folder ? RestoreFileFolder(copy, live) : PlaceDatabase(copy, live);
 }
 
 struct Progress {
@@ -154,8 +155,8 @@ void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_system
     return;
   }
   // A move that has failed is tried once more: the check after this writes to what is live, and a later run
-  // would take that for somebody else's.
-  if (!PlaceItems(paths, progress.pending)) return;
+  // would take that for somebody else's. What is covered by a mount now is there again when that is gone.
+  if (!PlaceItems(paths, progress.pending) || !progress.changed.empty()) return;
   (void)file_op::FSRemoveTree(copies.view_folder,
                               0);  // what no view has taken; the next run removes what stays
   if (file_systems.Flush()) RemoveIntent(paths);

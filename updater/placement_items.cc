@@ -71,7 +71,7 @@ bool Identify(const std::string& path, int flags, FileIdentity& identity) {
   struct stat status {};
   base::Errno error;
   if (fstatat(AT_FDCWD, path.c_str(), &status, flags) < 0) {
-    if (errno != ENOENT) error = base::Errno::Last();
+    if (errno != ENOENT && errno != ENOTDIR) error = base::Errno::Last();
   } else {
     identity = IdentityOf(status);
     if (S_ISDIR(status.st_mode)) error = IdentifyTree(path, identity);
@@ -136,7 +136,9 @@ bool GetItemState(const VolumePaths& paths, const IntentItem& item, ItemState& s
   FileIdentity copy;
   FileIdentity live;
   if (!IdentifyBoth(where, copy, live)) return false;
-  const bool may_replace = !live.exists() || (live == item.live && !HasLog(where.live));
+  // What is empty holds nothing newer: somebody opened what was not there yet, or made its folder.
+  const bool is_same = live == item.live || live.size == 0;
+  const bool may_replace = !live.exists() || (is_same && !HasLog(where.live));
   const bool is_done = item.copy.exists() ? live.inode == item.copy.inode : !item.is_view() || !live.exists();
   const bool can_be_made = may_replace && copy == item.copy;
   state = is_done ? ItemState::kDone : can_be_made ? ItemState::kPending : ItemState::kChanged;

@@ -35,14 +35,14 @@ namespace updater {
 // does not exist gets the whole working copy.
 [[nodiscard]] int RestoreViewFolder(const std::string& view_copy, const std::string& view_folder);
 
-// The same for the database of one view.
+// The same for the database of one view, whose folder is made again if it is gone.
 [[nodiscard]] int RestoreView(const std::string& view_copy, const std::string& view_folder,
                               const std::string& view);
 
 // Copies the file folder with everything in it.
 [[nodiscard]] int BackupFileFolder(const std::string& file_folder, const std::string& file_copy);
 
-// Puts the copy in place of the live file folder, which is removed. Without a copy the live folder stays.
+// Puts the copy in place of the live folder, which is removed. Without a copy the live folder stays.
 [[nodiscard]] int RestoreFileFolder(const std::string& file_copy, const std::string& file_folder);
 
 }  // namespace updater

@@ -162,6 +162,10 @@ TEST_F(WorkingCopiesTest, AStoppedPlacementIsFinishedButForWhatWasChangedSince) 
        "finished what a former run was putting in place: 3 of 4 parts were left\n"},
       {true, live_.file_folder + file + "-shm", "new new new new",
        "finished what a former run was putting in place: 3 of 4 parts were left\n"},
+      {true, live_.view_folder, "new new new new",
+       "finished what a former run was putting in place: 3 of 4 parts were left\n"},
+      {true, live_.file_folder, "new new new new",
+       "finished what a former run was putting in place: 3 of 4 parts were left\n"},
       {true, live_.data, "new lat new new", "data is left"},
       {true, live_.data + "-wal", "new old new new", "data is left"},
       {true, copies_.data, "new old new new", "data is left"},
@@ -183,7 +187,12 @@ TEST_F(WorkingCopiesTest, AStoppedPlacementIsFinishedButForWhatWasChangedSince) 
     file_systems_.Open(paths_);
     ASSERT_EQ(PreparePlacement(paths_, file_systems_), 0) << ::testing::PrintToString(sink_.Texts());
     if (moved) fs::rename(copies_.user, live_.user);
-    if (!changed.empty()) WriteFile(changed, "lat");
+    if (fs::is_directory(changed)) {
+      fs::remove_all(changed);
+      fs::create_directory(changed);
+    } else if (!changed.empty()) {
+      WriteFile(changed, "lat");
+    }
     EXPECT_EQ(FinishFormerPlacement(paths_), 0);
     std::string found;
     for (const std::string& path : live) found += (found.empty() ? "" : " ") + tests::ReadFile(path);
