@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <vector>
 
 #include "base/fnv.h"
@@ -86,10 +87,19 @@ bool IdentifyBoth(const ItemPaths& paths, FileIdentity& copy, FileIdentity& live
 }
 
 // What was committed to a log is in no file that the identity tells of. The live databases had none when the
-// intent was written.
-bool HasLog(const std::string& database) {
-  struct stat status {};
-  return stat((database + "-wal").c_str(), &status) == 0 && status.st_size > 0;
+// intent was written. SQLite keeps the log of a linked database beside the file itself. Returns false as
+// Identify does.
+bool FindLog(const std::string& database, bool& has_log) {
+  std::error_code failure;
+  const std::string log = std::filesystem::canonical(database, failure).string() + "-wal";
+  base::Errno error(failure.value());
+  FileIdentity identity;
+  if (!logger::CheckOrLog(error, "cannot examine %s: %s (%d)\n", database, error.Text(), error.number()) ||
+      !Identify(log, 0, identity)) {
+    return false;
+  }
+  has_log = identity.size > 0;
+  return true;
 }
 
 }  // namespace
@@ -136,10 +146,14 @@ bool GetItemState(const VolumePaths& paths, const IntentItem& item, ItemState& s
   FileIdentity copy;
   FileIdentity live;
   if (!IdentifyBoth(where, copy, live)) return false;
+  bool has_log = false;
+  if (live.exists() && !FindLog(where.live, has_log)) return false;
   // What is empty holds nothing newer: somebody opened what was not there yet, or made its folder.
   const bool is_same = live == item.live || live.size == 0;
-  const bool may_replace = !live.exists() || (is_same && !HasLog(where.live));
-  const bool is_done = item.copy.exists() ? live.inode == item.copy.inode : !item.is_view() || !live.exists();
+  const bool may_replace = !live.exists() || (is_same && !has_log);
+  // A live database behind a link may have the same number on another file system, so the copy must be gone.
+  const bool is_moved = live.inode == item.copy.inode && copy.inode != item.copy.inode;
+  const bool is_done = item.copy.exists() ? is_moved : !item.is_view() || !live.exists();
   const bool can_be_made = may_replace && copy == item.copy;
   state = is_done ? ItemState::kDone : can_be_made ? ItemState::kPending : ItemState::kChanged;
   return true;
