@@ -157,8 +157,8 @@ void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_system
   // A move that has failed is tried once more: the check after this writes to what is live, and a later run
   // would take that for somebody else's. What is covered by a mount now is there again when that is gone.
   if (!PlaceItems(paths, progress.pending) || !progress.changed.empty()) return;
-  (void)file_op::FSRemoveTree(copies.view_folder,
-                              0);  // what no view has taken; the next run removes what stays
+  // What no view has taken; the next run removes what stays.
+  (void)file_op::FSRemoveTree(copies.view_folder, 0);
   if (file_systems.Flush()) RemoveIntent(paths);
 }
 

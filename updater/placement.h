@@ -18,7 +18,7 @@ namespace updater {
 // Makes everything ready that can fail: checkpoints the working copies, tries whether all targets can be
 // replaced, brings the copies to the disk, checkpoints the live databases that they replace, and writes the
 // intent. `file_systems` were opened before the copies were made. Returns 0, or -1 after a line in the system
-// log; no live database has lost or changed content then, and there is no intent.
+// log; no live database has lost or changed content then, and there is no intent (but see WriteIntent).
 [[nodiscard]] int PreparePlacement(const package::VolumePaths& paths, const FileSystems& file_systems);
 
 // Moves every working copy over its live database or folder, and brings that to the disk. A part that has no

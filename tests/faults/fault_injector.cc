@@ -3,8 +3,7 @@
 //
 //   FAULT_AT      the call that is hit, from 1; 0 for none
 //   FAULT_KIND    "kill"; "abort", which makes the volume read-only as after an error of its disk; or the
-//   number
-//                 of the errno that the call fails with. Then those that only open a file count, too.
+//                 number of an errno, with which the call fails. Then those that only open a file count, too.
 //   FAULT_EVER    when set, every call behind it fails as well
 //   FAULT_ONLY    when set, only calls of this name count, such as "rename"
 //   FAULT_VOLUME  where the volume is mounted

@@ -1,12 +1,7 @@
 """Loss of power. A run on a recorded disk tells what reaches the disk in which order. From the record disks are made
 as a loss of power leaves them: all up to a flush is there, and any part of what was written after it. The next run
-on each must end as if nothing had happened; and so must one that loses power, too.
-
-For hours instead of seconds, from the top of the sources, with Btrfs too:
-
-    FAULT_TRIALS=<for every start version> PYTHONPATH=tests/faults python3 -B tests/system/run.py <updater-svr> \\
-        <package-tool> -v test_power.Ext4
-"""
+on each must end as if nothing had happened; and so must one that loses power, too. FAULT_TRIALS are those of every
+start version."""
 
 import collections
 import contextlib
