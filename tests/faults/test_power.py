@@ -14,9 +14,8 @@ import subprocess
 import sys
 
 import namespace
-from harness import SystemTest, change, tool
+from harness import HALF, SystemTest, change, leave, tool
 from recorded_disk import recorded_disk
-from test_interruption import leave
 
 TRIALS, TRIALS_A_RECORD = int(os.environ.get("FAULT_TRIALS", "12")), 6
 DISK, IMAGE, BASE, INTERRUPTED, START, LOST, COPY = (os.path.join(namespace.ROOM, name) for name in (
@@ -107,9 +106,12 @@ class PowerLoss(SystemTest):
 
     def lose_power(self, version):
         volume = self.new_volume(version, fs=self.fs, megabytes=self.megabytes)
-        for path in volume.databases():  # a killed daemon's, with the version in the write-ahead log only
-            change(path, VERSION.format("-"))
-            leave(path, "PRAGMA journal_mode = WAL; " + VERSION.format("+"))
+        for path in volume.databases():  # killed daemons': a hot journal, or the version in the write-ahead log only
+            is_half = path in (volume.user, volume.client)
+            if not is_half:
+                change(path, VERSION.format("-"))
+            leave(path, HALF if is_half else "PRAGMA journal_mode = WAL; " + VERSION.format("+"))
+            self.assertGreater(os.path.getsize(path + ("-journal" if is_half else "-wal")), 0)
         old, bases, ends = databases(volume), [BASE], collections.Counter()
         subprocess.run(["umount", volume.path], check=True)
         self.addCleanup(namespace.mount, "-o", "loop", volume.image.name, volume.path)  # as its removal expects

@@ -12,6 +12,7 @@ import socket
 import sqlite3
 import stat
 import subprocess
+import sys
 import tempfile
 import threading
 import unittest
@@ -38,6 +39,9 @@ Run = collections.namedtuple("Run", "stdout stderr exit status log")
 # The users of the databases that are no account here do not get the privilege.
 REFUSED_USERS = [f"[ERROR] sdk-impl-6-0(N): Fail to allow user '{user}'\n"
                  for user in ("DOM\\bob 100%", "größe.ldap")]
+# Leaves half a transaction to be rolled back, with pages enough to have reached the file.
+HALF = """PRAGMA cache_size = 1; BEGIN; DELETE FROM config_table; CREATE TABLE junk AS
+    WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 500) SELECT zeroblob(1000) FROM n"""
 # What a run may make beside the live databases although it fails.
 MADE_BY_A_FAILED_RUN = re.compile(
     r"\.bak(/|-|$)|@sync/node_delta|@sync/rm|@sync/(repo|delta)/\.0$|new-syncfolder\.sqlite|-shm$")
@@ -63,6 +67,12 @@ def query(path, sql, row_factory=None, how="mode=ro"):
 def change(path, sql):
     with contextlib.closing(sqlite3.connect(path)) as db:
         db.executescript(sql)
+
+
+def leave(path, script):
+    """The files of a database as a killed process leaves them: the connection is never closed."""
+    work = "import os, sqlite3, sys; _, path, script = sys.argv; db = sqlite3.connect(path); db.executescript(script); "
+    subprocess.run([sys.executable, "-c", work + "os.kill(os.getpid(), 9)", path, script], check=False)
 
 
 @contextlib.contextmanager

@@ -4,7 +4,8 @@ import os
 import re
 import subprocess
 
-from harness import ENABLED, LAST, MARK, NO_OVERRIDE, STATUS_FILE, Run, SystemTest, change, read, text_of, write
+from harness import (ENABLED, HALF, LAST, MARK, NO_OVERRIDE, STATUS_FILE, Run, SystemTest, change, leave, read,
+                     text_of, write)
 from namespace import mount
 
 NO_VERSION, NEWER = "Updater Cannot get database version", "exist db is newer than package"
@@ -95,6 +96,8 @@ class Content(RefusalTest):
                        "dbnewer", False),
             "newer": (LAST, lambda v: set_config(v.data, "version", LAST + 1),
                       [f"exist db is newer, exist: {LAST + 1}, target: {LAST}", NEWER], "dbnewer", False),
+            "newer, with a journal": (LAST, lambda v: (set_config(v.data, "version", 9999), leave(v.data, HALF)),
+                                      [f"exist db is newer, exist: 9999, target: {LAST}", NEWER], "dbnewer", False),
             "no database": (3300, lambda v: write(v.data, "this is no database " * 100),
                             unreadable("file is not a database (26)\n")),
             "truncated": (3300, lambda v: os.truncate(v.data, 8192),
