@@ -91,11 +91,13 @@ void Nsswitch(std::string_view input) {
 }
 
 // The input is an intent without its last line, which keeps nobody from writing another. What is accepted is
-// inside the package.
+// inside the package, and only with its own checksum and whole.
 void Intent(std::string_view input) {
-  const std::string checksum = std::to_string(base::Fnv1a(input));
-  const auto intent = updater::ParseIntent(std::string(input) + "checksum " + checksum + "\n");
+  const std::string text = std::string(input) + "checksum ";
+  const std::uint64_t checksum = base::Fnv1a(input);
+  const auto intent = updater::ParseIntent(text + std::to_string(checksum) + "\n");
   if (!intent) return;
+  assert(!updater::ParseIntent(text + std::to_string(checksum + 1) + "\n") && !updater::ParseIntent(input));
   assert(updater::ParseIntent(updater::FormatIntent(*intent)) == intent);
   for (const updater::IntentItem& item : *intent) {
     const fs::path path = updater::PathsOf(package::VolumePaths("/v"), item).live;

@@ -25,7 +25,7 @@ def set_config(path, key, value):
 
 class RefusalTest(SystemTest):
     def refuse(self, volume, log, status="upgradefail", copies=False, path=None):
-        before = volume.live()
+        before, files = volume.live(), volume.files()
         run = self.run_updater(volume.path if path is None else path, prefix=NO_OVERRIDE)
         self.assert_ended(run, status)
         self.assertEqual(run.log, log)
@@ -33,6 +33,8 @@ class RefusalTest(SystemTest):
         self.assertEqual(run.stderr, "".join(error))
         self.assertEqual(volume.live(), before)
         self.assertEqual(volume.copies() != [], copies)
+        if status == "dbnewer":
+            self.assertEqual(volume.files(), files)
         return run
 
     def refuse_each(self, cases):
@@ -88,6 +90,7 @@ class Content(RefusalTest):
         def unreadable(why):
             return ["sqlite3_prepare_v2: " + why, UNREADABLE_DATA + why, NO_VERSION]
 
+        in_log = "PRAGMA journal_mode = WAL; UPDATE config_table SET value = 9999 WHERE key = 'version'"
         no_start = "UpdaterFramework: GraphError: UpdateGraph: fail to find start vertex of version "
         self.refuse_each({
             "missing": (LAST, lambda v: os.unlink(v.data), [], "done", False),
@@ -96,8 +99,14 @@ class Content(RefusalTest):
                        "dbnewer", False),
             "newer": (LAST, lambda v: set_config(v.data, "version", LAST + 1),
                       [f"exist db is newer, exist: {LAST + 1}, target: {LAST}", NEWER], "dbnewer", False),
-            "newer, with a journal": (LAST, lambda v: (set_config(v.data, "version", 9999), leave(v.data, HALF)),
-                                      [f"exist db is newer, exist: 9999, target: {LAST}", NEWER], "dbnewer", False),
+            **{name: (LAST, prepare, [f"exist db is newer, exist: 9999, target: {LAST}", NEWER], "dbnewer", False)
+               for name, prepare in {
+                   "journal": lambda v: (set_config(v.data, "version", 9999), leave(v.data, HALF)),
+                   "no log": lambda v: change(v.data, in_log),
+                   "log": lambda v: leave(v.data, "PRAGMA locking_mode = EXCLUSIVE;" + in_log),
+                   "log and index": lambda v: leave(v.data, in_log),
+                   "log, not to be written": lambda v: (leave(v.data, "PRAGMA locking_mode = EXCLUSIVE;" + in_log),
+                                                        os.chmod(v.data, 0o400))}.items()},
             "no database": (3300, lambda v: write(v.data, "this is no database " * 100),
                             unreadable("file is not a database (26)\n")),
             "truncated": (3300, lambda v: os.truncate(v.data, 8192),
