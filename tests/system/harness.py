@@ -40,7 +40,7 @@ Run = collections.namedtuple("Run", "stdout stderr exit status log")
 REFUSED_USERS = [f"[ERROR] sdk-impl-6-0(N): Fail to allow user '{user}'\n"
                  for user in ("DOM\\bob 100%", "größe.ldap")]
 # Leaves half a transaction to be rolled back, with pages enough to have reached the file.
-HALF = """PRAGMA cache_size = 1; BEGIN; DELETE FROM config_table; CREATE TABLE junk AS
+HALF = """PRAGMA journal_mode = DELETE; PRAGMA cache_size = 1; BEGIN; DELETE FROM config_table; CREATE TABLE junk AS
     WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 500) SELECT zeroblob(1000) FROM n"""
 # What a run may make beside the live databases although it fails.
 MADE_BY_A_FAILED_RUN = re.compile(
