@@ -24,7 +24,7 @@ constexpr std::array<Setting, 4> kSettings = {{{SQLITE_DBCONFIG_DEFENSIVE, 1},
                                                {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0}}};
 
 // Well above what the databases and the statements of this program need.
-constexpr std::array<Setting, 10> kLimits = {{{SQLITE_LIMIT_LENGTH, 16 << 20},
+constexpr std::array<Setting, 10> kLimits = {{{SQLITE_LIMIT_LENGTH, 64 << 20},
                                               {SQLITE_LIMIT_SQL_LENGTH, 16 << 20},
                                               {SQLITE_LIMIT_COLUMN, 200},
                                               {SQLITE_LIMIT_EXPR_DEPTH, 200},
@@ -132,7 +132,10 @@ double SizeOfFiles(sqlite3* db) {
   double bytes = 0;
   ForEachFile(db, [&bytes](const char* path) {
     struct stat status {};
-    if (stat(path, &status) == 0) bytes += static_cast<double>(status.st_size);
+    for (const char* suffix : {"", "-wal"}) {
+      if (stat((path + std::string(suffix)).c_str(), &status) == 0)
+        bytes += static_cast<double>(status.st_size);
+    }
   });
   return bytes;
 }

@@ -110,6 +110,7 @@ VolumeUpgrade::VolumeUpgrade(package::VolumePaths paths, bool with_legacy_steps,
 VolumeUpgrade::Result VolumeUpgrade::Run() {
   if (FinishFormerPlacement(paths_) < 0) return Result::kFailed;
   if (access(paths_.live.data.c_str(), F_OK) != 0) return Result::kNothingToDo;
+  LogFreeSpace(paths_);
   if (IsNewerOrCannotBeOpened()) {
     logger::SystemLog("exist db is newer than package");
     return Result::kNewer;
@@ -117,7 +118,6 @@ VolumeUpgrade::Result VolumeUpgrade::Run() {
   temporary_.MakeIfMissing();
   FileSystems file_systems;
   file_systems.Open(paths_);
-  LogFreeSpace(paths_);
   if (!MakeWorkingCopies() || !RunChain() || PreparePlacement(paths_, file_systems) < 0)
     return Result::kFailed;
   PlaceWorkingCopies(paths_, file_systems);
