@@ -68,23 +68,6 @@ TEST_P(EveryUpdater, RefusesOtherVersionsAndChangesNothing) {
   }
 }
 
-TEST_P(EveryUpdater, WritesTheVersionsOfTheSharedDatabasesTogetherOrNotAtAll) {
-  StartAt(GetParam().from);
-  RunSql(package_.client, "CREATE TRIGGER refuse BEFORE UPDATE ON config_table WHEN NEW.value = '" +
-                              std::to_string(GetParam().to) + "' BEGIN SELECT RAISE(ABORT, 'refused'); END;");
-  EXPECT_EQ(Update(GetParam().to), -1);
-  EXPECT_EQ(sink_.Texts().back(), UpdaterLine("failed to update database versions\n"));
-  // Before it: the statement, a short line when that is long, and the step of those that write to folders.
-  EXPECT_EQ(sink_.lines().size(), GetParam().from < 3300 ? 2U : GetParam().from < 3400 ? 3U : 4U);
-  EXPECT_EQ(sink_.Count(UpdaterLine(
-                "Failed to update version and branch to syncfolder-db, user-db, client-db and log-db")),
-            GetParam().from < 3400 ? 0 : 1);
-  EXPECT_EQ(out_.str(), "");
-  for (const std::string& path : {package_.data, package_.user, package_.client}) {
-    EXPECT_EQ(Config(path, "'version'"), "version=" + std::to_string(GetParam().from) + " ") << path;
-  }
-}
-
 INSTANTIATE_TEST_SUITE_P(All, EveryUpdater, ::testing::ValuesIn(kEdges), [](const auto& test) {
   return std::to_string(test.param.from) + "to" + std::to_string(test.param.to);
 });

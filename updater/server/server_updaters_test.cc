@@ -130,6 +130,11 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
   const std::string no_uuid = "Cannot get home volume uuid ..*/@sync.\n" + step;
   const std::string no_history = "Fail to get btrfs uuid history\nfailed to update for btrfs uuid\n";
   const std::string no_log = "no such table: data_db.log_table .1.\n";
+  const std::string versions = ".*refused .19.\n.*failed to update database versions\n";
+  const std::string folders =
+      "Failed to update version and branch to syncfolder-db, user-db, client-db and log-db";
+  const std::string refuse =
+      "CREATE TRIGGER t BEFORE UPDATE ON config_table BEGIN SELECT RAISE(ABORT, 'refused'); END;";
   const std::string add_column = "ALTER TABLE node_table ADD share_priv_hash";
   const auto run = [](const std::string& path, const std::string& sql) { return [=] { RunSql(path, sql); }; };
   const auto remove = [](const std::string& path) { return [path] { fs::remove_all(path); }; };
@@ -144,6 +149,10 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
   const std::vector<Failure> failures = {
       {2577, run(package_.client, add_column), ".*" + step},
       {2603, run(package_.client, add_column), ".*" + step},
+      // The versions of the shared databases are written together or not at all.
+      {3004, run(package_.client, refuse), versions, "data|user"},
+      {4100, run(package_.client, refuse), ".*" + folders + versions.substr(versions.find("failed")),
+       "view.*"},
       {2577, run(package_.data, "ALTER TABLE version_table RENAME TO gone"), ".*" + step, "none", 2603},
       // Two versions for one node. The middle step commits on its own.
       {3004, run(package_.data, "UPDATE version_table SET sync_id = 12 WHERE ver_id = 2"),
