@@ -202,22 +202,13 @@ def sweep(job):
     return f"{kind:12}{volume}", tried.count
 
 
-def enter(programs):
-    namespace.enter()
-    for program, path in zip(programs, (harness.PROGRAM, harness.TOOL, INJECTOR)):
-        shutil.copy(f"/proc/self/fd/{program}", path)
-
-
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("programs", nargs=3)
     parser.add_argument("--stride", type=int, default=1)
     parser.add_argument("--only", default="")
     options = parser.parse_args()
-    os.environ["PATH"] += ":/usr/sbin:/sbin"
-    if reason := namespace.what_is_missing():
-        print(f"{__file__}:1: Skipped\n{reason}\n")
-        sys.exit(77)
+    namespace.skip_where_tests_cannot_run()
     jobs = []
     for kind, volume in [(kind, volume) for kind, volumes in JOBS.items() for volume in volumes]:
         parts = 1 if options.stride > 1 or kind in ("full_disk", "quota") else 8
@@ -226,9 +217,10 @@ def main():
             jobs += [(name, (kind, volume, version, other_views), part, parts, options.stride)
                      for part in range(parts) if re.search(options.only, name)]
     total = collections.defaultdict(collections.Counter)
-    programs = [os.open(path, os.O_RDONLY) for path in options.programs]
+    programs = {path: os.open(program, os.O_RDONLY)
+                for path, program in zip((harness.PROGRAM, harness.TOOL, INJECTOR), options.programs)}
     # Who interrupts it sees what there is so far.
-    with multiprocessing.Pool(initializer=enter, initargs=(programs,)) as pool, contextlib.suppress(KeyboardInterrupt):
+    with multiprocessing.Pool(None, namespace.enter, (programs,)) as pool, contextlib.suppress(KeyboardInterrupt):
         for name, count in pool.imap_unordered(sweep, jobs):
             total[name] += count
             total["all"] += count

@@ -11,7 +11,6 @@ import random
 import re
 import shutil
 import subprocess
-import sys
 
 import namespace
 from harness import HALF, SystemTest, change, leave, tool
@@ -22,9 +21,7 @@ DISK, IMAGE, BASE, INTERRUPTED, START, LOST, COPY = (os.path.join(namespace.ROOM
     "disk", "image", "base", "interrupted", "start", "lost", "copy"))
 VERSION = "UPDATE config_table SET value = value {} 1 WHERE key = 'version'"
 BLOCK = 4096  # a disk writes it as a whole
-if not os.path.exists("/dev/fuse"):
-    print(f"{__file__}:1: Skipped\nthere is no FUSE\n")
-    sys.exit(77)
+namespace.skip_unless(os.path.exists("/dev/fuse"), "there is no FUSE")
 
 
 def write_image(path, base, writes=()):

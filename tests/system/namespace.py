@@ -6,6 +6,7 @@ import pathlib
 import shutil
 import stat
 import subprocess
+import sys
 
 ROOM = "/srv"  # a tmpfs: volume images, mount points and whatever else a test needs
 HOME = ROOM + "/homes/O'Brien"
@@ -23,19 +24,24 @@ DEVICES = [("null", 1, 3, stat.S_IFCHR), ("zero", 1, 5, stat.S_IFCHR), ("random"
 CLONE_NEWNS = 0x00020000
 
 
-def what_is_missing():
-    """Why the tests cannot run here, or None."""
-    if os.geteuid() != 0:
-        return "only root can make a machine of its own"
+def skip_unless(possible, reason):
+    if not possible:
+        print(f"{__file__}:1: Skipped\n{reason}\n")  # as GoogleTest puts it, for whoever counts the tests
+        sys.exit(77)  # ctest knows it as skipped
+
+
+def skip_where_tests_cannot_run():
+    os.environ["PATH"] += ":/usr/sbin:/sbin"  # not on the path of every root
+    skip_unless(os.geteuid() == 0, "only root can make a machine of its own")
     for tool in ("mount", "umount", "mkfs.ext4", "mkfs.btrfs", "setpriv"):
-        if shutil.which(tool) is None:
-            return f"{tool} is not installed"
-    return None if os.path.exists("/dev/loop-control") else "there are no loop devices"
+        skip_unless(shutil.which(tool), f"{tool} is not installed")
+    skip_unless(os.path.exists("/dev/loop-control"), "there are no loop devices")
 
 
-def enter():
+def enter(programs):
     """Takes the process, and all that it starts, into a machine of its own. Nothing has to be undone: mounts,
-    and the loop devices behind them, go with the last process of the namespace."""
+    and the loop devices behind them, go with the last process of the namespace. The programs are open files, and get
+    there by their names, because the machine may cover the folder that they lie in."""
     if ctypes.CDLL(None, use_errno=True).unshare(CLONE_NEWNS) != 0:
         raise OSError(ctypes.get_errno(), "unshare")
     mount("--make-rprivate", "/")
@@ -49,6 +55,8 @@ def enter():
         os.mknod(f"/dev/{name}", 0o600 | kind, os.makedev(major, minor))
     os.makedirs(HOME)
     configure(CONFIGURATION)
+    for path, program in programs.items():
+        shutil.copy(f"/proc/self/fd/{program}", path)
 
 
 def mount(*arguments):
