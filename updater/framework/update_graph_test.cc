@@ -52,6 +52,10 @@ TEST_F(FrameworkTest, TakesTheDirectWayAndTheSideBranchOnlyFromIt) {
   Add(kSide, kJoined, "side2");
   Add(kOld, kSide, "side1");
   Add(kJoined, kNext, "next");
+  Add(kNext, {"master", 3300}, "fails", -1);
+  Add({"master", 3300}, {"master", 3400}, "none");
+  EXPECT_EQ(Run(kJoined, {"master", 3400}, -2),
+            "next;fails;Error when updating from (master, 3200)  to (master, 3300) : reason");
   EXPECT_EQ(Run(kNext, kNext), "");
   EXPECT_EQ(Run(kOld, kNext), "direct;next;");
   EXPECT_EQ(Run(kSide, kNext), "side2;next;");
@@ -72,14 +76,6 @@ TEST_F(FrameworkTest, BreaksTiesByOrder) {
   Add({"a", 2}, end, "parallel");
   // ("a", 2) is visited first only as a neighbour of the start, after ("b", 2): the front of the list is it.
   EXPECT_EQ(Run({"", 1}, end), "a1;a2;");
-}
-
-TEST_F(FrameworkTest, StopsAtTheUpdaterThatFails) {
-  Add(kOld, kJoined, "first");
-  Add(kJoined, kNext, "second", -1);
-  Add(kNext, {"master", 3300}, "third");
-  EXPECT_EQ(Run(kOld, {"master", 3300}, -2),
-            "first;second;Error when updating from (master, 3004)  to (master, 3200) : reason");
 }
 
 TEST_F(FrameworkTest, EndsTheProcessAtASelfLoop) {
