@@ -104,8 +104,12 @@ TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
   EXPECT_EQ(tests::Query(run_.live.log, "SELECT count(*) FROM log_table;"), "1 ");
   fs::rename(run_.live.view_folder, run_.copies.view_folder);
   fs::rename(run_.live.file_folder, run_.copies.file_folder);
+  for (const std::string& path : {run_.live.log, run_.live.client}) fs::remove(path);
   EXPECT_EQ(Upgrade(), "done");
-  EXPECT_FALSE(fs::exists(run_.live.view_folder) || fs::exists(run_.live.file_folder));
+  for (const std::string& path :
+       {run_.live.view_folder, run_.live.file_folder, run_.live.log, run_.live.client}) {
+    EXPECT_FALSE(fs::exists(path)) << path;
+  }
 }
 
 TEST_F(RunUpdaterTest, ACheckThatCannotAskRemovesNothing) {

@@ -1,7 +1,6 @@
 """Every start version, on both file systems, ends in the same databases with the described output."""
 
 import os
-import shutil
 import stat
 
 from harness import FIRST_WITH, LAST, PRIVILEGE, REFUSED_USERS, STATUS_FILE, VERSIONS, SystemTest, read, text_of, write
@@ -63,16 +62,6 @@ class Ext4(UpgradeTest):
         for argument in ("--dont-skip", "--dont_skip", ""):
             with self.subTest(argument):
                 self.upgrade(2577, argument, name="it's \"100%\" %s%n \\040 größe")
-
-    def test_parts_that_are_not_there_are_skipped(self):
-        volume = self.new_volume(LAST)
-        for path in (volume.log, volume.client):
-            os.unlink(path)
-        for folder in ("view", "file"):
-            shutil.rmtree(f"{volume.sync}/{folder}")
-        before = volume.files()
-        self.assert_ended(self.run_updater(volume.path), "done")
-        self.assertEqual(volume.files(), before)
 
 
 class Btrfs(UpgradeTest):
