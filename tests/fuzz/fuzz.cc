@@ -56,8 +56,9 @@ void MountTable(std::string_view input) {
   std::vector<Mount> mounts;
   (void)ReadMountInfo(path, mounts);
   for (const Mount& mount : mounts) {
-    const Mount* const found = FindMountOf(mounts, mount.mount_point + "/x");
-    assert(found == nullptr || mount.mount_point.starts_with(found->mount_point));
+    const std::string asked = mount.mount_point + "/x";
+    const Mount* const found = FindMountOf(mounts, asked);
+    assert(found == nullptr || asked.starts_with(found->mount_point));
   }
 }
 
