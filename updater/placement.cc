@@ -23,12 +23,6 @@ using logger::CheckErrno;
 using package::PackagePaths;
 using package::VolumePaths;
 
-using PartPath = std::string PackagePaths::*;
-
-// In the order in which they are put in place.
-constexpr std::array<PartPath, 4> kDatabases = {&PackagePaths::user, &PackagePaths::data, &PackagePaths::log,
-                                                &PackagePaths::client};
-
 // The parts whose live one may be missing at the start of a run.
 constexpr std::array<PartPath, 5> kOtherParts = {&PackagePaths::user, &PackagePaths::log,
                                                  &PackagePaths::client, &PackagePaths::view_folder,
@@ -81,7 +75,7 @@ int PlaceItem(const VolumePaths& paths, const IntentItem& item) {
     return RestoreView(paths.copies.view_folder, paths.live.view_folder, base::NameOf(item.part));
   }
   // The view folder was not there, but may be by now.
-  const bool is_folder = item.part == "view" || item.part == "file";
+  const bool is_folder = item.part == kViewsPart || item.part == kFilesPart;
   return is_folder ? RestoreFileFolder(copy, live) : PlaceDatabase(copy, live);
 }
 

@@ -1,7 +1,6 @@
 #include "updater/placement_intent.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 
 #include "base/fnv.h"
@@ -13,7 +12,6 @@ namespace {
 constexpr std::string_view kHead = "updater-svr placement 1";
 constexpr std::string_view kChecksumKey = "checksum ";
 constexpr std::string_view kViewPrefix = "view/";
-constexpr std::array<std::string_view, 6> kWholeParts = {"user", "data", "log", "client", "view", "file"};
 
 constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./";
 constexpr std::string_view kHexDigits = "0123456789abcdef";
@@ -49,7 +47,8 @@ std::optional<std::string> Unescape(std::string_view text) {
 }
 
 bool IsPart(std::string_view part) {
-  if (std::find(kWholeParts.begin(), kWholeParts.end(), part) != kWholeParts.end()) return true;
+  if (part == kViewsPart || part == kFilesPart) return true;
+  if (std::find(kDatabaseParts.begin(), kDatabaseParts.end(), part) != kDatabaseParts.end()) return true;
   if (!part.starts_with(kViewPrefix)) return false;
   const std::string_view name = part.substr(kViewPrefix.size());
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&

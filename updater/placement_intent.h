@@ -6,6 +6,7 @@
 // make root move anything else.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,8 +26,14 @@ struct FileIdentity {
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
 
+// The parts that are one database, in the order in which they are moved; the whole view folder, where there
+// is no live one; and the file folder.
+inline constexpr std::array<std::string_view, 4> kDatabaseParts = {"user", "data", "log", "client"};
+inline constexpr std::string_view kViewsPart = "view";
+inline constexpr std::string_view kFilesPart = "file";
+
 struct IntentItem {
-  std::string part;   // "user", "data", "log", "client", "view", "view/<name>" or "file"
+  std::string part;   // one of these, or "view/<name>"
   FileIdentity copy;  // nothing: the live database of a view goes
   FileIdentity live;  // what is replaced
 

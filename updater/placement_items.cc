@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <filesystem>
 #include <vector>
@@ -105,23 +104,18 @@ bool FindLog(const std::string& database, bool& has_log) {
 }  // namespace
 
 ItemPaths PathsOf(const VolumePaths& paths, const IntentItem& item) {
-  using Member = std::string PackagePaths::*;
-  static constexpr std::array<std::pair<const char*, Member>, 6> kWholeParts = {
-      {{"user", &PackagePaths::user},
-       {"data", &PackagePaths::data},
-       {"log", &PackagePaths::log},
-       {"client", &PackagePaths::client},
-       {"view", &PackagePaths::view_folder},
-       {"file", &PackagePaths::file_folder}}};
-  for (const auto& [part, member] : kWholeParts) {
-    if (item.part == part) return {paths.copies.*member, paths.live.*member};
+  const auto both = [&paths](PartPath part) { return ItemPaths{paths.copies.*part, paths.live.*part}; };
+  for (std::size_t i = 0; i < kDatabases.size(); ++i) {
+    if (item.part == kDatabaseParts.at(i)) return both(kDatabases.at(i));
   }
+  if (item.part == kViewsPart) return both(&PackagePaths::view_folder);
+  if (item.part == kFilesPart) return both(&PackagePaths::file_folder);
   const std::string view = base::NameOf(item.part);
   return {paths.copies.ViewDatabase(view), paths.live.ViewDatabase(view)};
 }
 
 bool ListItems(const VolumePaths& paths, Intent& intent) {
-  std::vector<std::string> parts = {"user", "data", "log", "client"};
+  std::vector<std::string> parts(kDatabaseParts.begin(), kDatabaseParts.end());
   std::vector<std::string> views;
   const int has_copy = file_op::Find(file_op::At(paths.copies.view_folder));
   const int listed = file_op::ListFolders(paths.live.view_folder, views);
@@ -131,9 +125,9 @@ bool ListItems(const VolumePaths& paths, Intent& intent) {
     return false;
   }
   if (has_copy == 0) views.clear();
-  if (has_copy == 1 && is_new) parts.emplace_back("view");
+  if (has_copy == 1 && is_new) parts.emplace_back(kViewsPart);
   std::transform(views.begin(), views.end(), std::back_inserter(parts), ViewPart);
-  parts.emplace_back("file");
+  parts.emplace_back(kFilesPart);
   intent.clear();
   return std::all_of(parts.begin(), parts.end(), [&](const std::string& part) {
     IntentItem& item = intent.emplace_back(IntentItem{.part = part, .copy = {}, .live = {}});

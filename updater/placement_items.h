@@ -1,6 +1,7 @@
 // The parts that a placement puts in place: where they lie, and how far each of them is.
 #pragma once
 
+#include <array>
 #include <string>
 
 #include "base/errno.h"
@@ -8,6 +9,13 @@
 #include "updater/placement_intent.h"
 
 namespace updater {
+
+using PartPath = std::string package::PackagePaths::*;
+
+// The databases of kDatabaseParts.
+inline constexpr std::array<PartPath, kDatabaseParts.size()> kDatabases = {
+    &package::PackagePaths::user, &package::PackagePaths::data, &package::PackagePaths::log,
+    &package::PackagePaths::client};
 
 // Where the part of an item lies, as working copy and live.
 struct ItemPaths {

@@ -70,7 +70,7 @@ bool CanReplaceTargets(const package::VolumePaths& paths, const Intent& intent) 
     const bool is_removal = item.is_view() && !item.copy.exists();
     if (!item.copy.exists() && !is_removal) continue;  // this part stays as it is
     const auto [copy, live] = PathsOf(paths, item);
-    base::Errno error = CheckTarget(live, item.part == "file" && item.live.exists());
+    base::Errno error = CheckTarget(live, item.part == kFilesPart && item.live.exists());
     const auto folders = std::pair(base::FolderOf(is_removal ? live : copy), base::FolderOf(live));
     if (error.ok() && tried.insert(folders).second) error = TryRename(folders.first, folders.second);
     if (!logger::CheckOrLog(error, "cannot replace %s: %s (%d)\n", live, error.Text(), error.number())) {

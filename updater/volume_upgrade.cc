@@ -10,7 +10,6 @@
 #include <tuple>
 
 #include "db-util/database.h"
-#include "db-util/execute.h"
 #include "db-util/query.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
@@ -58,9 +57,7 @@ long long Look(db_util::Database db) {
     (void)sqlite3_db_config(db.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // cannot fail
   // SQLite would leave an index of the log, too. A connection that has the database for itself keeps the
   // index in memory.
-  if (makes_index && can_write) {
-    (void)db_util::Execute(db.get(), "PRAGMA locking_mode = EXCLUSIVE;");  // without it, only the index stays
-  }
+  if (makes_index && can_write) db_util::UseAlone(db.get());
   const long long version = ReadDatabaseVersion(db.get());
   db.reset();
   // SQLite gives exclusive use only of a database that can be written. Of any other the index is removed
