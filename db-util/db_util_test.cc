@@ -9,6 +9,7 @@
 #include "db-util/database.h"
 #include "db-util/execute.h"
 #include "tests/support/logged_test.h"
+#include "tests/support/mount_namespace.h"
 
 namespace {
 
@@ -60,6 +61,24 @@ TEST_F(DbUtilTest, AttachesAndMakesNothingThatALinkOfAnotherUserOrAnotherNameLea
   }
   EXPECT_LT(db_util::OpenDatabase(folder_ / "dangling", db_), 0);
   EXPECT_FALSE(fs::exists(folder_ / "none") || fs::file_size(folder_ / "outside") > 0);
+}
+
+TEST_F(DbUtilTest, ADiskThatIsAlmostFullFailsAStatementAndKillsNobody) {
+  const std::string volume = folder_ / "volume";
+  if (!tests::EnterMountNamespace() ||
+      !tests::Run("cd " + folder_.path() + " && truncate -s 4M image && mkfs.ext4 -q -O ^has_journal image" +
+                  " && mkdir volume && mount -o loop image volume")) {
+    GTEST_SKIP() << "cannot mount an ext4 image";
+  }
+  const auto mount = tests::ScopedMount(volume);
+  ASSERT_EQ(db_util::OpenDatabase(volume + "/a", db_), 0);
+  ASSERT_TRUE(db_util::Execute(db_.get(), "PRAGMA journal_mode = WAL; CREATE TABLE t (a);").ok());
+  db_.reset();
+  // Room for the first pages of the index of the log, not for all of them.
+  (void)tests::Run("cd " + volume + " && head -c 16k /dev/zero > a-room && sync && dd if=/dev/zero of=full");
+  ASSERT_TRUE(tests::Run("cd " + volume + " && sync && rm a-room"));
+  ASSERT_EQ(db_util::OpenDatabase(volume + "/a", db_), 0);
+  EXPECT_EQ(db_util::Execute(db_.get(), "SELECT * FROM t;").code, SQLITE_IOERR);
 }
 
 // A journal without pages that names one more file, as a commit to several databases does.

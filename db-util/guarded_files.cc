@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -106,6 +107,25 @@ int UnlinkGuarded(const char* path) {
   return -1;
 }
 
+// Whether every page of a mapping has a place on the disk. Whoever writes to one that gets none, because the
+// disk is full, is killed.
+bool HasPlace(void* mapped, std::size_t length, int file, off_t offset) {
+  if (madvise(mapped, length, MADV_POPULATE_WRITE) == 0) return true;
+  const bool is_known = errno != EINVAL;  // not before Linux 5.14
+  return !is_known && (fallocate(file, 0, offset, static_cast<off_t>(length)) == 0 || errno == EOPNOTSUPP);
+}
+
+// In place of mmap(2). What is written to is the index of a log, which all users of a database share.
+void* MapGuarded(void* address, std::size_t length, int protection, int flags, int file, off_t offset) {
+  void* const mapped = mmap(address, length, protection, flags, file, offset);
+  if (mapped == MAP_FAILED || (protection & PROT_WRITE) == 0 || HasPlace(mapped, length, file, offset)) {
+    return mapped;
+  }
+  (void)munmap(mapped, length);  // it was made just now
+  errno = ENOSPC;
+  return MAP_FAILED;
+}
+
 // The system's own follows every link.
 int FindFullPath(sqlite3_vfs* /*guarded*/, const char* name, int size, char* out) {
   if (AnyLinks::AreAllowed()) return System()->xFullPathname(System(), name, size, out);
@@ -152,7 +172,7 @@ const char* GuardedFiles() {
     return made;
   }();
   static const bool ready = Replace("open", OpenGuarded) && Replace("unlink", UnlinkGuarded) &&
-                            sqlite3_vfs_register(&guarded, 0) == SQLITE_OK;
+                            Replace("mmap", MapGuarded) && sqlite3_vfs_register(&guarded, 0) == SQLITE_OK;
   (void)ready;  // without it no database opens
   return kName;
 }
