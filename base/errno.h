@@ -14,6 +14,8 @@ class [[nodiscard]] Errno {
 
   // Of the call that has just failed.
   static Errno Last() { return Errno(errno); }
+  // Of a call that returns a negative number when it fails.
+  static Errno Of(int result) { return result < 0 ? Last() : Errno(); }
 
   [[nodiscard]] constexpr bool ok() const { return number_ == 0; }
   [[nodiscard]] constexpr int number() const { return number_; }

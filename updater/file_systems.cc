@@ -32,9 +32,8 @@ void FileSystems::Open(const package::VolumePaths& paths) {
 bool FileSystems::Flush() const {
   return std::all_of(file_systems_.begin(), file_systems_.end(), [](const FileSystem& system) {
     base::Errno error = system.error;
-    if (error.ok() && base::RetryInterrupted([&] { return syncfs(system.file.get()); }) < 0) {
-      error = base::Errno::Last();
-    }
+    if (error.ok())
+      error = base::Errno::Of(base::RetryInterrupted([&] { return syncfs(system.file.get()); }));
     return logger::CheckOrLog(error, "cannot flush file system of %s: %s (%d)\n", system.folder, error.Text(),
                               error.number());
   });

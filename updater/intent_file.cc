@@ -24,10 +24,8 @@ namespace {
 using file_op::Folder;
 using package::VolumePaths;
 
-base::Errno ErrnoOf(int result) { return result < 0 ? base::Errno::Last() : base::Errno(); }
-
 base::Errno Flush(int fd) {
-  return ErrnoOf(base::RetryInterrupted([&] { return fsync(fd); }));
+  return base::Errno::Of(base::RetryInterrupted([&] { return fsync(fd); }));
 }
 
 base::Errno WriteNewFile(const Folder& folder, const std::string& name, const std::string& text) {
@@ -53,7 +51,7 @@ base::Errno WriteText(const VolumePaths& paths, const std::string& text) {
   const std::string new_name = name + ".new";
   base::Errno error = WriteNewFile(folder, new_name, text);
   if (error.ok()) {
-    error = ErrnoOf(renameat(folder.fd(), new_name.c_str(), folder.fd(), name.c_str()));
+    error = base::Errno::Of(renameat(folder.fd(), new_name.c_str(), folder.fd(), name.c_str()));
     if (error.ok()) error = Flush(folder.fd());
     // Nothing was moved yet, so nothing has to be finished.
     if (!error.ok()) (void)unlinkat(folder.fd(), name.c_str(), 0);

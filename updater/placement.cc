@@ -76,7 +76,12 @@ int PlaceItem(const VolumePaths& paths, const IntentItem& item) {
   }
   // The view folder was not there, but may be by now.
   const bool is_folder = item.part == kViewsPart || item.part == kFilesPart;
-  return is_folder ? RestoreFileFolder(copy, live) : PlaceDatabase(copy, live);
+  if (is_folder) return RestoreFileFolder(copy, live);
+  // Nobody has written to the live database, so a journal beside it has nothing to give back. After the move
+  // it would be the new database's, should this run be killed, too.
+  return CheckErrno(db_util::RemoveCompanions(live), "cannot remove companion files of %s: %s (%d)\n", live)
+             ? PlaceDatabase(copy, live)
+             : -1;
 }
 
 struct Progress {

@@ -22,9 +22,13 @@ using file_op::FolderCursor;
 using package::PackagePaths;
 using package::VolumePaths;
 
+// The size of what is neither a file nor a folder.
+constexpr std::int64_t kStrange = -1;
+
 FileIdentity IdentityOf(const struct stat& status) {
+  const bool is_strange = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
   return {.inode = status.st_ino,
-          .size = status.st_size,
+          .size = is_strange ? kStrange : status.st_size,
           .modified_ns = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec};
 }
 
@@ -75,12 +79,11 @@ bool Identify(const std::string& path, int flags, FileIdentity& identity) {
   } else {
     identity = IdentityOf(status);
     if (S_ISDIR(status.st_mode)) error = IdentifyTree(path, identity);
-    if (S_ISLNK(status.st_mode)) error = base::Errno(ELOOP);
   }
   return logger::CheckOrLog(error, "cannot examine %s: %s (%d)\n", path, error.Text(), error.number());
 }
 
-// A link in the place of a copy is not this program's. A live database may be reached through one.
+// A live database may be reached through a link, a copy may not.
 bool IdentifyBoth(const ItemPaths& paths, FileIdentity& copy, FileIdentity& live) {
   return Identify(paths.copy, AT_SYMLINK_NOFOLLOW, copy) && Identify(paths.live, 0, live);
 }
@@ -131,7 +134,11 @@ bool ListItems(const VolumePaths& paths, Intent& intent) {
   intent.clear();
   return std::all_of(parts.begin(), parts.end(), [&](const std::string& part) {
     IntentItem& item = intent.emplace_back(IntentItem{.part = part, .copy = {}, .live = {}});
-    return IdentifyBoth(PathsOf(paths, item), item.copy, item.live);
+    const ItemPaths where = PathsOf(paths, item);
+    if (!IdentifyBoth(where, item.copy, item.live)) return false;
+    const base::Errno error(item.copy.size == kStrange ? ELOOP : 0);
+    return logger::CheckOrLog(error, "cannot examine %s: %s (%d)\n", where.copy, error.Text(),
+                              error.number());
   });
 }
 

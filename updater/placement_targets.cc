@@ -35,10 +35,10 @@ class MovableTree : public file_op::TraverseHandler {
 base::Errno CheckTarget(const std::string& target, bool is_folder) {
   FolderCursor cursor;
   MovableTree handler;
-  const bool movable =
-      CheckMovable(file_op::At(target)) == 0 &&
-      (!is_folder || (cursor.OpenTop(file_op::At(target)) == 0 && WalkTree(cursor, handler) == 0));
-  return movable ? base::Errno() : base::Errno::Last();
+  int result = CheckMovable(file_op::At(target));
+  if (result == 0 && is_folder) result = cursor.OpenTop(file_op::At(target));
+  if (result == 0 && is_folder) result = WalkTree(cursor, handler);
+  return base::Errno::Of(result);
 }
 
 // Renames a new file from one folder to the other.

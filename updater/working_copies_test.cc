@@ -157,6 +157,7 @@ TEST_F(WorkingCopiesTest, AStoppedPlacementIsFinishedButForWhatWasChangedSince) 
       {true, live_.data, "new lat new new", "data is left"},
       {true, live_.data + "-wal", "new old new new", "data is left"},
       {true, copies_.data, "new old new new", "data is left"},
+      {true, new_name, "new new old new", "view is left"},
       {true, linked + "-wal", "new old new new", "data is left"},
       {true, live_.file_folder + file, "new new new lat", "file is left"},
       {true, live_.file_folder + file + "-wal", "new new new old", "file is left"},
@@ -178,7 +179,9 @@ TEST_F(WorkingCopiesTest, AStoppedPlacementIsFinishedButForWhatWasChangedSince) 
     if (fs::is_directory(changed)) {
       fs::remove_all(changed);
       fs::create_directory(changed);
-    } else if (!changed.empty()) {
+    } else if (changed == new_name) {
+      fs::remove(changed), fs::create_symlink(linked, changed);
+    } else {
       WriteFile(changed, "lat");
     }
     EXPECT_EQ(FinishFormerPlacement(paths_), 0);

@@ -50,7 +50,7 @@ base::Errno FillNewFile(int file, const struct stat& status, std::string_view te
     return base::Errno::Last();
   }
   if (const base::Errno error = base::WriteAll(file, text); !error.ok()) return error;
-  return base::RetryInterrupted([&] { return ::fsync(file); }) == 0 ? base::Errno() : base::Errno::Last();
+  return base::Errno::Of(base::RetryInterrupted([&] { return ::fsync(file); }));
 }
 
 // Removes what killed writers have left. The file of a living writer is locked.
