@@ -31,7 +31,10 @@ inline constexpr std::size_t kCopyBufferSize = 33554432;  // 32 MiB
 // that was at the target is gone when the copy fails.
 [[nodiscard]] int FSMove(const std::string& source, const std::string& target, bool flag);
 
-// The same between places.
+// The same between places of one file system: between two of them it fails.
+[[nodiscard]] int Rename(const FilePlace& source, const FilePlace& target);
+
+// As FSMove, between places.
 [[nodiscard]] int Move(const FilePlace& source, const FilePlace& target);
 
 // Copies one regular file, mode 0666 less the umask; links in the paths are followed. Where the file system

@@ -45,12 +45,19 @@ int MoveAcross(const FilePlace& source, const FilePlace& target, mode_t mode) {
 
 }  // namespace
 
-int Move(const FilePlace& source, const FilePlace& target) {
+int Rename(const FilePlace& source, const FilePlace& target) {
   struct stat status {};
   if (fstatat(source.at, source.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0) return kMoveNoSource;
   if (renameat(source.at, source.name.c_str(), target.at, target.name.c_str()) == 0) return 0;
-  if (errno == ENAMETOOLONG) return kMoveNameTooLong;
-  return errno == EXDEV ? MoveAcross(source, target, status.st_mode) : kMoveFailed;
+  return errno == ENAMETOOLONG ? kMoveNameTooLong : kMoveFailed;
+}
+
+int Move(const FilePlace& source, const FilePlace& target) {
+  const int result = Rename(source, target);
+  struct stat status {};
+  if (result != kMoveFailed || errno != EXDEV) return result;
+  const bool is_there = fstatat(source.at, source.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  return is_there ? MoveAcross(source, target, status.st_mode) : kMoveNoSource;
 }
 
 int FSMove(const std::string& source, const std::string& target, bool /*flag*/) {

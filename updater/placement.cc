@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <tuple>
 #include <vector>
 
@@ -23,10 +24,9 @@ using logger::CheckErrno;
 using package::PackagePaths;
 using package::VolumePaths;
 
-// The parts whose live one may be missing at the start of a run.
-constexpr std::array<PartPath, 5> kOtherParts = {&PackagePaths::user, &PackagePaths::log,
-                                                 &PackagePaths::client, &PackagePaths::view_folder,
-                                                 &PackagePaths::file_folder};
+constexpr std::array<PartPath, 6> kAllParts = {&PackagePaths::data,        &PackagePaths::user,
+                                               &PackagePaths::log,         &PackagePaths::client,
+                                               &PackagePaths::view_folder, &PackagePaths::file_folder};
 
 // A file without companions is the whole database as it is, and there may be thousands of them: it is not
 // opened.
@@ -118,13 +118,31 @@ bool Finish(const VolumePaths& paths, const Progress& progress) {
   }
   const bool placed = PlaceItems(paths, progress.pending);
   const std::size_t all = progress.pending.size() + progress.moved + progress.changed.size();
-  if (!placed) {
+  // Parts of two versions are for somebody to look at, and need what there is of both.
+  if (!placed || !progress.changed.empty()) {
     logger::SystemLog("cannot finish what a former run was putting in place\n");
     return false;
   }
   logger::SystemLog("finished what a former run was putting in place: %d of %d parts were left\n",
                     static_cast<int>(progress.pending.size()), static_cast<int>(all));
   return true;
+}
+
+// What a damaged intent told of may be all that there is of some parts, and the rest is of another version.
+// Returns false after logging each of them; true when there are none.
+bool HaveNoCopies(const VolumePaths& paths) {
+  bool none = true;
+  for (const PartPath part : kAllParts) {
+    const std::string& copy = paths.copies.*part;
+    const std::string target = copy + ".set-aside";
+    if (file_op::Find(file_op::At(copy)) == 0) continue;
+    const bool moved =
+        file_op::FSRemoveTree(target, 0) == 0 && std::rename(copy.c_str(), target.c_str()) == 0;
+    logger::SystemLog("%s may be the only copy of its part and is %s\n", copy,
+                      moved ? "set aside as " + target : "left where it is");
+    none = false;
+  }
+  return none;
 }
 
 }  // namespace
@@ -170,7 +188,7 @@ int FinishFormerPlacement(const VolumePaths& paths) {
   if (found == IntentFound::kValid && !GetProgress(paths, intent, progress)) return -1;
   if (found == IntentFound::kUnusable || progress.is_obsolete()) {
     SetIntentAside(paths);
-    return 0;
+    return logger::ToResult(found == IntentFound::kValid || HaveNoCopies(paths));
   }
   FileSystems file_systems;
   file_systems.Open(paths);
@@ -180,7 +198,7 @@ int FinishFormerPlacement(const VolumePaths& paths) {
 }
 
 int RemoveStaleCopies(const VolumePaths& paths) {
-  for (const PartPath part : kOtherParts) {
+  for (const PartPath part : kAllParts) {
     if (RemoveStaleCopy(paths.live.*part, paths.copies.*part) < 0) return -1;
   }
   return 0;

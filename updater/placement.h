@@ -28,11 +28,12 @@ namespace updater {
 void PlaceWorkingCopies(const package::VolumePaths& paths, const FileSystems& file_systems);
 
 // Finishes the intent of a former run that was stopped in between, and logs a line about it. A part that
-// somebody has changed since is left as it is, with a line. An intent that cannot be read as one, or by which
-// nothing was moved yet and something was changed since, is set aside with a line.
+// somebody has changed since is left as it is, with a line. An intent by which nothing was moved yet and
+// something was changed since is set aside with a line. So is one that is damaged, with every working copy
+// that there is.
 //
-// Returns 0, or -1 after a line when a part cannot be put in place: the intent stays, and the working copies
-// must not be touched.
+// Returns 0, or -1 after a line. Where a part was not put in place, the intent stays, and the working copies
+// must not be touched; somebody has to see to it. After a set of copies was set aside, too, but only once.
 [[nodiscard]] int FinishFormerPlacement(const package::VolumePaths& paths);
 
 // Removes the working copies of parts that have no live one, before new copies are made: they would be put in

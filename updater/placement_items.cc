@@ -26,10 +26,13 @@ using package::VolumePaths;
 constexpr std::int64_t kStrange = -1;
 
 FileIdentity IdentityOf(const struct stat& status) {
+  const auto seconds =
+      static_cast<std::uint64_t>(status.st_mtim.tv_sec);  // any value, and it may wrap around
+  const auto nanoseconds = static_cast<std::uint64_t>(status.st_mtim.tv_nsec);
   const bool is_strange = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
   return {.inode = status.st_ino,
           .size = is_strange ? kStrange : status.st_size,
-          .modified_ns = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec};
+          .modified_ns = static_cast<std::int64_t>(seconds * 1'000'000'000 + nanoseconds)};
 }
 
 bool IsCompanion(std::string_view name) {

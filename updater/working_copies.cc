@@ -73,7 +73,8 @@ int MoveDatabase(const FilePlace& source, const FilePlace& target) {
   for (std::size_t i = 0; i < sources.size(); ++i) {
     const int found = file_op::Find(sources[i]);
     if (found < 0) return -1;
-    if ((found == 1 ? file_op::Move(sources[i], targets[i]) : file_op::RemoveTree(targets[i])) < 0) return -1;
+    if ((found == 1 ? file_op::Rename(sources[i], targets[i]) : file_op::RemoveTree(targets[i])) < 0)
+      return -1;
   }
   return 0;
 }
@@ -184,7 +185,7 @@ int ReplaceCopiedLinks(const Folder& live, const Folder& copy) {
 }  // namespace
 
 int MoveIntoPlace(const std::string& copy, const std::string& live) {
-  const int result = file_op::FSMove(copy, live, true);
+  const int result = file_op::Rename(file_op::At(copy), file_op::At(live));
   if (result >= 0) return 0;
   if (result != file_op::kMoveNoSource || errno != ENOENT) LogMoveFailure(copy, live);
   return -1;
