@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -44,9 +45,9 @@ bool OpenSource(const FilePlace& place, int flags, base::FileDescriptor& file, s
   return false;
 }
 
-// Empties the target only after making sure that it is not the source.
+// Empties the target only after making sure that it is not the source. `is_regular` tells what it is.
 bool OpenTarget(const FilePlace& place, const CopyOptions& options, const struct stat& source,
-                base::FileDescriptor& file) {
+                base::FileDescriptor& file, bool& is_regular) {
   file = options.exclusive ? Open(place, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR)
                            : Open(place, O_WRONLY | O_CREAT, 0666);
   struct stat status {};
@@ -55,10 +56,37 @@ bool OpenTarget(const FilePlace& place, const CopyOptions& options, const struct
     errno = EINVAL;
     return false;
   }
-  return !S_ISREG(status.st_mode) || base::RetryInterrupted([&] { return ftruncate(file.get(), 0); }) == 0;
+  is_regular = S_ISREG(status.st_mode);
+  return !is_regular || base::RetryInterrupted([&] { return ftruncate(file.get(), 0); }) == 0;
 }
 
-int CopyBytes(int source, int target) {
+bool HasHoles(const struct stat& status) {
+  constexpr blkcnt_t kBlock = 512;
+  return S_ISREG(status.st_mode) && status.st_blocks * kBlock < status.st_size;
+}
+
+// Moves both files over a hole of the source, and shortens `length` to what it holds behind that. Returns
+// false when nothing but a hole follows. A file system that does not tell of holes has none.
+bool SkipHole(int source, int target, std::size_t& length) {
+  const off_t data = lseek(source, lseek(source, 0, SEEK_CUR), SEEK_DATA);
+  if (data < 0) return errno != ENXIO;
+  const off_t hole = lseek(source, data, SEEK_HOLE);
+  if (hole > data) length = std::min(length, static_cast<std::size_t>(hole - data));
+  // Neither can fail, because both are regular files.
+  (void)lseek(source, data, SEEK_SET);
+  (void)lseek(target, data, SEEK_SET);
+  return true;
+}
+
+// Makes the hole at the end of the source.
+int CopySize(int source, int target) {
+  struct stat status {};
+  const bool ok = fstat(source, &status) == 0 &&
+                  base::RetryInterrupted([&] { return ftruncate(target, status.st_size); }) == 0;
+  return ok ? 0 : LogWriteFailure(base::Errno::Last());
+}
+
+int CopyBytes(int source, int target, bool has_holes) {
   // The buffer is left unfilled, so that a small file touches only the pages that it needs.
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBufferSize]);
   if (!buffer) {
@@ -67,8 +95,9 @@ int CopyBytes(int source, int target) {
     return kFileOpFailed;
   }
   for (;;) {
-    const ssize_t length =
-        base::RetryInterrupted([&] { return read(source, buffer.get(), kCopyBufferSize); });
+    std::size_t wanted = kCopyBufferSize;
+    if (has_holes && !SkipHole(source, target, wanted)) return CopySize(source, target);
+    const ssize_t length = base::RetryInterrupted([&] { return read(source, buffer.get(), wanted); });
     if (length < 0) {
       logger::ComponentErrno(kFileOpComponent, base::Errno::Last(), "CopyFile: read: %s (%d)\n");
       return kFileOpFailed;
@@ -81,8 +110,8 @@ int CopyBytes(int source, int target) {
 
 // Shares the blocks at once where the file system can. Why it cannot is not looked at, because copying the
 // bytes then either works or fails with a message of its own.
-int CopyContent(int source, int target) {
-  return ioctl(target, FICLONE, source) == 0 ? 0 : CopyBytes(source, target);
+int CopyContent(int source, int target, bool has_holes) {
+  return ioctl(target, FICLONE, source) == 0 ? 0 : CopyBytes(source, target, has_holes);
 }
 
 }  // namespace
@@ -96,8 +125,9 @@ int CopyFile(const FilePlace& source, const FilePlace& target, const CopyOptions
   struct stat status {};
   if (!OpenSource(source, options.source_flags, from, status)) return LogOpenFailure(source);
   base::FileDescriptor to;
-  if (!OpenTarget(target, options, status, to)) return LogOpenFailure(target);
-  const int result = CopyContent(from.get(), to.get());
+  bool to_regular = false;
+  if (!OpenTarget(target, options, status, to, to_regular)) return LogOpenFailure(target);
+  const int result = CopyContent(from.get(), to.get(), to_regular && HasHoles(status));
   if (result < 0) return result;
   if (options.exclusive && ApplyOwnerAndMode(to.get(), status) < 0) {
     logger::ComponentErrno(kFileOpComponent, base::Errno::Last(), "CopyFile: keep owner of %s: %s (%d)\n",

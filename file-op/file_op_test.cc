@@ -42,6 +42,13 @@ TEST_F(FileOpTest, CopyTakesEveryByteReplacesTheTargetAndNamesTheStepThatFailed)
   EXPECT_FALSE(FSExists(Path("empty")));
   EXPECT_TRUE(sink_.lines().empty());
 
+  const std::string holes = folder_.Write("holes", "");
+  fs::resize_file(holes, 1 << 20);
+  std::ofstream(holes, std::ios::app) << "data";
+  fs::resize_file(holes, 64 << 20);
+  EXPECT_TRUE(FSCopy(holes, target, 0) == 0 && ReadFile(target) == ReadFile(holes));
+  EXPECT_LT(StatusOf(target).st_blocks, 100) << "what was a hole takes no room";
+
   const std::string same = Path("same");
   const std::string pipe = Path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
