@@ -41,11 +41,14 @@ std::string DatabasesIn(sqlite3* db, std::string_view sql) {
   return databases;
 }
 
+// Such a statement reads a schema, and no rows.
+bool IsAttach(std::string_view sql) { return sql.starts_with("ATTACH "); }
+
 // What the statement at the beginning of `rest` works on. A COMMIT names nothing and stands for its script; a
 // script that names nothing has one database.
 std::string DescribeDatabase(sqlite3* db, std::string_view rest, const std::string& script) {
   const std::string_view statement = rest.substr(0, rest.find(';'));
-  if (statement.starts_with("ATTACH ")) return std::string(statement);
+  if (IsAttach(statement)) return std::string(statement);
   std::string databases = DatabasesIn(db, statement);
   if (databases.empty()) databases = DatabasesIn(db, script);
   return databases.empty() ? WithPath(db, "main") : databases;
@@ -53,14 +56,16 @@ std::string DescribeDatabase(sqlite3* db, std::string_view rest, const std::stri
 
 // Runs the first statement of `rest` to its end and moves `rest` behind it. Returns SQLite's result code.
 int ExecuteFirst(sqlite3* db, const char*& rest) {
+  WorkLimit limit;
   sqlite3_stmt* prepared = nullptr;
+  const char* const sql = rest;
   const char* end = rest;
-  int code = sqlite3_prepare_v2(db, rest, -1, &prepared, &end);
+  int code = sqlite3_prepare_v2(db, sql, -1, &prepared, &end);
   const Statement statement(prepared);
   if (code != SQLITE_OK) return code;
   rest = end;
   if (prepared == nullptr) return SQLITE_OK;  // blanks behind the last statement
-  const WorkLimit limit(db);
+  if (!IsAttach(sql)) limit.AllowForRows(db);
   while ((code = sqlite3_step(prepared)) == SQLITE_ROW) {
   }
   return code == SQLITE_DONE ? SQLITE_OK : code;

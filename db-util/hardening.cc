@@ -128,27 +128,47 @@ void ForEachFile(sqlite3* db, const Use& use) {
   }
 }
 
-double SizeOfFiles(sqlite3* db) {
+double SizeOf(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<double>(status.st_size) : 0;
+}
+
+struct Measurement {
+  sqlite3* db = nullptr;
+  std::vector<const char*> files;
+  std::chrono::steady_clock::time_point taken;
   double bytes = 0;
-  ForEachFile(db, [&bytes](const char* path) {
-    struct stat status {};
-    for (const char* suffix : {"", "-wal"}) {
-      if (stat((path + std::string(suffix)).c_str(), &status) == 0)
-        bytes += static_cast<double>(status.st_size);
-    }
-  });
-  return bytes;
+};
+
+Measurement& LastMeasurement() {
+  static Measurement last;
+  return last;
+}
+
+// Most statements are short, and many follow each other. What is written while a measurement is valid is
+// worked on in less time than is allowed without any.
+double SizeOfFiles(sqlite3* db) {
+  constexpr std::chrono::milliseconds kValid(100);
+  Measurement now = {.db = db, .files = {}, .taken = std::chrono::steady_clock::now()};
+  ForEachFile(db, [&now](const char* path) { now.files.push_back(path); });
+  Measurement& last = LastMeasurement();
+  if (last.db == db && last.files == now.files && now.taken - last.taken < kValid) return last.bytes;
+  for (const std::string path : now.files) now.bytes += SizeOf(path) + SizeOf(path + "-wal");
+  last = std::move(now);
+  return last.bytes;
 }
 
 }  // namespace
 
-WorkLimit::WorkLimit(sqlite3* db)
+WorkLimit::WorkLimit()
     : outer_(Innermost()),
-      allowed_seconds_(kSeconds + kSecondsPerByte * SizeOfFiles(db)),
+      allowed_seconds_(kSeconds),
       unlimited_until_(std::chrono::steady_clock::now() + std::chrono::seconds(kSeconds)),
       start_(std::clock()) {
   Innermost() = this;
 }
+
+void WorkLimit::AllowForRows(sqlite3* db) { allowed_seconds_ += kSecondsPerByte * SizeOfFiles(db); }
 
 WorkLimit::~WorkLimit() { Innermost() = outer_; }
 
@@ -169,6 +189,7 @@ int WorkLimit::OnProgress(void* connection) {
 }
 
 int Harden(sqlite3* db) {
+  LastMeasurement() = {};  // of a connection that may have been at the same place
   (void)sqlite3_hard_heap_limit64(kHeapLimit);
   for (const auto& [option, value] : kSettings) {
     const int code = sqlite3_db_config(db, option, value, nullptr);

@@ -19,15 +19,18 @@ namespace db_util {
 // used.
 [[nodiscard]] int Harden(sqlite3* db);
 
-// Bounds the statement that runs while the object lives: it fails with SQLITE_INTERRUPT, after a line in the
-// system log, when it has used more of the processor than any statement over all rows of the connection's
-// databases does, by their size before it. Objects nest.
+// Bounds the statement that is prepared and runs while the object lives: it fails with SQLITE_INTERRUPT,
+// after a line in the system log, when it has used too much of the processor. Objects nest.
 class WorkLimit {
  public:
-  explicit WorkLimit(sqlite3* db);
+  WorkLimit();  // what is allowed is enough for reading the schemas, whatever the databases hold
   ~WorkLimit();
   WorkLimit(const WorkLimit&) = delete;
   WorkLimit& operator=(const WorkLimit&) = delete;
+
+  // To be called before the first step: from now on as much is allowed as any statement over all rows of the
+  // connection's databases needs, by what they occupy before it.
+  void AllowForRows(sqlite3* db);
 
  private:
   friend int Harden(sqlite3* db);

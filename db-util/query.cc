@@ -5,11 +5,12 @@
 namespace db_util {
 
 Status ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(sqlite3_stmt*)>& row) {
+  WorkLimit limit;
   sqlite3_stmt* prepared = nullptr;
   int code = sqlite3_prepare_v2(db, sql.c_str(), -1, &prepared, nullptr);
   const Statement statement(prepared);
   if (code != SQLITE_OK) return FailureOf(db, code, Status::Call::kPrepare);
-  const WorkLimit limit(db);
+  limit.AllowForRows(db);
   while ((code = sqlite3_step(prepared)) == SQLITE_ROW) {
     if (!row(prepared)) return {};
   }

@@ -23,6 +23,11 @@ SWAP = """if True:
             os.rename(new, name)"""
 
 
+# SQLite takes as long for so many as their number squared.
+MANY_VIEWS = """PRAGMA writable_schema = ON; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 100000)
+                INSERT INTO sqlite_master SELECT 'view', 'w' || i, 'w' || i, 0, 'CREATE VIEW w' || i || ' AS SELECT 1' FROM n"""
+
+
 class Service(harness.SystemTest):
     def test_schemas(self):
         for script, line in {
@@ -30,6 +35,7 @@ class Service(harness.SystemTest):
                     'access to view "user_table" prohibited',
                 TRIGGER % "SELECT 1 FROM t a, t b, t c, t d, t e WHERE a.a + b.a + c.a + d.a + e.a < 0":
                     r"a statement is stopped after \d+ seconds of work on .*/user-db.sqlite.bak",
+                MANY_VIEWS: "a statement is stopped after 2 seconds of work on .*/user-db.sqlite.bak",
                 TRIGGER % "VALUES (randomblob(900000000))": "not authorized to use function: randomblob",
                 "CREATE TABLE t (a, CHECK (replace(hex(zeroblob(9)), 'b', '') != a));": r"unsafe use of replace\(\)",
                 "DROP TABLE config_table; CREATE VIRTUAL TABLE config_table USING fts5 (a);": "no such module"}.items():
