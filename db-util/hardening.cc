@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <string>
@@ -128,9 +129,12 @@ void ForEachFile(sqlite3* db, const Use& use) {
   }
 }
 
-double SizeOf(const std::string& path) {
+// A hole counts nothing: it costs whoever made it nothing either.
+double OccupiedBytes(const std::string& path) {
+  constexpr blkcnt_t kBlock = 512;
   struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? static_cast<double>(status.st_size) : 0;
+  if (stat(path.c_str(), &status) != 0) return 0;
+  return static_cast<double>(std::min<off_t>(status.st_size, status.st_blocks * kBlock));
 }
 
 struct Measurement {
@@ -147,13 +151,13 @@ Measurement& LastMeasurement() {
 
 // Most statements are short, and many follow each other. What is written while a measurement is valid is
 // worked on in less time than is allowed without any.
-double SizeOfFiles(sqlite3* db) {
+double OccupiedBytes(sqlite3* db) {
   constexpr std::chrono::milliseconds kValid(100);
   Measurement now = {.db = db, .files = {}, .taken = std::chrono::steady_clock::now()};
   ForEachFile(db, [&now](const char* path) { now.files.push_back(path); });
   Measurement& last = LastMeasurement();
   if (last.db == db && last.files == now.files && now.taken - last.taken < kValid) return last.bytes;
-  for (const std::string path : now.files) now.bytes += SizeOf(path) + SizeOf(path + "-wal");
+  for (const std::string path : now.files) now.bytes += OccupiedBytes(path) + OccupiedBytes(path + "-wal");
   last = std::move(now);
   return last.bytes;
 }
@@ -168,7 +172,7 @@ WorkLimit::WorkLimit()
   Innermost() = this;
 }
 
-void WorkLimit::AllowForRows(sqlite3* db) { allowed_seconds_ += kSecondsPerByte * SizeOfFiles(db); }
+void WorkLimit::AllowForRows(sqlite3* db) { allowed_seconds_ += kSecondsPerByte * OccupiedBytes(db); }
 
 WorkLimit::~WorkLimit() { Innermost() = outer_; }
 

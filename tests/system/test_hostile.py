@@ -1,5 +1,6 @@
 """Whoever has got hold of the package's service costs nothing outside of the volume, and no run goes on for ever."""
 
+import os
 import shutil
 import subprocess
 import sys
@@ -42,6 +43,7 @@ class Service(harness.SystemTest):
             with self.subTest(line):
                 volume = self.new_volume(4100)
                 harness.change(volume.user, script)
+                os.truncate(volume.user, 1 << 26)  # a hole, which allows no longer work
                 before, run = volume.live(), self.run_updater(volume.path)
                 self.assertRegex("".join(run.log), line)
                 self.assertEqual((run.status, volume.live()), ("upgradefail", before))
