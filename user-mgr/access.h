@@ -15,6 +15,7 @@ class Access {
   Access() = delete;
 
   static sqlite3* db() { return UserManager::db.get(); }  // null when closed
+  static LockFile& lock() { return UserManager::lock; }
 };
 
 // Holds the lock for its own lifetime: the mutex first, then the lock file. Not recursive.
@@ -25,8 +26,13 @@ class ScopedLock {
   ScopedLock(const ScopedLock&) = delete;
   ScopedLock& operator=(const ScopedLock&) = delete;
 
+  // False, after logging, when another process has kept the lock file for too long: the operation fails. It
+  // goes on after any other failure, because SQLite has locks of its own that keep the database whole.
+  [[nodiscard]] bool may_go_on() const { return may_go_on_; }
+
  private:
   std::lock_guard<std::mutex> threads_{UserManager::mutex};
+  bool may_go_on_;
 };
 
 // Opens the lock file for ScopedLock, and makes it when it is missing. Does not follow links. Anything but a

@@ -42,7 +42,7 @@ bool ControlTransaction(const char* operation, const char* statement) {
 }  // namespace
 
 db_util::Database UserManager::db;
-base::FileDescriptor UserManager::lock;
+LockFile UserManager::lock;
 std::mutex UserManager::mutex;
 std::string UserManager::seed;
 bool UserManager::g_is_cached = false;
@@ -63,7 +63,7 @@ int UserManager::Initialize(const std::string& path) {
     return -1;
   }
   // The manager is open from here on; whatever fails above leaves it closed.
-  lock = std::move(lock_file);
+  lock = {.file = std::move(lock_file)};
   g_is_cached = false;
   seed = DrawSeed();
   db = std::move(opened);
@@ -73,11 +73,11 @@ int UserManager::Initialize(const std::string& path) {
 void UserManager::Destroy() {
   if (!db) return;
   {
-    const ScopedLock guard;
+    const ScopedLock guard;  // whether or not it could be taken, because nothing is written
     db.reset();
     g_is_cached = false;
   }
-  (void)lock.Close();  // nothing was written
+  (void)lock.file.Close();  // nothing was written
 }
 
 int UserManager::BeginTransaction() {

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -23,16 +24,43 @@ base::Errno OpenLockFile(const std::string& path, base::FileDescriptor& file) {
   return {};
 }
 
-ScopedLock::ScopedLock() {
-  const int result = base::RetryInterrupted([] { return flock(UserManager::lock.get(), LOCK_EX); });
-  // The operation goes on without the lock: SQLite has locks of its own that keep the database whole.
-  if (result < 0) {
-    logger::ComponentError(kComponent, "UserManager: flock: %s\n", base::Errno::Last().Text());
+namespace {
+
+constexpr int kPauseMilliseconds = 10;
+
+base::Errno TryLock(int file) {
+  const int result = base::RetryInterrupted([file] { return flock(file, LOCK_EX | LOCK_NB); });
+  return result == 0 ? base::Errno() : base::Errno::Last();
+}
+
+// Waits no longer than what is left of the patience, and takes the time from it.
+base::Errno WaitForLock(LockFile& lock) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  base::Errno error(EWOULDBLOCK);
+  while (error.number() == EWOULDBLOCK && Clock::now() - start < lock.patience) {
+    (void)poll(nullptr, 0, kPauseMilliseconds);  // a signal may cut the pause short
+    error = TryLock(lock.file.get());
   }
+  lock.patience -= std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+  return error;
+}
+
+}  // namespace
+
+ScopedLock::ScopedLock() {
+  base::Errno error = TryLock(UserManager::lock.file.get());
+  if (error.number() == EWOULDBLOCK) {
+    logger::ComponentLog(kComponent, logger::Level::kWarning,
+                         "UserManager: another process holds %s, waiting for it\n", UserManager::lock_path_);
+    error = WaitForLock(UserManager::lock);
+  }
+  may_go_on_ = error.number() != EWOULDBLOCK;
+  if (!error.ok()) logger::ComponentError(kComponent, "UserManager: flock: %s\n", error.Text());
 }
 
 ScopedLock::~ScopedLock() {
-  (void)flock(UserManager::lock.get(), LOCK_UN);  // fails only if it was not taken, which was logged
+  (void)flock(UserManager::lock.file.get(), LOCK_UN);  // fails only if it was not taken, which was logged
 }
 
 }  // namespace user_mgr

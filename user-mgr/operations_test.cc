@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "base/file_descriptor.h"
+#include "user-mgr/access.h"
 #include "user-mgr/user_manager_fixture.h"
 
 namespace user_mgr {
@@ -225,6 +226,10 @@ TEST_F(Operations, WaitForTheLockUnlessTheyControlTransactions) {
   expect_waits(true, [] { return M::RemoveUser("none"); });
   expect_waits(false, [] { return M::BeginTransaction() + M::EndTransaction(); });
   expect_waits(false, [] { return M::BeginTransaction() + M::RollbackTransaction(); });
+  Access::lock().patience = std::chrono::milliseconds(20);
+  ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+  EXPECT_EQ(M::ClearSession() + M::EnumAllUser(users), -2) << "and Destroy does not wait either";
+  EXPECT_EQ(sink_.Count("[ERROR] user-mgr(N): UserManager: flock: Resource temporarily unavailable\n"), 2);
 }
 
 TEST_F(Operations, AStatementThatDoesNotFitIsNotExecuted) {

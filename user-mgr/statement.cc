@@ -28,12 +28,13 @@ bool ExecuteWithoutLock(const std::string& script) {
 
 bool Execute(const std::string& script) {
   const ScopedLock guard;
-  return ExecuteWithoutLock(script);
+  return guard.may_go_on() && ExecuteWithoutLock(script);
 }
 
 bool ForEachRow(const char* operation, const std::string& query,
                 const std::function<void(sqlite3_stmt*)>& row) {
   const ScopedLock guard;
+  if (!guard.may_go_on()) return false;
   const db_util::Status status = db_util::ForEachRow(Access::db(), query, [&row](sqlite3_stmt* statement) {
     row(statement);
     return true;

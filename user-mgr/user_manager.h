@@ -7,12 +7,14 @@
 //
 // Operations run under the lock: a mutex for the threads of the process, and an exclusive flock of the lock
 // file for the processes of the package. BeginTransaction, EndTransaction and RollbackTransaction do not take
-// it.
+// it. From Initialize to Destroy, other processes are waited for altogether as long as SQLite waits for the
+// lock of a database; then the operations fail.
 //
 // The "stored name" of a share user is "@" and the name of the share; that of anybody else is the account's.
 // Names compare without regard to (ASCII) case.
 #pragma once
 
+#include <chrono>
 #include <list>
 #include <mutex>
 #include <string>
@@ -24,6 +26,12 @@
 #include "user-mgr/records.h"
 
 namespace user_mgr {
+
+// Whoever may open the lock file, and that is everybody, can keep it locked.
+struct LockFile {
+  base::FileDescriptor file;                                    // not open when the manager is closed
+  std::chrono::milliseconds patience{db_util::kBusyTimeoutMs};  // what is left of it
+};
 
 class UserManager {
  public:
@@ -153,8 +161,8 @@ class UserManager {
   friend class Access;      // gives the layer's own files the connection
   friend class ScopedLock;  // takes the mutex and the lock file
 
-  static db_util::Database db;       // null when closed
-  static base::FileDescriptor lock;  // of the lock file, not open when closed
+  static db_util::Database db;  // null when closed
+  static LockFile lock;
   // Destroy leaves the mutex as it is, so that a caller who comes too late can lock it and fail.
   static std::mutex mutex;
   static std::string seed;  // a random number in decimal digits, for other operations of the package
