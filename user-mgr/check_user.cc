@@ -43,6 +43,7 @@ bool CheckRun::NoteRemoval(const UserRecord& user, const char* why) {
   bool shares_view = false;
   if (damaged.MayBeShared(user.view_id) && !LookForUsers(user.view_id, shares_view)) return false;
   removed.push_back({user, why, shares_view});
+  removed.back().user.watch_path = {};  // nobody asks for it
   return true;
 }
 

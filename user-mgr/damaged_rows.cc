@@ -49,12 +49,13 @@ bool DamagedRows::Find() {
   const bool complete = ForEachRow("EnumUser", kSelectUser, [this](sqlite3_stmt* row) {
     const Damage damage = DamageOf(row);
     views_.push_back(ColumnId(row, 2));
-    if (damage == Damage::kNone) return;
+    if (damage == Damage::kNone) return true;
     const auto id = static_cast<long long>(ColumnId(row, 1));  // signed, as it stands in the table
     logger::ComponentLog(kComponent, logger::Level::kWarning,
                          "UserManager::SelfCheck: the row of id %lld in user_table is left alone: its %s\n",
                          id, Describe(damage));
     inserts_ += "INSERT OR IGNORE INTO temp.damaged_user VALUES (" + std::to_string(id) + ");";
+    return true;
   });
   std::sort(views_.begin(), views_.end());
   return complete;

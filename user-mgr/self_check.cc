@@ -44,16 +44,27 @@ bool DeleteUsersOfType(UserType type) {
       number, number, number);
 }
 
+// Lists what is reported of the users of a service, with their names only.
+bool EnumRemoved(UserType service, UserList& users) {
+  std::string query;
+  return FormatStatement(query, kSelectUser, "WHERE user_type = %d;", static_cast<int>(service)) &&
+         ForEachRow("EnumUser", query, [&users](sqlite3_stmt* row) {
+           UserRecord user;
+           if (!ReadShortUser(row, user) || user.damage != Damage::kNone) return true;
+           user.watch_path = {};
+           users.push_back(std::move(user));
+           return true;
+         });
+}
+
 // Removes the users of a service that is off.
 bool RemoveUsersOf(UserType service, const char* why, const DamagedRows& damaged) {
   UserList users;
-  if (UserManager::EnumUserByType(service, users) < 0) return false;
+  if (!EnumRemoved(service, users)) return false;
   const bool deleted = damaged.Protect() && DeleteUsersOfType(service);
   const bool unprotected = damaged.Unprotect();  // whether or not users could be deleted
   if (!deleted || !unprotected) return false;
-  for (const UserRecord& user : users) {
-    if (user.damage == Damage::kNone) ReportRemoval(user, why);
-  }
+  for (const UserRecord& user : users) ReportRemoval(user, why);
   return true;
 }
 
@@ -97,7 +108,8 @@ bool ReadPage(unsigned offset, UserList& page, unsigned& rows) {
          ForEachRow("EnumUser", query, [&](sqlite3_stmt* row) {
            ++rows;
            UserRecord user;
-           if (ReadUser(row, user) && user.damage == Damage::kNone) page.push_back(std::move(user));
+           if (ReadShortUser(row, user) && user.damage == Damage::kNone) page.push_back(std::move(user));
+           return true;
          });
 }
 

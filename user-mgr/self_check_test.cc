@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/file.h>
 
 #include <functional>
@@ -143,6 +144,19 @@ TEST_F(SelfCheck, AFullPageIsFollowedByAnother) {
     };
     ExpectRemoved(std::list<ViewId>(count == 1000 ? 1 : 0, 7));
   }
+}
+
+TEST_F(SelfCheck, LongTextsAreNotAllHeldAtOnce) {
+  AddNormalUsers(20);
+  Write("UPDATE user_table SET watch_path = printf('%.*c', 8000000, 'x');");
+  for (unsigned uid = 1; uid <= 20; ++uid) AddAccount(uid);
+  UserList users;
+  EXPECT_EQ(UserManager::EnumAllUser(users), -1);
+  EXPECT_EQ(
+      sink_.Count("[ERROR] user-mgr(N): UserManager::EnumUser: the rows hold more than 134217728 bytes\n"),
+      1);
+  accounts_.hook = [](uid_t) { EXPECT_LT(mallinfo2().uordblks + mallinfo2().hblkhd, 64U << 20U); };
+  ExpectRemoved({});
 }
 
 // A check that waits for the lock ends with the time that a test may take.

@@ -32,19 +32,30 @@ bool Execute(const std::string& script) {
 }
 
 bool ForEachRow(const char* operation, const std::string& query,
-                const std::function<void(sqlite3_stmt*)>& row) {
+                const std::function<bool(sqlite3_stmt*)>& row) {
   const ScopedLock guard;
   if (!guard.may_go_on()) return false;
-  const db_util::Status status = db_util::ForEachRow(Access::db(), query, [&row](sqlite3_stmt* statement) {
-    row(statement);
-    return true;
-  });
+  const db_util::Status status = db_util::ForEachRow(Access::db(), query, row);
   return Check(status, "UserManager::%s: %s(%d): %s\n", operation, status.FailedCall(), status.code,
                status.message);
 }
 
+std::size_t TextOf(sqlite3_stmt* row) {
+  std::size_t bytes = 0;
+  for (int column = 0; column < sqlite3_column_count(row); ++column) {
+    const int type = sqlite3_column_type(row, column);
+    if (type == SQLITE_TEXT || type == SQLITE_BLOB) {
+      bytes += static_cast<std::size_t>(sqlite3_column_bytes(row, column));
+    }
+  }
+  return bytes;
+}
+
 bool ReadCount(const char* operation, const std::string& query, int& count) {
-  return ForEachRow(operation, query, [&count](sqlite3_stmt* row) { count = sqlite3_column_int(row, 0); });
+  return ForEachRow(operation, query, [&count](sqlite3_stmt* row) {
+    count = sqlite3_column_int(row, 0);
+    return false;
+  });
 }
 
 }  // namespace user_mgr

@@ -50,10 +50,17 @@ template <typename... Args>
   return FormatStatement<Args...>(statement, "", format, args...) && Execute(statement);
 }
 
-// Runs a query under the lock and calls `row` for each row. A failure is logged as
+// Runs a query under the lock and calls `row` for each row until that returns false. A failure is logged as
 // "UserManager::<operation>: sqlite3_prepare_v2(<code>): <message>\n", or the same of sqlite3_step.
 [[nodiscard]] bool ForEachRow(const char* operation, const std::string& query,
-                              const std::function<void(sqlite3_stmt*)>& row);
+                              const std::function<bool(sqlite3_stmt*)>& row);
+
+// No list holds more text than this: one row may have many MiB, and what is not SQLite's is outside of the
+// limit of its memory.
+inline constexpr std::size_t kLongestList = std::size_t{128} << 20U;
+
+// The bytes of the row's texts.
+[[nodiscard]] std::size_t TextOf(sqlite3_stmt* row);
 
 // Runs a query and puts what `read` makes of its rows into `list`, in place of what it held; rows for which
 // `read` returns false are left out. After a failure the list is as it was.
@@ -61,10 +68,17 @@ template <typename Record>
 [[nodiscard]] bool ReadList(const char* operation, const std::string& query,
                             bool (*read)(sqlite3_stmt*, Record&), std::list<Record>& list) {
   std::list<Record> records;
-  const bool complete = ForEachRow(operation, query, [&](sqlite3_stmt* row) {
-    Record record;
-    if (read(row, record)) records.push_back(std::move(record));
-  });
+  std::size_t text = 0;
+  const bool complete = ForEachRow(operation, query,
+                                   [&](sqlite3_stmt* row) {
+                                     text += TextOf(row);
+                                     if (text > kLongestList) return false;
+                                     Record record;
+                                     if (read(row, record)) records.push_back(std::move(record));
+                                     return true;
+                                   }) &&
+                        Check(text <= kLongestList, "UserManager::%s: the rows hold more than %zu bytes\n",
+                              operation, kLongestList);
   if (complete) list.swap(records);
   return complete;
 }

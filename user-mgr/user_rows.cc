@@ -1,9 +1,11 @@
 #include "user-mgr/user_rows.h"
 
+#include <climits>
 #include <limits>
 #include <utility>
 
 #include "db-util/query.h"
+#include "logger/log_sink.h"
 
 namespace user_mgr {
 namespace {
@@ -70,6 +72,14 @@ bool ReadUser(sqlite3_stmt* row, UserRecord& user) {
   user.user_type = ColumnUserType(row, 6);
   user.watch_path = db_util::ColumnText(row, 7);
   return ReadName(row, 0, user.user_type, user.name);
+}
+
+bool ReadShortUser(sqlite3_stmt* row, UserRecord& user) {
+  const bool is_user = ReadUser(row, user);
+  for (std::string* text : {&user.name, &user.watch_path}) {
+    if (text->size() > PATH_MAX) *text = logger::CutInTheMiddle(*text, PATH_MAX);
+  }
+  return is_user;
 }
 
 bool EnumUser(const std::string& query, UserList& users) {

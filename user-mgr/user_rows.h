@@ -21,6 +21,10 @@ inline constexpr char kSelectUser[] =
 // Returns false when the row is to be left out.
 [[nodiscard]] bool ReadUser(sqlite3_stmt* row, UserRecord& user);
 
+// The same with name and watch path cut in the middle where they are longer than any path. What the check
+// does with a user is the same: such a name fits no statement, and such a path is none.
+[[nodiscard]] bool ReadShortUser(sqlite3_stmt* row, UserRecord& user);
+
 // Makes the name of a record from the stored name: a share user loses its "@". Returns false, with a warning,
 // for a share user that has none.
 [[nodiscard]] bool ReadName(sqlite3_stmt* row, int column, UserType type, std::string& name);
