@@ -95,6 +95,18 @@ bool CopyIfThere(BackupOperation backup, const std::string& live, const std::str
   return file_op::Find(file_op::At(live)) == 0 || Copy(backup, live, copy, failure);
 }
 
+// Whatever comes of it: SQLite says only that it cannot open a file.
+void WarnOfLongPaths(const package::VolumePaths& paths) {
+  constexpr std::size_t kUuid = 36;
+  const std::size_t longest =
+      paths.copies.FileDatabase(std::string(kUuid, '?')).size() + sizeof("-journal") - 1;
+  const int limit = sqlite3_vfs_find(nullptr)->mxPathname;
+  if (longest <= static_cast<std::size_t>(limit)) return;
+  logger::SystemLog(
+      "the path of the volume is too long: files below it need up to %zu bytes, SQLite takes %d\n", longest,
+      limit);
+}
+
 }  // namespace
 
 VolumeUpgrade::VolumeUpgrade(package::VolumePaths paths, bool with_legacy_steps,
@@ -108,6 +120,7 @@ VolumeUpgrade::Result VolumeUpgrade::Run() {
   if (FinishFormerPlacement(paths_) < 0) return Result::kFailed;
   if (access(paths_.live.data.c_str(), F_OK) != 0) return Result::kNothingToDo;
   LogFreeSpace(paths_);
+  WarnOfLongPaths(paths_);
   if (IsNewerOrCannotBeOpened()) {
     logger::SystemLog("exist db is newer than package");
     return Result::kNewer;
