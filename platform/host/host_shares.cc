@@ -12,6 +12,11 @@
 namespace platform::host {
 namespace {
 
+// How many files of the configuration a call may look at, on average: with a file for each share, looking at
+// all of them for each share would take time with the square of their number. A change then shows some calls
+// later.
+constexpr std::size_t kFilesPerCall = 16;
+
 constexpr std::array<std::string_view, 3> kNoShares = {"homes", "printers", "print$"};
 
 // The file server takes all quotes off both ends, unless the text then still holds one.
@@ -39,8 +44,14 @@ bool IsThere(const std::string& path) {
 
 }  // namespace
 
+bool HostShares::IsCurrent() {
+  if (++unchecked_ * kFilesPerCall < configuration_.files.size()) return true;
+  unchecked_ = 0;
+  return configuration_.IsCurrent();
+}
+
 Lookup HostShares::Open(const std::string& name, Share& share) {
-  if (!configuration_.IsCurrent()) {
+  if (!IsCurrent()) {
     configuration_ = {};
     const base::Errno error = ReadSambaConfiguration(path_, configuration_);
     const bool is_missing = error == base::Errno(ENOENT) && !IsThere(path_);

@@ -16,13 +16,19 @@ class HostShares : public Shares {
  public:
   explicit HostShares(const SystemPaths& paths) : path_(paths.samba) {}
 
+  // The configuration is read once, and again when a file has changed; of more than sixteen files some calls
+  // later.
+  //
   // No configuration file: there are no shares. A file that is there but cannot be read or is not in the form
   // fails; so does a name that is not found while a part of the configuration is out of reach.
   [[nodiscard]] Lookup Open(const std::string& name, Share& share) override;
 
  private:
+  [[nodiscard]] bool IsCurrent();
+
   std::string path_;
-  SambaConfiguration configuration_;  // kept from one call to the next, read again when a file has changed
+  SambaConfiguration configuration_;  // kept from one call to the next
+  std::size_t unchecked_ = 0;         // calls since the files of the configuration were looked at
 };
 
 }  // namespace platform::host

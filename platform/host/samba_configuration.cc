@@ -1,7 +1,5 @@
 #include "platform/host/samba_configuration.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -23,12 +21,6 @@ constexpr std::size_t kMaxRead = std::size_t{1} << 20;
 constexpr std::size_t kMaxCopied = std::size_t{16} << 20;
 // What an option takes besides its text, about.
 constexpr std::size_t kOptionOverhead = 64;
-
-FileSignature SignatureOf(const std::string& path) {
-  struct stat status {};
-  const int error = ::stat(path.c_str(), &status) == 0 ? 0 : errno;
-  return {error, status.st_dev, status.st_ino, status.st_size, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
-}
 
 bool IsBlank(char character) { return base::kBlanks.find(character) != std::string_view::npos; }
 

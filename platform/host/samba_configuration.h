@@ -11,20 +11,14 @@
 // - `include` reads another file's lines in its place; a section that begins there goes on behind it.
 #pragma once
 
-#include <sys/types.h>
-
 #include <map>
 #include <string>
 #include <string_view>
-#include <tuple>
 
 #include "base/errno.h"
+#include "platform/host/file_signature.h"
 
 namespace platform::host {
-
-// What differs when a file is no longer the one that was read: the errno of stat (a file that was missing may
-// be there now), the device and the inode, the size, and the time of the last change.
-using FileSignature = std::tuple<int, dev_t, ino_t, off_t, time_t, long>;
 
 struct SambaSection {
   std::string name;                            // as written where it stands first
