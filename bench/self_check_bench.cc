@@ -183,7 +183,7 @@ double MeasurePrivilege(unsigned users, platform::AppPrivilege& privilege) {
     if (uid % 10 != kGone && uid % 10 != kShare) names.push_back(AccountName(uid));
   }
   return MicrosecondsPerUser(users, [&] {
-    for (const std::string& name : names) platform::sdk::AllowApplication(privilege, name);
+    platform::sdk::AllowApplication(privilege, names);
     return true;
   });
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "base/interface.h"
 
@@ -9,10 +10,11 @@ namespace platform {
 
 class AppPrivilege : public base::Interface {
  public:
-  // Allows the user the application; allowing twice is success. Returns 0, or a negative value when the user
-  // is refused (an unknown account) or the privilege could not be stored.
-  [[nodiscard]] virtual int PLIBAppPrivUserAddOne(const std::string& user,
-                                                  const std::string& application_id) = 0;
+  // Allows the users the application, all at once; allowing twice is success. Returns those who are refused,
+  // in the same order: unknown accounts, or everybody when the privilege could not be stored. It is then as
+  // it was.
+  [[nodiscard]] virtual std::vector<std::string> PLIBAppPrivUserAdd(const std::vector<std::string>& users,
+                                                                    const std::string& application_id) = 0;
 };
 
 }  // namespace platform

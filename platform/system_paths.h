@@ -25,13 +25,15 @@ struct SystemPaths {
   std::string nsswitch = "/etc/nsswitch.conf";
   std::string samba = "/etc/samba/smb.conf";
 
+  // What the C library reads by itself.
   std::string passwd = "/etc/passwd";
+  std::string shadow = "/etc/shadow";
+  std::string account_sources = "/etc/nsswitch.conf";
 
   std::string null_device = "/dev/null";
 
   // The same paths below another root folder, for a run in a folder of its own. `root` has no trailing slash.
-  // What the kernel shows (below /proc and /dev) and what the C library reads by itself (passwd) stay where
-  // they are.
+  // What the kernel shows (below /proc and /dev) and what the C library reads by itself stay where they are.
   [[nodiscard]] static SystemPaths Under(const std::string& root);
 };
 

@@ -8,7 +8,6 @@
 
 #include "base/file_descriptor.h"
 #include "base/retry.h"
-#include "platform/host/account_lookup.h"
 #include "platform/host/real_path.h"
 
 namespace platform::host {
@@ -30,13 +29,14 @@ bool HasText(const std::string& path) {
 
 Lookup HostAccounts::FindByUid(uid_t uid, Account& account) {
   AccountEntry entry;
-  const Lookup found = FindAccount(uid, entry);
+  const Lookup found = accounts_.FindByUid(uid, entry);
   if (found == Lookup::kNotFound) {
     return HasText(passwd_) ? Lookup::kNotFound : Lookup::kFailed;
   }
   if (found != Lookup::kFound) return found;
   long expiry_day = -1;
-  if (FindExpiryDay(entry.name, expiry_day) == Lookup::kFailed && errno != ENOENT) return Lookup::kFailed;
+  if (accounts_.FindExpiryDay(entry.name, expiry_day) == Lookup::kFailed && errno != ENOENT)
+    return Lookup::kFailed;
   account = {.name = entry.name,
              .uid = entry.uid,
              .gid = entry.gid,

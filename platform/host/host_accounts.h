@@ -4,13 +4,14 @@
 #include <string>
 
 #include "platform/accounts.h"
+#include "platform/host/account_lookup.h"
 #include "platform/system_paths.h"
 
 namespace platform::host {
 
 class HostAccounts : public Accounts {
  public:
-  explicit HostAccounts(const SystemPaths& paths) : passwd_(paths.passwd) {}
+  explicit HostAccounts(const SystemPaths& paths) : passwd_(paths.passwd), accounts_(paths) {}
 
   // "Not found" is believed only while the file of the local accounts can be read. The C library asks its
   // sources in turn, and answers "no such account" too when the file fails but the next source says so.
@@ -22,6 +23,7 @@ class HostAccounts : public Accounts {
 
  private:
   std::string passwd_;
+  AccountLookup accounts_;
 };
 
 }  // namespace platform::host

@@ -4,9 +4,9 @@
 
 #include <cerrno>
 #include <string_view>
+#include <unordered_set>
 
 #include "base/text.h"
-#include "platform/host/account_lookup.h"
 #include "platform/host/text_file.h"
 
 namespace platform::host {
@@ -26,26 +26,33 @@ bool IsFileName(std::string_view name) {
   return !name.empty() && name.front() != '.' && name.find_first_of("/\0"sv) == std::string_view::npos;
 }
 
-void AddLine(std::string& text, const std::string& line) {
-  for (std::string_view rest = text; !rest.empty();) {
-    if (base::TakeUntil(rest, "\n") == line) return;
+void AddLines(std::string& text, const std::vector<std::string>& lines) {
+  std::unordered_set<std::string> present;
+  for (std::string_view rest = text; !rest.empty();) present.emplace(base::TakeUntil(rest, "\n"));
+  for (const std::string& line : lines) {
+    if (present.insert(line).second) base::AppendLine(text, line);
   }
-  base::AppendLine(text, line);
 }
 
 }  // namespace
 
-int HostAppPrivilege::PLIBAppPrivUserAddOne(const std::string& user, const std::string& application_id) {
-  if (!IsOneLine(user) || !IsFileName(application_id)) return -1;
-  AccountEntry ignored;
-  if (FindAccount(user, ignored) != Lookup::kFound) return -1;
+std::vector<std::string> HostAppPrivilege::PLIBAppPrivUserAdd(const std::vector<std::string>& users,
+                                                              const std::string& application_id) {
+  std::vector<std::string> allowed;
+  std::vector<std::string> refused;
+  for (const std::string& user : users) {
+    const bool is_known = IsOneLine(user) && accounts_.FindByName(user) == Lookup::kFound;
+    (is_known ? allowed : refused).push_back(user);
+  }
+  if (allowed.empty()) return refused;
+  if (!IsFileName(application_id)) return users;
   const int made = ::mkdir(folder_.c_str(), kFolderMode);
   // The umask may have taken bits from the mode of a new folder.
-  if (made == 0 ? ::chmod(folder_.c_str(), kFolderMode) != 0 : errno != EEXIST) return -1;
+  if (made == 0 ? ::chmod(folder_.c_str(), kFolderMode) != 0 : errno != EEXIST) return users;
   const base::Errno error =
       EditTextFile(folder_ + '/' + application_id, {.mode = kFileMode, .keep_mode = false},
-                   [&](std::string& text) { AddLine(text, user); });
-  return error.ok() ? 0 : -1;
+                   [&](std::string& text) { AddLines(text, allowed); });
+  return error.ok() ? refused : users;
 }
 
 }  // namespace platform::host

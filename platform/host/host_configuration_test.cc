@@ -1,5 +1,4 @@
-// What the machine answers from its configuration files about shares. Runs of the whole program
-// show what it says of accounts.
+// What the machine answers from its configuration files about shares and accounts.
 #include <map>
 
 #include "base/text.h"
@@ -146,6 +145,49 @@ TEST_F(ConfigurationTest, WhatCannotBeReadWholeNeverSaysThatAShareIsGone) {
   for (int i = 0; i < 100'000; ++i) text += "include=" + folder_ / "large" + "\n";
   folder_.Write(kSamba, text);
   EXPECT_EQ(PathOf("b"), "(failed)") << "too much is read";
+}
+
+std::string AnswersOf(platform::host::AccountLookup& of) {
+  std::ostringstream text;
+  for (uid_t uid = 0; const char* name : {"a", "b", "+nis", "-no", "dup", "", "long", "\xE9", "z", "last"}) {
+    platform::host::AccountEntry entry;
+    long day = 0;
+    text << static_cast<int>(of.FindByUid(uid++, entry)) << entry.name << ' ' << entry.gid << entry.home;
+    text << static_cast<int>(of.FindByName(name)) << static_cast<int>(of.FindExpiryDay(name, day)) << day;
+  }
+  return text.str();
+}
+
+long BytesReadSoFar() { return std::stol(tests::ReadFile("/proc/self/io").substr(sizeof "rchar:")); }
+
+TEST_F(ConfigurationTest, AccountsAreThoseOfTheCLibraryAndAreReadOnce) {
+  folder_.Write("etc/shadow", "b:*:::::::\ndup:*::::::6:\ndup:*::::::7:\n+nis:*::::::9:\nlast:*::::::8:");
+  if (!tests::EnterMountNamespace()) GTEST_SKIP() << "needs root to cover the files of accounts";
+  ASSERT_TRUE(tests::Run("mount --bind " + folder_ / "etc /etc"));
+  const auto mount = tests::ScopedMount("/etc");
+  const std::string many =
+      "last:x:4294967302:1::/:\ndup:x:-1:1::/:\na:x:0x:1::/:\n  b:x:1:1::/b:\n#:x:2:2::/:\n+nis:x:2:2::/:\n\0\n"
+      "-no:x:3:3::/:\n+\ntorn\n\xE9:x:5:5::/\xE9:\ndup:x:4:1::/1:\nd:x:0:2::/:\n:x:4:9::/:\nlong:x:6:6:"s;
+  platform::host::AccountLookup kept{platform::SystemPaths()};
+  platform::host::AccountLookup asked{platform::SystemPaths{.account_sources = "/none"}};
+  // Each of another length, so that the C library sees the change.
+  for (const std::string sources : {"files systemd", "systemd files", "files [SUCCESS=continue] systemd",
+                                    "files\npasswd systemd", "files"}) {
+    folder_.Write("etc/nsswitch.conf", ("passwd: " + sources).append("\nshadow: " + sources + '\n'));
+    for (const auto& file : {""s, many + std::string(2 << 20, 'g'), many + std::string(3000, 'g') + ":/:"}) {
+      folder_.Write("etc/passwd", file);
+      EXPECT_EQ(AnswersOf(kept), AnswersOf(asked)) << sources << file.size();
+    }
+  }
+  std::vector<std::string> users(100, "long");
+  users.insert(users.end(), {"\n", "z", "dup"});
+  const std::string old = std::string(3000, 'o') + "\ndup";
+  const auto list = folder_.Write("usr/plat/etc/app_privilege/app", old);
+  const long before = BytesReadSoFar();
+  for (int times = 0; times < 100; ++times) (void)AnswersOf(kept);
+  EXPECT_THAT(machine().app_privilege.PLIBAppPrivUserAdd(users, "app"), ::testing::ElementsAre("\n", "z"));
+  EXPECT_LT(BytesReadSoFar() - before, 20000);
+  EXPECT_EQ(tests::ReadFile(list), old + "\nlong\n");
 }
 
 }  // namespace

@@ -3,20 +3,18 @@
 #include <algorithm>
 #include <initializer_list>
 #include <string_view>
+#include <vector>
 
-#include "base/read_text_file.h"
-#include "base/text.h"
+#include "platform/host/nsswitch.h"
 #include "platform/host/samba_configuration.h"
 
 namespace platform::host {
 namespace {
 
-// Looks through the words behind the colon of "passwd: files [NOTFOUND=return] sss". What stands in brackets
-// is an action, no source.
-bool NamesSource(std::string_view sources, std::initializer_list<std::string_view> wanted) {
+// What stands in brackets is an action, no source.
+bool NamesSource(const SourceLine& words, std::initializer_list<std::string_view> wanted) {
   bool in_brackets = false;
-  while (!sources.empty()) {
-    const std::string_view word = base::TakeUntil(sources, base::kBlanks);
+  for (const std::string& word : words) {
     if (word.starts_with('[')) in_brackets = true;
     if (!in_brackets && std::find(wanted.begin(), wanted.end(), word) != wanted.end()) return true;
     if (word.ends_with(']')) in_brackets = false;
@@ -25,14 +23,10 @@ bool NamesSource(std::string_view sources, std::initializer_list<std::string_vie
 }
 
 bool AccountsMayComeFrom(const std::string& nsswitch, std::initializer_list<std::string_view> wanted) {
-  std::string text;
-  if (!base::ReadTextFile(nsswitch, text).ok()) return true;
-  for (std::string_view rest = text; !rest.empty();) {
-    std::string_view line = base::TakeUntil(rest, "\n");
-    line = line.substr(0, line.find('#'));
-    if (base::Trim(base::TakeUntil(line, ":")) == "passwd" && NamesSource(line, wanted)) return true;
-  }
-  return false;
+  std::vector<SourceLine> lines;
+  if (!ReadSources(nsswitch, "passwd", lines)) return true;
+  return std::any_of(lines.begin(), lines.end(),
+                     [&](const SourceLine& words) { return NamesSource(words, wanted); });
 }
 
 }  // namespace

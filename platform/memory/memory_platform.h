@@ -17,10 +17,10 @@ namespace platform::memory {
 // Refuses nobody, and remembers who was allowed.
 class MemoryAppPrivilege : public AppPrivilege {
  public:
-  [[nodiscard]] int PLIBAppPrivUserAddOne(const std::string& user,
-                                          const std::string& /*application_id*/) override {
-    allowed.insert(user);
-    return 0;
+  [[nodiscard]] std::vector<std::string> PLIBAppPrivUserAdd(const std::vector<std::string>& users,
+                                                            const std::string& /*application_id*/) override {
+    allowed.insert(users.begin(), users.end());
+    return {};
   }
 
   std::set<std::string> allowed;

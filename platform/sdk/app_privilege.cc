@@ -10,8 +10,8 @@ constexpr const char* kApplicationId = "PLAT.HDS.STFD.Instance";
 
 }  // namespace
 
-void AllowApplication(AppPrivilege& app_privilege, const std::string& user) {
-  if (app_privilege.PLIBAppPrivUserAddOne(user, kApplicationId) < 0) {
+void AllowApplication(AppPrivilege& app_privilege, const std::vector<std::string>& users) {
+  for (const std::string& user : app_privilege.PLIBAppPrivUserAdd(users, kApplicationId)) {
     logger::ComponentError(kComponent, "Fail to allow user '%s'\n", user);
   }
 }

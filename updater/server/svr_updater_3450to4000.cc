@@ -120,10 +120,8 @@ class SvrUpdater3450to4000 final : public ServerUpdater {
     if (!Check(db_util::ForEachRow(db(), kUsersButSharesQuery, add_name), "Fail to enum enabled user\n")) {
       return false;
     }
-    for (const std::string& name : names) {
-      // Logs a refusal, which is no failure here: the account may be gone already.
-      platform::sdk::AllowApplication(platform().app_privilege, name);
-    }
+    // Logs a refusal, which is no failure here: the account may be gone already.
+    platform::sdk::AllowApplication(platform().app_privilege, names);
     return true;
   }
 };
