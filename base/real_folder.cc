@@ -1,12 +1,15 @@
 #include "base/real_folder.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <climits>
 #include <string_view>
+#include <utility>
 
 #include "base/path.h"
 #include "base/text.h"
@@ -84,8 +87,25 @@ class Walk {
   int links_ = 0;
 };
 
+// Most ways have no links, and newer kernels (5.6) go such a way in one call. Returns whether it was gone.
+bool GoWithoutLinks(const std::string& folder, RealFolder& out) {
+  const bool is_plain = folder.starts_with('/') && folder.find("//") == folder.npos &&
+                        folder.find("/.") == folder.npos && !folder.ends_with('/');
+  if (!is_plain) return false;
+  struct open_how how {};
+  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  FileDescriptor opened(static_cast<int>(syscall(SYS_openat2, AT_FDCWD, folder.c_str(), &how, sizeof how)));
+  if (!opened.is_open()) return false;
+  out = {std::move(opened), folder};
+  return true;
+}
+
 }  // namespace
 
-Errno OpenRealFolder(const std::string& path, RealFolder& out) { return Walk(FolderOf(path)).Run(out); }
+Errno OpenRealFolder(const std::string& path, RealFolder& out) {
+  const std::string folder = FolderOf(path);
+  return GoWithoutLinks(folder, out) ? Errno() : Walk(folder).Run(out);
+}
 
 }  // namespace base
