@@ -74,6 +74,14 @@ void UseAlone(sqlite3* db) {
   (void)Execute(db, "PRAGMA locking_mode = EXCLUSIVE;");  // opens no file, so it cannot fail
 }
 
+void UseNoJournal(sqlite3* db, const std::string& schema) {
+  // A database without a journal is damaged by a statement that fails, which SQLite keeps from those who do
+  // not trust the statements.
+  (void)sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr);  // cannot fail on an open connection
+  (void)Execute(db, "PRAGMA " + schema + ".journal_mode = OFF;");      // what cannot be read fails later
+  (void)sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+}
+
 int OpenScratchDatabase(const std::string& path, Database& out) {
   out.reset();
   if (path.empty()) return -1;

@@ -53,6 +53,10 @@ Status OpenExactly(const std::string& path, int file, OpenMode mode, Database& o
 // kills the process when the disk is full.
 void UseAlone(sqlite3* db);
 
+// For a database that is thrown away after any failure: nothing that `schema` is told can be undone, and a
+// statement that fails leaves it damaged. The database has no write-ahead log, see SuspendLog().
+void UseNoJournal(sqlite3* db, const std::string& schema);
+
 // Opens `path` as a new empty database that nobody else can have prepared: whatever stands there, and its
 // companion files, are unlinked first, the file is made exclusively with mode 0600, and links are not
 // followed. What is attached to it is used alone. Results and message as OpenDatabase.

@@ -70,31 +70,41 @@ int RefuseToOpen(const char* path) {
   return -1;
 }
 
-// In place of open(2), so that what SQLite uses is what was looked at. Opening must not wait for the other
-// end of a pipe.
-int OpenGuarded(const char* path, int flags, int mode) {
-  if (!IsGuarded(path)) return open(path, flags, mode);
+// Returns the descriptor; or -1 with errno, which is ELOOP or EINVAL for what is refused. Opening must not
+// wait for the other end of a pipe.
+int OpenRegular(const char* path, int flags, int mode, bool may_have_other_names, struct stat& status) {
   base::RealFolder real;
   const base::Errno error = base::OpenRealFolder(path, real);
-  if (!error.ok() && error.number() != ELOOP) {
+  if (!error.ok()) {
     errno = error.number();
     return -1;
   }
-  if (!error.ok()) return RefuseToOpen(path);
   const int file =
       openat(real.folder.get(), base::NameOf(path).c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, mode);
-  if (file < 0) return errno == ELOOP || errno == ENXIO ? RefuseToOpen(path) : -1;
-  struct stat status {};
-  const auto database = OpenedDatabases().find(std::string_view(path));
-  const bool is_database = database != OpenedDatabases().end();
-  const bool may_have_other_names = is_database && database->second.may_have_other_names;
+  if (file < 0) {
+    if (errno == ENXIO) errno = EINVAL;
+    return -1;
+  }
   if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
       (may_have_other_names || status.st_nlink <= 1)) {
-    if (is_database) database->second = {may_have_other_names, status.st_dev, status.st_ino};
     return file;
   }
   (void)close(file);  // nothing was written
-  return RefuseToOpen(path);
+  errno = EINVAL;
+  return -1;
+}
+
+// In place of open(2), so that what SQLite uses is what was looked at.
+int OpenGuarded(const char* path, int flags, int mode) {
+  if (!IsGuarded(path)) return open(path, flags, mode);
+  const auto database = OpenedDatabases().find(std::string_view(path));
+  const bool is_database = database != OpenedDatabases().end();
+  const bool may_have_other_names = is_database && database->second.may_have_other_names;
+  struct stat status {};
+  const int file = OpenRegular(path, flags, mode, may_have_other_names, status);
+  if (file < 0) return errno == ELOOP || errno == EINVAL ? RefuseToOpen(path) : -1;
+  if (is_database) database->second = {may_have_other_names, status.st_dev, status.st_ino};
+  return file;
 }
 
 // In place of unlink(2).
@@ -158,6 +168,11 @@ bool IsOpenedFile(const char* database, int file) {
   const auto opened = OpenedDatabases().find(std::string_view(database));
   return opened != OpenedDatabases().end() && fstat(file, &status) == 0 &&
          status.st_dev == opened->second.device && status.st_ino == opened->second.inode;
+}
+
+int OpenGuardedFile(const std::string& path, int flags) {
+  struct stat status {};
+  return OpenRegular(path.c_str(), flags | O_CLOEXEC, 0, false, status);
 }
 
 const char* GuardedFiles() {

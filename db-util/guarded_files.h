@@ -6,6 +6,8 @@
 // too, and the service can put a link at any of them, at any moment.
 #pragma once
 
+#include <string>
+
 namespace db_util {
 
 // The name of SQLite's own file system layer with limits:
@@ -16,6 +18,10 @@ namespace db_util {
 // - What was opened must be a regular file without other names.
 // What is refused is a failure, after a line in the system log. Made with the first call.
 [[nodiscard]] const char* GuardedFiles();
+
+// Opens a file in the same way, without a line. Returns the descriptor, or -1 with errno; ELOOP and EINVAL
+// are refusals.
+[[nodiscard]] int OpenGuardedFile(const std::string& path, int flags);
 
 // Whether the database that was opened by this name, as SQLite tells it, is the file that is open as `file`.
 [[nodiscard]] bool IsOpenedFile(const char* database, int file);

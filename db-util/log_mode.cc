@@ -1,0 +1,115 @@
+#include "db-util/log_mode.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "base/file_descriptor.h"
+#include "db-util/database.h"
+#include "db-util/database_files.h"
+#include "db-util/guarded_files.h"
+#include "db-util/query.h"
+
+namespace db_util {
+namespace {
+
+constexpr off_t kPosition = 18;
+constexpr unsigned char kWithoutLog = 1;
+constexpr unsigned char kWithLog = 2;
+
+struct Versions {
+  unsigned char write = kWithoutLog;
+  unsigned char read = kWithoutLog;
+};
+
+LogMode ModeOf(const Versions& versions) {
+  if (versions.read == kWithLog) return LogMode::kInUse;
+  return versions.write == kWithLog ? LogMode::kSuspended : LogMode::kNone;
+}
+
+using Bytes = std::array<unsigned char, 2>;
+
+Versions VersionsIn(const Bytes& bytes) { return {.write = bytes[0], .read = bytes[1]}; }
+
+bool ReadVersions(int file, Versions& versions) {
+  Bytes bytes{};
+  if (pread(file, bytes.data(), bytes.size(), kPosition) != static_cast<ssize_t>(bytes.size())) return false;
+  versions = VersionsIn(bytes);
+  return true;
+}
+
+base::Errno WriteVersions(int file, const Versions& versions) {
+  const Bytes bytes = {versions.write, versions.read};
+  const ssize_t written = pwrite(file, bytes.data(), bytes.size(), kPosition);
+  if (written < 0) return base::Errno::Last();
+  return base::Errno(written == static_cast<ssize_t>(bytes.size()) ? 0 : EIO);
+}
+
+bool HasCompanion(const std::string& path) {
+  for (const std::string_view suffix : kCompanionSuffixes) {
+    if (access((path + std::string(suffix)).c_str(), F_OK) == 0 || errno != ENOENT) return true;
+  }
+  return false;
+}
+
+// The last one that closes a database moves its log into it.
+void EmptyLog(const std::string& path) {
+  Database db;
+  int ignored = 0;
+  if (!OpenQuietly(path, db, OpenMode::kReadWrite, Links::kTrusted).ok()) return;
+  UseAlone(db.get());
+  (void)QueryInt(db.get(), "SELECT count(*) FROM sqlite_master;", ignored);  // what is left beside it tells
+}
+
+}  // namespace
+
+LogMode LogModeOf(sqlite3* db, const char* schema) {
+  sqlite3_file* file = nullptr;
+  Bytes bytes{};
+  if (sqlite3_file_control(db, schema, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+      file->pMethods == nullptr ||
+      file->pMethods->xRead(file, bytes.data(), static_cast<int>(bytes.size()), kPosition) != SQLITE_OK) {
+    return LogMode::kNone;
+  }
+  return ModeOf(VersionsIn(bytes));
+}
+
+LogMode SuspendLog(const std::string& path) {
+  Versions versions;
+  {
+    const base::FileDescriptor file(OpenGuardedFile(path, O_RDONLY));
+    if (!file.is_open() || !ReadVersions(file.get(), versions)) return LogMode::kNone;
+  }
+  if (ModeOf(versions) != LogMode::kInUse) return ModeOf(versions);
+  if (HasCompanion(path)) EmptyLog(path);
+  if (HasCompanion(path)) return LogMode::kInUse;
+  const base::FileDescriptor file(OpenGuardedFile(path, O_RDWR));
+  const bool is_suspended =
+      file.is_open() && WriteVersions(file.get(), {.write = kWithLog, .read = kWithoutLog}).ok();
+  return is_suspended ? LogMode::kSuspended : LogMode::kInUse;
+}
+
+base::Errno AddSuspendedLog(const std::string& path) {
+  const base::FileDescriptor file(OpenGuardedFile(path, O_RDWR));
+  Versions versions;
+  if (!file.is_open()) return base::Errno::Last();
+  if (!ReadVersions(file.get(), versions)) return base::Errno(EINVAL);
+  return WriteVersions(file.get(), {.write = kWithLog, .read = kWithoutLog});
+}
+
+void AddSuspendedLogTo(std::string& image) {
+  image.at(kPosition) = static_cast<char>(kWithLog);
+  image.at(kPosition + 1) = static_cast<char>(kWithoutLog);
+}
+
+base::Errno ResumeLog(const std::string& path) {
+  const base::FileDescriptor file(OpenGuardedFile(path, O_RDWR));
+  Versions versions;
+  if (!file.is_open()) return base::Errno::Last();
+  const bool is_suspended = ReadVersions(file.get(), versions) && ModeOf(versions) == LogMode::kSuspended;
+  return is_suspended ? WriteVersions(file.get(), {.write = kWithLog, .read = kWithLog}) : base::Errno();
+}
+
+}  // namespace db_util
