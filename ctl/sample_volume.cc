@@ -10,6 +10,7 @@
 #include "file-op/file_op.h"
 #include "logger/check.h"
 #include "package/layout.h"
+#include "updater/framework/suspended_logs.h"
 #include "updater/framework/updater_framework.h"
 #include "updater/server/registration.h"
 
@@ -153,11 +154,12 @@ int MakeSampleVolume(const std::string& volume, const SampleSize& size, MadeFold
 
 int LiftSampleVolume(const std::string& volume, int version, const updater::UpdaterContext& context,
                      std::string& error) {
+  const package::VolumePaths paths(volume);
   const updater::Version start = {"", kSampleVersion};
   updater::UpdaterFramework framework(context.out);
   updater::Version target = start;
   // The live databases instead of working copies: a sample that breaks is made again.
-  for (auto& updater : updater::server::CreateServerUpdaters(context, package::VolumePaths(volume).live)) {
+  for (auto& updater : updater::server::CreateServerUpdaters(context, paths.live)) {
     if (updater->GetToVersion().number == version) target = updater->GetToVersion();
     framework.AddUpdater(std::move(updater));
   }
@@ -165,7 +167,7 @@ int LiftSampleVolume(const std::string& volume, int version, const updater::Upda
     error = "no updater leads to version " + std::to_string(version);
     return -1;
   }
-  if (framework.Run(start, target) == 0) return 0;
+  if (framework.Run(start, target) == 0 && updater::ResumeLogs(paths.live)) return 0;
   error = framework.GetLastError();
   return -1;
 }

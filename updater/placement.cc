@@ -12,6 +12,7 @@
 #include "db-util/database_files.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
+#include "updater/framework/suspended_logs.h"
 #include "updater/intent_file.h"
 #include "updater/placement_items.h"
 #include "updater/placement_targets.h"
@@ -152,8 +153,8 @@ int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems) 
   // The second flush is for the live databases: a log that comes back after a power failure would be taken
   // for a later change. The list is made again because they are other files now.
   return logger::ToResult(CheckpointAll(paths.copies, paths.copies, db_util::Links::kTrusted) &&
-                          ListItems(paths, intent) && CanReplaceTargets(paths, intent) &&
-                          file_systems.Flush() &&
+                          ResumeLogs(paths.copies) && ListItems(paths, intent) &&
+                          CanReplaceTargets(paths, intent) && file_systems.Flush() &&
                           CheckpointAll(paths.live, paths.copies, db_util::Links::kAny) &&
                           file_systems.Flush() && ListItems(paths, intent) && WriteIntent(paths, intent));
 }

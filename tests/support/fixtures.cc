@@ -10,6 +10,7 @@
 #include "db-util/execute.h"
 #include "db-util/query.h"
 #include "tests/support/temporary_folder.h"
+#include "updater/framework/suspended_logs.h"
 
 namespace tests {
 namespace {
@@ -163,6 +164,7 @@ std::string SchemaOf(const std::string& path) {
 
 Dumps DumpPackage(const package::PackagePaths& where) {
   Dumps dumps;
+  (void)updater::ResumeLogs(where);  // an updater alone leaves them suspended
   for (const auto& [name, path] : DatabasesOf(where)) {
     std::string& text = dumps[name] = SchemaOf(path);
     const db_util::Database db = Open(path);

@@ -12,6 +12,9 @@ class AbstractUpdater : public base::Interface {
  public:
   // Performs the upgrade. Returns 0, or a negative value on failure. Run at most once per object.
   [[nodiscard]] virtual int Update() { return -1; }
+  // Told before Update() at which versions the chain begins and ends that the updater is part of. What later
+  // updaters of the chain drop does not have to be made.
+  virtual void SetChain(const Version& /*start*/, const Version& /*end*/) {}
   [[nodiscard]] virtual Version GetFromVersion() const = 0;
   [[nodiscard]] virtual Version GetToVersion() const = 0;
 

@@ -1,24 +1,32 @@
 #include "updater/framework/attached_database.h"
 
+#include <string_view>
+
+#include "db-util/database.h"
+#include "db-util/log_mode.h"
 #include "file-op/file_op.h"
 #include "updater/framework/exec_sql.h"
 
 namespace updater {
 namespace {
 
-// 32 MiB a schema: the five that are attached at once stay below what the smallest appliance has free.
-constexpr int kCacheKiB = 32768;
+// What memory a run takes grows with it. The split looks rows of the data database up in the order of views,
+// and the connection's own database tells how much is sorted at once for an index; the others are read and
+// written from the first page to the last.
+constexpr int kBudgetKiB = 96 * 1024;
 
-bool FormatAttach(std::string& out, const char* schema, const std::string& path) {
-  return db_util::FormatSql(out, "ATTACH DATABASE %Q AS %s;", path, schema);
+int CacheKiB(std::string_view schema) {
+  if (schema == "data_db") return kBudgetKiB;
+  return schema == "main" ? kBudgetKiB / 3 : kBudgetKiB / 12;
 }
 
 }  // namespace
 
-std::string TuneStatements(const char* schema) {
+db_util::Status Tune(sqlite3* db, const char* schema) {
   const std::string pragma = std::string("PRAGMA ") + schema + ".";
-  return pragma + "synchronous = OFF;" + pragma + "secure_delete = OFF;" + pragma + "cache_size = -" +
-         std::to_string(kCacheKiB) + ";";
+  if (db_util::LogModeOf(db, schema) != db_util::LogMode::kInUse) db_util::UseNoJournal(db, schema);
+  return db_util::Execute(db, pragma + "synchronous = OFF;" + pragma + "secure_delete = OFF;" + pragma +
+                                  "cache_size = -" + std::to_string(CacheKiB(schema)) + ";");
 }
 
 bool MakeIfMissing(const std::string& path, const std::string& like) {
@@ -30,23 +38,43 @@ bool MakeIfMissing(const std::string& path, const std::string& like) {
   return true;
 }
 
-int AttachDatabase(sqlite3* db, const char* schema, const std::string& path) {
+std::string AttachStatement(const char* schema, const std::string& path) {
   std::string attach;
-  if (!FormatAttach(attach, schema, path)) return -1;
-  return ExecScriptAs(db, attach + TuneStatements(schema), attach);
+  (void)db_util::FormatSql(attach, "ATTACH DATABASE %Q AS %s;", path, schema);  // else it stays empty
+  return attach;
+}
+
+db_util::Status AttachQuietly(sqlite3* db, const char* schema, const std::string& path) {
+  const std::string attach = AttachStatement(schema, path);
+  if (attach.empty()) return db_util::StatusOf(SQLITE_NOMEM);
+  db_util::Status status = db_util::Execute(db, attach);
+  if (status.ok() && db_util::LogModeOf(db, schema) == db_util::LogMode::kInUse) {
+    status = db_util::Execute(db, std::string("DETACH DATABASE ") + schema + ";");
+    (void)db_util::SuspendLog(path);  // with its log it only takes longer
+    if (status.ok()) status = db_util::Execute(db, attach);
+  }
+  return status.ok() ? Tune(db, schema) : status;
+}
+
+int AttachDatabase(sqlite3* db, const char* schema, const std::string& path) {
+  return ResultOf(AttachQuietly(db, schema, path), AttachStatement(schema, path));
 }
 
 std::string AttachedScript(const char* schema, const std::string& path, const std::string& body) {
-  std::string attach;
-  if (!FormatAttach(attach, schema, path)) return {};
-  return attach + body + "DETACH DATABASE " + schema + ";";
+  return AttachStatement(schema, path) + body + "DETACH DATABASE " + schema + ";";
+}
+
+db_util::Status ExecAttachedQuietly(sqlite3* db, const char* schema, const std::string& path,
+                                    const std::string& body) {
+  const char* const data = sqlite3_db_filename(db, "data_db");
+  if (data != nullptr) (void)MakeIfMissing(path, data);
+  const db_util::Status status = AttachQuietly(db, schema, path);
+  return status.ok() ? db_util::Execute(db, body + "DETACH DATABASE " + schema + ";") : status;
 }
 
 int ExecAttached(sqlite3* db, const char* schema, const std::string& path, const std::string& body) {
-  const std::string script = AttachedScript(schema, path, TuneStatements(schema) + body);
-  const char* const data = sqlite3_db_filename(db, "data_db");
-  if (data != nullptr) (void)MakeIfMissing(path, data);
-  return script.empty() ? -1 : ExecScriptAs(db, script, AttachedScript(schema, path, body));
+  const db_util::Status status = ExecAttachedQuietly(db, schema, path, body);
+  return status.ok() ? 0 : ResultOf(status, AttachedScript(schema, path, body));
 }
 
 }  // namespace updater

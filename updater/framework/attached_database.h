@@ -5,26 +5,38 @@
 
 #include <string>
 
+#include "db-util/status.h"
+
 namespace updater {
 
-// Statements that follow every ATTACH: a working copy is disposable until the run is committed, so nothing is
-// flushed for it. No setting leaves a trace in the file, and no log shows them.
-[[nodiscard]] std::string TuneStatements(const char* schema);
+// Makes the most of a working copy being disposable until the run is committed: nothing is flushed for it,
+// and nothing is kept to undo what fails, unless the database has a log in use. No setting leaves a trace in
+// the file.
+db_util::Status Tune(sqlite3* db, const char* schema);
 
 // Makes an empty database with the owner and mode of `like`, to be attached: ATTACH makes none. Returns
 // whether there was none; what cannot be made cannot be attached either.
 bool MakeIfMissing(const std::string& path, const std::string& like);
 
-// Attaches the database at `path` as `schema`, tuned. Returns 0 or -1 after logging the failing statement.
+// "ATTACH DATABASE '<path>' AS <schema>;"; empty when SQLite could not make it.
+[[nodiscard]] std::string AttachStatement(const char* schema, const std::string& path);
+
+// Attaches the database at `path` as `schema`, tuned, its log suspended. No message.
+db_util::Status AttachQuietly(sqlite3* db, const char* schema, const std::string& path);
+
+// The same. Returns 0, or -1 after logging the failing statement.
 [[nodiscard]] int AttachDatabase(sqlite3* db, const char* schema, const std::string& path);
 
-// "ATTACH DATABASE '<path>' AS <schema>;", `body` and "DETACH DATABASE <schema>;" as one text; empty when
-// SQLite could not make it.
+// The statement above, `body` and "DETACH DATABASE <schema>;" as one text, as the log shows them.
 [[nodiscard]] std::string AttachedScript(const char* schema, const std::string& path,
                                          const std::string& body);
 
-// Runs AttachedScript() on a database that is made if it is missing, tuned behind the ATTACH. Returns 0, or
-// -1 after logging the whole script; what a failing body has attached stays attached.
+// Attaches a database, which is made if it is missing, runs `body`, and detaches. What a failing body has
+// attached stays attached. No message.
+db_util::Status ExecAttachedQuietly(sqlite3* db, const char* schema, const std::string& path,
+                                    const std::string& body);
+
+// The same. Returns 0, or -1 after logging the whole script.
 [[nodiscard]] int ExecAttached(sqlite3* db, const char* schema, const std::string& path,
                                const std::string& body);
 

@@ -17,14 +17,20 @@ inline constexpr std::size_t kLongStatement = 512;
 // a file is damaged, it logs "Strato Folder Updater(%d): <updater>, <database>: <message> (<code>)\n".
 void LogReasonBehind(const std::string& statement, const db_util::Status& failure);
 
-// Executes text that is complete, and never used as a format. Returns 0, or -1 after logging
-// "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with the text, SQLite's message and its code, and
-// the reason behind it.
+// Returns 0 for success, or -1 after logging "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with
+// `logged`, SQLite's message and its code, and the reason behind it.
+[[nodiscard]] int ResultOf(const db_util::Status& status, const std::string& logged);
+
+// Executes text that is complete, and never used as a format. Results as ResultOf() with the text.
 [[nodiscard]] int ExecScript(sqlite3* db, const std::string& text);
 
 // The same for a text that holds statements of no interest to a reader, or in another order: a failure is
 // logged with `logged` in its place.
 [[nodiscard]] int ExecScriptAs(sqlite3* db, const std::string& text, const std::string& logged);
+
+// Executes a statement that only makes others faster. One that SQLite refuses (there is no such table) is
+// success; any other failure may have damaged a database that has no journal. Results as ExecScript().
+[[nodiscard]] int ExecForSpeed(sqlite3* db, const std::string& statement);
 
 // Logs "Strato Folder Updater(%d): sqlite3_vmprintf: %s (%d)\n".
 void LogFormatFailure(sqlite3* db);

@@ -75,8 +75,7 @@ ServerUpdater::ServerUpdater(const UpdaterContext& context, Edge edge, const Pac
 int ServerUpdater::Update() {
   const ScopedUpdaterName name(std::to_string(edge_.from.number) + " to " + std::to_string(edge_.to.number));
   const bool ok = RunConnected();
-  Disconnect();
-  return logger::ToResult(ok);
+  return logger::ToResult(Disconnect() && ok);
 }
 
 bool ServerUpdater::RunConnected() {
@@ -86,7 +85,17 @@ bool ServerUpdater::RunConnected() {
   return ok;
 }
 
+// The statistics of a live database may be years old and make SQLite scan tables that it takes for small.
+// Those of a database that stays are not touched: no statement of theirs depends on them.
+bool ServerUpdater::ForgetStatistics() {
+  if (edge_.from.number >= kSplitVersion || !DataIsReplaced()) return true;
+  return ExecForSpeed(db(), "DROP TABLE IF EXISTS data_db.sqlite_stat1;") == 0 &&
+         ExecForSpeed(db(), "DROP TABLE IF EXISTS data_db.sqlite_stat4;") == 0 &&
+         ExecForSpeed(db(), "ANALYZE data_db.sqlite_master;") == 0;  // which loads what there is
+}
+
 bool ServerUpdater::RunSteps() {
+  if (!ForgetStatistics()) return false;
   for (const Step& step : Steps()) {
     if (!Check(step.run(), step.failure)) return false;
   }
@@ -96,22 +105,22 @@ bool ServerUpdater::RunSteps() {
 bool ServerUpdater::Connect() {
   return Check(db_util::OpenScratchDatabase(context_.scratch_database, db_),
                "Failed to initialize database connection (%s)", context_.scratch_database) &&
-         Check(AttachDatabases(), "failed to attach database\n");
+         Tune(db(), "main").ok() && Check(AttachDatabases(), "failed to attach database\n");
 }
 
 bool ServerUpdater::AttachDatabases() {
-  std::string attach;
-  std::string tune;
+  const std::vector<AttachedDatabase> databases = DatabasesOf(edge_.databases);
+  std::string statements;
+  db_util::Status status;
   missing_.clear();
-  for (const AttachedDatabase& database : DatabasesOf(edge_.databases)) {
-    const std::string& path = paths_.*database.path;
-    std::string statement;
-    if (!db_util::FormatSql(statement, "ATTACH DATABASE %Q AS %s;", path, database.schema)) return false;
-    attach += statement;
-    tune += TuneStatements(database.schema);
-    if (MakeIfMissing(path, paths_.data)) missing_.push_back(path);
+  for (const auto& [schema, member] : databases) {
+    statements += AttachStatement(schema, paths_.*member);
+    if (MakeIfMissing(paths_.*member, paths_.data)) missing_.push_back(paths_.*member);
   }
-  return ExecScriptAs(db(), attach + tune, attach) == 0;
+  for (const auto& [schema, member] : databases) {
+    if (status.ok()) status = AttachQuietly(db(), schema, paths_.*member);
+  }
+  return ResultOf(status, statements) == 0;
 }
 
 void ServerUpdater::Detach() {
@@ -127,14 +136,16 @@ void ServerUpdater::Detach() {
   (void)unlink(context_.scratch_database.c_str());  // nobody reads it again
 }
 
-void ServerUpdater::Disconnect() {
+bool ServerUpdater::Disconnect() {
+  bool ok = true;
   if (db_) {
     Detach();
     if (names_unreadable_) NameUnreadableDatabases();  // not before, because the updater uses them alone
-    AfterDisconnect();
+    ok = AfterDisconnect();
   }
   // An updater is single-use: a second run finds no paths.
   paths_ = {};
+  return ok;
 }
 
 bool ServerUpdater::CheckVersions() {
@@ -188,6 +199,12 @@ bool ServerUpdater::GetDatabaseVersions(Versions& versions) const {
   return CheckVersionQuery(kVersionBranchesQuery, branches);
 }
 
+// Nobody looks at the versions of views and files before the chain ends, and there may be thousands. The
+// first updater that writes them finds what is damaged before anything else is done.
+bool ServerUpdater::IsFirstOrLast() const {
+  return edge_.from.number <= std::max(chain_start_, kSplitVersion) || edge_.to.number == chain_end_;
+}
+
 bool ServerUpdater::UpdateDatabaseVersions() const {
   const std::vector<const char*> schemas = VersionedSchemas(edge_.scope);
   if (edge_.scope != VersionScope::kAll) return WriteVersions(schemas);
@@ -195,7 +212,7 @@ bool ServerUpdater::UpdateDatabaseVersions() const {
   return ListVersionedFolders(paths_, folders) &&
          Check(WriteVersions(schemas),
                "Failed to update version and branch to syncfolder-db, user-db, client-db and log-db") &&
-         WriteFolderVersions(db(), paths_, folders, edge_.to);
+         (!IsFirstOrLast() || WriteFolderVersions(db(), paths_, folders, edge_.to));
 }
 
 bool ServerUpdater::WriteVersions(const std::vector<const char*>& schemas) const {

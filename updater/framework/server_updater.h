@@ -50,6 +50,11 @@ enum class VersionScope {
 
 enum class SuccessLine { kStandardOutput, kSystemLog };
 
+// The updater to this version replaces the data database by a database for each view and others.
+inline constexpr int kSplitVersion = 3400;
+// The updater to this version replaces the tables of nodes and versions of every view.
+inline constexpr int kRebuiltViewsVersion = 4150;
+
 struct Edge {
   Version from;
   Version to;
@@ -71,6 +76,10 @@ struct Edge {
 class ServerUpdater : public AbstractUpdater {
  public:
   [[nodiscard]] int Update() final;
+  void SetChain(const Version& start, const Version& end) final {
+    chain_start_ = start.number;
+    chain_end_ = end.number;
+  }
   [[nodiscard]] Version GetFromVersion() const final { return edge_.from; }
   [[nodiscard]] Version GetToVersion() const final { return edge_.to; }
 
@@ -86,14 +95,23 @@ class ServerUpdater : public AbstractUpdater {
 
   // The unit's own steps in order, between the version check and the version write.
   [[nodiscard]] virtual std::vector<Step> Steps() = 0;
-  // Called after the connection is closed and before the paths are emptied, also after a failed run.
-  virtual void AfterDisconnect() {}
+  // Called after the connection is closed and before the paths are emptied, also after a failed run. The run
+  // fails where it returns false, after logging why.
+  [[nodiscard]] virtual bool AfterDisconnect() { return true; }
 
   // Opens the scratch database and attaches the working copies.
   [[nodiscard]] bool Connect();
   // Rolls back what a failed script left open, detaches, closes, removes the scratch database; does nothing
   // when not connected. Keeps the paths.
   void Detach();
+
+  // Whether the same run goes on to the split. An updater alone leads to its own version and no further.
+  [[nodiscard]] bool DataIsReplaced() const { return chain_end_ >= kSplitVersion; }
+  // Whether all view databases are made by the same run, so that they can have the tables of nodes and
+  // versions that they have in the end from the start.
+  [[nodiscard]] bool ViewsAreNew() const {
+    return chain_start_ < kSplitVersion && chain_end_ >= kRebuiltViewsVersion;
+  }
 
   [[nodiscard]] sqlite3* db() const { return db_.get(); }
   [[nodiscard]] const PackagePaths& paths() const { return paths_; }
@@ -107,20 +125,24 @@ class ServerUpdater : public AbstractUpdater {
   };
 
   [[nodiscard]] bool AttachDatabases();
-  void Disconnect();
+  [[nodiscard]] bool Disconnect();
   [[nodiscard]] bool RunConnected();
   [[nodiscard]] bool RunSteps();
+  [[nodiscard]] bool ForgetStatistics();
   [[nodiscard]] bool CheckVersions();
   [[nodiscard]] bool GetDatabaseVersions(Versions& versions) const;
   // Logs which databases have no version that can be read, and why.
   void NameUnreadableDatabases() const;
   [[nodiscard]] bool UpdateDatabaseVersions() const;
+  [[nodiscard]] bool IsFirstOrLast() const;
   [[nodiscard]] bool WriteVersions(const std::vector<const char*>& schemas) const;
   void ReportSuccess() const;
 
   UpdaterContext context_;
   Edge edge_;
   PackagePaths paths_;
+  int chain_start_ = edge_.from.number;
+  int chain_end_ = edge_.to.number;
   db_util::Database db_;
   std::vector<std::string> missing_;  // the files that attaching made
   bool names_unreadable_ = false;

@@ -29,6 +29,7 @@ int UpdaterFramework::Run(const Version& current, const Version& target) {
   }
   for (AbstractUpdater* updater : path) {
     if (updater == nullptr) return -1;
+    updater->SetChain(current, target);
     if (RunOne(*updater) < 0) {
       last_error_ = "Error when updating from " + ToString(updater->GetFromVersion()) + " to " +
                     ToString(updater->GetToVersion()) + ": " + updater->GetLastError();

@@ -3,13 +3,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 
 #include "base/errno.h"
+#include "base/write_all.h"
 #include "db-util/database.h"
 #include "db-util/database_files.h"
 #include "db-util/execute.h"
+#include "db-util/log_mode.h"
 #include "file-op/file_op.h"
-#include "updater/framework/attached_database.h"
 #include "updater/framework/updater_log.h"
 #include "updater/server/sql/split.h"
 
@@ -19,8 +21,6 @@ namespace {
 using file_op::FilePlace;
 using file_op::Folder;
 using package::PackagePaths;
-
-constexpr const char* kJournalPragmas = "PRAGMA journal_mode = WAL;PRAGMA synchronous = NORMAL;";
 
 bool CheckFolder(int result, const std::string& path) {
   // Without the head of an updater's line; keep it so.
@@ -48,39 +48,48 @@ bool MakeSignFile(const Folder& sign_folder) {
   return false;
 }
 
-// With the owner and access bits of the data database from the start.
-bool OpenNewDatabase(const FilePlace& place, const std::string& data_database, db_util::Database& out) {
+// The bytes of a database that a script makes, with a suspended log.
+bool MakeImage(const char* schema, const std::string& script, std::string& image) {
+  db_util::Database db;
+  if (!db_util::OpenQuietly(":memory:", db, db_util::OpenMode::kReadWrite).ok() ||
+      !db_util::Execute(db.get(),
+                        "ATTACH ':memory:' AS view_db; BEGIN TRANSACTION;" + script + "END TRANSACTION;")
+           .ok()) {
+    return false;
+  }
+  sqlite3_int64 size = 0;
+  const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> bytes(
+      sqlite3_serialize(db.get(), schema, &size, 0), &sqlite3_free);
+  if (!bytes) return false;
+  image.assign(bytes.get(), bytes.get() + size);
+  db_util::AddSuspendedLogTo(image);
+  return true;
+}
+
+// With the owner and access bits of the data database from the start. Only the caller's line tells why it
+// could not be filled; keep it so.
+bool WriteDatabase(const FilePlace& place, const std::string& data_database, const std::string& image,
+                   const logger::PrintfFormat<>& failure) {
   base::FileDescriptor made;
   const db_util::Status status =
-      file_op::MakeFileLike(place, data_database, made) < 0
-          ? db_util::StatusOf(SQLITE_CANTOPEN)
-          : db_util::OpenExactly(place.path, made.get(), db_util::OpenMode::kReadWrite, out);
-  if (status.ok()) db_util::UseAlone(out.get());
+      db_util::StatusOf(file_op::MakeFileLike(place, data_database, made) < 0 ? SQLITE_CANTOPEN : SQLITE_OK);
   return Check(status, "sqlite3_open: %s (%d)\n", status.message, status.code) &&
-         sqlite3_busy_timeout(out.get(), db_util::kBusyTimeoutMs) == SQLITE_OK;
-}
-
-// The database is tuned twice. The first time keeps the change of the journal mode from flushing; the pragmas
-// behind it set their own level of flushing, so it is tuned again. Only the caller's line tells what fails;
-// keep it so.
-bool InitializeDatabase(sqlite3* db, const std::string& script) {
-  const std::string tune = TuneStatements("main");
-  return db_util::Execute(db,
-                          tune + kJournalPragmas + tune + "BEGIN TRANSACTION;" + script + "END TRANSACTION;")
-      .ok();
-}
-
-bool CreateDatabase(const FilePlace& place, const std::string& data_database, const std::string& script,
-                    const logger::PrintfFormat<>& failure) {
-  db_util::Database db;
-  return OpenNewDatabase(place, data_database, db) && Check(InitializeDatabase(db.get(), script), failure);
+         Check(!image.empty() && base::WriteAll(made.get(), image).ok(), failure);
 }
 
 }  // namespace
 
 bool MakeFolder(const std::string& path) { return CheckFolder(file_op::FSMKDir(path, false), path); }
 
-bool CreateViewDatabase(const PackagePaths& paths, ViewId view, const std::string& data_database) {
+std::string MakeViewImage(const std::string& tables) {
+  std::string image;
+  const std::string script = std::string(sql::kCreateOtherTables) + tables + sql::kCreateSplitTrigger;
+  (void)MakeImage("view_db", script, image);  // without one, making a database of it fails
+  return image;
+}
+
+bool CreateViewDatabase(const PackagePaths& paths, ViewId view, const std::string& data_database,
+                        const std::string& image) {
   const std::string name = std::to_string(view);
   const std::string path = paths.ViewFolder(name);
   const std::string sign_path = path + "/sign";
@@ -92,30 +101,36 @@ bool CreateViewDatabase(const PackagePaths& paths, ViewId view, const std::strin
                sign_path) &&
          Check(MakeSignFile(sign_folder), "CreateViewDB: cannot make origin sign file in (%s)\n",
                sign_path) &&
-         CreateDatabase(folder.In(package::kViewDatabase), data_database, sql::kCreateViewDatabase,
-                        "CreateViewDB: initialize view db failed\n");
+         WriteDatabase(folder.In(package::kViewDatabase), data_database, image,
+                       "CreateViewDB: initialize view db failed\n");
 }
 
 bool CreateFileDatabase(const PackagePaths& paths, const std::string& uuid,
                         const std::string& data_database) {
   Folder folder;
+  std::string image;
+  (void)MakeImage("main", sql::kCreateFileDatabase, image);  // as above
   return Check(OpenFolderIn(paths.file_folder, uuid, folder), "CreateFileDB: cannot make directory (%s)\n",
                paths.FileFolder(uuid)) &&
-         CreateDatabase(folder.In(package::kFileDatabase), data_database, sql::kCreateFileDatabase,
-                        "CreateFileDB: initialize file db failed\n");
+         WriteDatabase(folder.In(package::kFileDatabase), data_database, image,
+                       "CreateFileDB: initialize file db failed\n");
 }
 
 bool CreateNewDataDatabase(const std::string& path, const std::string& data_database) {
-  for (const std::string& file : db_util::DatabaseFiles(path)) {
-    (void)unlink(file.c_str());  // what cannot be removed fails the statements below
+  std::string image;
+  const bool is_free = unlink(path.c_str()) == 0 || errno == ENOENT;
+  if (is_free && db_util::RemoveCompanions(path) == 0) {
+    (void)MakeImage("main", sql::kCreateDataDatabase + sql::CreateIndexes("main", sql::kDataIndexes), image);
   }
   // The message of the view database, also here; keep it so.
-  return CreateDatabase(file_op::At(path), data_database,
-                        sql::kCreateDataDatabase + sql::CreateIndexes("main", sql::kDataIndexes),
-                        "CreateViewDB: initialize view db failed\n");
+  return WriteDatabase(file_op::At(path), data_database, image, "CreateViewDB: initialize view db failed\n");
 }
 
-std::string CreateViewIndexes() { return sql::CreateIndexes("view_db", sql::kViewIndexes); }
+std::string CreateNodeAndVersionIndexes() {
+  return sql::CreateIndexes("view_db", sql::kNodeAndVersionIndexes);
+}
+
+std::string CreateOtherViewIndexes() { return sql::CreateIndexes("view_db", sql::kOtherViewIndexes); }
 
 std::string CreateFileIndexes() { return sql::CreateIndexes("file_db", sql::kFileIndexes); }
 

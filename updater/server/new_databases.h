@@ -17,9 +17,13 @@ namespace updater::server {
 // Makes one folder, mode 0755 whatever the umask; one that exists is success. Logs "mkdir(%s): %s (%d)\n".
 [[nodiscard]] bool MakeFolder(const std::string& path);
 
-// The folder of the view, its sign folder with the origin sign file, and the view database without indexes.
+// An empty view database without indexes, to be written as often as there are views. `tables` makes those of
+// nodes and versions in the database attached as view_db.
+[[nodiscard]] std::string MakeViewImage(const std::string& tables);
+
+// The folder of the view, its sign folder with the origin sign file, and the view database.
 [[nodiscard]] bool CreateViewDatabase(const PackagePaths& paths, ViewId view,
-                                      const std::string& data_database);
+                                      const std::string& data_database, const std::string& image);
 
 // The folder of the volume and the file database without indexes.
 [[nodiscard]] bool CreateFileDatabase(const PackagePaths& paths, const std::string& uuid,
@@ -29,7 +33,8 @@ namespace updater::server {
 [[nodiscard]] bool CreateNewDataDatabase(const std::string& path, const std::string& data_database);
 
 // The indexes of the databases attached as view_db and file_db.
-[[nodiscard]] std::string CreateViewIndexes();
+[[nodiscard]] std::string CreateNodeAndVersionIndexes();
+[[nodiscard]] std::string CreateOtherViewIndexes();
 [[nodiscard]] std::string CreateFileIndexes();
 
 }  // namespace updater::server

@@ -34,7 +34,7 @@ TEST_F(ServerUpdatersTest, NewDatabasesAreNotMadeThroughPlantedLinks) {
   fs::create_symlink(Sync("outside/new"), View("1"));
   fs::create_symlink(Sync("outside"), Sync("view/2"));
   for (const updater::ViewId view : {1U, 2U}) {
-    EXPECT_FALSE(updater::server::CreateViewDatabase(package_, view, package_.data));
+    EXPECT_FALSE(updater::server::CreateViewDatabase(package_, view, package_.data, "image"));
   }
   EXPECT_TRUE(fs::is_empty(Sync("outside")));
 }
@@ -161,11 +161,11 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
        "sqlite3_exec.PRAGMA log_db.journal_mode = WAL;.*_s5_index ON log_table.s5.;INSERT .* TRANSACTION; .: " +
            no_log + "3200 to 3300, log_db .*log-db.sqlite., data_db .*r-db.sqlite.: " + no_log + step},
       {3300, run(package_.data, "ALTER TABLE tree_table RENAME TO gone"), ".*" + step, "data"},
-      {3300, fail("GetExtUuid"), no_uuid},
-      {3300, fail("GetFileSystemType"), ".*file system property from '.*/@sync'\n" + no_uuid},
-      {3300, set({platform::FileSystemType::kEcryptfs, {}}),
-       ".*file system type: 3 .'.*/@sync'.\n" + no_uuid},
-      {3300, both(set({platform::FileSystemType::kBtrfs, {}}), fail("GetBtrfsUuid")), no_uuid},
+      {3300, fail("GetExtUuid"), no_uuid, "data"},
+      {3300, fail("GetFileSystemType"), ".*file system property from '.*/@sync'\n" + no_uuid, "data"},
+      {3300, set({platform::FileSystemType::kEcryptfs, {}}), ".*file system type: 3 .'.*/@sync'.\n" + no_uuid,
+       "data"},
+      {3300, both(set({platform::FileSystemType::kBtrfs, {}}), fail("GetBtrfsUuid")), no_uuid, "data"},
       {3450, set({platform::FileSystemType::kBtrfs, {}, {}, 0xABC}),
        "Update repo path '.*/@sync' uuid\n.*mismatch abc:4d5f53665248425f\nFailed to get old uuid from '.*/@sync'\n" +
            no_history,

@@ -2,6 +2,7 @@
 
 #include "db-util/execute.h"
 #include "db-util/query.h"
+#include "updater/framework/exec_sql.h"
 #include "updater/framework/updater_log.h"
 
 namespace updater::server {
@@ -48,15 +49,16 @@ bool RefuseLostNodes(sqlite3* db) {
   return none_lost;
 }
 
-void IndexViewLookups(sqlite3* db) {
+bool IndexViewLookups(sqlite3* db) {
   for (const Lookup& lookup : kViewLookups) {
     if (HasLeadingIndex(db, lookup)) continue;
     std::string statement;
     if (db_util::FormatSql(statement, "CREATE INDEX IF NOT EXISTS data_db.split_%s_index ON %s(%s);",
                            lookup.table, lookup.table, lookup.column)) {
-      (void)db_util::Execute(db, statement);  // only speed is lost
+      if (ExecForSpeed(db, statement) < 0) return false;
     }
   }
+  return true;
 }
 
 }  // namespace updater::server

@@ -10,8 +10,7 @@ namespace updater::server {
 [[nodiscard]] bool RefuseLostNodes(sqlite3* db);
 
 // Makes the indexes without which every view scans whole tables. They leave no trace: the data database is
-// replaced at the end of the split. Silent when it fails, as only speed is lost; a table that is missing
-// fails the copy.
-void IndexViewLookups(sqlite3* db);
+// replaced at the end of the split. A table that is missing fails the copy. Results as ExecForSpeed().
+[[nodiscard]] bool IndexViewLookups(sqlite3* db);
 
 }  // namespace updater::server

@@ -30,7 +30,7 @@ constexpr const char* kCreateProfileTables =
     "CREATE INDEX IF NOT EXISTS user_db.profile_apply_uid_idx ON profile_apply_table(user_id);";
 
 // A node takes over the version that has its own sync_id; without one its v_ columns stay NULL.
-constexpr const char* kRebuildNodeTable =
+constexpr const char* kCopyNodes =
     "BEGIN TRANSACTION; "
     "CREATE TABLE IF NOT EXISTS data_db.new_node_table (node_id INTEGER PRIMARY KEY AUTOINCREMENT, "
     "parent_id INTEGER, view_id INTEGER, attribute INTEGER, max_id INTEGER, sync_id INTEGER, ver_cnt INTEGER, "
@@ -49,10 +49,14 @@ constexpr const char* kRebuildNodeTable =
     "v.file_hash, v.mtime, v.exec_bit, v.uid, v.gid, v.mode, v.sess_id, v.client_id, v.mac_attr, "
     "v.acl_attribute, v.acl_hash, v.share_priv_disabled, v.share_priv_deny_list, v.share_priv_ro_list, "
     "v.share_priv_rw_list, v.share_priv_hash, 0 FROM data_db.node_table as n "
-    "LEFT JOIN data_db.version_table as v ON (n.node_id = v.node_id AND n.sync_id = v.sync_id);"
-
+    "LEFT JOIN data_db.version_table as v ON (n.node_id = v.node_id AND n.sync_id = ";
+// The sign keeps SQLite from looking versions up by their sync_id, which any number of them may share.
+constexpr const char* kStoredSyncId = "v.sync_id);";
+constexpr const char* kStoredSyncIdNotLookedUp = "+v.sync_id);";
+constexpr const char* kReplaceNodeTable =
     "DROP TABLE data_db.node_table;"
-    "ALTER TABLE data_db.new_node_table RENAME TO node_table;"
+    "ALTER TABLE data_db.new_node_table RENAME TO node_table;";
+constexpr const char* kCreateNodeIndexes =
     "CREATE INDEX IF NOT EXISTS data_db.node_table_node_id_index ON node_table (node_id);"
     "CREATE INDEX IF NOT EXISTS data_db.node_table_parent_id_index ON node_table (parent_id);"
     "CREATE INDEX IF NOT EXISTS data_db.node_table_view_id_index ON node_table (view_id);"
@@ -60,8 +64,7 @@ constexpr const char* kRebuildNodeTable =
     "CREATE INDEX IF NOT EXISTS data_db.node_table_max_id_index ON node_table (max_id);"
     "CREATE INDEX IF NOT EXISTS data_db.node_table_sync_id_index ON node_table (sync_id);"
     "CREATE INDEX IF NOT EXISTS data_db.node_table_name_index ON node_table (name);"
-    "CREATE INDEX IF NOT EXISTS data_db.node_table_path_index ON node_table (path);"
-    "END TRANSACTION; ";
+    "CREATE INDEX IF NOT EXISTS data_db.node_table_path_index ON node_table (path);";
 
 class SvrUpdater3004to3200 final : public ServerUpdater {
  public:
@@ -93,7 +96,16 @@ class SvrUpdater3004to3200 final : public ServerUpdater {
                                 "END TRANSACTION; ") == 0;
   }
 
-  [[nodiscard]] bool UpdateRedundantNodeTable() { return sql::ExecRebuild(db(), kRebuildNodeTable); }
+  [[nodiscard]] static std::string RebuildScript(const char* sync_id, const char* indexes) {
+    return std::string(kCopyNodes) + sync_id + kReplaceNodeTable + indexes + "END TRANSACTION; ";
+  }
+
+  // The split makes the only index that it needs.
+  [[nodiscard]] bool UpdateRedundantNodeTable() {
+    return sql::ExecRebuild(
+        db(), RebuildScript(kStoredSyncIdNotLookedUp, DataIsReplaced() ? "" : kCreateNodeIndexes),
+        RebuildScript(kStoredSyncId, kCreateNodeIndexes));
+  }
 };
 
 }  // namespace

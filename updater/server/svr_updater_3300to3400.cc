@@ -44,9 +44,17 @@ constexpr const char* kInsertDaemonSyncId =
     "('sync_id_syncd', (SELECT value FROM data_db.config_table WHERE key = 'sync_id')); ";
 constexpr const char* kInsertViewSyncId =
     "INSERT INTO client_db.config_table (key, value) VALUES ('sync_id_view_%llu', \t"
-    "(CASE WHEN (SELECT sync_id FROM progress_table WHERE view_id = %lld) IS NOT NULL THEN \t\t"
-    "(SELECT sync_id FROM progress_table WHERE view_id = %lld) \t\t"
+    "(CASE WHEN (SELECT sync_id FROM %s WHERE view_id = %lld) IS NOT NULL THEN \t\t"
+    "(SELECT sync_id FROM %s WHERE view_id = %lld) \t\t"
     "ELSE (SELECT value FROM client_db.config_table WHERE key = 'sync_id') END)); ";
+
+// Has no index, and every view looks into it twice. Of several rows with one view id the first counts.
+constexpr const char* kProgressTable = "progress_table";
+constexpr const char* kIndexedProgressTable = "temp.first_progress_table";
+constexpr const char* kIndexProgress =
+    "CREATE TEMP TABLE first_progress_table (view_id INTEGER UNIQUE ON CONFLICT IGNORE, sync_id);"
+    "INSERT INTO temp.first_progress_table SELECT view_id, sync_id FROM progress_table ORDER BY rowid;";
+constexpr const char* kDropIndexedProgress = "DROP TABLE temp.first_progress_table;";
 
 class SvrUpdater3300to3400 final : public ServerUpdater {
  public:
@@ -73,8 +81,9 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
 
   [[nodiscard]] bool SplitDatabases();
   [[nodiscard]] bool SplitViews() const;
-  [[nodiscard]] bool SplitView(ViewId view) const;
+  [[nodiscard]] bool SplitView(ViewId view, const std::string& image) const;
   [[nodiscard]] bool CopyViewRows(ViewId view) const;
+  [[nodiscard]] std::string Indexes() const;
   [[nodiscard]] bool SplitFiles() const;
   [[nodiscard]] bool CopyFileRows() const;
   [[nodiscard]] bool UpdateUserDatabase() const;
@@ -82,6 +91,8 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
   [[nodiscard]] bool ReplaceDataDatabase() const;
   [[nodiscard]] bool FillNewDataDatabase() const;
   [[nodiscard]] bool InsertViewSyncIds() const;
+  [[nodiscard]] static bool FormatViewSyncIds(const std::vector<ViewId>& views, const char* progress_table,
+                                              std::string& script);
   [[nodiscard]] bool ReattachDataDatabase() const;
   [[nodiscard]] bool MoveNewDataDatabase() const;
 
@@ -111,15 +122,17 @@ bool SvrUpdater3300to3400::SplitDatabases() {
 bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
   if (!ReadViewIds(db(), views)) return false;
-  if (views.size() > 1) IndexViewLookups(db());
+  if (!IndexViewLookups(db())) return false;
+  const std::string image =
+      MakeViewImage(ViewsAreNew() ? sql::CreateCurrentTables() : std::string(sql::kCreateSplitTables));
   for (const ViewId view : views) {
-    if (!SplitView(view)) return false;
+    if (!SplitView(view, image)) return false;
   }
   return true;
 }
 
-bool SvrUpdater3300to3400::SplitView(ViewId view) const {
-  return Check(CreateViewDatabase(paths(), view, paths().data),
+bool SvrUpdater3300to3400::SplitView(ViewId view, const std::string& image) const {
+  return Check(CreateViewDatabase(paths(), view, paths().data, image),
                "Failed to create new view db for view %llu\n", view) &&
          Check(AttachDatabase(db(), "view_db", paths().ViewDatabase(view)),
                "Failed to attach new view db for view %llu\n", view) &&
@@ -130,18 +143,26 @@ bool SvrUpdater3300to3400::SplitView(ViewId view) const {
 
 bool SvrUpdater3300to3400::CopyViewRows(ViewId view) const {
   const long long id = StoredId(view);
-  const auto copy_statements = [&](std::string& out, const char* order) {
-    return db_util::FormatSql(out, sql::kCopyViewRows, home_uuid_, home_uuid_, home_uuid_, id, home_uuid_,
-                              home_uuid_, id, id, order);
+  const auto copy_statements = [&](std::string& out, const sql::RowLayout& layout, const char* order) {
+    const auto& [attributes, committer] = layout;
+    return db_util::FormatSql(out, sql::kCopyViewRows, attributes, home_uuid_, committer, home_uuid_,
+                              home_uuid_, id, attributes, home_uuid_, committer, home_uuid_, id, id, order);
   };
+  const std::string count =
+      std::string(sql::kCountStoredVersionsWhere) + (ViewsAreNew() ? "removed; " : "attribute & 1; ");
   std::string copy;
   std::string logged;
-  const bool copied = copy_statements(copy, sql::kInStoredOrder) && copy_statements(logged, "") &&
-                      ExecScriptAs(db(),
-                                   copy + "BEGIN TRANSACTION;" + CreateViewIndexes() +
-                                       sql::kCountVersionsOfRemovedNodes + "END TRANSACTION;",
-                                   logged + sql::kCountVersionsOfRemovedNodes) == 0;
+  const bool copied =
+      copy_statements(copy, ViewsAreNew() ? sql::kCurrentLayout : sql::kSplitLayout, sql::kInStoredOrder) &&
+      copy_statements(logged, sql::kSplitLayout, "") &&
+      ExecScriptAs(db(), "BEGIN TRANSACTION;" + copy + count + Indexes() + "END TRANSACTION;",
+                   logged + sql::kCountVersionsOfRemovedNodes) == 0;
   return Check(copied, "Failed to dump record from data_db to view_db for view %llu\n", view);
+}
+
+std::string SvrUpdater3300to3400::Indexes() const {
+  return (ViewsAreNew() ? sql::CreateCurrentIndexes() : CreateNodeAndVersionIndexes()) +
+         CreateOtherViewIndexes();
 }
 
 bool SvrUpdater3300to3400::SplitFiles() const {
@@ -156,7 +177,7 @@ bool SvrUpdater3300to3400::SplitFiles() const {
 
 bool SvrUpdater3300to3400::CopyFileRows() const {
   const std::string indexed =
-      std::string(sql::kCopyFileRows) + "BEGIN TRANSACTION;" + CreateFileIndexes() + "END TRANSACTION;";
+      std::string("BEGIN TRANSACTION;") + sql::kCopyFileRows + CreateFileIndexes() + "END TRANSACTION;";
   return Check(ExecScriptAs(db(), indexed, sql::kCopyFileRows),
                "Failed to dump record from data_db to file_db for home_uuid %s\n", home_uuid_);
 }
@@ -184,14 +205,28 @@ bool SvrUpdater3300to3400::FillNewDataDatabase() const {
 bool SvrUpdater3300to3400::InsertViewSyncIds() const {
   std::vector<ViewId> views;
   if (!ReadViewIds(db(), views)) return false;
-  std::string script = kInsertDaemonSyncId;
+  std::string logged;
+  std::string script;
+  if (!FormatViewSyncIds(views, kProgressTable, logged) ||
+      !FormatViewSyncIds(views, kIndexedProgressTable, script)) {
+    return false;
+  }
+  script = kIndexProgress + ("BEGIN TRANSACTION;" + script) + "END TRANSACTION;" + kDropIndexedProgress;
+  return Check(ExecScriptAs(db(), script, logged), "Failed to insert view sync_id into client db\n");
+}
+
+bool SvrUpdater3300to3400::FormatViewSyncIds(const std::vector<ViewId>& views, const char* progress_table,
+                                             std::string& script) {
+  script = kInsertDaemonSyncId;
   for (const ViewId view : views) {
     std::string statement;
     const long long id = StoredId(view);
-    if (!db_util::FormatSql(statement, kInsertViewSyncId, view, id, id)) return false;
+    if (!db_util::FormatSql(statement, kInsertViewSyncId, view, progress_table, id, progress_table, id)) {
+      return false;
+    }
     script += statement;
   }
-  return Check(ExecScript(db(), script), "Failed to insert view sync_id into client db\n");
+  return true;
 }
 
 bool SvrUpdater3300to3400::ReattachDataDatabase() const {

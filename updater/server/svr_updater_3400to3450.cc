@@ -83,7 +83,7 @@ class SvrUpdater3400to3450 final : public ServerUpdater {
     RotationMap rotation;
     return Check(ReadRotationMap(rotation), "Failed to EnumCustomizedRotateTable\n") &&
            Check(SpreadSharedEntry(rotation), "Failed to UpdateRotateInfo\n") && UpdateViews(rotation) &&
-           Check(sql::ExecRebuild(db(), kRebuildProfileTable),
+           Check(sql::ExecRebuild(db(), kRebuildProfileTable, kRebuildProfileTable),
                  "Failed to update user db for profile table\n");
   }
 

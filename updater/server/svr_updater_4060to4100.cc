@@ -26,6 +26,7 @@ class SvrUpdater4060to4100 final : public ServerUpdater {
   }
 
   [[nodiscard]] bool UpdateViews() {
+    if (ViewsAreNew()) return true;
     return ForEachView(db(), [this](ViewId view) {
       return Check(ExecOnView(db(), paths(), view, kAddCommitter), "Failed to update view db for view %llu\n",
                    view);

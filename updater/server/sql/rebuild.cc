@@ -4,8 +4,8 @@
 
 namespace updater::server::sql {
 
-bool ExecRebuild(sqlite3* db, const std::string& script) {
-  return ExecScript(db, "PRAGMA legacy_alter_table = ON;") == 0 && ExecScript(db, script) == 0 &&
+bool ExecRebuild(sqlite3* db, const std::string& script, const std::string& logged) {
+  return ExecScript(db, "PRAGMA legacy_alter_table = ON;") == 0 && ExecScriptAs(db, script, logged) == 0 &&
          ExecScript(db, "PRAGMA legacy_alter_table = OFF;") == 0;
 }
 

@@ -2,6 +2,7 @@
 // the rows that go in. Rows are inserted by position, so columns and statements change together.
 #pragma once
 
+#include "updater/server/sql/current_view.h"
 #include "updater/server/sql/indexes.h"
 
 namespace updater::server::sql {
@@ -9,8 +10,8 @@ namespace updater::server::sql {
 // A new view or file database says 4150, although its layout is that of 3400: the next updater writes its own
 // version. The number stays when the current version is raised; keep it so.
 // "DATATIME" is how every installed schema spells it.
-inline constexpr const char* kCreateViewDatabase =
-    "CREATE TABLE main.node_table (node_id INTEGER PRIMARY KEY AUTOINCREMENT, parent_id INTEGER, "
+inline constexpr const char* kCreateSplitTables =
+    "CREATE TABLE view_db.node_table (node_id INTEGER PRIMARY KEY AUTOINCREMENT, parent_id INTEGER, "
     "attribute INTEGER, max_id INTEGER, sync_id INTEGER, ver_cnt INTEGER, "
     "ctime DATETIME DEFAULT (strftime('%s','now')), "
     "mtime DATETIME DEFAULT (strftime('%s','now')), name VARCHAR NOT NULL COLLATE NOCASE, "
@@ -22,7 +23,7 @@ inline constexpr const char* kCreateViewDatabase =
     "v_share_priv_deny_list TEXT DEFAULT '', v_share_priv_ro_list TEXT DEFAULT '', "
     "v_share_priv_rw_list TEXT DEFAULT '', v_share_priv_hash TEXT DEFAULT '', "
     "node_delta_file_uuid TEXT DEFAULT NULL, node_delta_file_id INTEGER, sign_id INTEGER); "
-    "CREATE TABLE main.version_table (ver_id INTEGER PRIMARY KEY AUTOINCREMENT, node_id INTEGER, "
+    "CREATE TABLE view_db.version_table (ver_id INTEGER PRIMARY KEY AUTOINCREMENT, node_id INTEGER, "
     "attribute INTEGER, sync_id INTEGER, base_id INTEGER, ctime DATATIME DEFAULT (strftime('%s','now')), "
     "file_uuid TEXT DEFAULT NULL, file_id INTEGER, file_size INTEGER, file_hash VARCHAR(40), mtime DATETIME, "
     "exec_bit INTEGER, uid INTEGER, gid INTEGER, mode INTEGER, sess_id INTEGER, client_id VARCHAR, "
@@ -30,22 +31,26 @@ inline constexpr const char* kCreateViewDatabase =
     "plat_attr BLOB DEFAULT NULL, acl_attribute TEXT DEFAULT NULL, acl_hash TEXT DEFAULT NULL, "
     "share_priv_disabled INTEGER DEFAULT 0, share_priv_deny_list TEXT DEFAULT '', "
     "share_priv_ro_list TEXT DEFAULT '', share_priv_rw_list TEXT DEFAULT '', "
-    "share_priv_hash TEXT DEFAULT ''); "
-    "CREATE TABLE config_table (key VARCHAR PRIMARY KEY ON CONFLICT REPLACE, value VARCHAR DEFAULT ''); "
-    "CREATE TABLE tree_table (node_id INTEGER NOT NULL, parent_id INTEGER NOT NULL, distance INTEGER NOT NULL); "
-    "CREATE TABLE temp_table (key VARCHAR PRIMARY KEY ON CONFLICT REPLACE, value VARCHAR DEFAULT ''); "
-    "INSERT OR IGNORE INTO config_table (key, value) VALUES ('sync_id', '0'); "
-    "INSERT OR IGNORE INTO config_table (key, value) VALUES ('sign_id', '0'); "
-    "INSERT OR IGNORE INTO config_table (key, value) VALUES ('rotate_cnt', '32'); "
-    "INSERT OR IGNORE INTO config_table (key, value) VALUES ('remove_repo', '0'); "
-    "INSERT OR IGNORE INTO config_table (key, value) VALUES ('rotate_span', '15552000'); "
-    "INSERT INTO config_table (key, value) VALUES ('version', '4150'); "
-    "INSERT INTO config_table (key, value) VALUES ('branch', 'master'); "
-    "INSERT OR IGNORE INTO temp_table (key, value) VALUES ('last_insert_node_id', 0); "
-    "INSERT OR IGNORE INTO temp_table (key, value) VALUES ('parent_id', 0); "
-    "INSERT OR IGNORE INTO temp_table (key, value) VALUES ('removed_file_id', ''); "
-    "INSERT OR IGNORE INTO temp_table (key, value) VALUES ('removed_node_delta_id', ''); "
-    "CREATE TRIGGER version_delete_trigger AFTER DELETE ON version_table FOR EACH ROW BEGIN "
+    "share_priv_hash TEXT DEFAULT ''); ";
+
+inline constexpr const char* kCreateOtherTables =
+    "CREATE TABLE view_db.config_table (key VARCHAR PRIMARY KEY ON CONFLICT REPLACE, value VARCHAR DEFAULT ''); "
+    "CREATE TABLE view_db.tree_table (node_id INTEGER NOT NULL, parent_id INTEGER NOT NULL, distance INTEGER NOT NULL); "
+    "CREATE TABLE view_db.temp_table (key VARCHAR PRIMARY KEY ON CONFLICT REPLACE, value VARCHAR DEFAULT ''); "
+    "INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES ('sync_id', '0'); "
+    "INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES ('sign_id', '0'); "
+    "INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES ('rotate_cnt', '32'); "
+    "INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES ('remove_repo', '0'); "
+    "INSERT OR IGNORE INTO view_db.config_table (key, value) VALUES ('rotate_span', '15552000'); "
+    "INSERT INTO view_db.config_table (key, value) VALUES ('version', '4150'); "
+    "INSERT INTO view_db.config_table (key, value) VALUES ('branch', 'master'); "
+    "INSERT OR IGNORE INTO view_db.temp_table (key, value) VALUES ('last_insert_node_id', 0); "
+    "INSERT OR IGNORE INTO view_db.temp_table (key, value) VALUES ('parent_id', 0); "
+    "INSERT OR IGNORE INTO view_db.temp_table (key, value) VALUES ('removed_file_id', ''); "
+    "INSERT OR IGNORE INTO view_db.temp_table (key, value) VALUES ('removed_node_delta_id', ''); ";
+
+inline constexpr const char* kCreateSplitTrigger =
+    "CREATE TRIGGER view_db.version_delete_trigger AFTER DELETE ON version_table FOR EACH ROW BEGIN "
     "UPDATE temp_table SET value = (value || ' (' || OLD.file_uuid || ', ' || OLD.file_id || ')') "
     "WHERE OLD.file_uuid != '' AND OLD.file_id != 0 AND key = 'removed_file_id'; "
     "UPDATE temp_table SET value = (value || ' (' || get_mac_attr_uuid(OLD.mac_attr) || ', ' || "
@@ -53,20 +58,29 @@ inline constexpr const char* kCreateViewDatabase =
     "AND get_mac_attr_file_id(OLD.mac_attr) != 0 AND key = 'removed_file_id'; "
     "END; ";
 
-// The home volume's uuid goes into each row that names a stored file. Arguments: the uuid three times, the
-// view, the uuid twice, the view twice, and the order of the last SELECT.
+// The home volume's uuid goes into each row that names a stored file. What differs between the layouts of
+// nodes and versions is written in front of `max_id` and `sync_id` and behind `client_id`.
+struct RowLayout {
+  const char* attributes;
+  const char* committer;
+};
+inline constexpr RowLayout kSplitLayout = {"attribute", ""};
+inline constexpr RowLayout kCurrentLayout = {kCurrentAttributes, "'', "};
+
+// Arguments: the attributes, the uuid, the committer, the uuid twice, the view; the attributes, the uuid, the
+// committer, the uuid, the view; the view, and the order of the last SELECT.
 inline constexpr const char* kCopyViewRows =
-    "INSERT INTO view_db.node_table SELECT node_id, parent_id, attribute, max_id, sync_id, ver_cnt, ctime, mtime, "
+    "INSERT INTO view_db.node_table SELECT node_id, parent_id, %s, max_id, sync_id, ver_cnt, ctime, mtime, "
     "name, path, data, v_base_id, (CASE WHEN v_file_id > 0 THEN '%q' ELSE NULL END) AS v_file_uuid, v_file_id, "
     "v_file_size, v_file_hash, v_mtime, v_exec_bit, v_uid, v_gid, v_mode, v_sess_id, v_client_id, "
-    "(CASE WHEN v_mac_attr = '' THEN '' ELSE 'uuid=%q&' || v_mac_attr END), v_acl_attribute, v_acl_hash, "
+    "%s(CASE WHEN v_mac_attr = '' THEN '' ELSE 'uuid=%q&' || v_mac_attr END), v_acl_attribute, v_acl_hash, "
     "v_share_priv_disabled, v_share_priv_deny_list, v_share_priv_ro_list, v_share_priv_rw_list, "
     "v_share_priv_hash, (CASE WHEN node_delta_file_id > 0 THEN '%q' ELSE NULL END) AS node_delta_file_uuid, "
     "node_delta_file_id, 0 AS sign_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld; "
 
-    "INSERT INTO view_db.version_table SELECT ver_id, node_id, attribute, sync_id, base_id, ctime, "
+    "INSERT INTO view_db.version_table SELECT ver_id, node_id, %s, sync_id, base_id, ctime, "
     "(CASE WHEN file_id > 0 THEN '%q' ELSE NULL END) AS file_uuid, file_id, file_size, file_hash, mtime, "
-    "exec_bit, uid, gid, mode, sess_id, client_id, win_attr, linux_attr, "
+    "exec_bit, uid, gid, mode, sess_id, client_id, %swin_attr, linux_attr, "
     "(CASE WHEN mac_attr = '' THEN '' ELSE 'uuid=%q&' || mac_attr END), plat_attr, acl_attribute, acl_hash, "
     "share_priv_disabled, share_priv_deny_list, share_priv_ro_list, share_priv_rw_list, share_priv_hash "
     "FROM data_db.version_table WHERE node_id IN "
@@ -88,18 +102,25 @@ inline constexpr const char* kCopyViewRows =
 // sign keeps SQLite from reading the whole table in that order.
 inline constexpr const char* kInStoredOrder = " ORDER BY +data_db.tree_table.rowid";
 
-// Looks into version_table once per removed node, so the indexes come before it.
+// As the log shows it, and as it is done: the same versions are in the data database, which has an index to
+// find them by.
 inline constexpr const char* kCountVersionsOfRemovedNodes =
     "UPDATE view_db.node_table SET ver_cnt = "
     "(SELECT COUNT(*) FROM view_db.version_table WHERE node_id = node_table.node_id) WHERE attribute & 1; ";
+inline constexpr const char* kCountStoredVersionsWhere =
+    "UPDATE view_db.node_table SET ver_cnt = (SELECT COUNT(*) FROM data_db.version_table AS stored "
+    "WHERE stored.node_id = node_table.node_id) WHERE ";
 
-inline constexpr Index kViewIndexes[] = {
+// Those of the tables that a later updater rebuilds, and of the others.
+inline constexpr Index kNodeAndVersionIndexes[] = {
     {"node_table", "node_id"},      {"node_table", "parent_id"},  {"node_table", "attribute"},
     {"node_table", "max_id"},       {"node_table", "sync_id"},    {"node_table", "name"},
     {"node_table", "path"},         {"version_table", "ver_id"},  {"version_table", "node_id"},
     {"version_table", "attribute"}, {"version_table", "sync_id"}, {"version_table", "sess_id"},
-    {"config_table", "key"},        {"tree_table", "node_id"},    {"tree_table", "parent_id"},
-    {"tree_table", "distance"},     {"temp_table", "key"},
+};
+inline constexpr Index kOtherViewIndexes[] = {
+    {"config_table", "key"},    {"tree_table", "node_id"}, {"tree_table", "parent_id"},
+    {"tree_table", "distance"}, {"temp_table", "key"},
 };
 
 inline constexpr const char* kCreateFileDatabase =
