@@ -43,7 +43,7 @@ def measure(row, folder, repeat, with_peer=True):
                     if name not in found:
                         found[name] = contents.contents_of(target)
                     if name == "ours":
-                        runs["floor"].append(floor.write_again(target))
+                        runs["floor"].append(run("floor", row, target))
         return summary(row, runs, found)
 
 
@@ -52,6 +52,8 @@ def run(name, row, target):
     before = target.bytes_on_disk()
     if name == "ours":
         steps, cost = upgrade.upgrade(target)
+    elif name == "floor":
+        steps, cost = {}, floor.write_again(target)
     else:
         way = peer.Peer(target, volume.UUID, row.indexes, copies=peer.WORD)
         steps, cost = way.upgrade(row.version), way.meter.cost
@@ -59,11 +61,11 @@ def run(name, row, target):
 
 
 def summary(row, runs, found):
-    ours, ours_disk = middle(runs["ours"])
-    result = Result(row, contents.rows_in(found["ours"]), steps_of(runs["ours"]), ours, ours_disk,
-                    min(runs["floor"], key=lambda cost: cost.seconds))
+    _, ours, disk = middle(runs["ours"])
+    _, floor_cost, _ = middle(runs["floor"])
+    result = Result(row, contents.rows_in(found["ours"]), steps_of(runs["ours"]), ours, disk, floor_cost)
     if runs["peer"]:
-        result.peer, result.peer_disk = middle(runs["peer"])
+        _, result.peer, result.peer_disk = middle(runs["peer"])
         result.peer_steps = steps_of(runs["peer"])
         result.differences = contents.differences(found["ours"], found["peer"])
     return result
@@ -71,9 +73,7 @@ def summary(row, runs, found):
 
 def middle(runs):
     """The run that took the median of the times."""
-    runs = sorted(runs, key=lambda run: run[1].seconds)
-    _, cost, disk = runs[(len(runs) - 1) // 2]
-    return cost, disk
+    return sorted(runs, key=lambda run: run[1].seconds)[(len(runs) - 1) // 2]
 
 
 def steps_of(runs):

@@ -16,12 +16,13 @@ def print_result(result):
     print_table(table)
     for who, cost, disk in (("ours", result.ours, result.disk), ("peer", result.peer, result.peer_disk)):
         if cost:
-            print(f"{who}: {disk / MEGABYTE:,.1f} MB to the disk, peak of resident memory {cost.anonymous / 1024:.1f} MiB, "
-                  f"mapped {cost.mapped / 1024:.1f} MiB")
+            print(f"{who}: {cost.processor:.1f} s of processor time, {disk / MEGABYTE:,.1f} MB to the disk, peak of resident "
+                  f"memory {cost.anonymous / 1024:.1f} MiB, mapped {cost.mapped / 1024:.1f} MiB")
     print(f"floor: {result.floor.seconds:.2f} s, {result.floor.written / MEGABYTE:,.1f} MB written; "
           f"ours/floor {result.ours.seconds / result.floor.seconds:.2f}")
     if result.peer:
-        print(f"peer/ours {result.peer.seconds / result.ours.seconds:.2f}")
+        print(f"peer/ours {result.peer.seconds / result.ours.seconds:.2f} "
+              f"({result.peer.processor / result.ours.processor:.2f} in processor time)")
         print("final databases: " + ("DIFFERENT" if result.differences else "the same"))
         for line in result.differences:
             print(line)

@@ -17,15 +17,18 @@ SHARES = namespace.ROOM + "/shares"
 HOMES = namespace.ROOM + "/homes"
 LOG_SINCE = 3200
 
-# All users are what the machine knows them as, so that the check after the upgrade changes nothing. Those beyond the
-# views of the sample have empty views.
+# All users are what the machine knows them as, so that the check after the upgrade changes nothing.
 USERS = f"""
-    WITH RECURSIVE n(i) AS (SELECT :views + 1 UNION ALL SELECT i + 1 FROM n WHERE i < :users)
-        INSERT INTO user_table (attribute, view_id, name, uid, gid, user_type, watch_path)
-        SELECT 0, i, 'empty' || i, 1000 + i, 100, 0, '' FROM n WHERE i <= :users;
     UPDATE user_table SET name = 'user' || view_id, attribute = 0, watch_path = '{HOMES}/user' || view_id || '/StratoFolder'
         WHERE user_type = 0;
     UPDATE user_table SET name = '@share' || view_id, watch_path = '{SHARES}/share' || view_id WHERE user_type = 1;
+"""
+
+# With views that have no nodes.
+MORE_USERS = """
+    WITH RECURSIVE n(i) AS (SELECT :views + 1 UNION ALL SELECT i + 1 FROM n WHERE i < :users)
+        INSERT INTO user_table (attribute, view_id, name, uid, gid, user_type, watch_path)
+        SELECT 0, i, 'new' || i, 1000 + i, 100, 0, '' FROM n WHERE i <= :users;
 """
 
 # All nodes but the roots of the other views are in the first one.
@@ -73,13 +76,18 @@ def make(folder, row):
     subprocess.run([TOOL, "sample", made, "--nodes", str(row.nodes), "--versions", str(row.versions), "--views",
                     str(row.views)], check=True, stdout=subprocess.DEVNULL)
     package = harness.Package(made + "/@stratofolder")
-    run_sql(package.user, USERS, views=row.views, users=row.users)
+    if row.version != harness.LAST:
+        run_sql(package.user, MORE_USERS, views=row.views, users=row.users)
     if row.shape == "one-huge-view":
         run_sql(package.data, ONE_HUGE_VIEW)
     if row.one_sync_id:
         run_sql(package.data, ONE_SYNC_ID)
     if row.version != harness.VERSIONS[0]:
         lift(package, row)
+    if row.version == harness.LAST:
+        # Nothing opens their views any more, so that there need not be thousands of databases.
+        run_sql(package.user, MORE_USERS, views=row.views, users=row.users)
+    run_sql(package.user, USERS)
     if row.log_rows:
         run_sql(package.data if row.version == LOG_SINCE else package.log, LOG_ROWS, rows=row.log_rows)
     if row.stale_statistics:
@@ -101,16 +109,22 @@ def lift(package, row):
 
 
 def write_stale_statistics(database):
-    """What ANALYZE told when every table had 20 rows."""
-    with contextlib.closing(sqlite3.connect(database, isolation_level=None)) as db:
-        db.executescript("PRAGMA synchronous = OFF; ANALYZE")
-        db.execute("UPDATE sqlite_stat1 SET stat = '20' || substr(stat, instr(stat || ' ', ' '))")
-        indexes = db.execute("SELECT rowid, stat FROM sqlite_stat1 WHERE idx IS NOT NULL").fetchall()
-        for rowid, stat in indexes:
-            shares = " ".join(str(20 if share != "1" else 1) for share in stat.split()[1:])
-            db.execute("UPDATE sqlite_stat1 SET stat = ? WHERE rowid = ?", (f"20 {shares}", rowid))
-        if db.execute("SELECT 1 FROM sqlite_schema WHERE name = 'sqlite_stat4'").fetchone():
-            db.execute("DELETE FROM sqlite_stat4 WHERE rowid > 20")
+    """What ANALYZE told long ago, when every table had 20 rows and there was one view."""
+    with contextlib.closing(sqlite3.connect(":memory:", isolation_level=None)) as past:
+        past.execute("ATTACH ? AS now", (database,))
+        schema = "SELECT name, sql FROM now.sqlite_schema WHERE type = ? AND sql IS NOT NULL AND name NOT LIKE 'sqlite_%'"
+        for name, sql in past.execute(schema, ("table",)).fetchall():
+            past.execute(sql)
+            oldest = "ORDER BY view_id" if "view_id" in sql else ""
+            past.execute(f"INSERT INTO main.{name} SELECT * FROM now.{name} {oldest} LIMIT 20")
+        for _, sql in past.execute(schema, ("index",)).fetchall():
+            past.execute(sql)
+        past.execute("PRAGMA now.synchronous = OFF")
+        past.execute("ANALYZE main")
+        past.execute("ANALYZE now.sqlite_schema")
+        for (table,) in past.execute("SELECT name FROM main.sqlite_schema WHERE name LIKE 'sqlite_stat%'").fetchall():
+            past.execute(f"DELETE FROM now.{table}")
+            past.execute(f"INSERT INTO now.{table} SELECT * FROM main.{table}")
 
 
 def configure_machine(package):
