@@ -33,7 +33,7 @@ def rows_in(contents):
     return sum(int(count) for line in contents for count in re.findall(r"\t(\d+) rows\t", line))
 
 
-def differences(ours, peers, most=10):
+def differences(one, lines, other, others_lines, most=10):
     """The first lines that only one of them has."""
-    return [f"{who} only: {line}" for who, lines in (("ours", ours - peers), ("peer", peers - ours))
-            for line in sorted(lines)[:most]]
+    return [f"{name} only: {line}" for name, own in ((one, lines - others_lines), (other, others_lines - lines))
+            for line in sorted(own)[:most]]

@@ -73,7 +73,8 @@ class Meter:
 
     def look(self, pid, start, flushes):
         anonymous, mapped = memory_of(pid)
-        self.running = Cost(time.monotonic() - start, processor_time_of(pid), bytes_written_by(pid), count_flushes() - flushes,
+        self.running = Cost(time.monotonic() - start, processor_time_of(pid), bytes_written_by(pid),
+                            count_flushes() - flushes,
                             max(self.running.anonymous, anonymous), max(self.running.mapped, mapped))
 
     @contextlib.contextmanager

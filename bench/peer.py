@@ -12,12 +12,14 @@ import peer_script
 SHELL = shutil.which("sqlite3") or "sqlite3"
 SCRATCH = "/tmp/.StratoFolder-upgrade.sqlite3"
 WORD = ".bak"
+MARKERS = {2603: ["repo/.0", "delta/.0"], 3004: ["repo/.0", "delta/.0"], 3200: ["node_delta/.0"]}
 REMOVAL = ("file", "delta", "node_delta", "deref_file", "rotate_node", "rotate_base")
 
 
 def way_to(last, first=harness.VERSIONS[0]):
     """The edges between two versions; only who stops at 2603 goes there."""
-    versions = [number for number in harness.VERSIONS if first <= number <= last and number not in {2603} - {first, last}]
+    versions = [number for number in harness.VERSIONS
+                if first <= number <= last and (number != 2603 or number in (first, last))]
     return list(zip(versions, versions[1:]))
 
 
@@ -68,9 +70,9 @@ class Peer:
         return f"{self.package.sync}/file{self.copies}/{uuid}/file-db.sqlite"
 
     def views(self):
+        users = harness.query(self.package.user + self.copies, "SELECT view_id, user_type FROM user_table")
         return [{"view": view, "row": view if kind == 1 else 0,
-                 "view_db": f"{self.package.sync}/view{self.copies}/{view}/view-db.sqlite"}
-                for view, kind in harness.query(self.package.user + self.copies, "SELECT view_id, user_type FROM user_table")]
+                 "view_db": f"{self.package.sync}/view{self.copies}/{view}/view-db.sqlite"} for view, kind in users]
 
     def stored_uuids(self):
         return [uuid for (uuid,) in harness.query(self.package.data + self.copies, "SELECT uuid FROM volume_table")]
@@ -101,7 +103,7 @@ class Peer:
 
     def make_folders(self, version):
         sync = self.package.sync
-        for path in {2603: ["repo/.0", "delta/.0"], 3004: ["repo/.0", "delta/.0"], 3200: ["node_delta/.0"]}.get(version, []):
+        for path in MARKERS.get(version, []):
             namespace.write(f"{sync}/{path}")
         if version == 3400:
             for name in REMOVAL:

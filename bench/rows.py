@@ -25,7 +25,8 @@ class Row:
         object.__setattr__(self, "users", self.users or self.views)
 
     def __str__(self):
-        more = [f"{self.users:,} users"] * (self.users != self.views) + [f"{self.log_rows:,} log rows"] * bool(self.log_rows)
+        more = [f"{self.users:,} users"] * (self.users != self.views)
+        more += [f"{self.log_rows:,} log rows"] * (self.log_rows > 0)
         more += [self.shape] * (self.shape != "even") + ["stale statistics"] * self.stale_statistics
         more += ["one sync_id"] * self.one_sync_id
         return ", ".join([f"{self.nodes:,} nodes", f"{self.versions:,} versions", f"{self.views:,} views", *more,
@@ -43,7 +44,7 @@ class Figure(typing.NamedTuple):
 
 
 def ratio(title, wanted, row):
-    return Figure(title, wanted, [row], lambda result: result.peer.seconds / result.ours.seconds, most=False, with_peer=True)
+    return Figure(title, wanted, [row], lambda result: result.ratio("peer"), most=False, with_peer=True)
 
 
 def times_slower(title, wanted, row, step=None, **change):
@@ -89,6 +90,6 @@ FIGURES = {
                             [Row(nodes=100_000, views=20), Row(nodes=100_000, views=2_000)], beyond_files),
     "linear": per_node("100,000 to 1,000,000 to 4,000,000 nodes: largest time per node to smallest", 1.3,
                        Row(nodes=100_000), Row(nodes=1_000_000), Row(nodes=4_000_000)),
-    "memory": Figure("peak of resident memory at 1,000,000 nodes without mapped pages, MiB", 400, [Row(nodes=1_000_000)],
-                     lambda result: result.ours.anonymous / 1024),
+    "memory": Figure("peak of resident memory at 1,000,000 nodes without mapped pages, MiB", 400,
+                     [Row(nodes=1_000_000)], lambda result: result.ours.anonymous / 1024),
 }

@@ -19,8 +19,8 @@ LOG_SINCE = 3200
 
 # All users are what the machine knows them as, so that the check after the upgrade changes nothing.
 USERS = f"""
-    UPDATE user_table SET name = 'user' || view_id, attribute = 0, watch_path = '{HOMES}/user' || view_id || '/StratoFolder'
-        WHERE user_type = 0;
+    UPDATE user_table SET name = 'user' || view_id, attribute = 0,
+        watch_path = '{HOMES}/user' || view_id || '/StratoFolder' WHERE user_type = 0;
     UPDATE user_table SET name = '@share' || view_id, watch_path = '{SHARES}/share' || view_id WHERE user_type = 1;
 """
 
@@ -112,7 +112,8 @@ def write_stale_statistics(database):
     """What ANALYZE told long ago, when every table had 20 rows and there was one view."""
     with contextlib.closing(sqlite3.connect(":memory:", isolation_level=None)) as past:
         past.execute("ATTACH ? AS now", (database,))
-        schema = "SELECT name, sql FROM now.sqlite_schema WHERE type = ? AND sql IS NOT NULL AND name NOT LIKE 'sqlite_%'"
+        schema = """SELECT name, sql FROM now.sqlite_schema
+            WHERE type = ? AND sql IS NOT NULL AND name NOT LIKE 'sqlite_%'"""
         for name, sql in past.execute(schema, ("table",)).fetchall():
             past.execute(sql)
             oldest = "ORDER BY view_id" if "view_id" in sql else ""
@@ -131,7 +132,8 @@ def configure_machine(package):
     """Accounts and shares for all users of the package."""
     accounts, shares = ["root:x:0:0::/root:/bin/sh\n"], ["[homes]\n"]
     shutil.rmtree(HOMES, ignore_errors=True)
-    for name, uid, kind in harness.query(package + "/@sync/user-db.sqlite", "SELECT name, uid, user_type FROM user_table"):
+    users = harness.query(harness.Package(package).user, "SELECT name, uid, user_type FROM user_table")
+    for name, uid, kind in users:
         if kind == 0:
             os.makedirs(f"{HOMES}/{name}")
             accounts.append(f"{name}:x:{uid}:100::{HOMES}/{name}:/bin/false\n")

@@ -7,6 +7,7 @@ import harness
 import meter
 import namespace
 
+FORMER_PROGRAM = namespace.ROOM + "/updater-svr.before"
 OUTPUT = namespace.ROOM + "/output"
 LAST_LINE = f"Upgrade to '(master, {harness.LAST}) ' successfully"
 
@@ -39,13 +40,14 @@ class Steps:
         self.start = now
 
 
-def upgrade(volume):
+def upgrade(volume, program):
     """Returns the cost of each step, and that of the whole run."""
     harness.SystemTest().set_up_package()
     metered = meter.Meter()
     with harness.system_log() as log, open(OUTPUT, "w", encoding="utf-8") as output:
         steps = Steps(metered, log)
-        metered.run(harness.PROGRAM, volume.path, watch=steps.watch, stdout=output, stderr=subprocess.DEVNULL, umask=0o077)
+        metered.run(program, volume.path, watch=steps.watch, stdout=output, stderr=subprocess.DEVNULL,
+                    umask=0o077)
         metered.run("sync", "-f", volume.path)
         steps.end()
     if 'status="done"' not in namespace.read(harness.STATUS_FILE):
