@@ -96,7 +96,8 @@ def own_row(arguments):
 def main():
     arguments = read_arguments()
     namespace.skip_where_tests_cannot_run()
-    programs = {path: os.open(os.path.join(arguments.build, program), os.O_RDONLY) for path, program in PROGRAMS.items()}
+    programs = {path: os.open(os.path.join(arguments.build, program), os.O_RDONLY)
+                for path, program in PROGRAMS.items()}
     if arguments.before:
         programs[upgrade.FORMER_PROGRAM] = arguments.before.fileno()
     namespace.enter(programs)

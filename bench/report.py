@@ -29,8 +29,8 @@ def print_result(result):
 
 def print_run(name, run):
     cost = run.cost
-    print(f"{name}: {cost.seconds:.2f} s, {cost.processor:.2f} s of processor time, {run.disk / MEGABYTE:,.1f} MB to the "
-          f"disk, peak of resident memory {cost.anonymous / 1024:.1f} MiB, mapped {cost.mapped / 1024:.1f} MiB")
+    print(f"{name}: {cost.seconds:.2f} s, {cost.processor:.2f} s of processor time, {run.disk / MEGABYTE:,.1f} MB to "
+          f"the disk, peak of resident memory {cost.anonymous / 1024:.1f} MiB, mapped {cost.mapped / 1024:.1f} MiB")
 
 
 def cells(result, others, cost_of):

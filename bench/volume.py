@@ -5,13 +5,15 @@ import os
 import shutil
 import subprocess
 import tempfile
+import uuid
 
 import harness
 import meter
 import namespace
 
-UUID = "3c6e0b8a-9c15-424a-8240-63ff7cf2ab1d"  # of every volume: there is never more than one at a time
-OLD_UUID = "8a0b6e3c-159c-4a42-8240-63ff7cf2ab1d"  # how old versions wrote it on btrfs
+IDENTITY = uuid.uuid4()  # of every volume: a run never has more than one at a time
+UUID = str(IDENTITY)
+OLD_UUID = str(uuid.UUID(bytes_le=IDENTITY.bytes))  # how old versions wrote it on btrfs
 MOUNT_POINT = os.path.join(namespace.ROOM, "volume")
 # Nothing may go on in the background that a freshly made file system has left to do.
 MAKE = {"ext4": ["mkfs.ext4", "-q", "-m", "0", "-U", UUID], "btrfs": ["mkfs.btrfs", "-q", "-U", UUID]}
