@@ -64,9 +64,9 @@ class Bench:
         self.arguments, self.results, self.figures = arguments, {}, []
 
     def measure(self, row, with_peer):
-        """A row that two figures need is measured once."""
+        """A package that two figures need is measured once."""
         others = ["peer"] * with_peer + ["before"] * (self.arguments.before is not None)
-        if row not in self.results or not set(others) <= set(self.results[row].others()):
+        if row not in self.results:
             self.results[row] = measure.measure(row, self.arguments.folder, self.arguments.repeat, others)
             report.print_result(self.results[row])
             sys.stdout.flush()
@@ -74,10 +74,11 @@ class Bench:
 
     def run(self):
         names = list(rows.FIGURES) if self.arguments.all_rows else self.arguments.row
+        beside_peer = {row for name in names for row in rows.FIGURES[name].rows if rows.FIGURES[name].with_peer}
         for name in names:
             figure = rows.FIGURES[name]
-            packages = [dataclasses.replace(row, indexes=self.arguments.indexes) for row in figure.rows]
-            results = [self.measure(package, figure.with_peer) for package in packages]
+            results = [self.measure(dataclasses.replace(row, indexes=self.arguments.indexes), row in beside_peer)
+                       for row in figure.rows]
             self.figures.append((name, figure, figure.value(*results)))
         if not names:
             self.measure(own_row(self.arguments), not self.arguments.no_peer)
