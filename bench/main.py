@@ -36,7 +36,7 @@ def read_arguments():
     parser.add_argument("--folder", default="/var/tmp",
                         help="where volumes are made, on the disk to be measured (%(default)s)")
     parser.add_argument("--indexes", choices=("early", "late"), default="early",
-                        help="whether the peer makes indexes before the rows, as described, or after (%(default)s)")
+                        help="whether the peer makes indexes before the rows, as the log shows them, or after (%(default)s)")
     parser.add_argument("--no-peer", action="store_true", help="where no figure needs it")
     parser.add_argument("--before", type=argparse.FileType("rb"), metavar="UPDATER-SVR",
                         help="a former build of the program, measured in the same run")

@@ -167,8 +167,12 @@ int LiftSampleVolume(const std::string& volume, int version, const updater::Upda
     error = "no updater leads to version " + std::to_string(version);
     return -1;
   }
-  if (framework.Run(start, target) == 0 && updater::ResumeLogs(paths.live)) return 0;
-  error = framework.GetLastError();
+  if (framework.Run(start, target) < 0) {
+    error = framework.GetLastError();
+    return -1;
+  }
+  if (updater::ResumeLogs(paths.live)) return 0;
+  error = "cannot give the databases their write-ahead logs back";
   return -1;
 }
 

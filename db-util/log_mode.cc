@@ -1,6 +1,7 @@
 #include "db-util/log_mode.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,7 +16,7 @@
 namespace db_util {
 namespace {
 
-constexpr off_t kPosition = 18;
+constexpr off_t kVersionsPosition = 18;
 constexpr unsigned char kWithoutLog = 1;
 constexpr unsigned char kWithLog = 2;
 
@@ -33,16 +34,18 @@ using Bytes = std::array<unsigned char, 2>;
 
 Versions VersionsIn(const Bytes& bytes) { return {.write = bytes[0], .read = bytes[1]}; }
 
-bool ReadVersions(int file, Versions& versions) {
+// A file that is too short for them has the versions of one without a log.
+base::Errno ReadVersions(int file, Versions& versions) {
   Bytes bytes{};
-  if (pread(file, bytes.data(), bytes.size(), kPosition) != static_cast<ssize_t>(bytes.size())) return false;
-  versions = VersionsIn(bytes);
-  return true;
+  const ssize_t length = pread(file, bytes.data(), bytes.size(), kVersionsPosition);
+  if (length < 0) return base::Errno::Last();
+  versions = length == static_cast<ssize_t>(bytes.size()) ? VersionsIn(bytes) : Versions();
+  return {};
 }
 
 base::Errno WriteVersions(int file, const Versions& versions) {
   const Bytes bytes = {versions.write, versions.read};
-  const ssize_t written = pwrite(file, bytes.data(), bytes.size(), kPosition);
+  const ssize_t written = pwrite(file, bytes.data(), bytes.size(), kVersionsPosition);
   if (written < 0) return base::Errno::Last();
   return base::Errno(written == static_cast<ssize_t>(bytes.size()) ? 0 : EIO);
 }
@@ -70,7 +73,8 @@ LogMode LogModeOf(sqlite3* db, const char* schema) {
   Bytes bytes{};
   if (sqlite3_file_control(db, schema, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
       file->pMethods == nullptr ||
-      file->pMethods->xRead(file, bytes.data(), static_cast<int>(bytes.size()), kPosition) != SQLITE_OK) {
+      file->pMethods->xRead(file, bytes.data(), static_cast<int>(bytes.size()), kVersionsPosition) !=
+          SQLITE_OK) {
     return LogMode::kNone;
   }
   return ModeOf(VersionsIn(bytes));
@@ -80,7 +84,7 @@ LogMode SuspendLog(const std::string& path) {
   Versions versions;
   {
     const base::FileDescriptor file(OpenGuardedFile(path, O_RDONLY));
-    if (!file.is_open() || !ReadVersions(file.get(), versions)) return LogMode::kNone;
+    if (!file.is_open() || !ReadVersions(file.get(), versions).ok()) return LogMode::kNone;
   }
   if (ModeOf(versions) != LogMode::kInUse) return ModeOf(versions);
   if (HasCompanion(path)) EmptyLog(path);
@@ -93,23 +97,24 @@ LogMode SuspendLog(const std::string& path) {
 
 base::Errno AddSuspendedLog(const std::string& path) {
   const base::FileDescriptor file(OpenGuardedFile(path, O_RDWR));
-  Versions versions;
-  if (!file.is_open()) return base::Errno::Last();
-  if (!ReadVersions(file.get(), versions)) return base::Errno(EINVAL);
+  struct stat status {};
+  if (!file.is_open() || fstat(file.get(), &status) < 0) return base::Errno::Last();
+  if (status.st_size == 0) return base::Errno(EINVAL);
   return WriteVersions(file.get(), {.write = kWithLog, .read = kWithoutLog});
 }
 
 void AddSuspendedLogTo(std::string& image) {
-  image.at(kPosition) = static_cast<char>(kWithLog);
-  image.at(kPosition + 1) = static_cast<char>(kWithoutLog);
+  image.at(kVersionsPosition) = static_cast<char>(kWithLog);
+  image.at(kVersionsPosition + 1) = static_cast<char>(kWithoutLog);
 }
 
 base::Errno ResumeLog(const std::string& path) {
   const base::FileDescriptor file(OpenGuardedFile(path, O_RDWR));
   Versions versions;
   if (!file.is_open()) return base::Errno::Last();
-  const bool is_suspended = ReadVersions(file.get(), versions) && ModeOf(versions) == LogMode::kSuspended;
-  return is_suspended ? WriteVersions(file.get(), {.write = kWithLog, .read = kWithLog}) : base::Errno();
+  const base::Errno error = ReadVersions(file.get(), versions);
+  if (!error.ok() || ModeOf(versions) != LogMode::kSuspended) return error;
+  return WriteVersions(file.get(), {.write = kWithLog, .read = kWithLog});
 }
 
 }  // namespace db_util

@@ -25,7 +25,7 @@ enum class LogMode { kNone, kSuspended, kInUse };
 // the mode that it has then: kInUse where that did not work, and nothing has changed.
 [[nodiscard]] LogMode SuspendLog(const std::string& path);
 
-// Gives a database without a log one that is suspended.
+// Gives a database without a log one that is suspended; EINVAL for a file without content.
 [[nodiscard]] base::Errno AddSuspendedLog(const std::string& path);
 // The same for the bytes of a database.
 void AddSuspendedLogTo(std::string& image);

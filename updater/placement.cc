@@ -130,9 +130,9 @@ bool Finish(const VolumePaths& paths, const Progress& progress) {
 }
 
 // What a damaged intent told of may be all that there is of some parts, and the rest is of another version.
-// Returns false after logging each of them; true when there are none.
-bool HaveNoCopies(const VolumePaths& paths) {
-  bool none = true;
+// Returns whether there were any, after logging each of them.
+bool SetCopiesAside(const VolumePaths& paths) {
+  bool any = false;
   for (const PartPath part : kAllParts) {
     const std::string& copy = paths.copies.*part;
     const std::string target = copy + ".set-aside";
@@ -141,9 +141,9 @@ bool HaveNoCopies(const VolumePaths& paths) {
         file_op::FSRemoveTree(target, 0) == 0 && std::rename(copy.c_str(), target.c_str()) == 0;
     logger::SystemLog("%s may be the only copy of its part and is %s\n", copy,
                       moved ? "set aside as " + target : "left where it is");
-    none = false;
+    any = true;
   }
-  return none;
+  return any;
 }
 
 }  // namespace
@@ -189,7 +189,7 @@ int FinishFormerPlacement(const VolumePaths& paths) {
   if (found == IntentFound::kValid && !GetProgress(paths, intent, progress)) return -1;
   if (found == IntentFound::kUnusable || progress.is_obsolete()) {
     SetIntentAside(paths);
-    return logger::ToResult(found == IntentFound::kValid || HaveNoCopies(paths));
+    return logger::ToResult(found == IntentFound::kValid || !SetCopiesAside(paths));
   }
   FileSystems file_systems;
   file_systems.Open(paths);

@@ -12,7 +12,7 @@ class AbstractUpdater : public base::Interface {
  public:
   // Performs the upgrade. Returns 0, or a negative value on failure. Run at most once per object.
   [[nodiscard]] virtual int Update() { return -1; }
-  // Told before Update() at which versions the chain begins and ends that the updater is part of. What later
+  // Called before Update() with the versions between which the updater's chain leads. What later
   // updaters of the chain drop does not have to be made.
   virtual void SetChain(const Version& /*start*/, const Version& /*end*/) {}
   [[nodiscard]] virtual Version GetFromVersion() const = 0;

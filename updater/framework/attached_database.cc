@@ -13,11 +13,11 @@ namespace {
 // What memory a run takes grows with it. The split looks rows of the data database up in the order of views,
 // and the connection's own database tells how much is sorted at once for an index; the others are read and
 // written from the first page to the last.
-constexpr int kBudgetKiB = 96 * 1024;
+constexpr int kDataCacheKiB = 96 * 1024;
 
 int CacheKiB(std::string_view schema) {
-  if (schema == "data_db") return kBudgetKiB;
-  return schema == "main" ? kBudgetKiB / 3 : kBudgetKiB / 12;
+  if (schema == "data_db") return kDataCacheKiB;
+  return schema == "main" ? kDataCacheKiB / 3 : kDataCacheKiB / 12;
 }
 
 }  // namespace

@@ -86,12 +86,12 @@ bool ServerUpdater::RunConnected() {
 }
 
 // The statistics of a live database may be years old and make SQLite scan tables that it takes for small.
-// Those of a database that stays are not touched: no statement of theirs depends on them.
+// Of databases that stay, the statistics stay: no statement on them depends on those.
 bool ServerUpdater::ForgetStatistics() {
-  if (edge_.from.number >= kSplitVersion || !DataIsReplaced()) return true;
+  if (!SplitFollows()) return true;
   return ExecForSpeed(db(), "DROP TABLE IF EXISTS data_db.sqlite_stat1;") == 0 &&
          ExecForSpeed(db(), "DROP TABLE IF EXISTS data_db.sqlite_stat4;") == 0 &&
-         ExecForSpeed(db(), "ANALYZE data_db.sqlite_master;") == 0;  // which loads what there is
+         ExecForSpeed(db(), "ANALYZE data_db.sqlite_master;") == 0;  // makes the connection forget them
 }
 
 bool ServerUpdater::RunSteps() {
@@ -105,7 +105,8 @@ bool ServerUpdater::RunSteps() {
 bool ServerUpdater::Connect() {
   return Check(db_util::OpenScratchDatabase(context_.scratch_database, db_),
                "Failed to initialize database connection (%s)", context_.scratch_database) &&
-         Tune(db(), "main").ok() && Check(AttachDatabases(), "failed to attach database\n");
+         ResultOf(Tune(db(), "main"), "PRAGMA main") == 0 &&
+         Check(AttachDatabases(), "failed to attach database\n");
 }
 
 bool ServerUpdater::AttachDatabases() {
@@ -199,9 +200,9 @@ bool ServerUpdater::GetDatabaseVersions(Versions& versions) const {
   return CheckVersionQuery(kVersionBranchesQuery, branches);
 }
 
-// Nobody looks at the versions of views and files before the chain ends, and there may be thousands. The
-// first updater that writes them finds what is damaged before anything else is done.
-bool ServerUpdater::IsFirstOrLast() const {
+// There may be thousands, and nobody reads their versions before the chain ends. So only two updaters write
+// them: the first of the chain that has such folders, which tells of damaged ones, and the last.
+bool ServerUpdater::WritesFolderVersions() const {
   return edge_.from.number <= std::max(chain_start_, kSplitVersion) || edge_.to.number == chain_end_;
 }
 
@@ -212,7 +213,7 @@ bool ServerUpdater::UpdateDatabaseVersions() const {
   return ListVersionedFolders(paths_, folders) &&
          Check(WriteVersions(schemas),
                "Failed to update version and branch to syncfolder-db, user-db, client-db and log-db") &&
-         (!IsFirstOrLast() || WriteFolderVersions(db(), paths_, folders, edge_.to));
+         (!WritesFolderVersions() || WriteFolderVersions(db(), paths_, folders, edge_.to));
 }
 
 bool ServerUpdater::WriteVersions(const std::vector<const char*>& schemas) const {

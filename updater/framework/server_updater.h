@@ -7,9 +7,8 @@
 // its SQL and its steps; it neither opens, checks, nor closes anything of the frame's.
 //
 // Steps tell with true that they went well; Update() makes 0 or -1 of it. Every failure is logged where it
-// happens, and the frame adds the line of the step that failed. On failure the working copies stay as the
-// last statement left them; a transaction that a script left open is rolled back. A database whose version
-// cannot be read is named, with the reason.
+// happens, and the frame adds the line of the step that failed. On failure the working copies may be damaged:
+// they have no journal. A database whose version cannot be read is named, with the reason.
 //
 // How to add an updater: docs/adding-an-updater.md.
 #pragma once
@@ -52,7 +51,8 @@ enum class SuccessLine { kStandardOutput, kSystemLog };
 
 // The updater to this version replaces the data database by a database for each view and others.
 inline constexpr int kSplitVersion = 3400;
-// The updater to this version replaces the tables of nodes and versions of every view.
+// The updater to this version replaces the tables of nodes and versions of every view. The number stays when
+// the current version is raised; keep it so.
 inline constexpr int kRebuiltViewsVersion = 4150;
 
 struct Edge {
@@ -101,14 +101,17 @@ class ServerUpdater : public AbstractUpdater {
 
   // Opens the scratch database and attaches the working copies.
   [[nodiscard]] bool Connect();
-  // Rolls back what a failed script left open, detaches, closes, removes the scratch database; does nothing
-  // when not connected. Keeps the paths.
+  // Ends the transaction that a failed script left open, detaches, closes, removes the scratch database; does
+  // nothing when not connected. Keeps the paths.
   void Detach();
 
-  // Whether the same run goes on to the split. An updater alone leads to its own version and no further.
-  [[nodiscard]] bool DataIsReplaced() const { return chain_end_ >= kSplitVersion; }
-  // Whether all view databases are made by the same run, so that they can have the tables of nodes and
-  // versions that they have in the end from the start.
+  // Whether the split is still to come in this run, or is this updater. An updater alone leads to its own
+  // version and no further.
+  [[nodiscard]] bool SplitFollows() const {
+    return edge_.from.number < kSplitVersion && chain_end_ >= kSplitVersion;
+  }
+  // Whether the split of this run makes all view databases, with the tables that 4100 to 4150 would make of
+  // theirs. Only for updaters up to that one.
   [[nodiscard]] bool ViewsAreNew() const {
     return chain_start_ < kSplitVersion && chain_end_ >= kRebuiltViewsVersion;
   }
@@ -134,7 +137,7 @@ class ServerUpdater : public AbstractUpdater {
   // Logs which databases have no version that can be read, and why.
   void NameUnreadableDatabases() const;
   [[nodiscard]] bool UpdateDatabaseVersions() const;
-  [[nodiscard]] bool IsFirstOrLast() const;
+  [[nodiscard]] bool WritesFolderVersions() const;
   [[nodiscard]] bool WriteVersions(const std::vector<const char*>& schemas) const;
   void ReportSuccess() const;
 

@@ -59,7 +59,7 @@ bool RenameInAttachedView(sqlite3* db, ViewId view, const UuidRenames& renames) 
   for (const auto& [from, to] : renames) {
     if (!Check(ExecSql(db, kRenameInView, to, from, to, from, from, to, to, from, from, to),
                "Failed to update view db (%llu)\n", view)) {
-      (void)ExecScript(db, "ROLLBACK TRANSACTION;");  // the failure is reported already
+      (void)ExecScript(db, "ROLLBACK TRANSACTION;");  // only ends it, so that the view can be detached
       return false;
     }
   }

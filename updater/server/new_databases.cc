@@ -48,26 +48,27 @@ bool MakeSignFile(const Folder& sign_folder) {
   return false;
 }
 
-// The bytes of a database that a script makes, with a suspended log.
-bool MakeImage(const char* schema, const std::string& script, std::string& image) {
+// The bytes of a database that a script makes, with a suspended log; empty when it could not be made. The
+// tables of a view are named "view_db.node_table", because 4100 to 4150 makes the same in an attached
+// database.
+std::string MakeImage(const char* schema, const std::string& script) {
   db_util::Database db;
-  if (!db_util::OpenQuietly(":memory:", db, db_util::OpenMode::kReadWrite).ok() ||
-      !db_util::Execute(db.get(),
-                        "ATTACH ':memory:' AS view_db; BEGIN TRANSACTION;" + script + "END TRANSACTION;")
-           .ok()) {
-    return false;
-  }
+  const std::string all = "ATTACH ':memory:' AS view_db; BEGIN TRANSACTION;" + script + "END TRANSACTION;";
   sqlite3_int64 size = 0;
+  if (!db_util::OpenQuietly(":memory:", db, db_util::OpenMode::kReadWrite).ok() ||
+      !db_util::Execute(db.get(), all).ok()) {
+    return {};
+  }
   const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> bytes(
       sqlite3_serialize(db.get(), schema, &size, 0), &sqlite3_free);
-  if (!bytes) return false;
-  image.assign(bytes.get(), bytes.get() + size);
+  if (!bytes) return {};
+  std::string image(bytes.get(), bytes.get() + size);
   db_util::AddSuspendedLogTo(image);
-  return true;
+  return image;
 }
 
-// With the owner and access bits of the data database from the start. Only the caller's line tells why it
-// could not be filled; keep it so.
+// With the owner and access bits of the data database from the start. The lines tell no reason, and of an
+// opening although there is none; keep it so.
 bool WriteDatabase(const FilePlace& place, const std::string& data_database, const std::string& image,
                    const logger::PrintfFormat<>& failure) {
   base::FileDescriptor made;
@@ -82,10 +83,7 @@ bool WriteDatabase(const FilePlace& place, const std::string& data_database, con
 bool MakeFolder(const std::string& path) { return CheckFolder(file_op::FSMKDir(path, false), path); }
 
 std::string MakeViewImage(const std::string& tables) {
-  std::string image;
-  const std::string script = std::string(sql::kCreateOtherTables) + tables + sql::kCreateSplitTrigger;
-  (void)MakeImage("view_db", script, image);  // without one, making a database of it fails
-  return image;
+  return MakeImage("view_db", std::string(sql::kCreateOtherTables) + tables + sql::kCreateSplitTrigger);
 }
 
 bool CreateViewDatabase(const PackagePaths& paths, ViewId view, const std::string& data_database,
@@ -108,8 +106,7 @@ bool CreateViewDatabase(const PackagePaths& paths, ViewId view, const std::strin
 bool CreateFileDatabase(const PackagePaths& paths, const std::string& uuid,
                         const std::string& data_database) {
   Folder folder;
-  std::string image;
-  (void)MakeImage("main", sql::kCreateFileDatabase, image);  // as above
+  const std::string image = MakeImage("main", sql::kCreateFileDatabase);
   return Check(OpenFolderIn(paths.file_folder, uuid, folder), "CreateFileDB: cannot make directory (%s)\n",
                paths.FileFolder(uuid)) &&
          WriteDatabase(folder.In(package::kFileDatabase), data_database, image,
@@ -117,11 +114,9 @@ bool CreateFileDatabase(const PackagePaths& paths, const std::string& uuid,
 }
 
 bool CreateNewDataDatabase(const std::string& path, const std::string& data_database) {
-  std::string image;
-  const bool is_free = unlink(path.c_str()) == 0 || errno == ENOENT;
-  if (is_free && db_util::RemoveCompanions(path) == 0) {
-    (void)MakeImage("main", sql::kCreateDataDatabase + sql::CreateIndexes("main", sql::kDataIndexes), image);
-  }
+  const bool is_free = (unlink(path.c_str()) == 0 || errno == ENOENT) && db_util::RemoveCompanions(path) == 0;
+  const std::string script = sql::kCreateDataDatabase + sql::CreateIndexes("main", sql::kDataIndexes);
+  const std::string image = is_free ? MakeImage("main", script) : std::string();
   // The message of the view database, also here; keep it so.
   return WriteDatabase(file_op::At(path), data_database, image, "CreateViewDB: initialize view db failed\n");
 }

@@ -1,9 +1,9 @@
 // The databases that the split of the data database makes, each new on disk with its folder. They get the
 // owner and mode of the data database, and their folders the owner of the folder around them, so that a
 // service that does not run as root can go on using them. Whatever stands at the path of one is refused.
-// Every operation returns false after logging what failed.
+// Every operation that returns false has logged what failed.
 //
-// The indexes are made by the scripts of the last two functions, after the rows are in: building an index
+// The indexes are made by the scripts of the last three functions, after the rows are in: building an index
 // once costs a fraction of keeping it up row by row.
 #pragma once
 
@@ -18,7 +18,8 @@ namespace updater::server {
 [[nodiscard]] bool MakeFolder(const std::string& path);
 
 // An empty view database without indexes, to be written as often as there are views. `tables` makes those of
-// nodes and versions in the database attached as view_db.
+// nodes and versions in the database attached as view_db. Empty when it could not be made:
+// CreateViewDatabase() fails then.
 [[nodiscard]] std::string MakeViewImage(const std::string& tables);
 
 // The folder of the view, its sign folder with the origin sign file, and the view database.

@@ -102,9 +102,9 @@ class SvrUpdater3004to3200 final : public ServerUpdater {
 
   // The split makes the only index that it needs.
   [[nodiscard]] bool UpdateRedundantNodeTable() {
-    return sql::ExecRebuild(
-        db(), RebuildScript(kStoredSyncIdNotLookedUp, DataIsReplaced() ? "" : kCreateNodeIndexes),
-        RebuildScript(kStoredSyncId, kCreateNodeIndexes));
+    return sql::ExecRebuild(db(),
+                            RebuildScript(kStoredSyncIdNotLookedUp, SplitFollows() ? "" : kCreateNodeIndexes),
+                            RebuildScript(kStoredSyncId, kCreateNodeIndexes));
   }
 };
 

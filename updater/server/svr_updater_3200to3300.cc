@@ -63,7 +63,7 @@ class SvrUpdater3200to3300 final : public ServerUpdater {
   // Gives the space of the log back, also after a failed run, whose result is known already. No use for a
   // database that the next updater replaces.
   [[nodiscard]] bool AfterDisconnect() override {
-    if (!DataIsReplaced()) (void)RunMaintenance(paths().data, "ANALYZE; VACUUM;");
+    if (!SplitFollows()) (void)RunMaintenance(paths().data, "ANALYZE; VACUUM;");
     return !is_log_made_ || AddLog(paths().log);
   }
 

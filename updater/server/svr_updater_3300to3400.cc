@@ -48,7 +48,8 @@ constexpr const char* kInsertViewSyncId =
     "(SELECT sync_id FROM %s WHERE view_id = %lld) \t\t"
     "ELSE (SELECT value FROM client_db.config_table WHERE key = 'sync_id') END)); ";
 
-// Has no index, and every view looks into it twice. Of several rows with one view id the first counts.
+// progress_table has no index, and every view looks into it twice. Of several rows with one view id the first
+// counts.
 constexpr const char* kProgressTable = "progress_table";
 constexpr const char* kIndexedProgressTable = "temp.first_progress_table";
 constexpr const char* kIndexProgress =
@@ -124,7 +125,7 @@ bool SvrUpdater3300to3400::SplitViews() const {
   if (!ReadViewIds(db(), views)) return false;
   if (!IndexViewLookups(db())) return false;
   const std::string image =
-      MakeViewImage(ViewsAreNew() ? sql::CreateCurrentTables() : std::string(sql::kCreateSplitTables));
+      MakeViewImage(ViewsAreNew() ? sql::CreateRebuiltTables() : std::string(sql::kCreateSplitTables));
   for (const ViewId view : views) {
     if (!SplitView(view, image)) return false;
   }
@@ -153,7 +154,7 @@ bool SvrUpdater3300to3400::CopyViewRows(ViewId view) const {
   std::string copy;
   std::string logged;
   const bool copied =
-      copy_statements(copy, ViewsAreNew() ? sql::kCurrentLayout : sql::kSplitLayout, sql::kInStoredOrder) &&
+      copy_statements(copy, ViewsAreNew() ? sql::kRebuiltLayout : sql::kSplitLayout, sql::kInStoredOrder) &&
       copy_statements(logged, sql::kSplitLayout, "") &&
       ExecScriptAs(db(), "BEGIN TRANSACTION;" + copy + count + Indexes() + "END TRANSACTION;",
                    logged + sql::kCountVersionsOfRemovedNodes) == 0;
@@ -161,7 +162,7 @@ bool SvrUpdater3300to3400::CopyViewRows(ViewId view) const {
 }
 
 std::string SvrUpdater3300to3400::Indexes() const {
-  return (ViewsAreNew() ? sql::CreateCurrentIndexes() : CreateNodeAndVersionIndexes()) +
+  return (ViewsAreNew() ? sql::CreateRebuiltIndexes() : CreateNodeAndVersionIndexes()) +
          CreateOtherViewIndexes();
 }
 

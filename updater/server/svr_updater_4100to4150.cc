@@ -4,8 +4,8 @@
 #include "updater/framework/exec_sql.h"
 #include "updater/framework/updater_log.h"
 #include "updater/framework/views.h"
-#include "updater/server/sql/current_view.h"
 #include "updater/server/sql/delete_trigger.h"
+#include "updater/server/sql/rebuilt_view.h"
 #include "updater/server/updaters.h"
 
 namespace updater::server {
@@ -37,13 +37,13 @@ constexpr const char* kDropOldTables =
 // An index keeps its name when its table is renamed, so all of them can be made only when the old tables are
 // gone; and making them after the rows takes a fraction of the time.
 std::string RebuildScript() {
-  return std::string(kRenameOldTables) + sql::CreateCurrentTables() + sql::kReplaceDeleteTrigger + kCopyRows +
-         kDropOldTables + sql::CreateCurrentIndexes() + "END;";
+  return std::string(kRenameOldTables) + sql::CreateRebuiltTables() + sql::kReplaceDeleteTrigger + kCopyRows +
+         kDropOldTables + sql::CreateRebuiltIndexes() + "END;";
 }
 
 // As the log shows it.
 std::string LoggedScript() {
-  return std::string(kRenameOldTables) + sql::CreateCurrentTables() + sql::CreateCurrentIndexes() +
+  return std::string(kRenameOldTables) + sql::CreateRebuiltTables() + sql::CreateRebuiltIndexes() +
          sql::kReplaceDeleteTrigger + kCopyRows + kDropOldTables + "END;";
 }
 

@@ -2,13 +2,11 @@
 // the rows that go in. Rows are inserted by position, so columns and statements change together.
 #pragma once
 
-#include "updater/server/sql/current_view.h"
 #include "updater/server/sql/indexes.h"
+#include "updater/server/sql/rebuilt_view.h"
 
 namespace updater::server::sql {
 
-// A new view or file database says 4150, although its layout is that of 3400: the next updater writes its own
-// version. The number stays when the current version is raised; keep it so.
 // "DATATIME" is how every installed schema spells it.
 inline constexpr const char* kCreateSplitTables =
     "CREATE TABLE view_db.node_table (node_id INTEGER PRIMARY KEY AUTOINCREMENT, parent_id INTEGER, "
@@ -33,6 +31,8 @@ inline constexpr const char* kCreateSplitTables =
     "share_priv_ro_list TEXT DEFAULT '', share_priv_rw_list TEXT DEFAULT '', "
     "share_priv_hash TEXT DEFAULT ''); ";
 
+// A new view or file database says 4150, whatever its layout: the next updater writes its own version. The
+// number stays when the current version is raised; keep it so.
 inline constexpr const char* kCreateOtherTables =
     "CREATE TABLE view_db.config_table (key VARCHAR PRIMARY KEY ON CONFLICT REPLACE, value VARCHAR DEFAULT ''); "
     "CREATE TABLE view_db.tree_table (node_id INTEGER NOT NULL, parent_id INTEGER NOT NULL, distance INTEGER NOT NULL); "
@@ -65,7 +65,7 @@ struct RowLayout {
   const char* committer;
 };
 inline constexpr RowLayout kSplitLayout = {"attribute", ""};
-inline constexpr RowLayout kCurrentLayout = {kCurrentAttributes, "'', "};
+inline constexpr RowLayout kRebuiltLayout = {kRebuiltAttributes, "'', "};
 
 // Arguments: the attributes, the uuid, the committer, the uuid twice, the view; the attributes, the uuid, the
 // committer, the uuid, the view; the view, and the order of the last SELECT.

@@ -1,4 +1,4 @@
-#include "updater/server/sql/current_view.h"
+#include "updater/server/sql/rebuilt_view.h"
 
 #include "updater/server/sql/indexes.h"
 
@@ -46,9 +46,9 @@ constexpr Index kVersionIndexes[] = {
 
 }  // namespace
 
-std::string CreateCurrentTables() { return kCreateTables; }
+std::string CreateRebuiltTables() { return kCreateTables; }
 
-std::string CreateCurrentIndexes() {
+std::string CreateRebuiltIndexes() {
   return CreateIndexes("view_db", kNodeIndexes) + kNodePathCaseIndex +
          CreateIndexes("view_db", kVersionIndexes);
 }
