@@ -8,6 +8,7 @@
 #include "db-util/checkpoint.h"
 #include "db-util/database.h"
 #include "db-util/execute.h"
+#include "db-util/log_mode.h"
 #include "tests/support/logged_test.h"
 #include "tests/support/mount_namespace.h"
 
@@ -79,6 +80,19 @@ TEST_F(DbUtilTest, ADiskThatIsAlmostFullFailsAStatementAndKillsNobody) {
   ASSERT_TRUE(tests::Run("cd " + volume + " && sync && rm a-room"));
   ASSERT_EQ(db_util::OpenDatabase(volume + "/a", db_), 0);
   EXPECT_EQ(db_util::Execute(db_.get(), "SELECT * FROM t;").code, SQLITE_IOERR);
+}
+
+TEST_F(DbUtilTest, ALogIsSuspendedOnlyOfADatabaseThatThisSqliteMayWriteTo) {
+  const std::string path = folder_ / "a";
+  ASSERT_EQ(db_util::OpenDatabase(path, db_), 0);
+  ASSERT_TRUE(db_util::Execute(db_.get(), "PRAGMA journal_mode = WAL; CREATE TABLE t (a);").ok());
+  db_.reset();
+  EXPECT_EQ(db_util::SuspendLog(path), db_util::LogMode::kSuspended);
+  EXPECT_TRUE(db_util::ResumeLog(path).ok());
+  const std::string newer = folder_.Write("a", tests::ReadFile(path).replace(18, 1, "\3"));
+  const std::string content = tests::ReadFile(newer);
+  EXPECT_EQ(db_util::SuspendLog(newer), db_util::LogMode::kInUse);
+  EXPECT_EQ(tests::ReadFile(newer), content);
 }
 
 // A journal without pages that names one more file, as a commit to several databases does.

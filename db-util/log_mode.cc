@@ -86,7 +86,8 @@ LogMode SuspendLog(const std::string& path) {
     const base::FileDescriptor file(OpenGuardedFile(path, O_RDONLY));
     if (!file.is_open() || !ReadVersions(file.get(), versions).ok()) return LogMode::kNone;
   }
-  if (ModeOf(versions) != LogMode::kInUse) return ModeOf(versions);
+  const bool is_newer = versions.write > kWithLog;  // to be read at most
+  if (ModeOf(versions) != LogMode::kInUse || is_newer) return ModeOf(versions);
   if (HasCompanion(path)) EmptyLog(path);
   if (HasCompanion(path)) return LogMode::kInUse;
   const base::FileDescriptor file(OpenGuardedFile(path, O_RDWR));

@@ -129,16 +129,22 @@ bool Finish(const VolumePaths& paths, const Progress& progress) {
   return true;
 }
 
+constexpr int kMostSetAside = 100;
+
 // What a damaged intent told of may be all that there is of some parts, and the rest is of another version.
 // Returns whether there were any, after logging each of them.
 bool SetCopiesAside(const VolumePaths& paths) {
   bool any = false;
   for (const PartPath part : kAllParts) {
     const std::string& copy = paths.copies.*part;
-    const std::string target = copy + ".set-aside";
     if (file_op::Find(file_op::At(copy)) == 0) continue;
+    std::string target = copy + ".set-aside";
+    // What was set aside before may be the only one, too.
+    for (int i = 2; file_op::Find(file_op::At(target)) != 0 && i < kMostSetAside; ++i) {
+      target = copy + ".set-aside." + std::to_string(i);
+    }
     const bool moved =
-        file_op::FSRemoveTree(target, 0) == 0 && std::rename(copy.c_str(), target.c_str()) == 0;
+        file_op::Find(file_op::At(target)) == 0 && std::rename(copy.c_str(), target.c_str()) == 0;
     logger::SystemLog("%s may be the only copy of its part and is %s\n", copy,
                       moved ? "set aside as " + target : "left where it is");
     any = true;
