@@ -29,7 +29,7 @@ from harness import LAST, STATUS_FILE
 
 INJECTOR, TRACE, KEPT = (os.path.join(namespace.ROOM, name) for name in ("fault-injector.so", "trace", "kept"))
 VERSION_OF = "SELECT value FROM config_table WHERE key = 'version'"
-STARTS = (2577, 3300, 3450, 4100, LAST)
+STARTS = (2577, 3300, 3400, 3450, 4100, LAST)
 VOLUMES = {"ext4": {}, "btrfs": {"fs": "btrfs"}, "ext4 with 1 KiB blocks": {"mkfs": ("-b", "1024")}}
 # With each of these the n-th call of its name fails: once, or from then on for ever.
 ERRORS = [*itertools.product((errno.EIO, errno.ENOSPC, errno.EDQUOT, errno.EACCES), ("", "1")), (errno.EINTR, "")]
@@ -213,7 +213,7 @@ def main():
     jobs = []
     for kind, volume in [(kind, volume) for kind, volumes in JOBS.items() for volume in volumes]:
         parts = 1 if options.stride > 1 or kind in ("full_disk", "quota") else 8
-        for version, other_views in itertools.product(STARTS, (False, True)[:1 + ("kill" in kind)]):
+        for version, other_views in itertools.product(STARTS, (False, True)):
             name = f"{kind} {volume} {version}{' other views' * other_views}"
             jobs += [(name, (kind, volume, version, other_views), part, parts, options.stride)
                      for part in range(parts) if re.search(options.only, name)]
