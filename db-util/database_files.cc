@@ -1,7 +1,9 @@
 #include "db-util/database_files.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace db_util {
@@ -13,6 +15,14 @@ std::array<std::string, kCompanionSuffixes.size() + 1> DatabaseFiles(const std::
     files[i + 1] = path + std::string(kCompanionSuffixes[i]);
   }
   return files;
+}
+
+bool HasCompanions(const std::string& path) {
+  struct stat status {};
+  return std::any_of(kCompanionSuffixes.begin(), kCompanionSuffixes.end(), [&](std::string_view suffix) {
+    const std::string file = path + std::string(suffix);
+    return lstat(file.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
+  });
 }
 
 int RemoveCompanions(const std::string& path) {

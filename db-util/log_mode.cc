@@ -50,13 +50,6 @@ base::Errno WriteVersions(int file, const Versions& versions) {
   return base::Errno(written == static_cast<ssize_t>(bytes.size()) ? 0 : EIO);
 }
 
-bool HasCompanion(const std::string& path) {
-  for (const std::string_view suffix : kCompanionSuffixes) {
-    if (access((path + std::string(suffix)).c_str(), F_OK) == 0 || errno != ENOENT) return true;
-  }
-  return false;
-}
-
 // The last one that closes a database moves its log into it.
 void EmptyLog(const std::string& path) {
   Database db;
@@ -88,12 +81,9 @@ LogMode SuspendLog(const std::string& path) {
   }
   const bool is_newer = versions.write > kWithLog;  // to be read at most
   if (ModeOf(versions) != LogMode::kInUse || is_newer) return ModeOf(versions);
-  if (HasCompanion(path)) EmptyLog(path);
-  if (HasCompanion(path)) return LogMode::kInUse;
-  const base::FileDescriptor file(OpenGuardedFile(path, O_RDWR));
-  const bool is_suspended =
-      file.is_open() && WriteVersions(file.get(), {.write = kWithLog, .read = kWithoutLog}).ok();
-  return is_suspended ? LogMode::kSuspended : LogMode::kInUse;
+  if (HasCompanions(path)) EmptyLog(path);
+  if (HasCompanions(path)) return LogMode::kInUse;
+  return AddSuspendedLog(path).ok() ? LogMode::kSuspended : LogMode::kInUse;
 }
 
 base::Errno AddSuspendedLog(const std::string& path) {

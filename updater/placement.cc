@@ -32,11 +32,7 @@ constexpr std::array<PartPath, 6> kAllParts = {&PackagePaths::data,        &Pack
 // A file without companions is the whole database as it is, and there may be thousands of them: it is not
 // opened.
 bool Checkpoint(const std::string& database, db_util::Links links) {
-  const auto files = db_util::DatabaseFiles(database);
-  const bool has_companions = std::any_of(files.begin() + 1, files.end(), [](const std::string& file) {
-    return file_op::Find(file_op::At(file)) != 0;  // one that the disk does not tell of may be there
-  });
-  return !has_companions || db_util::CheckpointDatabase(database, links) == 0;
+  return !db_util::HasCompanions(database) || db_util::CheckpointDatabase(database, links) == 0;
 }
 
 bool CheckpointFolders(const PackagePaths& paths, PartPath folder,
