@@ -5,6 +5,7 @@
 #include "db-util/database.h"
 #include "db-util/log_mode.h"
 #include "file-op/file_op.h"
+#include "logger/check.h"
 #include "updater/framework/exec_sql.h"
 
 namespace updater {
@@ -57,7 +58,7 @@ db_util::Status AttachQuietly(sqlite3* db, const char* schema, const std::string
 }
 
 int AttachDatabase(sqlite3* db, const char* schema, const std::string& path) {
-  return ResultOf(AttachQuietly(db, schema, path), AttachStatement(schema, path));
+  return logger::ToResult(CheckScript(AttachQuietly(db, schema, path), AttachStatement(schema, path)));
 }
 
 std::string AttachedScript(const char* schema, const std::string& path, const std::string& body) {
@@ -74,7 +75,7 @@ db_util::Status ExecAttachedQuietly(sqlite3* db, const char* schema, const std::
 
 int ExecAttached(sqlite3* db, const char* schema, const std::string& path, const std::string& body) {
   const db_util::Status status = ExecAttachedQuietly(db, schema, path, body);
-  return status.ok() ? 0 : ResultOf(status, AttachedScript(schema, path, body));
+  return logger::ToResult(status.ok() || CheckScript(status, AttachedScript(schema, path, body)));
 }
 
 }  // namespace updater

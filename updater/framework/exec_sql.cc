@@ -14,22 +14,21 @@ void LogReasonBehind(const std::string& statement, const db_util::Status& failur
              logger::CutInTheMiddle(failure.message, kLongestPart), failure.code);
 }
 
-int ResultOf(const db_util::Status& status, const std::string& logged) {
-  if (status.ok()) return 0;
-  UpdaterLog("sqlite3_exec(%s): %s (%d)\n", logged, status.message, status.code);
+bool CheckScript(const db_util::Status& status, const std::string& logged) {
+  if (Check(status, "sqlite3_exec(%s): %s (%d)\n", logged, status.message, status.code)) return true;
   LogReasonBehind(logged, status);
-  return -1;
+  return false;
 }
 
 int ExecScript(sqlite3* db, const std::string& text) { return ExecScriptAs(db, text, text); }
 
 int ExecScriptAs(sqlite3* db, const std::string& text, const std::string& logged) {
-  return ResultOf(db_util::Execute(db, text), logged);
+  return logger::ToResult(CheckScript(db_util::Execute(db, text), logged));
 }
 
 int ExecForSpeed(sqlite3* db, const std::string& statement) {
   const db_util::Status status = db_util::Execute(db, statement);
-  return status.code == SQLITE_ERROR ? 0 : ResultOf(status, statement);
+  return logger::ToResult(status.code == SQLITE_ERROR || CheckScript(status, statement));
 }
 
 void LogFormatFailure(sqlite3* db) {

@@ -17,11 +17,12 @@ inline constexpr std::size_t kLongStatement = 512;
 // a file is damaged, it logs "Strato Folder Updater(%d): <updater>, <database>: <message> (<code>)\n".
 void LogReasonBehind(const std::string& statement, const db_util::Status& failure);
 
-// Returns 0 for success, or -1 after logging "Strato Folder Updater(%d): sqlite3_exec(%s): %s (%d)\n" with
-// `logged`, SQLite's message and its code, and the reason behind it.
-[[nodiscard]] int ResultOf(const db_util::Status& status, const std::string& logged);
+// Passes on whether a script went well. If not, it logs "Strato Folder Updater(%d): sqlite3_exec(%s): %s
+// (%d)\n" with `logged`, SQLite's message and its code, and the reason behind it.
+[[nodiscard]] bool CheckScript(const db_util::Status& status, const std::string& logged);
 
-// Executes text that is complete, and never used as a format. Results as ResultOf() with the text.
+// Executes text that is complete, and never used as a format. Returns 0, or -1 after CheckScript() with the
+// text.
 [[nodiscard]] int ExecScript(sqlite3* db, const std::string& text);
 
 // The same for a text that holds statements of no interest to a reader, or in another order: a failure is

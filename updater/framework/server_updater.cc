@@ -105,7 +105,7 @@ bool ServerUpdater::RunSteps() {
 bool ServerUpdater::Connect() {
   return Check(db_util::OpenScratchDatabase(context_.scratch_database, db_),
                "Failed to initialize database connection (%s)", context_.scratch_database) &&
-         ResultOf(Tune(db(), "main"), "PRAGMA main") == 0 &&
+         CheckScript(Tune(db(), "main"), "PRAGMA main") &&
          Check(AttachDatabases(), "failed to attach database\n");
 }
 
@@ -121,7 +121,7 @@ bool ServerUpdater::AttachDatabases() {
   for (const auto& [schema, member] : databases) {
     if (status.ok()) status = AttachQuietly(db(), schema, paths_.*member);
   }
-  return ResultOf(status, statements) == 0;
+  return CheckScript(status, statements);
 }
 
 void ServerUpdater::Detach() {
