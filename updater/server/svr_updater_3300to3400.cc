@@ -57,6 +57,24 @@ constexpr const char* kIndexProgress =
     "INSERT INTO temp.first_progress_table SELECT view_id, sync_id FROM progress_table ORDER BY rowid;";
 constexpr const char* kDropIndexedProgress = "DROP TABLE temp.first_progress_table;";
 
+// How the views that the split makes keep nodes and versions.
+struct ViewLayout {
+  std::string image;  // of MakeViewImage()
+  sql::RowLayout rows;
+  const char* is_removed;  // the condition for a removed node
+  std::string indexes;
+};
+
+ViewLayout SplitLayout() {
+  return {MakeViewImage(sql::kCreateSplitTables), sql::kSplitRows, "attribute & 1",
+          CreateNodeAndVersionIndexes()};
+}
+
+ViewLayout RebuiltLayout() {
+  return {MakeViewImage(sql::CreateRebuiltTables()), sql::kRebuiltRows, "removed",
+          sql::CreateRebuiltIndexes()};
+}
+
 class SvrUpdater3300to3400 final : public ServerUpdater {
  public:
   SvrUpdater3300to3400(const UpdaterContext& context, const PackagePaths& copies)
@@ -82,9 +100,8 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
 
   [[nodiscard]] bool SplitDatabases();
   [[nodiscard]] bool SplitViews() const;
-  [[nodiscard]] bool SplitView(ViewId view, const std::string& image) const;
-  [[nodiscard]] bool CopyViewRows(ViewId view) const;
-  [[nodiscard]] std::string Indexes() const;
+  [[nodiscard]] bool SplitView(ViewId view, const ViewLayout& layout) const;
+  [[nodiscard]] bool CopyViewRows(ViewId view, const ViewLayout& layout) const;
   [[nodiscard]] bool SplitFiles() const;
   [[nodiscard]] bool CopyFileRows() const;
   [[nodiscard]] bool UpdateUserDatabase() const;
@@ -124,46 +141,40 @@ bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
   if (!ReadViewIds(db(), views)) return false;
   if (!IndexViewLookups(db())) return false;
-  const std::string image =
-      MakeViewImage(ViewsAreNew() ? sql::CreateRebuiltTables() : std::string(sql::kCreateSplitTables));
+  const ViewLayout layout = ViewsAreNew() ? RebuiltLayout() : SplitLayout();
   for (const ViewId view : views) {
-    if (!SplitView(view, image)) return false;
+    if (!SplitView(view, layout)) return false;
   }
   return true;
 }
 
-bool SvrUpdater3300to3400::SplitView(ViewId view, const std::string& image) const {
-  return Check(CreateViewDatabase(paths(), view, paths().data, image),
+bool SvrUpdater3300to3400::SplitView(ViewId view, const ViewLayout& layout) const {
+  return Check(CreateViewDatabase(paths(), view, paths().data, layout.image),
                "Failed to create new view db for view %llu\n", view) &&
          Check(AttachDatabase(db(), "view_db", paths().ViewDatabase(view)),
                "Failed to attach new view db for view %llu\n", view) &&
-         Check(CopyViewRows(view), "Failed to update view db for view %llu\n", view) &&
+         Check(CopyViewRows(view, layout), "Failed to update view db for view %llu\n", view) &&
          Check(ExecScript(db(), "DETACH DATABASE view_db;"), "Failed to detach new view db for view %llu\n",
                view);
 }
 
-bool SvrUpdater3300to3400::CopyViewRows(ViewId view) const {
+bool SvrUpdater3300to3400::CopyViewRows(ViewId view, const ViewLayout& layout) const {
   const long long id = StoredId(view);
-  const auto copy_statements = [&](std::string& out, const sql::RowLayout& layout, const char* order) {
-    const auto& [attributes, committer] = layout;
+  const auto copy_statements = [&](std::string& out, const sql::RowLayout& rows, const char* order) {
+    const auto& [attributes, committer] = rows;
     return db_util::FormatSql(out, sql::kCopyViewRows, attributes, home_uuid_, committer, home_uuid_,
                               home_uuid_, id, attributes, home_uuid_, committer, home_uuid_, id, id, order);
   };
-  const std::string count =
-      std::string(sql::kCountStoredVersionsWhere) + (ViewsAreNew() ? "removed; " : "attribute & 1; ");
   std::string copy;
   std::string logged;
   const bool copied =
-      copy_statements(copy, ViewsAreNew() ? sql::kRebuiltLayout : sql::kSplitLayout, sql::kInStoredOrder) &&
-      copy_statements(logged, sql::kSplitLayout, "") &&
-      ExecScriptAs(db(), "BEGIN TRANSACTION;" + copy + count + Indexes() + "END TRANSACTION;",
+      copy_statements(copy, layout.rows, sql::kInStoredOrder) &&
+      copy_statements(logged, sql::kSplitRows, "") &&
+      ExecScriptAs(db(),
+                   "BEGIN TRANSACTION;" + copy + sql::kCountStoredVersionsWhere + layout.is_removed + ";" +
+                       layout.indexes + CreateOtherViewIndexes() + "END TRANSACTION;",
                    logged + sql::kCountVersionsOfRemovedNodes) == 0;
   return Check(copied, "Failed to dump record from data_db to view_db for view %llu\n", view);
-}
-
-std::string SvrUpdater3300to3400::Indexes() const {
-  return (ViewsAreNew() ? sql::CreateRebuiltIndexes() : CreateNodeAndVersionIndexes()) +
-         CreateOtherViewIndexes();
 }
 
 bool SvrUpdater3300to3400::SplitFiles() const {

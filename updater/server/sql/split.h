@@ -64,8 +64,8 @@ struct RowLayout {
   const char* attributes;
   const char* committer;
 };
-inline constexpr RowLayout kSplitLayout = {"attribute", ""};
-inline constexpr RowLayout kRebuiltLayout = {kRebuiltAttributes, "'', "};
+inline constexpr RowLayout kSplitRows = {"attribute", ""};
+inline constexpr RowLayout kRebuiltRows = {kRebuiltAttributes, "'', "};
 
 // Arguments: the attributes, the uuid, the committer, the uuid twice, the view; the attributes, the uuid, the
 // committer, the uuid, the view; the view, and the order of the last SELECT.
