@@ -39,6 +39,16 @@ int CheckOpened(const std::string& path, const Status& status) {
   return -1;
 }
 
+// Opens the file that is open as `file` and was made at `path`, and nothing that somebody has put there
+// since. `file` is to be closed before the first statement that locks: closing it gives up the locks of the
+// process.
+Status OpenExactly(const std::string& path, int file, Database& out) {
+  Status status = OpenQuietly(path, out, OpenMode::kReadWrite, Links::kTrusted);
+  if (!status.ok() || IsOpenedFile(sqlite3_db_filename(out.get(), "main"), file)) return status;
+  out.reset();
+  return StatusOf(SQLITE_CANTOPEN);
+}
+
 }  // namespace
 
 Status OpenQuietly(const std::string& path, Database& out, OpenMode mode, Links links) {
@@ -63,13 +73,6 @@ int OpenDatabase(const std::string& path, Database& out, OpenMode mode, Links li
   return CheckOpened(path, OpenQuietly(path, out, mode, links));
 }
 
-Status OpenExactly(const std::string& path, int file, OpenMode mode, Database& out) {
-  Status status = OpenQuietly(path, out, mode, Links::kTrusted);
-  if (!status.ok() || IsOpenedFile(sqlite3_db_filename(out.get(), "main"), file)) return status;
-  out.reset();
-  return StatusOf(SQLITE_CANTOPEN);
-}
-
 void UseAlone(sqlite3* db) {
   (void)Execute(db, "PRAGMA locking_mode = EXCLUSIVE;");  // opens no file, so it cannot fail
 }
@@ -91,7 +94,7 @@ int OpenScratchDatabase(const std::string& path, Database& out) {
   const base::FileDescriptor created(
       open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!created.is_open()) return CheckOpened(path, StatusOf(SQLITE_CANTOPEN));
-  const Status status = OpenExactly(path, created.get(), OpenMode::kReadWrite, out);
+  const Status status = OpenExactly(path, created.get(), out);
   if (status.ok()) {
     UseAlone(out.get());
     (void)Execute(out.get(), "PRAGMA main.locking_mode = NORMAL;");  // else a journal stays beside it

@@ -43,11 +43,6 @@ inline constexpr int kBusyTimeoutMs = 300000;
 // The same without any message.
 Status OpenQuietly(const std::string& path, Database& out, OpenMode mode, Links links = Links::kAny);
 
-// Opens the file that is open as `file` and was made at `path`; whatever somebody has put there since is
-// refused with SQLITE_CANTOPEN. No message. `file` is to be closed before the first statement: closing it
-// gives up the locks of the whole process.
-Status OpenExactly(const std::string& path, int file, OpenMode mode, Database& out);
-
 // For databases that nobody else has open, also not in this process: those of the connection that are used or
 // attached from now on. SQLite then keeps the index of a write-ahead log on the heap. One that is mapped
 // kills the process when the disk is full.

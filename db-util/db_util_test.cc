@@ -1,10 +1,8 @@
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <numeric>
 #include <utility>
 
-#include "base/file_descriptor.h"
 #include "db-util/checkpoint.h"
 #include "db-util/database.h"
 #include "db-util/execute.h"
@@ -32,9 +30,6 @@ TEST_F(DbUtilTest, ScratchDatabaseIgnoresWhateverWasPlanted) {
   struct stat status {};
   ASSERT_EQ(lstat(scratch.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
-  fs::remove(scratch);
-  const base::FileDescriptor made(open(scratch.c_str(), O_RDWR | O_CREAT, 0600));
-  EXPECT_EQ(db_util::OpenExactly(scratch, made.get(), db_util::OpenMode::kReadWrite, db_).code, SQLITE_OK);
   fs::remove(scratch);
   folder_.Write("scratch/full", "");
   EXPECT_EQ(db_util::OpenScratchDatabase(scratch, db_), -1);

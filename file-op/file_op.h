@@ -34,9 +34,6 @@ inline constexpr std::size_t kCopyBufferSize = 33554432;  // 32 MiB
 // The same between places of one file system: between two of them it fails.
 [[nodiscard]] int Rename(const FilePlace& source, const FilePlace& target);
 
-// As FSMove, between places.
-[[nodiscard]] int Move(const FilePlace& source, const FilePlace& target);
-
 // Copies one regular file, mode 0666 less the umask; links in the paths are followed. Where the file system
 // can share the blocks of the source it does, otherwise the bytes are copied through one buffer. A pipe,
 // device or socket as source, or a target that is the source itself, is refused like a file that cannot be

@@ -11,6 +11,8 @@
 namespace file_op {
 namespace {
 
+int Move(const FilePlace& source, const FilePlace& target);
+
 // A new folder is private until it is complete; one that is there already keeps its mode until then.
 int MakeTarget(const FilePlace& target, Folder& made) {
   if (made.Make(target) == 0) return 0;
@@ -43,6 +45,14 @@ int MoveAcross(const FilePlace& source, const FilePlace& target, mode_t mode) {
   return S_ISREG(mode) ? MoveFileAcross(source, target) : 0;
 }
 
+int Move(const FilePlace& source, const FilePlace& target) {
+  const int result = Rename(source, target);
+  struct stat status {};
+  if (result != kMoveFailed || errno != EXDEV) return result;
+  const bool is_there = fstatat(source.at, source.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  return is_there ? MoveAcross(source, target, status.st_mode) : kMoveNoSource;
+}
+
 }  // namespace
 
 int Rename(const FilePlace& source, const FilePlace& target) {
@@ -50,14 +60,6 @@ int Rename(const FilePlace& source, const FilePlace& target) {
   if (fstatat(source.at, source.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0) return kMoveNoSource;
   if (renameat(source.at, source.name.c_str(), target.at, target.name.c_str()) == 0) return 0;
   return errno == ENAMETOOLONG ? kMoveNameTooLong : kMoveFailed;
-}
-
-int Move(const FilePlace& source, const FilePlace& target) {
-  const int result = Rename(source, target);
-  struct stat status {};
-  if (result != kMoveFailed || errno != EXDEV) return result;
-  const bool is_there = fstatat(source.at, source.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  return is_there ? MoveAcross(source, target, status.st_mode) : kMoveNoSource;
 }
 
 int FSMove(const std::string& source, const std::string& target, bool /*flag*/) {
