@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <tuple>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
 #include "updater/framework/suspended_logs.h"
+#include "updater/framework/views.h"
 #include "updater/intent_file.h"
 #include "updater/placement_items.h"
 #include "updater/placement_targets.h"
@@ -35,17 +35,6 @@ bool Checkpoint(const std::string& database, db_util::Links links) {
   return !db_util::HasCompanions(database) || db_util::CheckpointDatabase(database, links) == 0;
 }
 
-bool CheckpointFolders(const PackagePaths& paths, PartPath folder,
-                       std::string (PackagePaths::*database)(const std::string&) const,
-                       db_util::Links links) {
-  std::vector<std::string> names;
-  const int listed = file_op::ListFolders(paths.*folder, names);
-  if (listed < 0 && errno == ENOENT) return true;
-  return CheckErrno(listed, "cannot list %s: %s (%d)\n", paths.*folder) &&
-         std::all_of(names.begin(), names.end(),
-                     [&](const std::string& name) { return Checkpoint((paths.*database)(name), links); });
-}
-
 // `paths` are those of the copies, or the live ones that they replace.
 bool CheckpointAll(const PackagePaths& paths, const PackagePaths& copies, db_util::Links links) {
   return std::all_of(kDatabases.begin(), kDatabases.end(),
@@ -53,8 +42,8 @@ bool CheckpointAll(const PackagePaths& paths, const PackagePaths& copies, db_uti
                        return file_op::Find(file_op::At(copies.*database)) == 0 ||
                               Checkpoint(paths.*database, links);
                      }) &&
-         CheckpointFolders(paths, &PackagePaths::view_folder, &PackagePaths::ViewDatabase, links) &&
-         CheckpointFolders(paths, &PackagePaths::file_folder, &PackagePaths::FileDatabase, links);
+         ForEachFolderDatabase(paths,
+                               [links](const std::string& database) { return Checkpoint(database, links); });
 }
 
 int PlaceDatabase(const std::string& copy, const std::string& live) {

@@ -1,10 +1,28 @@
 #include "updater/framework/views.h"
 
+#include <algorithm>
+#include <cerrno>
+
 #include "db-util/query.h"
+#include "file-op/file_op.h"
 #include "updater/framework/attached_database.h"
 #include "updater/framework/updater_log.h"
 
 namespace updater {
+namespace {
+
+bool ForEachIn(const PackagePaths& paths, const std::string& folder,
+               std::string (PackagePaths::*database)(const std::string&) const,
+               const std::function<bool(const std::string&)>& work) {
+  std::vector<std::string> names;
+  const int listed = file_op::ListFolders(folder, names);
+  if (listed < 0 && errno == ENOENT) return true;
+  return logger::CheckErrno(listed, "cannot list %s: %s (%d)\n", folder) &&
+         std::all_of(names.begin(), names.end(),
+                     [&](const std::string& name) { return work((paths.*database)(name)); });
+}
+
+}  // namespace
 
 bool ReadViewIds(sqlite3* db, std::vector<ViewId>& views) {
   views.clear();
@@ -30,6 +48,11 @@ bool ForEachView(sqlite3* db, const std::function<bool(ViewId)>& work) {
     if (!work(view)) return false;
   }
   return true;
+}
+
+bool ForEachFolderDatabase(const PackagePaths& paths, const std::function<bool(const std::string&)>& work) {
+  return ForEachIn(paths, paths.view_folder, &PackagePaths::ViewDatabase, work) &&
+         ForEachIn(paths, paths.file_folder, &PackagePaths::FileDatabase, work);
 }
 
 int ExecOnView(sqlite3* db, const PackagePaths& paths, ViewId view, const std::string& body) {

@@ -1,4 +1,4 @@
-// The views of a package: which there are, and work on the database of each.
+// The views and volumes of a package: which there are, and work on the database of each.
 #pragma once
 
 #include <sqlite3.h>
@@ -30,6 +30,11 @@ using package::PackagePaths;
 // Calls `work` for every view of the user table until it fails. Returns false after logging
 // "Failed to get all views\n", or what `work` logged.
 [[nodiscard]] bool ForEachView(sqlite3* db, const std::function<bool(ViewId)>& work);
+
+// Calls `work` for the database in every folder of a view, then of a volume, until it fails. What is not
+// there has none. Returns false after logging "cannot list %s: %s (%d)\n", or what `work` logged.
+[[nodiscard]] bool ForEachFolderDatabase(const PackagePaths& paths,
+                                         const std::function<bool(const std::string&)>& work);
 
 // Runs `body` with the database of the view attached as view_db, as one script. Results as ExecAttached().
 [[nodiscard]] int ExecOnView(sqlite3* db, const PackagePaths& paths, ViewId view, const std::string& body);
