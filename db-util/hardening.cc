@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "db-util/argument_text.h"
 #include "logger/log_sink.h"
 
 namespace db_util {
@@ -59,21 +60,15 @@ void Refuse(sqlite3_context* context, int /*count*/, sqlite3_value** /*values*/)
   sqlite3_result_error(context, "this function is not used here", -1);
 }
 
-std::string_view TextOf(sqlite3_value* value) {
-  const void* text = sqlite3_value_text(value);  // first, because this makes the text that is measured next
-  const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
-  return text == nullptr ? std::string_view() : std::string_view(static_cast<const char*>(text), length);
-}
-
 // What SQLite's own does.
 void Replace(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
   for (int i = 0; i < 3; ++i) {
     if (sqlite3_value_type(values[i]) == SQLITE_NULL) return;  // the result is NULL
   }
-  const std::string_view pattern = TextOf(values[1]);
+  const std::string_view pattern = ArgumentText(values[1]);
   if (pattern.empty()) return sqlite3_result_value(context, values[0]);
-  const std::string_view replacement = TextOf(values[2]);
-  std::string text(TextOf(values[0]));
+  const std::string_view replacement = ArgumentText(values[2]);
+  std::string text(ArgumentText(values[0]));
   for (std::size_t at = 0; (at = text.find(pattern, at)) != std::string::npos; at += replacement.size()) {
     text.replace(at, pattern.size(), replacement);
   }

@@ -4,19 +4,13 @@
 #include <string_view>
 
 #include "base/text.h"
+#include "db-util/argument_text.h"
 
 namespace db {
 namespace {
 
 constexpr std::string_view kUuidKey = "uuid=";
 constexpr std::string_view kFileIdKey = "file_id=";
-
-std::string_view TextOf(sqlite3_value* value) {
-  const void* text = sqlite3_value_text(value);  // first, because this makes the text that is measured next
-  const int length = sqlite3_value_bytes(value);
-  return text == nullptr ? std::string_view()
-                         : std::string_view(static_cast<const char*>(text), static_cast<std::size_t>(length));
-}
 
 // The value of the first pair in the list that begins with `key`; empty when there is none.
 std::string_view ValueOf(std::string_view attribute, std::string_view key) {
@@ -28,14 +22,14 @@ std::string_view ValueOf(std::string_view attribute, std::string_view key) {
 }
 
 void GetUuid(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
-  const std::string_view uuid = ValueOf(TextOf(values[0]), kUuidKey);
+  const std::string_view uuid = ValueOf(db_util::ArgumentText(values[0]), kUuidKey);
   // The result must be an empty text, and SQLite makes NULL of a null pointer.
   const char* text = uuid.empty() ? "" : uuid.data();
   sqlite3_result_text64(context, text, uuid.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
 }
 
 void GetFileId(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
-  const std::string_view text = ValueOf(TextOf(values[0]), kFileIdKey);
+  const std::string_view text = ValueOf(db_util::ArgumentText(values[0]), kFileIdKey);
   sqlite3_int64 id = 0;
   (void)std::from_chars(text.data(), text.data() + text.size(), id);  // what is no number leaves 0
   sqlite3_result_int64(context, id);

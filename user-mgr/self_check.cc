@@ -44,8 +44,8 @@ bool DeleteUsersOfType(UserType type) {
       number, number, number);
 }
 
-// Lists what is reported of the users of a service, with their names only.
-bool EnumRemoved(UserType service, UserList& users) {
+// Lists the users of a service as they are reported when they are removed.
+bool ListUsersOf(UserType service, UserList& users) {
   std::string query;
   return FormatStatement(query, kSelectUser, "WHERE user_type = %d;", static_cast<int>(service)) &&
          ForEachRow("EnumUser", query, [&users](sqlite3_stmt* row) {
@@ -60,7 +60,7 @@ bool EnumRemoved(UserType service, UserList& users) {
 // Removes the users of a service that is off.
 bool RemoveUsersOf(UserType service, const char* why, const DamagedRows& damaged) {
   UserList users;
-  if (!EnumRemoved(service, users)) return false;
+  if (!ListUsersOf(service, users)) return false;
   const bool deleted = damaged.Protect() && DeleteUsersOfType(service);
   const bool unprotected = damaged.Unprotect();  // whether or not users could be deleted
   if (!deleted || !unprotected) return false;

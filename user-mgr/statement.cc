@@ -40,7 +40,7 @@ bool ForEachRow(const char* operation, const std::string& query,
                status.message);
 }
 
-std::size_t TextOf(sqlite3_stmt* row) {
+std::size_t TextBytes(sqlite3_stmt* row) {
   std::size_t bytes = 0;
   for (int column = 0; column < sqlite3_column_count(row); ++column) {
     const int type = sqlite3_column_type(row, column);

@@ -57,10 +57,10 @@ template <typename... Args>
 
 // No list holds more text than this: one row may have many MiB, and what is not SQLite's is outside of the
 // limit of its memory.
-inline constexpr std::size_t kLongestList = std::size_t{128} << 20U;
+inline constexpr std::size_t kMostListBytes = std::size_t{128} << 20U;
 
 // The bytes of the row's texts.
-[[nodiscard]] std::size_t TextOf(sqlite3_stmt* row);
+[[nodiscard]] std::size_t TextBytes(sqlite3_stmt* row);
 
 // Runs a query and puts what `read` makes of its rows into `list`, in place of what it held; rows for which
 // `read` returns false are left out. After a failure the list is as it was.
@@ -71,14 +71,14 @@ template <typename Record>
   std::size_t text = 0;
   const bool complete = ForEachRow(operation, query,
                                    [&](sqlite3_stmt* row) {
-                                     text += TextOf(row);
-                                     if (text > kLongestList) return false;
+                                     text += TextBytes(row);
+                                     if (text > kMostListBytes) return false;
                                      Record record;
                                      if (read(row, record)) records.push_back(std::move(record));
                                      return true;
                                    }) &&
-                        Check(text <= kLongestList, "UserManager::%s: the rows hold more than %zu bytes\n",
-                              operation, kLongestList);
+                        Check(text <= kMostListBytes, "UserManager::%s: the rows hold more than %zu bytes\n",
+                              operation, kMostListBytes);
   if (complete) list.swap(records);
   return complete;
 }
