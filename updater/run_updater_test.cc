@@ -124,9 +124,11 @@ TEST_F(RunUpdaterTest, ACheckThatCannotAskRemovesNothing) {
     EXPECT_EQ(Check(), -1);
     EXPECT_EQ(sink_.Count("Delete uuid a from Stratofolder DB\n"), 0) << call;
   }
-  std::ofstream(run_.live.data) << std::string(2000, 'x');
-  EXPECT_EQ(Check(), -1);
-  EXPECT_EQ(sink_.Count("Failed to initialize sync folder data database\n"), 1);
+  for (const auto& [path, name] : {std::pair(run_.live.user, "user"), {run_.live.data, "data"}}) {
+    std::ofstream(path) << std::string(2000, 'x');
+    EXPECT_EQ(Check(), -1);
+    EXPECT_EQ(sink_.Texts().back(), std::string("Failed to initialize sync folder ") + name + " database\n");
+  }
 }
 
 TEST_F(RunUpdaterTest, AStatusIsBelievedOnlyWhileItsProcessLives) {

@@ -1,3 +1,4 @@
+#include "tests/support/mount_namespace.h"
 #include "user-mgr/user_manager_fixture.h"
 
 namespace user_mgr {
@@ -52,6 +53,8 @@ TEST_F(Lifecycle, AFailedInitializeLeavesTheManagerClosed) {
     EXPECT_EQ(UserManager::BeginTransaction(), -1);
   };
   expect_failure("", "sqlite3_open(): unable to open database file (14)\n");
+  const std::string text = folder_.Write("text", std::string(2000, 'x'));
+  expect_failure(text, "sqlite3_exec: file is not a database (26)\n");
   Write("CREATE TABLE profile_table (id, name, context);");
   expect_failure(File(), "sqlite3_prepare_v2(1): no such column: attribute\n");
   Write(
@@ -59,6 +62,13 @@ TEST_F(Lifecycle, AFailedInitializeLeavesTheManagerClosed) {
       "CREATE TRIGGER t BEFORE INSERT ON profile_table BEGIN SELECT raise(ABORT, 'full'); END;");
   expect_failure(File(), "Fail to insert default server profile: full (19)\n");
   Write("DROP TRIGGER t;");
+  // The lock lies in a folder where everybody may put something.
+  for (const auto& [plant, why] : {std::pair("ln -s victim ", "Too many levels of symbolic links"),
+                                   {"rm lock; mkfifo ", "Invalid argument"}}) {
+    ASSERT_TRUE(tests::Run("cd " + folder_.path() + "; " + plant + "lock"));
+    expect_failure(File(), std::string("UserManager::Initialize: open: ") + why + "\n");
+  }
+  std::filesystem::remove(Path("lock"));
   EXPECT_EQ(UserManager::Initialize(File()), 0);
 }
 

@@ -191,6 +191,9 @@ TEST_F(SelfCheck, EveryRefusalHasItsOwnLineAndRemovesNobody) {
   machine_.volumes.failing_calls = {"ListMountPoints"};
   ExpectFailure({"UserManager::SelfCheck fail to read the mount points\n", share});
   EXPECT_EQ(Users(), "@s|9999|0|100|/o,");
+  Write("DROP TABLE user_table; CREATE TABLE user_table (mail);");
+  ExpectFailure({"UserManager::EnumUser: sqlite3_prepare_v2(1): no such column: name\n",
+                 "Failed to enumerate users\n"});
 }
 
 }  // namespace

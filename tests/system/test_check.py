@@ -61,13 +61,9 @@ def unreadable(name):
     return lambda: os.chmod("/etc/" + name, 0)
 
 
-def failed_opening(*lines, step="initialize sync folder user database"):
-    return {"status": "upgradefail", "log": [*(ERROR + line for line in lines), f"Failed to {step}\n"]}
-
-
 def failed_check(*lines):
-    step = "do initial self check on user database"
-    return failed_opening(*lines, "UserManager::SelfCheck CheckUser fail", step=step)
+    log = [*(ERROR + line for line in lines), ERROR + "UserManager::SelfCheck CheckUser fail"]
+    return {"status": "upgradefail", "log": [*log, "Failed to do initial self check on user database\n"]}
 
 
 def removed(user, why):
@@ -275,21 +271,3 @@ class Volumes(CheckTest):
         self.check_volumes("/gone", "", f"[ERROR] db(N): cannot open {view}: unable to open database file (14)\n",
                            "Failed to open view db with view_id 17\n",
                            prepare=lambda: os.unlink(view), changed=self.A_GONE, status="upgradefail")
-
-
-class Opening(CheckTest):
-    def test_user_database_and_lock_file(self):
-        """The lock file lies in a folder where everybody may put something."""
-        victim, lock = namespace.ROOM + "/victim", "/tmp/user-mgr-lock-file"
-        self.check_each({
-            "text": dict(prepare=lambda: harness.write(self.volume.user, "this is no database " * 100),
-                         **failed_opening("sqlite3_exec: file is not a database (26)\n")),
-            "foreign": dict(user="DROP TABLE user_table; CREATE TABLE user_table (mail);", **failed_check(
-                "UserManager::EnumUser: sqlite3_prepare_v2(SQL): no such column: name\n",
-                "Failed to enumerate users\n")),
-            "link": dict(prepare=lambda: os.symlink(victim, lock), **failed_opening(
-                "UserManager::Initialize: open: Too many levels of symbolic links\n")),
-            "pipe": dict(prepare=lambda: os.mkfifo(lock), **failed_opening(
-                "UserManager::Initialize: open: Invalid argument\n")),
-        })
-        self.assertFalse(os.path.lexists(victim))

@@ -3,6 +3,7 @@
 #include "tests/support/fixtures.h"
 #include "tests/support/logged_test.h"
 #include "updater/framework/updater_framework.h"
+#include "updater/framework/updater_log.h"
 
 namespace {
 
@@ -76,6 +77,11 @@ TEST_F(FrameworkTest, BreaksTiesByOrder) {
   Add({"a", 2}, end, "parallel");
   // ("a", 2) is visited first only as a neighbour of the start, after ("b", 2): the front of the list is it.
   EXPECT_EQ(Run({"", 1}, end), "a1;a2;");
+}
+
+TEST_F(FrameworkTest, TheLogHasTheLineThatLogs) {
+  EXPECT_TRUE(updater::Check(1, "none\n") && !updater::Check(-1, "failed\n"));
+  EXPECT_EQ(sink_.lines()[0].text, "Strato Folder Updater(" + std::to_string(__LINE__ - 1) + "): failed\n");
 }
 
 TEST_F(FrameworkTest, EndsTheProcessAtASelfLoop) {
