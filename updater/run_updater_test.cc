@@ -96,7 +96,10 @@ TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacem
 
 TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
   StartAt(3200);
-  tests::RunSql(run_.live.data, "INSERT INTO log_table (type, time) VALUES (1, 1);");
+  // Of the version only the digits in front are read.
+  tests::RunSql(run_.live.data,
+                "INSERT INTO log_table (type, time) VALUES (1, 1);"
+                "UPDATE config_table SET value = '3200abc' WHERE key = 'version';");
   fs::remove_all(run_.live.sync_folder + "/rm");
   EXPECT_EQ(Upgrade(), "upgradefail");
   fs::create_directory(run_.live.sync_folder + "/rm");

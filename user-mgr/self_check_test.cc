@@ -85,19 +85,6 @@ TEST_F(SelfCheck, BothServicesFailWithTheTextOfLdap) {
   const std::string text = "UserManager::CheckLdapService DeleteUserByUserType fail ";
   machine_.services.ldap = false;
   ExpectRefusal("DELETE ON user_table", {text + "(LDAP)"}, "CheckLdapService");
-  // The statement of the operation is another one.
-  std::string statements;
-  const auto add = [](unsigned, void* all, void*, void* sql) {
-    static_cast<std::string*>(all)->append(static_cast<const char*>(sql));
-    return 0;
-  };
-  ASSERT_EQ(sqlite3_trace_v2(Access::db(), SQLITE_TRACE_STMT, add, &statements), SQLITE_OK);
-  ASSERT_EQ(UserManager::DeleteUserByUserType(static_cast<UserType>(-1)), 0);
-  ExpectRemoved({});
-  for (const std::string condition : {"uid in (SELECT id FROM user_table WHERE user_type = -1);",
-                                      "uid IN (SELECT id FROM user_table WHERE user_type = 2);"}) {
-    EXPECT_NE(statements.find("DELETE FROM session_table WHERE " + condition), std::string::npos);
-  }
   machine_.services.ldap = true;
   machine_.services.domain = false;
   ExpectRefusal("DELETE ON user_table", {text + "(DOMAIN)"}, "CheckDomainService");
@@ -180,6 +167,10 @@ TEST_F(SelfCheck, EveryRefusalHasItsOwnLineAndRemovesNobody) {
   accounts_.Add("user1", 1, 5);
   ExpectRefusal("UPDATE OF gid ON user_table",
                 {"UserManager::CheckNormalUser fail to UpdateUserAttrAndGid user1\n", user});
+  accounts_.accounts.erase(1);
+  ExpectRefusal("DELETE ON user_table",
+                {"UserManager::CheckNormalUser fail to RemoveUserNoTransaction user1\n", user});
+  accounts_.Add("user1", 1);
   Write("UPDATE user_table SET watch_path = '/o'; DELETE FROM user_table WHERE id = 2;");
   ExpectRefusal("UPDATE OF watch_path ON user_table",
                 {"UserManager::CheckNormalUser failed to update watch path '/o'' to '/StratoFolder'", user});
@@ -188,6 +179,8 @@ TEST_F(SelfCheck, EveryRefusalHasItsOwnLineAndRemovesNobody) {
   ExpectRefusal("DELETE ON user_table", {"UserManager::RemoveShareUser fail to remove share user 's'\n",
                                          "UserManager::CheckShareUser fail to RemoveShareUser s\n", share});
   machine_.shares.shares = {{"s", "/s", false, {}}};
+  ExpectRefusal("UPDATE OF watch_path ON user_table",
+                {"UserManager::CheckShareUser fail to update watch path /s to share 's'.\n", share});
   machine_.volumes.failing_calls = {"ListMountPoints"};
   ExpectFailure({"UserManager::SelfCheck fail to read the mount points\n", share});
   EXPECT_EQ(Users(), "@s|9999|0|100|/o,");

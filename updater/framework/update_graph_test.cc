@@ -1,6 +1,5 @@
 #include "updater/framework/update_graph.h"
 
-#include "tests/support/fixtures.h"
 #include "tests/support/logged_test.h"
 #include "updater/framework/updater_framework.h"
 #include "updater/framework/updater_log.h"
@@ -88,19 +87,6 @@ TEST_F(FrameworkTest, EndsTheProcessAtASelfLoop) {
   Add(kOld, kOld);
   Add(kOld, kNext);
   EXPECT_EXIT((void)framework_.Run(kOld, kNext), ::testing::ExitedWithCode(1), "BUG!");
-}
-
-// Runs of the whole program show what is refused.
-TEST_F(FrameworkTest, ReadsTheDigitsInFrontAndANullAsNoBranch) {
-  const std::string path = folder_.Write("database", "");
-  tests::RunSql(path, "CREATE TABLE config_table (key, value)");
-  for (const auto& [rows, expected] : {std::pair("('branch', 'hos-4.3'), ('version', '2603abc')", kSide),
-                                       {"('branch', NULL), ('version', 2577)", kOld}}) {
-    tests::RunSql(path, std::string("DELETE FROM config_table; INSERT INTO config_table VALUES ") + rows);
-    Version version;
-    EXPECT_EQ(UpdaterFramework::GetCurrentVersion(path, version), 0) << rows;
-    EXPECT_EQ(version, expected) << rows;
-  }
 }
 
 }  // namespace
