@@ -3,8 +3,9 @@
 // An updater works on all databases of the package through one connection: the frame opens a scratch
 // database, attaches the working copies under fixed schema names (data_db, log_db, user_db, client_db),
 // checks that they agree on their version and that it is the one the unit starts from, runs the unit's steps
-// in order, writes the new version and branch into every database, and disconnects. A unit holds its edge,
-// its SQL and its steps; it neither opens, checks, nor closes anything of the frame's.
+// in order, writes the new version and branch into every database, looks whether they are there, and
+// disconnects. A unit holds its edge, its SQL and its steps; it neither opens, checks, nor closes anything of
+// the frame's.
 //
 // Steps tell with true that they went well; Update() makes 0 or -1 of it. Every failure is logged where it
 // happens, and the frame adds the line of the step that failed. On failure the working copies may be damaged:
@@ -133,6 +134,8 @@ class ServerUpdater : public AbstractUpdater {
   [[nodiscard]] bool RunSteps();
   [[nodiscard]] bool ForgetStatistics();
   [[nodiscard]] bool CheckVersions();
+  [[nodiscard]] bool HaveNewVersions();
+  [[nodiscard]] bool ReadVersions(Versions& versions);
   [[nodiscard]] bool GetDatabaseVersions(Versions& versions) const;
   // Logs which databases have no version that can be read, and why.
   void NameUnreadableDatabases() const;

@@ -153,6 +153,10 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
       {3004, run(package_.client, refuse), versions, "data|user"},
       {4100, run(package_.client, refuse), ".*" + folders + versions.substr(versions.find("failed")),
        "view.*"},
+      {4100,
+       run(package_.data, "CREATE TRIGGER t BEFORE UPDATE ON config_table BEGIN SELECT RAISE(IGNORE); END;"),
+       "the databases have not taken their new version: .4100, 4150, 4150.\nfailed to update database versions\n",
+       "log|user|client|view.*|file.*"},
       {2577, run(package_.data, "ALTER TABLE version_table RENAME TO gone"), ".*" + step, "none", 2603},
       // Two versions for one node. The middle step commits on its own.
       {3004, run(package_.data, "UPDATE version_table SET sync_id = 12 WHERE ver_id = 2"),
