@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "base/file_descriptor.h"
+#include "platform/host/text_file.h"
 #include "tests/support/logged_test.h"
 
 namespace {
@@ -78,11 +79,20 @@ TEST_F(StateFilesTest, RefusesWhatCouldNotBeReadBackAndLeavesNothingBehind) {
 TEST_F(StateFilesTest, ALinkToTheFileStaysALinkUnlessItIsBrokenOrAStrangersOne) {
   const std::string target = folder_.Write("real/file", "status=\"old\"\n");
   fs::create_symlink("real/file", folder_ / "link");
-  EXPECT_EQ(Set(folder_ / "link", "new"), 0);
+  EXPECT_EQ(Set(folder_ / "link", "set"), 0);
   EXPECT_TRUE(fs::is_symlink(folder_ / "link"));
   fs::create_symlink("nowhere", folder_ / "broken");
   EXPECT_LT(Set(folder_ / "broken", "new"), 0);
   EXPECT_FALSE(fs::exists(folder_ / "nowhere"));
+  const std::string outside = folder_.Write("outside/file", "old");
+  const base::Errno swapped = platform::host::EditTextFile(folder_ / "link", {}, [&](std::string& text) {
+    fs::rename(folder_ / "real", folder_ / "aside");
+    fs::create_directory_symlink("outside", folder_ / "real");
+    text = "status=\"new\"\n";
+  });
+  EXPECT_TRUE(swapped.ok() && tests::ReadFile(outside) == "old");
+  fs::remove(folder_ / "real");
+  fs::rename(folder_ / "aside", folder_ / "real");
 
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to give a link to another user";
   ASSERT_EQ(::lchown((folder_ / "link").c_str(), 1234, 1234), 0);

@@ -15,6 +15,7 @@
 #include "base/file_descriptor.h"
 #include "base/path.h"
 #include "base/read_text_file.h"
+#include "base/real_folder.h"
 #include "base/retry.h"
 #include "base/write_all.h"
 #include "platform/host/real_path.h"
@@ -26,18 +27,20 @@ constexpr mode_t kPermissions = 07777;
 constexpr std::string_view kNewText = ".new-text.";
 constexpr std::string_view kRandomPart = "XXXXXX";
 
-// Finds the file that `path` stands for: itself, or what it links to.
-base::Errno FindTarget(const std::string& path, std::string& target) {
+// Finds the file that `path` stands for: itself, or what it links to. That is reached through its open
+// folder, because whoever made the link may lead the way to it somewhere else by now.
+base::Errno FindTarget(const std::string& path, base::RealFolder& way, std::string& target) {
   struct stat link {};
   target = path;
   if (::lstat(path.c_str(), &link) != 0) return errno == ENOENT ? base::Errno() : base::Errno::Last();
   if (!S_ISLNK(link.st_mode)) return {};
   const std::optional<std::string> resolved = RealPath(path);
+  if (!resolved) return base::Errno::Last();
+  if (const base::Errno error = base::OpenRealFolder(*resolved, way); !error.ok()) return error;
+  target = "/proc/self/fd/" + std::to_string(way.folder.get()) + "/" + base::NameOf(*resolved);
   struct stat status {};
-  if (!resolved || ::stat(resolved->c_str(), &status) != 0) return base::Errno::Last();
-  if (link.st_uid != ::geteuid() && link.st_uid != status.st_uid) return base::Errno(ELOOP);
-  target = *resolved;
-  return {};
+  if (::lstat(target.c_str(), &status) != 0) return base::Errno::Last();
+  return base::Errno(link.st_uid != ::geteuid() && link.st_uid != status.st_uid ? ELOOP : 0);
 }
 
 // The owner is set before the mode, because a change of owner takes mode bits away.
@@ -104,8 +107,9 @@ base::Errno ReplaceFile(const std::string& path, const struct stat& status, std:
 
 base::Errno EditTextFile(const std::string& path, const EditOptions& options,
                          const std::function<void(std::string&)>& edit) {
+  base::RealFolder way;
   std::string target;
-  if (const base::Errno error = FindTarget(path, target); !error.ok()) return error;
+  if (const base::Errno error = FindTarget(path, way, target); !error.ok()) return error;
   RemoveLeftovers(base::FolderOf(target));
 
   base::FileDescriptor file;

@@ -11,18 +11,19 @@ import namespace
 OUTSIDE = namespace.ROOM + "/outside"
 TRIGGER = f"""CREATE TABLE t (a); INSERT INTO t VALUES {', '.join(['(1)'] * 200)};
               CREATE TRIGGER hostile BEFORE UPDATE ON config_table BEGIN INSERT INTO t %s; END;"""
-# Puts links, pipes and nothing at names in the sync folder, as the service, until it is killed.
+# Puts links, pipes, folders and nothing at paths, as the service, until it is killed.
 SWAP = """if True:
-    import contextlib, os, random, sys
-    (sync, outside, seed, *names), choose = sys.argv[1:], random.Random(sys.argv[3]).choice
+    import contextlib, os, random, shutil, sys
+    (outside, seed, *paths), choose = sys.argv[1:], random.Random(sys.argv[2]).choice
     os.setgroups([]), os.setgid(1234), os.setuid(1234), print(flush=True)
     while True:
         with contextlib.suppress(OSError):
-            name, new, target = f"{sync}/{choose(names)}", sync + "/new", choose(("none", "folder/x", "folder", "db"))
-            choose([lambda: os.symlink(outside + target, new), lambda: os.mkfifo(new), lambda: os.rename(name, new)])()
-            if os.path.isdir(name): os.rename(name, name + ".aside")
-            os.rename(new, name)"""
-
+            path = choose(paths)
+            new, target = path + "+", choose((*(outside + x for x in ("none", "own/x", "own", "db")), "own/x"))
+            choose([lambda: os.symlink(target, new), lambda: os.mkfifo(new), lambda: os.rename(path, new),
+                    lambda: (os.mkdir(new), shutil.copy(outside + "own/x", new))])()
+            if os.path.isdir(path): shutil.rmtree(path + "-", True), os.rename(path, path + "-")
+            os.rename(new, path)"""
 
 # SQLite takes as long for so many as their number squared.
 MANY_VIEWS = """PRAGMA writable_schema = ON; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 100000)
@@ -49,18 +50,32 @@ class Service(harness.SystemTest):
                 self.assertEqual((run.status, volume.live()), ("upgradefail", before))
 
     def test_names_swapped_while_the_run_goes_on(self):
-        harness.write(OUTSIDE + "/folder/x")
-        sets = (("user-db.sqlite.bak", "syncfolder-db.sqlite.bak", "log-db.sqlite.bak", "user-db.sqlite.bak-journal"),
-                ("view.bak", "view.bak/5", "view.bak/5/view-db.sqlite"), ("new-syncfolder.sqlite", "rm", "node_delta"))
+        harness.write(OUTSIDE + "/own/x", self.status_text("initializing"))
+        copies = (("user-db.sqlite.bak", "syncfolder-db.sqlite.bak", "log-db.sqlite.bak", "user-db.sqlite.bak-journal"),
+                  ("view.bak", "view.bak/5", "view.bak/5/view-db.sqlite"), ("new-syncfolder.sqlite", "rm", "node_delta"))
+        others = (["/tmp/.StratoFolder-upgrade.sqlite3" + end for end in ("", "-journal", "-wal")],
+                  [harness.STATUS_FILE, os.path.dirname(harness.STATUS_FILE) + "/own", harness.MARK],
+                  ["/tmp/user-mgr-lock-file", *(".upgrade-" + end for end in (
+                      "commit", "commit.new", "commit.set-aside", "probe"))])
+        sets = copies + others
         outside = lambda: {path: harness.identity_of(path) for path in harness.Package(OUTSIDE).everything()}
-        for seed in range(18):
-            volume = self.new_volume((2577, 3450, 3300)[seed // 3 % 3])
+        for seed in range(int(os.environ.get("SEEDS", 30))):
+            names = sets[int(os.environ['SET']) if 'SET' in os.environ else seed % len(sets)]
+            volume = self.new_volume((2577, 3450, 3300)[seed // 6 % 3])
             shutil.copy(volume.data, OUTSIDE + "/db")
-            subprocess.run(["chown", "-R", "1234:1234", volume.package], check=True)
+            subprocess.run(["chown", "-R", "1234:1234", volume.package, "/tmp", *map(os.path.dirname, (
+                harness.STATUS_FILE, harness.MARK))], check=True)
             before = outside()
-            with subprocess.Popen([sys.executable, "-c", SWAP, volume.sync, OUTSIDE + "/", str(seed), *sets[seed % 3]],
-                                  stdout=subprocess.PIPE) as attacker:
+            with subprocess.Popen([sys.executable, "-c", SWAP, OUTSIDE + "/", str(seed), *(
+                    os.path.join(volume.sync, name) for name in names)], stdout=subprocess.PIPE) as attacker:
                 attacker.stdout.readline()
-                run = self.run_updater(volume.path)
+                run = subprocess.run([harness.PROGRAM, volume.path], timeout=60, capture_output=True, check=False)
                 attacker.kill()
-            self.assertEqual((run.exit, outside()), (0, before), run)
+            self.assertEqual((run.returncode, outside()), (0, before), (seed, names))
+            if names in others:
+                found = {path: harness.query(path, "SELECT value FROM config_table WHERE key = 'version'", how="mode=rw")[0][0]
+                                 for path in volume.databases() if ".bak" not in path}
+                if len(set(found.values())) != 1:
+                    print("MIXED", seed, found, run.stdout[-300:], run.stderr, os.listdir(volume.sync))
+                print(seed, names[0], set(found.values()), run.stdout[:40])
+            self.doCleanups()
