@@ -5,7 +5,8 @@
 #   sweep.py <updater-svr> <package-tool> <fault-injector> [--stride N] [--only REGEX]
 #
 # With a stride only every n-th call is tried, but those around the commit all the same. The names that --only looks
-# at are like "kill ext4 4100 other views". A trial that went wrong is told with the call that was hit.
+# at are like "kill ext4 4100 other views" or "error btrfs 2577 logs" (live databases have logs of killed daemons).
+# A trial that went wrong is told with the call that was hit.
 
 import argparse
 import collections
@@ -25,10 +26,10 @@ import tempfile
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "system"))
 import harness
 import namespace
-from harness import LAST, STATUS_FILE
+from harness import LAST, STATUS_FILE, VERSION_OF
 
 INJECTOR, TRACE, KEPT = (os.path.join(namespace.ROOM, name) for name in ("fault-injector.so", "trace", "kept"))
-VERSION_OF = "SELECT value FROM config_table WHERE key = 'version'"
+OTHER_VIEWS, LOGS = " other views", " logs"
 STARTS = (2577, 3300, 3400, 3450, 4100, LAST)
 VOLUMES = {"ext4": {}, "btrfs": {"fs": "btrfs"}, "ext4 with 1 KiB blocks": {"mkfs": ("-b", "1024")}}
 # With each of these the n-th call of its name fails: once, or from then on for ever.
@@ -38,20 +39,23 @@ ERRORS = [*itertools.product((errno.EIO, errno.ENOSPC, errno.EDQUOT, errno.EACCE
 class Sweep(harness.SystemTest):
     # Trials on a volume with the package in one version. Its folder is kept aside and put back for each.
 
-    def __init__(self, name, kind, volume, version, other_views):
+    def __init__(self, name, kind, volume, version, state):
         super().__init__()
         self.name, self.count, self.volume = name, collections.Counter(), harness.Volume(**VOLUMES[volume])
         self.intent, self.prepare, self.clean_up = self.volume.sync + "/.upgrade-commit", int, int  # which do nothing
         self.set_up_package()
         self.volume.fill(version, self.volume.uuid)
-        if other_views and version >= 3400:  # none, but for the updaters the folder must be there
+        if state == OTHER_VIEWS and version >= 3400:  # none, but for the updaters the folder must be there
             harness.change(self.volume.user, "DELETE FROM user_table")
             (shutil.rmtree if version == LAST else harness.clear)(self.volume.sync + "/view")
-        for view in ("1", "99") * (other_views and version < 3400):  # too early: of a user, and of nobody
+        for view in ("1", "99") * (state == OTHER_VIEWS and version < 3400):  # too early: of a user, and of nobody
             namespace.write(f"{self.volume.sync}/view/{view}/something")
+        if state == LOGS:
+            self.volume.leave_logs()
         shutil.rmtree(KEPT, ignore_errors=True)
         shutil.copytree(self.volume.package, KEPT)
-        self.before = self.volume.live()
+        # The commit needs live databases without logs, so these may be in the databases already when it fails.
+        self.before, self.parts = self.volume.live(), state == LOGS and self.volume.parts()
         self.restore()
         self.assert_ended(self.run_with(kind=errno.EIO if kind == "error" else "kill"), "done")
         self.calls, self.expected = self.trace, (self.leftovers(), self.volume.content())
@@ -89,7 +93,8 @@ class Sweep(harness.SystemTest):
 
     def faults_after_hit(self, run, exit_status):
         live = self.volume.live()
-        is_old = all(live.get(path) == identity for path, identity in self.before.items())
+        is_old = all(live.get(path) == identity for path, identity in self.before.items()) or (
+            self.parts and self.parts == self.volume.parts())
         will_be_new = self.is_committed and (os.path.lexists(self.intent) or self.is_new())
         if not is_old and not will_be_new:
             yield "live databases are mixed" if self.is_committed else "live databases changed before the commit point"
@@ -190,7 +195,7 @@ class Sweep(harness.SystemTest):
         yield from self.until_done(lambda room: btrfs("qgroup", "limit", str((1 << 20) + room)), 4096 * stride)
 
 
-JOBS = {"kill": ["ext4", "btrfs"], "kill_twice": ["ext4"], "error": ["ext4", "btrfs"], "lost_volume": ["ext4"],
+JOBS = {"kill": ["ext4", "btrfs"], "kill_twice": ["ext4", "btrfs"], "error": ["ext4", "btrfs"], "lost_volume": ["ext4"],
         "full_disk": ["ext4", "ext4 with 1 KiB blocks", "btrfs"], "quota": ["btrfs"]}
 
 
@@ -213,9 +218,9 @@ def main():
     jobs = []
     for kind, volume in [(kind, volume) for kind, volumes in JOBS.items() for volume in volumes]:
         parts = 1 if options.stride > 1 or kind in ("full_disk", "quota") else 8
-        for version, other_views in itertools.product(STARTS, (False, True)):
-            name = f"{kind} {volume} {version}{' other views' * other_views}"
-            jobs += [(name, (kind, volume, version, other_views), part, parts, options.stride)
+        for version, state in itertools.product(STARTS, ("", OTHER_VIEWS, LOGS)):
+            name = f"{kind} {volume} {version}{state}"
+            jobs += [(name, (kind, volume, version, state), part, parts, options.stride)
                      for part in range(parts) if re.search(options.only, name)]
     total = collections.defaultdict(collections.Counter)
     programs = {path: os.open(program, os.O_RDONLY)

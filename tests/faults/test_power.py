@@ -8,18 +8,15 @@ import contextlib
 import filecmp
 import os
 import random
-import re
-import shutil
 import subprocess
 
 import namespace
-from harness import HALF, SystemTest, change, leave, tool
+from harness import SystemTest
 from recorded_disk import recorded_disk
 
 TRIALS, TRIALS_A_RECORD = int(os.environ.get("FAULT_TRIALS", "12")), 6
-DISK, IMAGE, BASE, INTERRUPTED, START, LOST, COPY = (os.path.join(namespace.ROOM, name) for name in (
-    "disk", "image", "base", "interrupted", "start", "lost", "copy"))
-VERSION = "UPDATE config_table SET value = value {} 1 WHERE key = 'version'"
+DISK, IMAGE, BASE, INTERRUPTED, START, LOST = (os.path.join(namespace.ROOM, name) for name in (
+    "disk", "image", "base", "interrupted", "start", "lost"))
 BLOCK = 4096  # a disk writes it as a whole
 namespace.skip_unless(os.path.exists("/dev/fuse"), "there is no FUSE")
 
@@ -59,15 +56,6 @@ def mounted(image, volume, options):
         subprocess.run(["umount", volume.path], check=True)
 
 
-def databases(volume):
-    """Name -> all that is in it, but for what depends on who used the database, and when. To look changes nothing."""
-    shutil.rmtree(COPY, ignore_errors=True)
-    text = tool(shutil.copytree(volume.package, COPY))
-    parts = re.split(r"^(data|log|user|client|(?:view|file)/.*)\n", text, flags=re.M)
-    content = (re.sub(r"^journal_mode.*\n|(?<=watch_path )[^|\n]*", "", part, flags=re.M) for part in parts[2::2])
-    return dict(zip(parts[1::2], content))
-
-
 class PowerLoss(SystemTest):
     choice = random.Random(1)
 
@@ -78,7 +66,7 @@ class PowerLoss(SystemTest):
             self.set_up_package()
             self.assert_ended(self.run_updater(volume.path), "done")
             self.assert_upgraded(volume)
-            after = databases(volume), volume.files()
+            after = volume.parts(), volume.files()
         write_image(LOST, START, record)
         self.assertTrue(filecmp.cmp(LOST, IMAGE, shallow=False), "something was not recorded")
         return record, after
@@ -89,27 +77,22 @@ class PowerLoss(SystemTest):
         write_image(volume.image.name, LOST)
         with mounted(volume.image.name, volume, self.options[0]):
             yield "live databases"
-            found = databases(volume)
+            found = volume.parts()
             for name in old | new | found:
                 self.assertIn(found.get(name), (old.get(name), new.get(name)), name)
             yield "next run"
             self.set_up_package()
             self.assert_ended(self.run_updater(volume.path), "done")
             yield "databases after it"
-            self.assertEqual(databases(volume), new)
+            self.assertEqual(volume.parts(), new)
             yield "files after it"
             self.assertEqual(volume.files(), files)
         yield "old" if found == old else "new" if found == new else "both"
 
     def lose_power(self, version):
         volume = self.new_volume(version, fs=self.fs, megabytes=self.megabytes)
-        for path in volume.databases():  # killed daemons': a hot journal, or the version in the write-ahead log only
-            is_half = path in (volume.user, volume.client)
-            if not is_half:
-                change(path, VERSION.format("-"))
-            leave(path, HALF if is_half else "PRAGMA journal_mode = WAL; " + VERSION.format("+"))
-            self.assertGreater(os.path.getsize(path + ("-journal" if is_half else "-wal")), 0)
-        old, bases, ends = databases(volume), [BASE], collections.Counter()
+        volume.leave_logs()
+        old, bases, ends = volume.parts(), [BASE], collections.Counter()
         subprocess.run(["umount", volume.path], check=True)
         self.addCleanup(namespace.mount, "-o", "loop", volume.image.name, volume.path)  # as its removal expects
         write_image(BASE, volume.image.name)

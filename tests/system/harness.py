@@ -25,6 +25,9 @@ STATUS_FILE = "/var/packages/StratoFolder/etc/enable_status"
 ENABLED = "/var/packages/StratoFolder/enabled"
 MARK = "/usr/plat/etc/packages/StratoFolder/stfd_upgrading_mark"
 PRIVILEGE = "/usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance"
+SCRATCH = "/tmp/.StratoFolder-upgrade.sqlite3"
+VERSION_OF = "SELECT value FROM config_table WHERE key = 'version'"
+SET_VERSION = "UPDATE config_table SET value = value {} 1 WHERE key = 'version'"
 PROGRAM, TOOL = (os.path.join(namespace.ROOM, name) for name in ("updater-svr", "package-tool"))
 # Held open: the scripts stay reachable when a test covers the folder that the sources lie in.
 DATA = os.open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data"), os.O_RDONLY)
@@ -61,6 +64,7 @@ def tool(*arguments):
 def query(path, sql, row_factory=None, how="mode=ro"):
     with contextlib.closing(sqlite3.connect(f"file:{path}?{how}", uri=True)) as db:
         db.row_factory = row_factory
+        db.text_factory = lambda text: text.decode(errors="surrogateescape")
         return db.execute(sql).fetchall()
 
 
@@ -79,7 +83,7 @@ def leave(path, script):
 def system_log():
     """What is logged: a socket at /dev/log, read while the program runs so that it never has to wait."""
     def listen():
-        while datagram := log.recv(1 << 20).decode():
+        while datagram := log.recv(1 << 20).decode(errors="surrogateescape"):
             priority, text = re.fullmatch(r"<(\d+)>.{15} [^:]*: (.*)", datagram, re.S).groups()
             level = re.match(r"\[(\w+)\]|", text)[1]
             if text.startswith("the upgrade needs about "):
@@ -145,6 +149,23 @@ class Package:
     def content(self):
         """All that is in the databases. Whoever used one before the run may have changed its journal mode."""
         return [line for line in tool(self.package).splitlines() if not line.startswith("journal_mode")]
+
+    def parts(self):
+        """Name -> all that is in it, but for what depends on who used the database, and when. To look changes nothing."""
+        with tempfile.TemporaryDirectory(dir=namespace.ROOM) as copy:
+            text = tool(shutil.copytree(self.package, copy, dirs_exist_ok=True))
+        parts = re.split(r"^(data|log|user|client|(?:view|file)/.*)\n", text, flags=re.M)
+        content = (re.sub(r"^journal_mode.*\n|(?<=watch_path )[^|\n]*", "", part, flags=re.M) for part in parts[2::2])
+        return dict(zip(parts[1::2], content))
+
+    def leave_logs(self):
+        """What killed daemons leave beside each database: a hot journal, or the version in the write-ahead log only."""
+        for path in self.databases():
+            is_half = path in (self.user, self.client)
+            if not is_half:
+                change(path, SET_VERSION.format("-"))
+            leave(path, HALF if is_half else "PRAGMA journal_mode = WAL; " + SET_VERSION.format("+"))
+            assert os.path.getsize(path + ("-journal" if is_half else "-wal"))
 
     def live(self):
         """Identity of all files that a failed run must leave as they were."""

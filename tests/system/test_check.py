@@ -196,6 +196,10 @@ class Users(CheckTest):
                     SHARED % (21, "music"), REMOVED % ("zoe", 5555, 0, 20, NO_ACCOUNT)],
                 changed={**dict.fromkeys(USERS["alice"][1:]), **view_stays, "user_table 23": None,
                          "user_table 22": {"watch_path": "/root/StratoFolder"}}),
+            "name of other characters gone": dict(
+                user=change_user(2, "name = CAST(x'27220a25732566ff' AS TEXT)"), changed={"user_table 2": None},
+                files={"nsswitch.conf": "passwd: files winbind"},
+                log=[REMOVED % ("'\"\n%s%f\udcff", *USERS["ldap"][0][1:], LDAP_OFF)]),
         })
 
 

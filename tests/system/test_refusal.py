@@ -19,6 +19,9 @@ def failed(start, end, *lines):
         f"UpdaterFramework: Error when updating from {text_of(start)}  to {text_of(end)} : "]
 
 
+DEBUG = "/var/packages/StratoFolder/target/etc/syncfolder.debug"
+
+
 def set_config(path, key, value):
     change(path, f"UPDATE config_table SET value = {value} WHERE key = '{key}'")
 
@@ -68,10 +71,12 @@ class Entry(RefusalTest):
                 self.assertEqual(run.stdout, "")
         no_file = f"[ERROR] service-ctrl(N): access({STATUS_FILE}): No such file or directory (2)\n"
         for stored, missing, *lines in (("done", None, log + "done"), ("updating", None, log + "updating"),
+                                        ("%s" * 5000, None, log + "%s" * 15 + "%"),
                                         ("initializing", ENABLED, log + "disabled"),
                                         ("initializing", STATUS_FILE, no_file, log + "disabled")):
             with self.subTest(stored, lines=lines):
                 self.set_up_package(stored)
+                write(DEBUG, "a_debug=debug\n" * 750000 * (stored == "done"))
                 write(MARK, f"{os.getpid()}\n")
                 if missing is not None:
                     os.unlink(missing)

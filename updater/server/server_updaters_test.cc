@@ -249,9 +249,9 @@ TEST_F(ServerUpdatersTest, LeavesAViewAsItWasWhenTheRenamingOfItsUuidFails) {
 
 TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation) {
   StartAt(3400, "shared-rotation");
-  for (const char* name : {"abc", "1abc"}) fs::copy(Sync("view/1"), Sync("view/") + name);
+  for (const char* name : {"1abc", "'5\"\n%s\xff"}) fs::copy(Sync("view/1"), Sync("view/") + name);
   ASSERT_EQ(Update(), 0);
-  for (const char* name : {"abc", "1abc"}) {
+  for (const char* name : {"1abc", "'5\"\n%s\xff"}) {
     EXPECT_EQ(Config(View(name), "'rotate_cnt','remove_repo','version'"),
               "remove_repo=0 rotate_cnt=8 version=3450 ");
   }
