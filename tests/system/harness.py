@@ -151,7 +151,7 @@ class Package:
         return [line for line in tool(self.package).splitlines() if not line.startswith("journal_mode")]
 
     def parts(self):
-        """Name -> all that is in it, but for what depends on who used the database, and when. To look changes nothing."""
+        """Name of a database -> all in it but what depends on who used it, and when. To look changes nothing."""
         with tempfile.TemporaryDirectory(dir=namespace.ROOM) as copy:
             text = tool(shutil.copytree(self.package, copy, dirs_exist_ok=True))
         parts = re.split(r"^(data|log|user|client|(?:view|file)/.*)\n", text, flags=re.M)

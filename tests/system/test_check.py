@@ -162,7 +162,10 @@ class Users(CheckTest):
                               changed={"user_table 3": {"watch_path": ""}, "user_table 20": {"watch_path": ""}}),
             "homes elsewhere": dict(files={"samba/smb.conf": music()["samba/smb.conf"].replace(
                 "[Homes]", "include = registry")}),
-            "ldap off": dict(files={"nsswitch.conf": "passwd:compat winbind"}, gone={"ldap": LDAP_OFF}),
+            "ldap off": dict(
+                user=change_user(2, "name = CAST(x'27220a25732566ff' AS TEXT)"), changed={"user_table 2": None},
+                files={"nsswitch.conf": "passwd:compat winbind"},
+                log=[REMOVED % ("'\"\n%s%f\udcff", *USERS["ldap"][0][1:], LDAP_OFF)]),
             "domain off": dict(gone={"domain": DOMAIN_OFF}, files={
                 "nsswitch.conf": "#passwd: winbind\n passwd:\tfiles [NOTFOUND=return] sss # winbind\n"}),
             "both off": dict(gone={"ldap": LDAP_OFF, "domain": DOMAIN_OFF}, files={
@@ -196,10 +199,6 @@ class Users(CheckTest):
                     SHARED % (21, "music"), REMOVED % ("zoe", 5555, 0, 20, NO_ACCOUNT)],
                 changed={**dict.fromkeys(USERS["alice"][1:]), **view_stays, "user_table 23": None,
                          "user_table 22": {"watch_path": "/root/StratoFolder"}}),
-            "name of other characters gone": dict(
-                user=change_user(2, "name = CAST(x'27220a25732566ff' AS TEXT)"), changed={"user_table 2": None},
-                files={"nsswitch.conf": "passwd: files winbind"},
-                log=[REMOVED % ("'\"\n%s%f\udcff", *USERS["ldap"][0][1:], LDAP_OFF)]),
         })
 
 

@@ -53,10 +53,9 @@ class Service(harness.SystemTest):
         harness.write(OUTSIDE + "/own/x", self.status_text("initializing"))
         sets = (("user-db.sqlite.bak", "syncfolder-db.sqlite.bak", "log-db.sqlite.bak", "user-db.sqlite.bak-journal"),
                 ("view.bak", "view.bak/5", "view.bak/5/view-db.sqlite"), ("new-syncfolder.sqlite", "rm", "node_delta"),
-                [harness.SCRATCH + end for end in ("", "-journal", "-wal")],
+                [harness.SCRATCH, harness.SCRATCH + "-journal", harness.SCRATCH + "-wal", "/tmp/user-mgr-lock-file"],
                 (harness.STATUS_FILE, os.path.dirname(harness.STATUS_FILE) + "/own", harness.MARK),
-                ("/tmp/user-mgr-lock-file", ".upgrade-probe", *(
-                    ".upgrade-commit" + end for end in ("", ".new", ".set-aside"))))
+                (".upgrade-commit", ".upgrade-commit.new", ".upgrade-commit.set-aside", ".upgrade-probe"))
         outside = lambda: {path: harness.identity_of(path) for path in harness.Package(OUTSIDE).everything()}
         for seed in range(36):
             volume = self.new_volume((2577, 3450, 3300)[seed // 6 % 3])
@@ -67,12 +66,12 @@ class Service(harness.SystemTest):
             with subprocess.Popen([sys.executable, "-c", SWAP, OUTSIDE + "/", str(seed), *paths],
                                   stdout=subprocess.PIPE) as attacker:
                 attacker.stdout.readline()
-                run = subprocess.run([harness.PROGRAM, volume.path], timeout=60, capture_output=True, check=False)
+                program = ["timeout", "-sKILL", "60", harness.PROGRAM]
+                run = subprocess.run([*program, volume.path], capture_output=True, check=False)
                 self.assertIsNone(attacker.poll())
                 attacker.kill()
             self.assertEqual((run.returncode, outside()), (0, before), run)
             if seed % 6 > 2:  # else the attacker may have taken copies away that were about to be moved
-                versions = {tuple(harness.query(path, harness.VERSION_OF, how="mode=rw"))
-                            for path in volume.databases() if ".bak" not in path}
-                self.assertEqual(len(versions), 1, run)
+                self.assertEqual(len({tuple(harness.query(path, harness.VERSION_OF, how="mode=rw"))
+                                      for path in volume.databases() if ".bak" not in path}), 1, run)
             self.doCleanups()

@@ -19,9 +19,6 @@ def failed(start, end, *lines):
         f"UpdaterFramework: Error when updating from {text_of(start)}  to {text_of(end)} : "]
 
 
-DEBUG = "/var/packages/StratoFolder/target/etc/syncfolder.debug"
-
-
 def set_config(path, key, value):
     change(path, f"UPDATE config_table SET value = {value} WHERE key = '{key}'")
 
@@ -70,13 +67,12 @@ class Entry(RefusalTest):
                 run = self.refuse(volume, [f"updater-svr:N {path} is not a mounted volume"], path=path)
                 self.assertEqual(run.stdout, "")
         no_file = f"[ERROR] service-ctrl(N): access({STATUS_FILE}): No such file or directory (2)\n"
-        for stored, missing, *lines in (("done", None, log + "done"), ("updating", None, log + "updating"),
-                                        ("%s" * 5000, None, log + "%s" * 15 + "%"),
+        for stored, missing, *lines in (("%" * 10000, None, log + "%" * 31), ("updating", None, log + "updating"),
                                         ("initializing", ENABLED, log + "disabled"),
                                         ("initializing", STATUS_FILE, no_file, log + "disabled")):
             with self.subTest(stored, lines=lines):
                 self.set_up_package(stored)
-                write(DEBUG, "a_debug=debug\n" * 750000 * (stored == "done"))
+                write(ENABLED.replace("enabled", "target/etc/syncfolder.debug"), "a=debug\n" * 1300000)
                 write(MARK, f"{os.getpid()}\n")
                 if missing is not None:
                     os.unlink(missing)

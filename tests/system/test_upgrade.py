@@ -3,13 +3,12 @@
 import os
 import stat
 
-from harness import (FIRST_WITH, HALF, LAST, PRIVILEGE, REFUSED_USERS, SCRATCH, STATUS_FILE, VERSIONS, SystemTest, leave,
-                     read, text_of, write)
+from harness import (FIRST_WITH, HALF, LAST, PRIVILEGE, REFUSED_USERS, SCRATCH, STATUS_FILE, VERSIONS, SystemTest,
+                     leave, read, text_of, write)
 
 # What wins every table name that a statement does not tell the database of.
-PLANTED = """CREATE TABLE config_table (key, value); CREATE TABLE user_table (a); CREATE TABLE progress_table (view_id, a);
-    INSERT INTO progress_table VALUES (1, 99); CREATE VIEW node_table AS SELECT 1 AS node_id; CREATE TRIGGER t
-    AFTER INSERT ON config_table BEGIN DELETE FROM config_table; END;"""
+PLANTED = """CREATE TABLE config_table (key, value); CREATE TABLE user_table (a); CREATE VIEW node_table AS SELECT 1 a;
+    CREATE TABLE progress_table (view_id, a); CREATE TRIGGER t AFTER INSERT ON config_table BEGIN SELECT a; END;"""
 EXTRAS = ("rights", "activity", "own-rotation")
 
 
