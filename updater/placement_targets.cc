@@ -48,9 +48,10 @@ base::Errno TryRename(const std::string& from, const std::string& to) {
   if (source.Open(file_op::At(from), 0) < 0 || target.Open(file_op::At(to), 0) < 0) {
     return base::Errno::Last();
   }
-  // A killed run may have left one.
-  (void)unlinkat(source.fd(), kProbe, 0);
-  (void)unlinkat(target.fd(), kProbe, 0);
+  // A killed run may have left one. Whatever else has the name must not be in the way for ever.
+  if (file_op::RemoveTree(source.In(kProbe)) < 0 || file_op::RemoveTree(target.In(kProbe)) < 0) {
+    return base::Errno::Last();
+  }
   const base::FileDescriptor made(base::RetryInterrupted([&] {
     return openat(source.fd(), kProbe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                   S_IRUSR | S_IWUSR);

@@ -36,6 +36,7 @@ class UpgradeTest(SystemTest):
             os.chown(path, 1026, 100)
             os.chmod(path, 0o755 if os.path.isdir(path) else 0o600)
         write(PRIVILEGE, "somebody\nO'Brien\n" if volume.fs == "btrfs" else "somebody")
+        os.makedirs(volume.sync + "/.upgrade-probe/full")
         leave(SCRATCH, PLANTED + ("PRAGMA journal_mode = WAL; DROP TABLE user_table" if version % 2 else HALF))
         run = self.run_updater(volume.path, *arguments)
         self.assert_ended(run, "done")
