@@ -164,8 +164,8 @@ class Users(CheckTest):
                 "[Homes]", "include = registry")}),
             "ldap off": dict(
                 user=change_user(2, "name = CAST(x'27220a25732566ff' AS TEXT)"), changed={"user_table 2": None},
-                files={"nsswitch.conf": "passwd:compat winbind"},
-                log=[REMOVED % ("'\"\n%s%f\udcff", *USERS["ldap"][0][1:], LDAP_OFF)]),
+                files={"nsswitch.conf": "passwd:compat winbind"}, log=[REMOVED % (
+                    "'\"\n%s%f\udcff", *USERS["ldap"][0][1:], LDAP_OFF)]),
             "domain off": dict(gone={"domain": DOMAIN_OFF}, files={
                 "nsswitch.conf": "#passwd: winbind\n passwd:\tfiles [NOTFOUND=return] sss # winbind\n"}),
             "both off": dict(gone={"ldap": LDAP_OFF, "domain": DOMAIN_OFF}, files={

@@ -66,8 +66,7 @@ class Service(harness.SystemTest):
             with subprocess.Popen([sys.executable, "-c", SWAP, OUTSIDE + "/", str(seed), *paths],
                                   stdout=subprocess.PIPE) as attacker:
                 attacker.stdout.readline()
-                program = ["timeout", "-sKILL", "60", harness.PROGRAM]
-                run = subprocess.run([*program, volume.path], capture_output=True, check=False)
+                run = subprocess.run(["timeout", "-sKILL", "60", harness.PROGRAM, volume.path], capture_output=True)
                 self.assertIsNone(attacker.poll())
                 attacker.kill()
             self.assertEqual((run.returncode, outside()), (0, before), run)
