@@ -190,9 +190,18 @@ class Sweep(harness.SystemTest):
         # The same with a limit, which on btrfs also holds for root.
         def btrfs(*arguments):
             subprocess.run(["btrfs", *arguments, self.volume.path], check=True, capture_output=True)
+        def leave(room):
+            namespace.write(filler, "x" * (1 << 20))
+            self.volume.flush()
+            used = sum(os.path.getsize(path) for path in [filler, *self.volume.everything()])
+            btrfs("qgroup", "limit", str(used + (1 << 18) + room))
+        def lift():  # with nothing left not even the limit could be changed
+            os.unlink(filler)
+            self.volume.flush()
+            btrfs("qgroup", "limit", "none")
+        filler, self.clean_up = self.volume.path + "/filler", lift
         btrfs("quota", "enable")
-        self.clean_up = lambda: btrfs("qgroup", "limit", "none")
-        yield from self.until_done(lambda room: btrfs("qgroup", "limit", str((1 << 20) + room)), 4096 * stride)
+        yield from self.until_done(leave, 4096 * stride)
 
 
 JOBS = {"kill": ["ext4", "btrfs"], "kill_twice": ["ext4", "btrfs"], "error": ["ext4", "btrfs"], "lost_volume": ["ext4"],
