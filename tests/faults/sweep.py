@@ -193,8 +193,7 @@ class Sweep(harness.SystemTest):
         def leave(room):
             namespace.write(filler, "x" * (1 << 20))
             self.volume.flush()
-            used = sum(os.path.getsize(path) for path in [filler, *self.volume.everything()])
-            btrfs("qgroup", "limit", str(used + (1 << 18) + room))
+            btrfs("qgroup", "limit", str((5 << 18) + sum(map(os.path.getsize, self.volume.everything())) + room))
         def lift():  # with nothing left not even the limit could be changed
             os.unlink(filler)
             self.volume.flush()

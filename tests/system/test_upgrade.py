@@ -37,7 +37,8 @@ class UpgradeTest(SystemTest):
             os.chmod(path, 0o755 if os.path.isdir(path) else 0o600)
         write(PRIVILEGE, "somebody\nO'Brien\n" if volume.fs == "btrfs" else "somebody")
         os.makedirs(volume.sync + "/.upgrade-probe/full")
-        leave(SCRATCH, PLANTED + ("PRAGMA journal_mode = WAL; DROP TABLE user_table" if version % 2 else HALF))
+        if version != LAST:  # then nothing looks at it
+            leave(SCRATCH, PLANTED + ("PRAGMA journal_mode = WAL; DROP TABLE user_table" if version % 2 else HALF))
         run = self.run_updater(volume.path, *arguments)
         self.assert_ended(run, "done")
         self.assertEqual((run.stdout, run.log, run.stderr), (*told_from(version, volume), ""))
