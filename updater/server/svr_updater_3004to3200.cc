@@ -29,6 +29,10 @@ constexpr const char* kCreateProfileTables =
     "CREATE INDEX IF NOT EXISTS user_db.profile_apply_id_idx ON profile_apply_table(profile_id);"
     "CREATE INDEX IF NOT EXISTS user_db.profile_apply_uid_idx ON profile_apply_table(user_id);";
 
+// By the name that the package gives it; many installed databases have it.
+constexpr const char* kIndexVersions =
+    "CREATE INDEX IF NOT EXISTS data_db.version_table_node_id_index ON version_table (node_id);";
+
 // A node takes over the version that has its own sync_id; without one its v_ columns stay NULL.
 constexpr const char* kCopyNodes =
     "BEGIN TRANSACTION; "
@@ -100,8 +104,10 @@ class SvrUpdater3004to3200 final : public ServerUpdater {
     return std::string(kCopyNodes) + sync_id + kReplaceNodeTable + indexes + "END TRANSACTION; ";
   }
 
-  // The split makes the only index that it needs.
+  // Without an index SQLite would make one of its own, of whole versions. The split makes those that it
+  // needs.
   [[nodiscard]] bool UpdateRedundantNodeTable() {
+    if (SplitFollows() && ExecForSpeed(db(), kIndexVersions) < 0) return false;
     return sql::ExecRebuild(db(),
                             RebuildScript(kStoredSyncIdNotLookedUp, SplitFollows() ? "" : kCreateNodeIndexes),
                             RebuildScript(kStoredSyncId, kCreateNodeIndexes));
