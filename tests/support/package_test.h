@@ -53,8 +53,14 @@ class PackageTest : public LoggedTest {
     }
     throw std::logic_error("no updater for this edge");
   }
-  int Update(int to = 0) {
-    const std::unique_ptr<updater::AbstractUpdater> updater = Updater(to);
+  int Update(int to = 0) { return Update(Updater(to)); }
+  // As in a run between those versions.
+  int UpdateAsPartOf(int start, int end) {
+    std::unique_ptr<updater::AbstractUpdater> updater = Updater();
+    updater->SetChain(VersionOf(start), VersionOf(end));
+    return Update(std::move(updater));
+  }
+  int Update(const std::unique_ptr<updater::AbstractUpdater>& updater) {
     const int result = updater->Update();
     if (result == 0) version_ = updater->GetToVersion().number;
     return result;

@@ -11,11 +11,8 @@
 namespace updater {
 namespace {
 
-// What memory a run takes grows with it. The split looks rows of the data database up in the order of views,
-// and the connection's own database tells how much is sorted at once for an index; the others are read and
-// written from the first page to the last.
-constexpr int kDataCacheKiB = 96 * 1024;
-
+// Rows of the data database are looked up, and the connection's own database tells how much is sorted at once
+// for an index; the others are read and written from the first page to the last.
 int CacheKiB(std::string_view schema) {
   if (schema == "data_db") return kDataCacheKiB;
   return schema == "main" ? kDataCacheKiB / 3 : kDataCacheKiB / 12;

@@ -9,6 +9,9 @@
 
 namespace updater {
 
+// The page cache of data_db. What memory a run takes grows with it, as the other caches are parts of it.
+inline constexpr int kDataCacheKiB = 96 * 1024;
+
 // Makes the most of a working copy being disposable until the run is committed: nothing is flushed for it,
 // and nothing is kept to undo what fails, unless the database has a log in use. No setting leaves a trace in
 // the file.

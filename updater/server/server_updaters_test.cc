@@ -1,9 +1,13 @@
 // Leftovers, awkward content and failures of single updaters. What a whole database of one version looks like
 // in the next is compared elsewhere.
 #include <regex>
+#include <set>
 
+#include "db-util/query.h"
 #include "tests/support/package_test.h"
+#include "updater/framework/attached_database.h"
 #include "updater/server/new_databases.h"
+#include "updater/server/view_rows.h"
 
 namespace {
 
@@ -257,47 +261,118 @@ TEST_F(ServerUpdatersTest, AFolderWhoseNameIsNoNumberGetsItsVersionButNoRotation
   }
 }
 
-// What SQLite's virtual machine has done for all statements, which does not depend on the machine below it.
-long long steps = 0;
-int CountSteps(unsigned /*event*/, void* /*unused*/, void* statement, void* /*time*/) {
-  steps += sqlite3_stmt_status(static_cast<sqlite3_stmt*>(statement), SQLITE_STMTSTATUS_VM_STEP, 1);
+// How SQLite reads tables for the statements of a run, numbers left out, and how often each ran.
+struct Plan {
+  std::string text;
+  std::string whole_tables;  // that are read more than once for it, or for one view of many
+  int runs = 0;
+};
+std::map<std::string, Plan> plans;
+
+void Explain(sqlite3* db, const std::string& sql, Plan& plan) {
+  sqlite3_stmt* prepared = nullptr;
+  (void)sqlite3_prepare_v2(db, ("EXPLAIN QUERY PLAN " + sql).c_str(), -1, &prepared, nullptr);
+  const db_util::Statement statement(prepared);
+  std::set<int> repeated;  // the numbers of what stands above lines that are done once for every row
+  while (sqlite3_step(prepared) == SQLITE_ROW) {
+    const int above = sqlite3_column_int(prepared, 1);
+    const std::string line = db_util::ColumnText(prepared, 3);
+    if (line.find("config_table") != std::string::npos) continue;  // a handful of rows
+    plan.text += std::to_string(above) + " " + line + "\n";
+    const bool is_scan = line.starts_with("SCAN ") && line.find("VIRTUAL TABLE") == std::string::npos;
+    if ((is_scan && repeated.contains(above)) || line.find("AUTOMATIC") != std::string::npos)
+      plan.whole_tables += line + "; ";
+    if (is_scan || line.starts_with("SEARCH ")) repeated.insert(above);
+    if (line.starts_with("CORRELATED ")) repeated.insert(sqlite3_column_int(prepared, 0));
+  }
+}
+
+int Note(unsigned /*event*/, void* /*unused*/, void* statement, void* /*unused*/) {
+  static const std::regex numbers("[0-9]+");
+  auto* const running = static_cast<sqlite3_stmt*>(statement);
+  const std::string sql = sqlite3_sql(running);
+  if (sql.starts_with("EXPLAIN ") || sql.find("sqlite_stat") != std::string::npos) return 0;
+  Plan& plan = plans[std::regex_replace(sql, numbers, "N")];
+  if (plan.runs++ == 0) Explain(sqlite3_db_handle(running), sql, plan);
   return 0;
 }
 int Watch(sqlite3* db, char** /*error*/, const sqlite3_api_routines* /*unused*/) {
-  return sqlite3_trace_v2(db, SQLITE_TRACE_PROFILE, CountSteps, nullptr);
+  return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, Note, nullptr);
 }
 
-// Nodes of 100 views in turn. The statistics are those of a table with a few rows under one view.
-TEST_F(ServerUpdatersTest, NoViewReadsTheRowsOfAllWhateverStatisticsAndSyncIdsSay) {
+// Nodes of 50 views in turn. The last statistics are those of tables with a few rows.
+TEST_F(ServerUpdatersTest, NoRowAndNoViewReadsAWholeTableWhateverStatisticsSay) {
+  constexpr int kViews = 50;
   const std::string rows =
-      "WITH RECURSIVE r (i) AS (SELECT 100 UNION ALL SELECT i + 1 FROM r WHERE i < 3000) ";
-  const std::string node =
-      "INSERT INTO node_table (node_id, view_id, sync_id, name, path) SELECT i, i % 100 + 100, ";
-  const std::string version = "INSERT INTO version_table (node_id, sync_id) SELECT i, ";
-  const std::string tree = rows + "INSERT INTO tree_table SELECT i, 1, 1 FROM r;";
-  const std::string fill = rows + node + "i, '', '' FROM r;" + rows + version + "i FROM r;" + tree;
-  const std::string one_id = rows + node + "7, '', '' FROM r;" + rows + version + "7 FROM r;" + tree;
-  const std::string stale = "UPDATE sqlite_stat1 SET stat = '20 20';";
+      "WITH RECURSIVE r (i) AS (SELECT 100 UNION ALL SELECT i + 1 FROM r WHERE i < 1599) ";
+  const std::string fill = rows +
+                           "INSERT INTO node_table (node_id, view_id, sync_id, name, path) "
+                           "SELECT i, i % 50 + 100, i, '', '' FROM r;" +
+                           rows + "INSERT INTO version_table (node_id, sync_id) SELECT i, i FROM r;" + rows +
+                           "INSERT INTO tree_table SELECT i, 1, 1 FROM r;";
   const std::string users =
-      "INSERT INTO user_table (name, view_id, user_type, watch_path) SELECT 'u' || i, i, 0, '' FROM r WHERE i < 200;";
-  for (const int start : {3004, 3300}) {
-    std::vector<long long> found;
-    for (const std::string& data : {fill, fill + "ANALYZE;", fill + "ANALYZE;" + stale, one_id}) {
+      "INSERT INTO user_table (name, view_id, user_type, watch_path) SELECT 'u' || i, i, 0, '' FROM r WHERE i < 150;";
+  // Of two that are as good SQLite takes the one that was made last.
+  const std::string both =
+      "CREATE INDEX version_table_node_id_index ON version_table (node_id); DROP INDEX version_table_sync_id_index;"
+      "CREATE INDEX version_table_sync_id_index ON version_table (sync_id);";
+  for (const int start : {2577, 3300, 3400}) {
+    const bool is_split = start >= 3400;
+    std::map<std::string, std::string> expected;
+    for (const std::string statistics :
+         {"", "ANALYZE;", "ANALYZE; UPDATE sqlite_stat1 SET stat = '20 20';"}) {
       StartAt(start);
-      RunSql(package_.data, data);
-      RunSql(package_.user, rows + users);
-      steps = 0;
+      RunSql(package_.user, (is_split ? "" : rows + users) + statistics);
+      RunSql(package_.client, statistics);
+      RunSql(is_split ? View("1") : package_.data,
+             (is_split ? "" : fill) + statistics + (start == 2577 && !statistics.empty() ? both : ""));
+      plans.clear();
       (void)sqlite3_auto_extension(reinterpret_cast<void (*)()>(Watch));  // of the next connections
-      while (version_ < 3400 && Update() == 0) {
+      while (version_ < 4150 && UpdateAsPartOf(start, 4150) == 0) {
       }
       (void)sqlite3_cancel_auto_extension(reinterpret_cast<void (*)()>(Watch));
-      ASSERT_EQ(version_, 3400);
-      EXPECT_EQ(Query(View("150"), "SELECT count(*) FROM node_table;"), "29 ");
-      found.push_back(steps);
+      EXPECT_EQ(version_, 4150);
+      for (const auto& [sql, plan] : plans) {
+        EXPECT_EQ(plan.whole_tables, "") << sql;
+        EXPECT_EQ(plan.text.find("(sync_id=?)"), std::string::npos) << sql;
+        const bool is_for_views = plan.runs >= kViews;
+        EXPECT_FALSE(is_for_views && std::regex_search(plan.text, std::regex("SCAN (?!view_db)")))
+            << sql << plan.text;
+        if (statistics.empty()) expected[sql] = plan.text;
+        EXPECT_EQ(plan.text, expected[sql]) << sql;
+      }
     }
-    for (const long long count : found) {
-      EXPECT_LT(count, std::min(200LL * 3 * 2900, found[0] * 4 / 3)) << ::testing::PrintToString(found);
+  }
+}
+
+TEST_F(ServerUpdatersTest, EveryRowOfAViewIsInOneOfSeveralPassesInTheStoredOrder) {
+  StartAt(3300);
+  RunSql(
+      package_.data,
+      "UPDATE version_table SET ver_id = -4 WHERE ver_id = 1; UPDATE tree_table SET rowid = rowid * 1000;");
+  db_util::Database db;
+  ASSERT_EQ(db_util::OpenScratchDatabase(scratch_, db), 0);
+  ASSERT_EQ(updater::AttachDatabase(db.get(), "data_db", package_.data), 0);
+  updater::server::ViewRows rows(20000);
+  ASSERT_TRUE(rows.Sort(db.get()));
+  ASSERT_GT(rows.passes(), 3);
+  const auto read = [&db](const std::string& sql) {
+    std::vector<int> found;
+    const auto add = [&found](sqlite3_stmt* row) {
+      return found.push_back(sqlite3_column_int(row, 0)), true;
+    };
+    EXPECT_TRUE(db_util::ForEachRow(db.get(), sql, add).ok()) << sql;
+    return found;
+  };
+  for (const char* table : {"node_table", "version_table", "tree_table"}) {
+    std::vector<int> found;
+    for (int pass = 0; pass < rows.passes(); ++pass) {
+      for (const int row : read("SELECT stored.rowid FROM " + rows.From(table, 1, pass)))
+        found.push_back(row);
     }
+    EXPECT_GT(found.size(), 3U);
+    EXPECT_EQ(found,
+              read("SELECT rowid FROM " + updater::server::ViewRows().From(table, 1, 0) + " ORDER BY 1"));
   }
 }
 

@@ -16,6 +16,7 @@
 #include "updater/server/split_preparation.h"
 #include "updater/server/sql/split.h"
 #include "updater/server/updaters.h"
+#include "updater/server/view_rows.h"
 
 namespace updater::server {
 namespace {
@@ -75,6 +76,11 @@ ViewLayout RebuiltLayout() {
           sql::CreateRebuiltIndexes()};
 }
 
+struct Split {
+  ViewLayout layout;
+  ViewRows rows;
+};
+
 class SvrUpdater3300to3400 final : public ServerUpdater {
  public:
   SvrUpdater3300to3400(const UpdaterContext& context, const PackagePaths& copies)
@@ -100,8 +106,8 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
 
   [[nodiscard]] bool SplitDatabases();
   [[nodiscard]] bool SplitViews() const;
-  [[nodiscard]] bool SplitView(ViewId view, const ViewLayout& layout) const;
-  [[nodiscard]] bool CopyViewRows(ViewId view, const ViewLayout& layout) const;
+  [[nodiscard]] bool SplitView(const Split& split, ViewId view, int pass) const;
+  [[nodiscard]] bool CopyViewRows(const Split& split, ViewId view, int pass) const;
   [[nodiscard]] bool SplitFiles() const;
   [[nodiscard]] bool CopyFileRows() const;
   [[nodiscard]] bool UpdateUserDatabase() const;
@@ -140,40 +146,44 @@ bool SvrUpdater3300to3400::SplitDatabases() {
 bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
   if (!ReadViewIds(db(), views)) return false;
-  if (!IndexViewLookups(db())) return false;
-  const ViewLayout layout = ViewsAreNew() ? RebuiltLayout() : SplitLayout();
-  for (const ViewId view : views) {
-    if (!SplitView(view, layout)) return false;
+  Split split = {.layout = ViewsAreNew() ? RebuiltLayout() : SplitLayout(), .rows = ViewRows()};
+  if (!views.empty() && !split.rows.Sort(db())) return false;
+  for (int pass = 0; pass < split.rows.passes(); ++pass) {
+    for (const ViewId view : views) {
+      if (!SplitView(split, view, pass)) return false;
+    }
   }
   return true;
 }
 
-bool SvrUpdater3300to3400::SplitView(ViewId view, const ViewLayout& layout) const {
-  return Check(CreateViewDatabase(paths(), view, paths().data, layout.image),
-               "Failed to create new view db for view %llu\n", view) &&
+bool SvrUpdater3300to3400::SplitView(const Split& split, ViewId view, int pass) const {
+  return (pass > 0 || Check(CreateViewDatabase(paths(), view, paths().data, split.layout.image),
+                            "Failed to create new view db for view %llu\n", view)) &&
          Check(AttachDatabase(db(), "view_db", paths().ViewDatabase(view)),
                "Failed to attach new view db for view %llu\n", view) &&
-         Check(CopyViewRows(view, layout), "Failed to update view db for view %llu\n", view) &&
+         Check(CopyViewRows(split, view, pass), "Failed to update view db for view %llu\n", view) &&
          Check(ExecScript(db(), "DETACH DATABASE view_db;"), "Failed to detach new view db for view %llu\n",
                view);
 }
 
-bool SvrUpdater3300to3400::CopyViewRows(ViewId view, const ViewLayout& layout) const {
-  const long long id = StoredId(view);
-  const auto copy_statements = [&](std::string& out, const sql::RowLayout& rows, const char* order) {
-    const auto& [attributes, committer] = rows;
+bool SvrUpdater3300to3400::CopyViewRows(const Split& split, ViewId view, int pass) const {
+  const auto& [layout, rows] = split;
+  const auto copy_statements = [&](std::string& out, const sql::RowLayout& columns, const ViewRows& from) {
+    const auto& [attributes, committer] = columns;
     return db_util::FormatSql(out, sql::kCopyViewRows, attributes, home_uuid_, committer, home_uuid_,
-                              home_uuid_, id, attributes, home_uuid_, committer, home_uuid_, id, id, order);
+                              home_uuid_, from.From("node_table", view, pass), attributes, home_uuid_,
+                              committer, home_uuid_, from.From("version_table", view, pass),
+                              from.all_columns(), from.From("tree_table", view, pass));
   };
   std::string copy;
   std::string logged;
+  const std::string finish = std::string(sql::kCopyViewSettings) + layout.indexes + CreateOtherViewIndexes() +
+                             sql::kCountVersionsWhere + layout.is_removed + ";";
   const bool copied =
-      copy_statements(copy, layout.rows, sql::kInStoredOrder) &&
-      copy_statements(logged, sql::kSplitRows, "") &&
-      ExecScriptAs(db(),
-                   "BEGIN TRANSACTION;" + copy + sql::kCountStoredVersionsWhere + layout.is_removed + ";" +
-                       layout.indexes + CreateOtherViewIndexes() + "END TRANSACTION;",
-                   logged + sql::kCountVersionsOfRemovedNodes) == 0;
+      copy_statements(copy, layout.rows, rows) && copy_statements(logged, sql::kSplitRows, ViewRows()) &&
+      ExecScriptAs(
+          db(), "BEGIN TRANSACTION;" + copy + (pass + 1 == rows.passes() ? finish : "") + "END TRANSACTION;",
+          logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ") == 0;
   return Check(copied, "Failed to dump record from data_db to view_db for view %llu\n", view);
 }
 

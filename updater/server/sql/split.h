@@ -67,8 +67,9 @@ struct RowLayout {
 inline constexpr RowLayout kSplitRows = {"attribute", ""};
 inline constexpr RowLayout kRebuiltRows = {kRebuiltAttributes, "'', "};
 
-// Arguments: the attributes, the uuid, the committer, the uuid twice, the view; the attributes, the uuid, the
-// committer, the uuid, the view; the view, and the order of the last SELECT.
+// Arguments: the attributes, the uuid, the committer, the uuid twice, where the nodes are; the attributes,
+// the uuid, the committer, the uuid, where the versions are; the columns of the last table, and where its
+// rows are.
 inline constexpr const char* kCopyViewRows =
     "INSERT INTO view_db.node_table SELECT node_id, parent_id, %s, max_id, sync_id, ver_cnt, ctime, mtime, "
     "name, path, data, v_base_id, (CASE WHEN v_file_id > 0 THEN '%q' ELSE NULL END) AS v_file_uuid, v_file_id, "
@@ -76,19 +77,18 @@ inline constexpr const char* kCopyViewRows =
     "%s(CASE WHEN v_mac_attr = '' THEN '' ELSE 'uuid=%q&' || v_mac_attr END), v_acl_attribute, v_acl_hash, "
     "v_share_priv_disabled, v_share_priv_deny_list, v_share_priv_ro_list, v_share_priv_rw_list, "
     "v_share_priv_hash, (CASE WHEN node_delta_file_id > 0 THEN '%q' ELSE NULL END) AS node_delta_file_uuid, "
-    "node_delta_file_id, 0 AS sign_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld; "
+    "node_delta_file_id, 0 AS sign_id FROM %s; "
 
     "INSERT INTO view_db.version_table SELECT ver_id, node_id, %s, sync_id, base_id, ctime, "
     "(CASE WHEN file_id > 0 THEN '%q' ELSE NULL END) AS file_uuid, file_id, file_size, file_hash, mtime, "
     "exec_bit, uid, gid, mode, sess_id, client_id, %swin_attr, linux_attr, "
     "(CASE WHEN mac_attr = '' THEN '' ELSE 'uuid=%q&' || mac_attr END), plat_attr, acl_attribute, acl_hash, "
     "share_priv_disabled, share_priv_deny_list, share_priv_ro_list, share_priv_rw_list, share_priv_hash "
-    "FROM data_db.version_table WHERE node_id IN "
-    "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld); "
+    "FROM %s; "
 
-    "INSERT INTO view_db.tree_table SELECT * FROM data_db.tree_table WHERE node_id IN "
-    "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld)%s; "
+    "INSERT INTO view_db.tree_table SELECT %s FROM %s; ";
 
+inline constexpr const char* kCopyViewSettings =
     "UPDATE view_db.config_table SET value = (SELECT value FROM data_db.config_table WHERE key = 'sync_id') "
     "WHERE key = 'sync_id'; "
     "UPDATE view_db.config_table SET value = (SELECT value FROM data_db.config_table WHERE key = 'rotate_cnt') "
@@ -98,18 +98,10 @@ inline constexpr const char* kCopyViewRows =
     "UPDATE view_db.config_table SET value = (SELECT value FROM data_db.config_table WHERE key = 'rotate_span') "
     "WHERE key = 'rotate_span'; ";
 
-// tree_table has no key, so its rows keep the order in which they are stored, whichever index finds them. The
-// sign keeps SQLite from reading the whole table in that order.
-inline constexpr const char* kInStoredOrder = " ORDER BY +data_db.tree_table.rowid";
-
-// As the log shows it, and as it is done: the same versions are in the data database, which has an index to
-// find them by.
-inline constexpr const char* kCountVersionsOfRemovedNodes =
+// Before the condition that tells removed nodes.
+inline constexpr const char* kCountVersionsWhere =
     "UPDATE view_db.node_table SET ver_cnt = "
-    "(SELECT COUNT(*) FROM view_db.version_table WHERE node_id = node_table.node_id) WHERE attribute & 1; ";
-inline constexpr const char* kCountStoredVersionsWhere =
-    "UPDATE view_db.node_table SET ver_cnt = (SELECT COUNT(*) FROM data_db.version_table AS stored "
-    "WHERE stored.node_id = node_table.node_id) WHERE ";
+    "(SELECT COUNT(*) FROM view_db.version_table WHERE node_id = node_table.node_id) WHERE ";
 
 // Those of the tables that a later updater rebuilds, and of the others.
 inline constexpr Index kNodeAndVersionIndexes[] = {

@@ -1,0 +1,47 @@
+// Which rows of the data database are whose, for the split, which copies them to the database of each view.
+//
+// The rows of all views lie mixed in the same tables, so those of one view are on nearly every page. Looked
+// up for one view after the other, a table larger than the page cache would be read as often as there are
+// views. So the numbers of the rows are sorted by view first, and the views are filled in several passes,
+// each over as much of the tables as the cache holds.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <map>
+#include <string>
+
+#include "updater/framework/attached_database.h"
+#include "updater/framework/views.h"
+
+namespace updater::server {
+
+class ViewRows {
+ public:
+  // The cache has room for the lists and for what is written, too.
+  static constexpr sqlite3_int64 kBytesOfPass = sqlite3_int64{kDataCacheKiB} * 1024 * 2 / 3;
+  explicit ViewRows(sqlite3_int64 bytes_of_pass = kBytesOfPass) : bytes_of_pass_(bytes_of_pass) {}
+
+  // Sorts the rows of the attached data_db. The lists stay in that database, which is replaced at the end of
+  // the split. Where SQLite refuses to make them, because a table is missing for example, it is success, and
+  // rows are looked up as before Sort(). Returns false after logging any other failure.
+  [[nodiscard]] bool Sort(sqlite3* db);
+
+  [[nodiscard]] int passes() const { return passes_; }
+
+  // What stands behind FROM to read the rows of a view in node_table, version_table or tree_table: those of
+  // one pass, as they are stored. Before Sort() it is all of them, in the words of the log. Empty when SQLite
+  // could not make the text.
+  [[nodiscard]] std::string From(const char* table, ViewId view, int pass) const;
+  // All columns of such a table.
+  [[nodiscard]] const char* all_columns() const { return last_rows_.empty() ? "*" : "stored.*"; }
+
+ private:
+  [[nodiscard]] bool Measure(sqlite3* db);
+
+  sqlite3_int64 bytes_of_pass_;
+  int passes_ = 1;
+  std::map<std::string, sqlite3_int64> last_rows_;  // by table the largest number of a row; empty if unsorted
+};
+
+}  // namespace updater::server
