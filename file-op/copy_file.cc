@@ -86,6 +86,9 @@ int CopySize(int source, int target) {
   return ok ? 0 : LogWriteFailure(base::Errno::Last());
 }
 
+// Part of the buffer, which the processor's cache holds: the whole would go to memory and back.
+constexpr std::size_t kBlock = 256 * 1024;
+
 int CopyBytes(int source, int target, bool has_holes) {
   // The buffer is left unfilled, so that a small file touches only the pages that it needs.
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBufferSize]);
@@ -95,7 +98,7 @@ int CopyBytes(int source, int target, bool has_holes) {
     return kFileOpFailed;
   }
   for (;;) {
-    std::size_t wanted = kCopyBufferSize;
+    std::size_t wanted = kBlock;
     if (has_holes && !SkipHole(source, target, wanted)) return CopySize(source, target);
     const ssize_t length = base::RetryInterrupted([&] { return read(source, buffer.get(), wanted); });
     if (length < 0) {
