@@ -21,9 +21,12 @@ class SvrUpdater2577to3004 final : public ServerUpdater {
 
   [[nodiscard]] bool UpdateDatabases() {
     return CreateMarkerFiles(paths().data) &&
-           ExecScript(db(), std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns +
-                                sql::kRenameServerClient + sql::kAddClientNodeColumns +
-                                "END TRANSACTION; ") == 0;
+           ExecScriptAs(db(), Script(sql::kSetModesAndRenameServerClient),
+                        Script(std::string(sql::kSetModes) + sql::kRenameServerClient)) == 0;
+  }
+  [[nodiscard]] static std::string Script(const std::string& change_versions) {
+    return std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns + change_versions +
+           sql::kAddClientNodeColumns + "END TRANSACTION; ";
   }
 };
 

@@ -18,7 +18,7 @@ class SvrUpdater2603to3004 final : public ServerUpdater {
   }
 
   [[nodiscard]] bool UpdateDatabases() {
-    return ExecScript(db(), std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns +
+    return ExecScript(db(), std::string("BEGIN TRANSACTION; ") + sql::kAddVersionColumns + sql::kSetModes +
                                 sql::kAddClientNodeColumns + "END TRANSACTION; ") == 0;
   }
 };
