@@ -14,6 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 using tests::Query;
 using tests::RunSql;
+using tests::SchemaOf;
 using tests::UpdaterLine;
 
 class ServerUpdatersTest : public tests::PackageTest {
@@ -354,7 +355,7 @@ TEST_F(ServerUpdatersTest, EveryRowOfAViewIsInOneOfSeveralPassesInTheStoredOrder
   ASSERT_EQ(db_util::OpenScratchDatabase(scratch_, db), 0);
   ASSERT_EQ(updater::AttachDatabase(db.get(), "data_db", package_.data), 0);
   updater::server::ViewRows rows(20000);
-  ASSERT_TRUE(rows.Sort(db.get()));
+  rows.Sort(db.get());
   ASSERT_GT(rows.passes(), 3);
   const auto read = [&db](const std::string& sql) {
     std::vector<int> found;
@@ -374,6 +375,35 @@ TEST_F(ServerUpdatersTest, EveryRowOfAViewIsInOneOfSeveralPassesInTheStoredOrder
     EXPECT_EQ(found,
               read("SELECT rowid FROM " + updater::server::ViewRows().From(table, 1, 0) + " ORDER BY 1"));
   }
+}
+
+// A database that somebody has altered is split as the plain statements would.
+TEST_F(ServerUpdatersTest, RowsAreFoundWhateverTheTypesAndNamesOfColumnsAre) {
+  const auto retype = [](const std::string& table, const std::string& column, const std::string& type) {
+    return "DROP INDEX IF EXISTS " + table + "_" + column + "_index; ALTER TABLE " + table + " ADD x " +
+           type + "; UPDATE " + table + " SET x = CAST(" + column + " AS TEXT); ALTER TABLE " + table +
+           " DROP " + column + "; ALTER TABLE " + table + " RENAME x TO " + column + ";";
+  };
+  const std::string count =
+      "SELECT (SELECT count(*) FROM node_table), (SELECT count(*) FROM version_table), count(*) FROM tree_table";
+  const std::string found = Found(3300, {}, "view/1", count);
+  for (const std::string& change :
+       {retype("node_table", "view_id", "TEXT"), std::string("ALTER TABLE version_table ADD rowid;"),
+        std::string("ALTER TABLE node_table ADD rowid;"),
+        // More than one pass.
+        std::string("CREATE TABLE more AS SELECT zeroblob(50000000) UNION ALL SELECT zeroblob(50000001);")}) {
+    EXPECT_EQ(Found(3300, {{"data", change}}, "view/1", count), found) << change;
+    EXPECT_EQ(SchemaOf(View("1")), SchemaOf(View("5")));
+  }
+  const std::string joined = "SELECT count(v_mode) FROM node_table";
+  EXPECT_EQ(Found(3004, {{"data", retype("node_table", "sync_id", "")}}, "data", joined),
+            Found(3004, {}, "data", joined));
+  const std::string progress = "SELECT value FROM config_table WHERE key = 'sync_id_view_1'";
+  EXPECT_EQ(Found(3300, {{"client", retype("progress_table", "view_id", "")}}, "client", progress),
+            Found(3300, {{"client", "DELETE FROM progress_table"}}, "client", progress));
+  EXPECT_EQ(Found(3300, {{"user", "DELETE FROM user_table"}, {"client", "DROP TABLE progress_table"}},
+                  "client", progress),
+            "");
 }
 
 // The views of users are visited in the order 5, 4294967297, 1, 17; the last one is a share user's.

@@ -53,10 +53,10 @@ constexpr const char* kCopyNodes =
     "v.file_hash, v.mtime, v.exec_bit, v.uid, v.gid, v.mode, v.sess_id, v.client_id, v.mac_attr, "
     "v.acl_attribute, v.acl_hash, v.share_priv_disabled, v.share_priv_deny_list, v.share_priv_ro_list, "
     "v.share_priv_rw_list, v.share_priv_hash, 0 FROM data_db.node_table as n "
-    "LEFT JOIN data_db.version_table as v ON (n.node_id = v.node_id AND n.sync_id = ";
+    "LEFT JOIN data_db.version_table as v ON (n.node_id = v.node_id AND ";
 // The sign keeps SQLite from looking versions up by their sync_id, which any number of them may share.
-constexpr const char* kStoredSyncId = "v.sync_id);";
-constexpr const char* kStoredSyncIdNotLookedUp = "+v.sync_id);";
+constexpr const char* kStoredSyncId = "n.sync_id = v.sync_id);";
+constexpr const char* kStoredSyncIdNotLookedUp = "+(n.sync_id = v.sync_id));";
 constexpr const char* kReplaceNodeTable =
     "DROP TABLE data_db.node_table;"
     "ALTER TABLE data_db.new_node_table RENAME TO node_table;";

@@ -6,6 +6,8 @@
 
 #include "db-util/checkpoint.h"
 #include "db-util/database_files.h"
+#include "db-util/execute.h"
+#include "db-util/query.h"
 #include "file-op/file_op.h"
 #include "platform/sdk/volume_uuid.h"
 #include "updater/framework/attached_database.h"
@@ -50,13 +52,14 @@ constexpr const char* kInsertViewSyncId =
     "ELSE (SELECT value FROM client_db.config_table WHERE key = 'sync_id') END)); ";
 
 // progress_table has no index, and every view looks into it twice. Of several rows with one view id the first
-// counts.
+// counts. Where this fails, or numbers are not stored as numbers, the table itself is read.
 constexpr const char* kProgressTable = "progress_table";
 constexpr const char* kIndexedProgressTable = "temp.first_progress_table";
+constexpr const char* kHasNumbers =
+    "SELECT count(*) FROM pragma_table_info('progress_table') WHERE name = 'view_id' AND type LIKE '%int%';";
 constexpr const char* kIndexProgress =
     "CREATE TEMP TABLE first_progress_table (view_id INTEGER UNIQUE ON CONFLICT IGNORE, sync_id);"
     "INSERT INTO temp.first_progress_table SELECT view_id, sync_id FROM progress_table ORDER BY rowid;";
-constexpr const char* kDropIndexedProgress = "DROP TABLE temp.first_progress_table;";
 
 // How the views that the split makes keep nodes and versions.
 struct ViewLayout {
@@ -147,7 +150,7 @@ bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
   if (!ReadViewIds(db(), views)) return false;
   Split split = {.layout = ViewsAreNew() ? RebuiltLayout() : SplitLayout(), .rows = ViewRows()};
-  if (!views.empty() && !split.rows.Sort(db())) return false;
+  if (!views.empty()) split.rows.Sort(db());
   for (int pass = 0; pass < split.rows.passes(); ++pass) {
     for (const ViewId view : views) {
       if (!SplitView(split, view, pass)) return false;
@@ -229,11 +232,14 @@ bool SvrUpdater3300to3400::InsertViewSyncIds() const {
   if (!ReadViewIds(db(), views)) return false;
   std::string logged;
   std::string script;
+  int has_numbers = 0;
+  const bool is_indexed = !views.empty() && db_util::QueryInt(db(), kHasNumbers, has_numbers).ok() &&
+                          has_numbers == 1 && db_util::Execute(db(), kIndexProgress).ok();
   if (!FormatViewSyncIds(views, kProgressTable, logged) ||
-      !FormatViewSyncIds(views, kIndexedProgressTable, script)) {
+      !FormatViewSyncIds(views, is_indexed ? kIndexedProgressTable : kProgressTable, script)) {
     return false;
   }
-  script = kIndexProgress + ("BEGIN TRANSACTION;" + script) + "END TRANSACTION;" + kDropIndexedProgress;
+  script = "BEGIN TRANSACTION;" + script + "END TRANSACTION;";
   return Check(ExecScriptAs(db(), script, logged), "Failed to insert view sync_id into client db\n");
 }
 

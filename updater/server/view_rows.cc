@@ -6,7 +6,6 @@
 
 #include "db-util/execute.h"
 #include "db-util/query.h"
-#include "updater/framework/exec_sql.h"
 
 namespace updater::server {
 namespace {
@@ -14,26 +13,44 @@ namespace {
 constexpr const char* kNodes = "node_table";
 constexpr std::array kTables = {kNodes, "version_table", "tree_table"};
 
-// The index has all that is read of the nodes, which are many times larger.
-constexpr const char* kIndexNodes = "CREATE INDEX data_db.split_view_index ON node_table(node_id, view_id);";
+// Whether numbers are compared as numbers, and every row is known by its number. There are five such columns
+// in the package's tables; one with a name of the row's number would be read in its place.
+constexpr const char* kIsPackageLayout =
+    "SELECT sum(type LIKE '%int%' AND name IN ('node_id', 'view_id', 'ver_id')) = 5 AND "
+    "NOT sum(lower(name) IN ('rowid', 'oid', '_rowid_')) FROM "
+    "(SELECT name, type FROM pragma_table_info('node_table', 'data_db') UNION ALL "
+    "SELECT name, type FROM pragma_table_info('version_table', 'data_db') UNION ALL "
+    "SELECT name, type FROM pragma_table_info('tree_table', 'data_db'));";
+
+// What is read of the nodes, which are many times larger.
+constexpr const char* kListViews =
+    "CREATE TEMP TABLE split_views (node_id INTEGER, view_id INTEGER, PRIMARY KEY (node_id, view_id)) WITHOUT ROWID;"
+    "INSERT OR IGNORE INTO temp.split_views SELECT node_id, view_id FROM data_db.node_table "
+    "WHERE node_id IS NOT NULL AND view_id IS NOT NULL;";
 constexpr const char* kCreateList =
-    "CREATE TABLE data_db.split_%s (of_view, stored_row, PRIMARY KEY (of_view, stored_row)) WITHOUT ROWID;";
+    "CREATE TEMP TABLE split_%s (of_view INTEGER, stored_row INTEGER, PRIMARY KEY (of_view, stored_row)) "
+    "WITHOUT ROWID;";
 constexpr const char* kListNodes =
-    "INSERT INTO data_db.split_%s SELECT view_id, rowid FROM data_db.%s INDEXED BY split_view_index "
-    "WHERE view_id IS NOT NULL ORDER BY view_id, rowid;";
-// Of nodes with the same number in one view the copy tells, too.
+    "INSERT INTO temp.split_%s SELECT view_id, rowid FROM data_db.%s WHERE view_id IS NOT NULL "
+    "ORDER BY view_id, rowid;";
 constexpr const char* kListOthers =
-    "INSERT OR IGNORE INTO data_db.split_%s SELECT nodes.view_id, stored.rowid FROM data_db.%s AS stored "
-    "CROSS JOIN data_db.node_table AS nodes INDEXED BY split_view_index ON nodes.node_id = stored.node_id "
-    "WHERE nodes.view_id IS NOT NULL ORDER BY nodes.view_id, stored.rowid;";
+    "INSERT OR IGNORE INTO temp.split_%s SELECT nodes.view_id, stored.rowid FROM data_db.%s AS stored "
+    "CROSS JOIN temp.split_views AS nodes ON nodes.node_id = stored.node_id "
+    "ORDER BY nodes.view_id, stored.rowid;";
 
 constexpr const char* kAllNodes = "data_db.node_table WHERE data_db.node_table.view_id = %lld";
 constexpr const char* kAllOthers =
     "data_db.%s WHERE node_id IN "
     "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld)";
 constexpr const char* kListed =
-    "data_db.split_%s AS mine CROSS JOIN data_db.%s AS stored ON stored.rowid = mine.stored_row "
+    "temp.split_%s AS mine CROSS JOIN data_db.%s AS stored ON stored.rowid = mine.stored_row "
     "WHERE mine.of_view = %lld AND mine.stored_row BETWEEN %lld AND %lld";
+
+constexpr const char* kPages = "PRAGMA data_db.page_count;";
+constexpr const char* kFreePages = "PRAGMA data_db.freelist_count;";
+constexpr const char* kPageSize = "PRAGMA data_db.page_size;";
+
+const std::string kCacheSize = "PRAGMA temp.cache_size = -" + std::to_string(kDataCacheKiB / 6) + ";";
 
 bool IsNodes(const char* table) { return table == std::string_view(kNodes); }
 
@@ -53,29 +70,33 @@ db_util::Status QueryNumber(sqlite3* db, const std::string& query, sqlite3_int64
 
 }  // namespace
 
-bool ViewRows::Sort(sqlite3* db) {
-  std::string script = kIndexNodes;
+void ViewRows::Sort(sqlite3* db) {
+  sqlite3_int64 is_package_layout = 0;
+  db_util::Status status = QueryNumber(db, kIsPackageLayout, is_package_layout);
+  if (!status.ok() || is_package_layout == 0) return;
+  std::string script = kCacheSize + std::string(kListViews);
   for (const char* table : kTables) {
     script += Text(kCreateList, table);
     script += IsNodes(table) ? Text(kListNodes, table, table) : Text(kListOthers, table, table);
   }
-  const db_util::Status status = db_util::Execute(db, script);
-  if (status.code == SQLITE_ERROR) return true;
-  return CheckScript(status, script) && Measure(db);
+  status = db_util::Execute(db, script);
+  if (status.ok()) status = Measure(db);
+  if (!status.ok()) *this = ViewRows();
 }
 
-bool ViewRows::Measure(sqlite3* db) {
-  constexpr const char* kSize =
-      "SELECT page_count * page_size FROM pragma_page_count('data_db'), "
-      "pragma_page_size('data_db');";
-  sqlite3_int64 bytes = 0;
-  db_util::Status status = QueryNumber(db, kSize, bytes);
-  passes_ = static_cast<int>(1 + bytes / bytes_of_pass_);
+db_util::Status ViewRows::Measure(sqlite3* db) {
+  sqlite3_int64 pages = 0;
+  sqlite3_int64 free_pages = 0;
+  sqlite3_int64 page_size = 0;
+  db_util::Status status = QueryNumber(db, kPages, pages);
+  if (status.ok()) status = QueryNumber(db, kFreePages, free_pages);
+  if (status.ok()) status = QueryNumber(db, kPageSize, page_size);
+  passes_ = static_cast<int>(1 + (pages - free_pages) * page_size / bytes_of_pass_);
   for (const char* table : kTables) {
     const std::string query = Text("SELECT max(rowid) FROM data_db.%s;", table);
     if (status.ok()) status = QueryNumber(db, query, last_rows_[table]);
   }
-  return CheckScript(status, kSize);
+  return status;
 }
 
 std::string ViewRows::From(const char* table, ViewId view, int pass) const {

@@ -11,6 +11,7 @@
 #include <map>
 #include <string>
 
+#include "db-util/status.h"
 #include "updater/framework/attached_database.h"
 #include "updater/framework/views.h"
 
@@ -22,10 +23,10 @@ class ViewRows {
   static constexpr sqlite3_int64 kBytesOfPass = sqlite3_int64{kDataCacheKiB} * 1024 * 2 / 3;
   explicit ViewRows(sqlite3_int64 bytes_of_pass = kBytesOfPass) : bytes_of_pass_(bytes_of_pass) {}
 
-  // Sorts the rows of the attached data_db. The lists stay in that database, which is replaced at the end of
-  // the split. Where SQLite refuses to make them, because a table is missing for example, it is success, and
-  // rows are looked up as before Sort(). Returns false after logging any other failure.
-  [[nodiscard]] bool Sort(sqlite3* db);
+  // Sorts the rows of the attached data_db, in temporary tables. Where its tables are not quite those of the
+  // package, or something fails, rows are looked up as before Sort(): right for any table, and whoever reads
+  // what is damaged or missing fails.
+  void Sort(sqlite3* db);
 
   [[nodiscard]] int passes() const { return passes_; }
 
@@ -37,7 +38,7 @@ class ViewRows {
   [[nodiscard]] const char* all_columns() const { return last_rows_.empty() ? "*" : "stored.*"; }
 
  private:
-  [[nodiscard]] bool Measure(sqlite3* db);
+  [[nodiscard]] db_util::Status Measure(sqlite3* db);
 
   sqlite3_int64 bytes_of_pass_;
   int passes_ = 1;
