@@ -26,10 +26,11 @@ int LogFailure(const std::string& path, const char* call, base::Errno error) {
 
 // The first statement rolls a hot journal back, the second one empties the write-ahead log. With "busy" set
 // in the row of the second, another connection kept it from doing so.
-Status RecoverAndCheckpoint(sqlite3* db, bool& busy) {
+Status RecoverAndCheckpoint(sqlite3* db, Links links, bool& busy) {
   int ignored = 0;
   Status status = QueryInt(db, "SELECT count(*) FROM sqlite_master;", ignored);
   if (!status.ok()) return status;
+  if (links == Links::kTrusted) FlushNothing(db);
   int blocked = 0;
   status = QueryInt(db, "PRAGMA wal_checkpoint(TRUNCATE);", blocked);
   busy = blocked != 0;
@@ -49,7 +50,7 @@ int CheckpointDatabase(const std::string& path, Links links) {
     UseAlone(db.get());
     (void)sqlite3_busy_timeout(db.get(), kBusyTimeoutMs);  // cannot fail on an open connection
     bool busy = false;
-    status = RecoverAndCheckpoint(db.get(), busy);
+    status = RecoverAndCheckpoint(db.get(), links, busy);
     if (!status.ok()) return LogFailure(path, status);
     if (busy) return LogFailure(path, {.code = SQLITE_BUSY, .message = "the write-ahead log is in use"});
   }

@@ -77,6 +77,10 @@ void UseAlone(sqlite3* db) {
   (void)Execute(db, "PRAGMA locking_mode = EXCLUSIVE;");  // opens no file, so it cannot fail
 }
 
+void FlushNothing(sqlite3* db) {
+  (void)Execute(db, "PRAGMA synchronous = OFF;");  // what cannot be read fails later
+}
+
 void UseNoJournal(sqlite3* db, const std::string& schema) {
   // A database without a journal is damaged by a statement that fails, which SQLite keeps from those who do
   // not trust the statements.

@@ -48,6 +48,9 @@ Status OpenQuietly(const std::string& path, Database& out, OpenMode mode, Links 
 // kills the process when the disk is full.
 void UseAlone(sqlite3* db);
 
+// For a working copy, which is brought to the disk with all others.
+void FlushNothing(sqlite3* db);
+
 // For a database that is thrown away after any failure: nothing that `schema` is told can be undone, and a
 // statement that fails leaves it damaged. The database has no write-ahead log, see SuspendLog().
 void UseNoJournal(sqlite3* db, const std::string& schema);

@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "base/file_descriptor.h"
+#include "base/retry.h"
 #include "db-util/database.h"
 #include "db-util/database_files.h"
 #include "db-util/guarded_files.h"
@@ -37,7 +38,8 @@ Versions VersionsIn(const Bytes& bytes) { return {.write = bytes[0], .read = byt
 // A file that is too short for them has the versions of one without a log.
 base::Errno ReadVersions(int file, Versions& versions) {
   Bytes bytes{};
-  const ssize_t length = pread(file, bytes.data(), bytes.size(), kVersionsPosition);
+  const ssize_t length =
+      base::RetryInterrupted([&] { return pread(file, bytes.data(), bytes.size(), kVersionsPosition); });
   if (length < 0) return base::Errno::Last();
   versions = length == static_cast<ssize_t>(bytes.size()) ? VersionsIn(bytes) : Versions();
   return {};
@@ -45,7 +47,8 @@ base::Errno ReadVersions(int file, Versions& versions) {
 
 base::Errno WriteVersions(int file, const Versions& versions) {
   const Bytes bytes = {versions.write, versions.read};
-  const ssize_t written = pwrite(file, bytes.data(), bytes.size(), kVersionsPosition);
+  const ssize_t written =
+      base::RetryInterrupted([&] { return pwrite(file, bytes.data(), bytes.size(), kVersionsPosition); });
   if (written < 0) return base::Errno::Last();
   return base::Errno(written == static_cast<ssize_t>(bytes.size()) ? 0 : EIO);
 }
@@ -57,6 +60,7 @@ void EmptyLog(const std::string& path) {
   if (!OpenQuietly(path, db, OpenMode::kReadWrite, Links::kTrusted).ok()) return;
   UseAlone(db.get());
   (void)QueryInt(db.get(), "SELECT count(*) FROM sqlite_master;", ignored);  // what is left beside it tells
+  FlushNothing(db.get());
 }
 
 }  // namespace
