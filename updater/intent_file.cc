@@ -41,7 +41,8 @@ base::Errno WriteNewFile(const Folder& folder, const std::string& name, const st
   return error.ok() ? Flush(file.get()) : error;
 }
 
-base::Errno WriteText(const VolumePaths& paths, const std::string& text) {
+// `is_first` tells that there was no intent before.
+base::Errno WriteText(const VolumePaths& paths, const std::string& text, bool is_first) {
   Folder above;
   Folder folder;
   std::string name;
@@ -54,7 +55,7 @@ base::Errno WriteText(const VolumePaths& paths, const std::string& text) {
     error = base::Errno::Of(renameat(folder.fd(), new_name.c_str(), folder.fd(), name.c_str()));
     if (error.ok()) error = Flush(folder.fd());
     // Nothing was moved yet, so nothing has to be finished.
-    if (!error.ok()) (void)unlinkat(folder.fd(), name.c_str(), 0);
+    if (!error.ok() && is_first) (void)unlinkat(folder.fd(), name.c_str(), 0);
   }
   if (!error.ok()) (void)unlinkat(folder.fd(), new_name.c_str(), 0);  // the next run removes what stays
   return error;
@@ -68,8 +69,8 @@ bool IsNoIntent(base::Errno error) {
 
 }  // namespace
 
-bool WriteIntent(const VolumePaths& paths, const Intent& intent) {
-  const base::Errno error = WriteText(paths, FormatIntent(intent));
+bool WriteIntent(const VolumePaths& paths, const Intent& intent, bool is_first) {
+  const base::Errno error = WriteText(paths, FormatIntent(intent), is_first);
   return logger::CheckOrLog(error, "cannot write %s: %s (%d)\n", paths.intent, error.Text(), error.number());
 }
 
@@ -93,7 +94,9 @@ bool ReadIntent(const VolumePaths& paths, IntentFound& found, Intent& intent) {
 }
 
 void RemoveIntent(const VolumePaths& paths) {
-  if (unlink(paths.intent.c_str()) == 0) (void)file_op::FSSyncFolder(paths.live.sync_folder);
+  if (logger::CheckErrno(unlink(paths.intent.c_str()), "cannot remove %s: %s (%d)\n", paths.intent)) {
+    (void)file_op::FSSyncFolder(paths.live.sync_folder);  // one that comes back finds everything done
+  }
 }
 
 void SetIntentAside(const VolumePaths& paths) {

@@ -8,8 +8,9 @@ namespace updater {
 
 // Writes it to the disk; when this returns true, it is there whole, also after a power failure. Returns false
 // after logging "cannot write %s: %s (%d)\n"; then there is none, unless not even that could be brought
-// about, and then it is whole.
-[[nodiscard]] bool WriteIntent(const package::VolumePaths& paths, const Intent& intent);
+// about, and then it is whole. One that is not the first replaces another, and after a failure one of the two
+// is there.
+[[nodiscard]] bool WriteIntent(const package::VolumePaths& paths, const Intent& intent, bool is_first);
 
 enum class IntentFound {
   kNone,

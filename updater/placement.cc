@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <tuple>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "db-util/database_files.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
+#include "updater/framework/stored_version.h"
 #include "updater/framework/suspended_logs.h"
 #include "updater/framework/views.h"
 #include "updater/intent_file.h"
@@ -30,9 +32,12 @@ constexpr std::array<PartPath, 6> kAllParts = {&PackagePaths::data,        &Pack
                                                &PackagePaths::view_folder, &PackagePaths::file_folder};
 
 // A file without companions is the whole database as it is, and there may be thousands of them: it is not
-// opened.
+// opened. Those of a live database behind a link lie beside the file itself.
 bool Checkpoint(const std::string& database, db_util::Links links) {
-  return !db_util::HasCompanions(database) || db_util::CheckpointDatabase(database, links) == 0;
+  std::error_code unknown;
+  const std::filesystem::path file = std::filesystem::canonical(database, unknown);
+  const bool is_whole = !db_util::HasCompanions(database) && (unknown || !db_util::HasCompanions(file));
+  return is_whole || db_util::CheckpointDatabase(database, links) == 0;
 }
 
 // `paths` are those of the copies, or the live ones that they replace.
@@ -137,17 +142,26 @@ bool SetCopiesAside(const VolumePaths& paths) {
   return any;
 }
 
+// The moves make databases of the current version, whichever of them are made first.
+bool IsNothingMoved(const PackagePaths& live) {
+  return std::none_of(kDatabases.begin(), kDatabases.end(), [&](PartPath database) {
+    Version version;
+    return file_op::Find(file_op::At(live.*database)) != 0 &&
+           (ReadStoredVersion(live.*database, version) < 0 || version.number == package::kCurrentVersion);
+  });
+}
+
 }  // namespace
 
 int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems) {
   Intent intent;
   // The second flush is for the live databases: a log that comes back after a power failure would be taken
   // for a later change. The list is made again because they are other files now.
-  return logger::ToResult(CheckpointAll(paths.copies, paths.copies, db_util::Links::kTrusted) &&
-                          ResumeLogs(paths.copies) && ListItems(paths, intent) &&
-                          CanReplaceTargets(paths, intent) && file_systems.Flush() &&
-                          CheckpointAll(paths.live, paths.copies, db_util::Links::kAny) &&
-                          file_systems.Flush() && ListItems(paths, intent) && WriteIntent(paths, intent));
+  return logger::ToResult(
+      CheckpointAll(paths.copies, paths.copies, db_util::Links::kTrusted) && ResumeLogs(paths.copies) &&
+      ListItems(paths, intent) && CanReplaceTargets(paths, intent) && file_systems.Flush() &&
+      CheckpointAll(paths.live, paths.copies, db_util::Links::kAny) && file_systems.Flush() &&
+      ListItems(paths, intent) && WriteIntent(paths, intent, true));
 }
 
 void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_systems) {
@@ -180,13 +194,32 @@ int FinishFormerPlacement(const VolumePaths& paths) {
   if (found == IntentFound::kValid && !GetProgress(paths, intent, progress)) return -1;
   if (found == IntentFound::kUnusable || progress.is_obsolete()) {
     SetIntentAside(paths);
-    return logger::ToResult(found == IntentFound::kValid || !SetCopiesAside(paths));
+    return logger::ToResult(found == IntentFound::kValid || IsNothingMoved(paths.live) ||
+                            !SetCopiesAside(paths));
   }
   FileSystems file_systems;
   file_systems.Open(paths);
   if (!Finish(paths, progress) || !file_systems.Flush()) return -1;
   RemoveIntent(paths);
   return 0;
+}
+
+void AcceptLiveChanges(const VolumePaths& paths) {
+  Intent intent;
+  IntentFound found{};
+  if (!ReadIntent(paths, found, intent) || found != IntentFound::kValid) return;
+  Intent now;
+  if (!ListItems(paths, now)) return;
+  bool is_changed = false;
+  for (IntentItem& item : intent) {
+    const auto same_part = [&item](const IntentItem& other) { return other.part == item.part; };
+    const auto current = std::find_if(now.begin(), now.end(), same_part);
+    // What was moved is another file than its copy was; there is nothing to accept.
+    if (current == now.end() || !item.copy.exists() || !(current->copy == item.copy)) continue;
+    is_changed |= !(item.live == current->live);
+    item.live = current->live;
+  }
+  if (is_changed) (void)WriteIntent(paths, intent, false);  // logged; there still is one
 }
 
 int RemoveStaleCopies(const VolumePaths& paths) {

@@ -27,10 +27,16 @@ namespace updater {
 // done, or may not be on the disk. To be called after PreparePlacement succeeded.
 void PlaceWorkingCopies(const package::VolumePaths& paths, const FileSystems& file_systems);
 
+// Takes what was written to live databases since for this program's own: to be called after the check that
+// follows the moves and before anybody else may write. Where a move has failed, the intent stays, and the
+// next run would take the changes of the check for somebody's. Does nothing without an intent; failures are
+// logged, and leave the intent as it was.
+void AcceptLiveChanges(const package::VolumePaths& paths);
+
 // Finishes the intent of a former run that was stopped in between, and logs a line about it. A part that
 // somebody has changed since is left as it is, with a line. An intent by which nothing was moved yet and
-// something was changed since is set aside with a line. So is one that is damaged, with every working copy
-// that there is.
+// something was changed since is set aside with a line. So is one that is damaged, and where something
+// may have been moved, every working copy that there is.
 //
 // Returns 0, or -1 after a line. Where a part was not put in place, the intent stays, and the working copies
 // must not be touched; somebody has to see to it. After a set of copies was set aside, too, but only once.

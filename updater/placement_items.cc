@@ -157,7 +157,9 @@ bool GetItemState(const VolumePaths& paths, const IntentItem& item, ItemState& s
   const bool may_replace = !live.exists() || (is_same && !has_log);
   // A live database behind a link may have the same number on another file system, so the copy must be gone.
   const bool is_moved = live.inode == item.copy.inode && copy.inode != item.copy.inode;
-  const bool is_done = item.copy.exists() ? is_moved : !item.is_view() || !live.exists();
+  // A view that is gone was moved, and its user removed since.
+  const bool is_gone = item.is_view() && !live.exists() && !copy.exists();
+  const bool is_done = is_gone || (item.copy.exists() ? is_moved : !item.is_view());
   const bool can_be_made = may_replace && copy == item.copy;
   state = is_done ? ItemState::kDone : can_be_made ? ItemState::kPending : ItemState::kChanged;
   return true;

@@ -9,6 +9,7 @@
 #include "base/errno.h"
 #include "logger/component_log.h"
 #include "logger/log_sink.h"
+#include "updater/placement.h"
 #include "updater/service_status.h"
 #include "updater/volume_upgrade.h"
 
@@ -83,7 +84,9 @@ class Driver {
         break;
     }
     (void)status_.SetServiceStatus(status::kChecking);  // logged; see above
-    return dependencies_.check.Run(upgrade.paths()) < 0 ? status::kUpgradeFail : status::kDone;
+    const int result = dependencies_.check.Run(upgrade.paths());
+    AcceptLiveChanges(upgrade.paths());
+    return result < 0 ? status::kUpgradeFail : status::kDone;
   }
 
   std::string volume_;

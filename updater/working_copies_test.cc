@@ -1,10 +1,12 @@
 #include "updater/working_copies.h"
 
+#include "base/fnv.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/logged_test.h"
 #include "tests/support/mount_namespace.h"
 #include "updater/free_space.h"
 #include "updater/placement.h"
+#include "updater/placement_intent.h"
 
 namespace updater {
 namespace {
@@ -200,6 +202,24 @@ TEST_F(WorkingCopiesTest, AStoppedPlacementIsFinishedButForWhatWasChangedSince) 
       EXPECT_EQ(sink_.Texts().front(), line + (is_left ? why : ""));
     }
   }
+}
+
+TEST_F(WorkingCopiesTest, WhatTheCheckChangesAfterAMoveThatFailedKeepsNobodyFromFinishingIt) {
+  for (const std::string& path : {live_.user, live_.data, live_.ViewDatabase("7")}) WriteFile(path, "old");
+  for (const std::string& path : {copies_.user, copies_.data, copies_.ViewDatabase("7")})
+    WriteFile(path, "new");
+  file_systems_.Open(paths_);
+  ASSERT_EQ(PreparePlacement(paths_, file_systems_), 0);
+  fs::rename(copies_.data, live_.data);
+  fs::remove_all(live_.view_folder + "/7"), fs::remove_all(copies_.view_folder + "/7");
+  WriteFile(live_.user, "watch path");
+  AcceptLiveChanges(paths_);
+  EXPECT_EQ(FinishFormerPlacement(paths_), 0) << ::testing::PrintToString(sink_.Texts());
+  EXPECT_EQ(tests::ReadFile(live_.user) + tests::ReadFile(live_.data), "newnew");
+  std::string later = FormatIntent({});
+  later.replace(later.find('1'), 1, "2");
+  later.resize(later.find('\n') + 1);
+  EXPECT_FALSE(ParseIntent(later + "checksum " + std::to_string(base::Fnv1a(later)) + "\n"));
 }
 
 // A mount that appears over a view in mid-run is as good as a move that fails, and so is what lies behind it.

@@ -95,6 +95,7 @@ CALL(int, __open_2, Opening(how), PathAt(0, path), (const char* path, int how), 
 CALL(int, __openat_2, Opening(how), PathAt(at, path), (int at, const char* path, int how), at, path, how)
 CALL(int, ioctl, "clone", on == FICLONE ? PathOf(fd) : "", (int fd, unsigned long on, void* p), fd, on, p)
 CALL(ssize_t, write, "write", PathOf(fd), (int fd, const void* from, size_t size), fd, from, size)
+CALL(ssize_t, pwrite, "write", PathOf(fd), (int fd, const void* p, size_t n, off_t at), fd, p, n, at)
 CALL(ssize_t, pwrite64, "write", PathOf(fd), (int fd, const void* p, size_t n, off64_t at), fd, p, n, at)
 CALL(int, ftruncate, "ftruncate", PathOf(fd), (int fd, off_t size), fd, size)
 CALL(int, ftruncate64, "ftruncate", PathOf(fd), (int fd, off64_t size), fd, size)

@@ -240,7 +240,7 @@ def main():
             total["all"] += count
     for name, count in sorted(total.items()):
         print(f"{name:36}{count['trials']:7} trials{count['wrong']:6} wrong")
-    sys.exit(total["all"]["wrong"] > 0)
+    sys.exit(total["all"]["wrong"] > 0 or not total["all"]["trials"])
 
 
 if __name__ == "__main__":

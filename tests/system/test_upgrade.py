@@ -39,8 +39,14 @@ class UpgradeTest(SystemTest):
         os.makedirs(volume.sync + "/.upgrade-probe/full")
         if version != LAST:  # then nothing looks at it
             leave(SCRATCH, PLANTED + ("PRAGMA journal_mode = WAL; DROP TABLE user_table" if version % 2 else HALF))
+        headers = lambda: {path: open(path, "rb").read(20)[18:] for path in volume.databases()}
+        modes = headers()
         run = self.run_updater(volume.path, *arguments)
         self.assert_ended(run, "done")
+        # What is new has a write-ahead log, and what had one has it again.
+        self.assertEqual(headers(), {
+            path: b"\2\2" if path == volume.data and version <= 3300 else modes.get(path, b"\2\2")
+            for path in volume.databases()})
         self.assertEqual((run.stdout, run.log, run.stderr), (*told_from(version, volume), ""))
         self.assert_upgraded(volume, [extra for extra in extras if FIRST_WITH[extra] <= version])
         for path in volume.everything():  # what is new is owned like what is around it
