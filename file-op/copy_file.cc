@@ -87,7 +87,7 @@ int CopySize(int source, int target) {
 }
 
 // Part of the buffer, which the processor's cache holds: the whole would go to memory and back.
-constexpr std::size_t kBlock = 256 * 1024;
+constexpr std::size_t kBlock = std::size_t{256} * 1024;
 
 int CopyBytes(int source, int target, bool has_holes) {
   // The buffer is left unfilled, so that a small file touches only the pages that it needs.
