@@ -38,6 +38,7 @@ FIRST_WITH = {"rights": 3004, "activity": 3200, "own-rotation": 3400, "shared-ro
 NO_OVERRIDE = ("setpriv", "--bounding-set", "-dac_override,-dac_read_search")  # root without root's reach
 USER_LOG, ERROR, PRIORITIES = 1 << 3, 3, {"INFO": 6, "WARNING": 4}
 NUMBERS = itertools.count(1)
+SPACE = []  # the last line about free space
 Run = collections.namedtuple("Run", "stdout stderr exit status log")
 # The users of the databases that are no account here do not get the privilege.
 REFUSED_USERS = [f"[ERROR] sdk-impl-6-0(N): Fail to allow user '{user}'\n"
@@ -87,7 +88,8 @@ def system_log():
             priority, text = re.fullmatch(r"<(\d+)>.{15} [^:]*: (.*)", datagram, re.S).groups()
             level = re.match(r"\[(\w+)\]|", text)[1]
             if text.startswith("the upgrade needs about "):
-                continue  # the numbers differ with the file system
+                SPACE[:] = [text]  # the numbers differ with the file system
+                continue
             lines.append(comparable(text) if int(priority) == USER_LOG | PRIORITIES.get(level, ERROR) else datagram)
     lines, thread = [], threading.Thread(target=listen)
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
@@ -256,6 +258,7 @@ class SystemTest(unittest.TestCase):
     def assert_upgraded(self, volume, extras=()):
         """The volume holds what the latest version holds, and nothing else. The check after the upgrade brings
         the watch path of the one local user up to date."""
+        self.assertRegex(SPACE.pop(), r"^the upgrade needs about [1-9]\d* bytes on the volume, [1-9]\d* are free\n$")
         with tempfile.TemporaryDirectory(dir=namespace.ROOM) as folder:
             expected = Package(folder)
             expected.fill(VERSIONS[-1], volume.uuid, extras, volume.sync)
