@@ -151,6 +151,18 @@ class Sweep(harness.SystemTest):
             for second in range(1, self.trace.index("unlink " + self.intent) + 3, min(stride, 8)):
                 yield [{"kind": "kill", "at": first}, {"kind": "kill", "at": second}]
 
+    def error_after_kill(self, stride):
+        # Killed in the moves, and then every call of the next run fails in turn until that has finished them.
+        for first in range(self.commit + 1, self.end + 1, min(stride, 8)):
+            self.restore()
+            self.run_with(kind="kill", at=first)
+            self.run_with(kind="kill")
+            seen = collections.Counter()
+            for number, line in enumerate(self.trace[:self.trace.index("unlink " + self.intent) + 1]):
+                seen[name := line.split()[0]] += 1
+                kind, ever = ERRORS[number % len(ERRORS)]
+                yield [{"kind": "kill", "at": first}, {"kind": kind, "ever": ever, "only": name, "at": seen[name]}]
+
     def error(self, stride):
         # Around the commit each call with every error if all calls are tried, else each with one of them.
         seen, near, wanted = collections.Counter(), self.sample(1 << 30), self.sample(stride)
@@ -203,7 +215,8 @@ class Sweep(harness.SystemTest):
         yield from self.until_done(leave, 4096 * stride)
 
 
-JOBS = {"kill": ["ext4", "btrfs"], "kill_twice": ["ext4", "btrfs"], "error": ["ext4", "btrfs"], "lost_volume": ["ext4"],
+JOBS = {"kill": ["ext4", "btrfs"], "kill_twice": ["ext4", "btrfs"], "error_after_kill": ["ext4"],
+        "error": ["ext4", "btrfs"], "lost_volume": ["ext4"],
         "full_disk": ["ext4", "ext4 with 1 KiB blocks", "btrfs"], "quota": ["btrfs"]}
 
 
@@ -213,7 +226,7 @@ def sweep(job):
     for faults in itertools.islice(getattr(tried, kind)(stride), part, None, parts):
         tried.trial(*faults)
     tried.volume.remove()
-    return f"{kind:12}{volume}", tried.count
+    return f"{kind:18}{volume}", tried.count
 
 
 def main():
