@@ -42,4 +42,11 @@ Status QueryInt(sqlite3* db, const std::string& sql, int& out) {
   });
 }
 
+Status QueryInt(sqlite3* db, const std::string& sql, sqlite3_int64& out) {
+  return ForEachRow(db, sql, [&out](sqlite3_stmt* statement) {
+    out = sqlite3_column_int64(statement, 0);
+    return false;
+  });
+}
+
 }  // namespace db_util

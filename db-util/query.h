@@ -31,5 +31,6 @@ Status ForEachRow(sqlite3* db, const std::string& sql, const std::function<bool(
 
 // The first column of the first row as an integer into `out`, which keeps its value when there is no row.
 Status QueryInt(sqlite3* db, const std::string& sql, int& out);
+Status QueryInt(sqlite3* db, const std::string& sql, sqlite3_int64& out);
 
 }  // namespace db_util

@@ -34,9 +34,12 @@ constexpr std::array<PartPath, 6> kAllParts = {&PackagePaths::data,        &Pack
 // A file without companions is the whole database as it is, and there may be thousands of them: it is not
 // opened. Those of a live database behind a link lie beside the file itself.
 bool Checkpoint(const std::string& database, db_util::Links links) {
-  std::error_code unknown;
-  const std::filesystem::path file = std::filesystem::canonical(database, unknown);
-  const bool is_whole = !db_util::HasCompanions(database) && (unknown || !db_util::HasCompanions(file));
+  bool is_whole = !db_util::HasCompanions(database);
+  if (is_whole && links == db_util::Links::kAny) {
+    std::error_code unknown;
+    const std::filesystem::path file = std::filesystem::canonical(database, unknown);
+    is_whole = unknown || !db_util::HasCompanions(file);
+  }
   return is_whole || db_util::CheckpointDatabase(database, links) == 0;
 }
 
@@ -208,16 +211,11 @@ void AcceptLiveChanges(const VolumePaths& paths) {
   Intent intent;
   IntentFound found{};
   if (!ReadIntent(paths, found, intent) || found != IntentFound::kValid) return;
-  Intent now;
-  if (!ListItems(paths, now)) return;
   bool is_changed = false;
   for (IntentItem& item : intent) {
-    const auto same_part = [&item](const IntentItem& other) { return other.part == item.part; };
-    const auto current = std::find_if(now.begin(), now.end(), same_part);
-    // What was moved is another file than its copy was; there is nothing to accept.
-    if (current == now.end() || !item.copy.exists() || !(current->copy == item.copy)) continue;
-    is_changed |= !(item.live == current->live);
-    item.live = current->live;
+    bool is_other = false;
+    if (!AcceptLive(paths, item, is_other)) return;
+    is_changed |= is_other;
   }
   if (is_changed) (void)WriteIntent(paths, intent, false);  // logged; there still is one
 }

@@ -165,4 +165,13 @@ bool GetItemState(const VolumePaths& paths, const IntentItem& item, ItemState& s
   return true;
 }
 
+bool AcceptLive(const VolumePaths& paths, IntentItem& item, bool& is_changed) {
+  FileIdentity copy;
+  FileIdentity live;
+  if (!IdentifyBoth(PathsOf(paths, item), copy, live)) return false;
+  is_changed = item.copy.exists() && copy == item.copy && !(live == item.live);
+  if (is_changed) item.live = live;
+  return true;
+}
+
 }  // namespace updater

@@ -38,4 +38,8 @@ enum class ItemState {
 // How far an item is. Returns false after the line of ListItems.
 [[nodiscard]] bool GetItemState(const package::VolumePaths& paths, const IntentItem& item, ItemState& state);
 
+// Where the working copy is still the one that is to be moved, the live part counts from now on as it is now.
+// Tells whether that changes the item. Returns false after the line of ListItems.
+[[nodiscard]] bool AcceptLive(const package::VolumePaths& paths, IntentItem& item, bool& is_changed);
+
 }  // namespace updater

@@ -29,12 +29,9 @@ constexpr std::array kLegacyStepsAfterClientCopy = {7, 8, 9, 10, 11};
 // The number in config_table, however large it is; 0 without a row, -1 after a failure, which counts as an
 // old version.
 long long ReadDatabaseVersion(sqlite3* db) {
-  long long version = 0;
-  const db_util::Status status = db_util::ForEachRow(
-      db, "SELECT value FROM config_table WHERE key = 'version';", [&version](sqlite3_stmt* row) {
-        version = sqlite3_column_int64(row, 0);
-        return false;
-      });
+  sqlite3_int64 version = 0;
+  const db_util::Status status =
+      db_util::QueryInt(db, "SELECT value FROM config_table WHERE key = 'version';", version);
   return CheckOrLog(status, "%s: %s (%d)\n", status.FailedCall(), status.message, status.code) ? version : -1;
 }
 

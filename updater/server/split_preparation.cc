@@ -1,8 +1,6 @@
 #include "updater/server/split_preparation.h"
 
-#include "db-util/execute.h"
 #include "db-util/query.h"
-#include "updater/framework/exec_sql.h"
 #include "updater/framework/updater_log.h"
 
 namespace updater::server {

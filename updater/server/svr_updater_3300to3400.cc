@@ -180,13 +180,15 @@ bool SvrUpdater3300to3400::CopyViewRows(const Split& split, ViewId view, int pas
   };
   std::string copy;
   std::string logged;
-  const std::string finish = std::string(sql::kCopyViewSettings) + layout.indexes + CreateOtherViewIndexes() +
-                             sql::kCountVersionsWhere + layout.is_removed + ";";
+  std::string finish;
+  if (pass + 1 == rows.passes()) {
+    finish = std::string(sql::kCopyViewSettings) + layout.indexes + CreateOtherViewIndexes() +
+             sql::kCountVersionsWhere + layout.is_removed + ";";
+  }
   const bool copied =
       copy_statements(copy, layout.rows, rows) && copy_statements(logged, sql::kSplitRows, ViewRows()) &&
-      ExecScriptAs(
-          db(), "BEGIN TRANSACTION;" + copy + (pass + 1 == rows.passes() ? finish : "") + "END TRANSACTION;",
-          logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ") == 0;
+      ExecScriptAs(db(), "BEGIN TRANSACTION;" + copy + finish + "END TRANSACTION;",
+                   logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ") == 0;
   return Check(copied, "Failed to dump record from data_db to view_db for view %llu\n", view);
 }
 

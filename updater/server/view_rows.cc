@@ -61,18 +61,11 @@ std::string Text(const logger::SqlFormat<Args...>& format, const Args&... args) 
   return text;
 }
 
-db_util::Status QueryNumber(sqlite3* db, const std::string& query, sqlite3_int64& number) {
-  return db_util::ForEachRow(db, query, [&number](sqlite3_stmt* row) {
-    number = sqlite3_column_int64(row, 0);
-    return false;
-  });
-}
-
 }  // namespace
 
 void ViewRows::Sort(sqlite3* db) {
-  sqlite3_int64 is_package_layout = 0;
-  db_util::Status status = QueryNumber(db, kIsPackageLayout, is_package_layout);
+  int is_package_layout = 0;
+  db_util::Status status = db_util::QueryInt(db, kIsPackageLayout, is_package_layout);
   if (!status.ok() || is_package_layout == 0) return;
   std::string script = kCacheSize + std::string(kListViews);
   for (const char* table : kTables) {
@@ -88,13 +81,13 @@ db_util::Status ViewRows::Measure(sqlite3* db) {
   sqlite3_int64 pages = 0;
   sqlite3_int64 free_pages = 0;
   sqlite3_int64 page_size = 0;
-  db_util::Status status = QueryNumber(db, kPages, pages);
-  if (status.ok()) status = QueryNumber(db, kFreePages, free_pages);
-  if (status.ok()) status = QueryNumber(db, kPageSize, page_size);
+  db_util::Status status = db_util::QueryInt(db, kPages, pages);
+  if (status.ok()) status = db_util::QueryInt(db, kFreePages, free_pages);
+  if (status.ok()) status = db_util::QueryInt(db, kPageSize, page_size);
   passes_ = static_cast<int>(1 + (pages - free_pages) * page_size / bytes_of_pass_);
   for (const char* table : kTables) {
     const std::string query = Text("SELECT max(rowid) FROM data_db.%s;", table);
-    if (status.ok()) status = QueryNumber(db, query, last_rows_[table]);
+    if (status.ok()) status = db_util::QueryInt(db, query, last_rows_[table]);
   }
   return status;
 }
