@@ -33,25 +33,42 @@ constexpr std::array<PartPath, 6> kAllParts = {&PackagePaths::data,        &Pack
 
 // A file without companions is the whole database as it is, and there may be thousands of them: it is not
 // opened. Those of a live database behind a link lie beside the file itself.
-bool Checkpoint(const std::string& database, db_util::Links links) {
-  bool is_whole = !db_util::HasCompanions(database);
-  if (is_whole && links == db_util::Links::kAny) {
-    std::error_code unknown;
-    const std::filesystem::path file = std::filesystem::canonical(database, unknown);
-    is_whole = unknown || !db_util::HasCompanions(file);
-  }
-  return is_whole || db_util::CheckpointDatabase(database, links) == 0;
+bool IsWhole(const std::string& database, db_util::Links links) {
+  if (db_util::HasCompanions(database)) return false;
+  if (links == db_util::Links::kTrusted) return true;
+  std::error_code unknown;
+  const std::filesystem::path file = std::filesystem::canonical(database, unknown);
+  return unknown || !db_util::HasCompanions(file);
 }
 
+using CheckpointOperation = int (*)(const std::string&, db_util::Links);
+
 // `paths` are those of the copies, or the live ones that they replace.
-bool CheckpointAll(const PackagePaths& paths, const PackagePaths& copies, db_util::Links links) {
+bool CheckpointAll(CheckpointOperation checkpoint, const PackagePaths& paths, const PackagePaths& copies,
+                   db_util::Links links) {
+  const auto make_whole = [&](const std::string& database) {
+    return IsWhole(database, links) || checkpoint(database, links) == 0;
+  };
   return std::all_of(kDatabases.begin(), kDatabases.end(),
                      [&](PartPath database) {
                        return file_op::Find(file_op::At(copies.*database)) == 0 ||
-                              Checkpoint(paths.*database, links);
+                              make_whole(paths.*database);
                      }) &&
-         ForEachFolderDatabase(paths,
-                               [links](const std::string& database) { return Checkpoint(database, links); });
+         ForEachFolderDatabase(paths, make_whole);
+}
+
+bool CheckpointCopies(const PackagePaths& copies) {
+  return CheckpointAll(db_util::CheckpointDatabase, copies, copies, db_util::Links::kTrusted);
+}
+
+// A loss of power must find each of them with its log or with what was in it, and there may be thousands, so
+// they are flushed together.
+bool CheckpointLive(const VolumePaths& paths, const FileSystems& file_systems) {
+  const auto checkpoint_all = [&paths](CheckpointOperation checkpoint) {
+    return CheckpointAll(checkpoint, paths.live, paths.copies, db_util::Links::kAny);
+  };
+  return file_systems.Flush() && checkpoint_all(db_util::WriteBackLog) && file_systems.Flush() &&
+         checkpoint_all(db_util::CheckpointDatabase) && file_systems.Flush();
 }
 
 int PlaceDatabase(const std::string& copy, const std::string& live) {
@@ -158,13 +175,13 @@ bool IsNothingMoved(const PackagePaths& live) {
 
 int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems) {
   Intent intent;
-  // The second flush is for the live databases: a log that comes back after a power failure would be taken
-  // for a later change. The list is made again because they are other files now.
-  return logger::ToResult(
-      CheckpointAll(paths.copies, paths.copies, db_util::Links::kTrusted) && ResumeLogs(paths.copies) &&
-      ListItems(paths, intent) && CanReplaceTargets(paths, intent) && file_systems.Flush() &&
-      CheckpointAll(paths.live, paths.copies, db_util::Links::kAny) && file_systems.Flush() &&
-      ListItems(paths, intent) && WriteIntent(paths, intent, true));
+  // The first flush of those for the live databases is the one that brings the copies to the disk, the last
+  // one is for the logs: one that comes back after a power failure would be taken for a later change. The
+  // list is made again because they are other files now.
+  return logger::ToResult(CheckpointCopies(paths.copies) && ResumeLogs(paths.copies) &&
+                          ListItems(paths, intent) && CanReplaceTargets(paths, intent) &&
+                          CheckpointLive(paths, file_systems) && ListItems(paths, intent) &&
+                          WriteIntent(paths, intent, true));
 }
 
 void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_systems) {

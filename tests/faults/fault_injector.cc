@@ -6,6 +6,7 @@
 //                 number of an errno, with which the call fails. Then those that only open a file count, too.
 //   FAULT_EVER    when set, every call behind it fails as well
 //   FAULT_ONLY    when set, only calls of this name count, such as "rename"
+//   FAULT_NEVER   calls of this name fail with EINVAL, as where a file system does not know them
 //   FAULT_VOLUME  where the volume is mounted
 //   FAULT_TRACE   a file that gets a line for every call; the one that is hit has an asterisk
 #include <dlfcn.h>
@@ -18,6 +19,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -40,6 +42,7 @@ struct Plan {
   int error = static_cast<int>(strtol(kind.c_str(), nullptr, 10));
   bool for_ever = !Variable("FAULT_EVER").empty();
   std::string only = Variable("FAULT_ONLY");
+  std::string never = Variable("FAULT_NEVER");
   int trace = Next<int, const char*, int, mode_t>("open")(Variable("FAULT_TRACE").c_str(),
                                                           O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
 };
@@ -63,6 +66,10 @@ bool IsHit(const std::string& call, const std::string& path) {
   static const Plan plan;
   static long count = 0;
   if (path.substr(0, 1) != "/" || (call == "look" && plan.error == 0)) return false;
+  if (call == plan.never) {
+    errno = EINVAL;
+    return true;
+  }
   const bool counts = plan.only.empty() || plan.only == call;
   count += counts ? 1 : 0;
   const bool is_hit = counts && plan.at != 0 && (count == plan.at || (count > plan.at && plan.for_ever));
@@ -113,6 +120,6 @@ CALL(int, symlinkat, "symlink", PathAt(at, path), (const char* to, int at, const
 CALL(int, rename, "rename", PathAt(0, to), (const char* from, const char* to), from, to)
 CALL(int, renameat, "rename", PathAt(to, path), (int at, const char* p, int to, const char* path), at, p, to,
      path)
-CALL(int, renameat2, "rename", PathAt(to, path),
+CALL(int, renameat2, (how & RENAME_EXCHANGE) != 0 ? "exchange" : "rename", PathAt(to, path),
      (int at, const char* p, int to, const char* path, unsigned how), at, p, to, path, how)
 // NOLINTEND(bugprone-macro-parentheses, bugprone-reserved-identifier)

@@ -1,10 +1,13 @@
 """Every start version, on both file systems, ends in the same databases with the described output."""
 
 import os
+import shutil
 import stat
+import subprocess
 
 from harness import (FIRST_WITH, HALF, LAST, PRIVILEGE, REFUSED_USERS, SCRATCH, STATUS_FILE, VERSIONS, SystemTest,
-                     leave, read, text_of, write)
+                     Volume, leave, read, text_of, write)
+from namespace import mount
 
 # What wins every table name that a statement does not tell the database of.
 PLANTED = """CREATE TABLE config_table (key, value); CREATE TABLE user_table (a); CREATE VIEW node_table AS SELECT 1 a;
@@ -75,6 +78,20 @@ class Ext4(UpgradeTest):
         for argument in ("--dont-skip", "--dont_skip", ""):
             with self.subTest(argument):
                 self.upgrade(2577, argument, name="it's \"100%\" %s%n\n\udcff \\040 größe")
+
+    def test_a_client_folder_on_a_file_system_of_its_own(self):
+        volume, other = self.new_volume(4100), Volume()
+        self.addCleanup(other.remove)
+        folder, there = os.path.dirname(volume.client), other.path + "/client"
+        shutil.copytree(folder, there)
+        mount("--bind", there, folder)
+        self.assert_ended(self.run_updater(volume.path), "done")
+        # It forgets what was not flushed.
+        subprocess.run(["mount", "-o", "remount,abort", other.path], capture_output=True, check=False)
+        subprocess.run(["umount", folder], check=True)
+        other.mount_again()
+        mount("--bind", there, folder)
+        self.assert_upgraded(volume)
 
 
 class Btrfs(UpgradeTest):
