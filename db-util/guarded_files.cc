@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -34,10 +36,29 @@ struct OpenedDatabase {
 };
 
 // One entry for every database of the run, by its full path.
-std::map<std::string, OpenedDatabase, std::less<>>& OpenedDatabases() {
-  static std::map<std::string, OpenedDatabase, std::less<>> opened;
-  return opened;
-}
+class OpenedDatabases {
+ public:
+  static void Note(std::string_view path, const OpenedDatabase& database) {
+    const std::lock_guard<std::mutex> guard(Lock());
+    All().insert_or_assign(std::string(path), database);
+  }
+
+  static std::optional<OpenedDatabase> Find(std::string_view path) {
+    const std::lock_guard<std::mutex> guard(Lock());
+    const auto found = All().find(path);
+    return found == All().end() ? std::nullopt : std::optional(found->second);
+  }
+
+ private:
+  static std::map<std::string, OpenedDatabase, std::less<>>& All() {
+    static std::map<std::string, OpenedDatabase, std::less<>> all;
+    return all;
+  }
+  static std::mutex& Lock() {
+    static std::mutex lock;
+    return lock;
+  }
+};
 
 template <typename Call>
 bool Replace(const char* name, Call* call) {
@@ -47,7 +68,7 @@ bool Replace(const char* name, Call* call) {
 
 bool IsCompanion(std::string_view name) {
   return std::any_of(kCompanionSuffixes.begin(), kCompanionSuffixes.end(), [name](std::string_view suffix) {
-    return name.ends_with(suffix) && OpenedDatabases().contains(name.substr(0, name.size() - suffix.size()));
+    return name.ends_with(suffix) && OpenedDatabases::Find(name.substr(0, name.size() - suffix.size()));
   });
 }
 
@@ -61,7 +82,7 @@ bool IsSuperJournal(std::string_view name) {
 }
 
 bool IsGuarded(std::string_view name) {
-  return OpenedDatabases().contains(name) || IsCompanion(name) || IsSuperJournal(name);
+  return OpenedDatabases::Find(name) || IsCompanion(name) || IsSuperJournal(name);
 }
 
 int RefuseToOpen(const char* path) {
@@ -97,13 +118,12 @@ int OpenRegular(const char* path, int flags, int mode, bool may_have_other_names
 // In place of open(2), so that what SQLite uses is what was looked at.
 int OpenGuarded(const char* path, int flags, int mode) {
   if (!IsGuarded(path)) return open(path, flags, mode);
-  const auto database = OpenedDatabases().find(std::string_view(path));
-  const bool is_database = database != OpenedDatabases().end();
-  const bool may_have_other_names = is_database && database->second.may_have_other_names;
+  const std::optional<OpenedDatabase> database = OpenedDatabases::Find(path);
+  const bool may_have_other_names = database && database->may_have_other_names;
   struct stat status {};
   const int file = OpenRegular(path, flags, mode, may_have_other_names, status);
   if (file < 0) return errno == ELOOP || errno == EINVAL ? RefuseToOpen(path) : -1;
-  if (is_database) database->second = {may_have_other_names, status.st_dev, status.st_ino};
+  if (database) OpenedDatabases::Note(path, {may_have_other_names, status.st_dev, status.st_ino});
   return file;
 }
 
@@ -150,7 +170,7 @@ int FindFullPath(sqlite3_vfs* /*guarded*/, const char* name, int size, char* out
 
 int Open(sqlite3_vfs* /*guarded*/, sqlite3_filename name, sqlite3_file* file, int flags, int* opened) {
   if (name != nullptr && (flags & SQLITE_OPEN_MAIN_DB) != 0) {  // temporary files have none
-    OpenedDatabases()[name].may_have_other_names = AnyLinks::AreAllowed();
+    OpenedDatabases::Note(name, {.may_have_other_names = AnyLinks::AreAllowed()});
   }
   return System()->xOpen(System(), name, file, flags, opened);
 }
@@ -165,9 +185,9 @@ int Delete(sqlite3_vfs* /*guarded*/, const char* name, int flush_folder) {
 
 bool IsOpenedFile(const char* database, int file) {
   struct stat status {};
-  const auto opened = OpenedDatabases().find(std::string_view(database));
-  return opened != OpenedDatabases().end() && fstat(file, &status) == 0 &&
-         status.st_dev == opened->second.device && status.st_ino == opened->second.inode;
+  const std::optional<OpenedDatabase> opened = OpenedDatabases::Find(database);
+  return opened && fstat(file, &status) == 0 && status.st_dev == opened->device &&
+         status.st_ino == opened->inode;
 }
 
 int OpenGuardedFile(const std::string& path, int flags) {

@@ -26,7 +26,8 @@ namespace db_util {
 // Whether the database that was opened by this name, as SQLite tells it, is the file that is open as `file`.
 [[nodiscard]] bool IsOpenedFile(const char* database, int file);
 
-// While one lives, a database that is opened may be reached through any links and may have other names.
+// While one lives, a database that this thread opens may be reached through any links and may have other
+// names.
 class AnyLinks {
  public:
   AnyLinks() { ++count_; }
@@ -37,7 +38,7 @@ class AnyLinks {
   [[nodiscard]] static bool AreAllowed() { return count_ > 0; }
 
  private:
-  static inline int count_ = 0;
+  static inline thread_local int count_ = 0;
 };
 
 }  // namespace db_util

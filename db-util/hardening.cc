@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -52,8 +53,16 @@ constexpr int kSeconds = 2;
 constexpr double kSecondsPerByte = 20.0 / (1 << 20);
 
 WorkLimit*& Innermost() {
-  static WorkLimit* innermost = nullptr;
+  static thread_local WorkLimit* innermost = nullptr;
   return innermost;
+}
+
+// By this thread, of the processor.
+double UsedSeconds() {
+  constexpr double kNanoseconds = 1e-9;
+  timespec used{};
+  (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);  // cannot fail for the own thread
+  return static_cast<double>(used.tv_sec) + kNanoseconds * static_cast<double>(used.tv_nsec);
 }
 
 void Refuse(sqlite3_context* context, int /*count*/, sqlite3_value** /*values*/) {
@@ -140,7 +149,7 @@ struct Measurement {
 };
 
 Measurement& LastMeasurement() {
-  static Measurement last;
+  static thread_local Measurement last;
   return last;
 }
 
@@ -163,7 +172,7 @@ WorkLimit::WorkLimit()
     : outer_(Innermost()),
       allowed_seconds_(kSeconds),
       unlimited_until_(std::chrono::steady_clock::now() + std::chrono::seconds(kSeconds)),
-      start_(std::clock()) {
+      start_(UsedSeconds()) {
   Innermost() = this;
 }
 
@@ -176,7 +185,7 @@ WorkLimit::~WorkLimit() { Innermost() = outer_; }
 int WorkLimit::OnProgress(void* connection) {
   WorkLimit* const limit = Innermost();
   if (limit == nullptr || std::chrono::steady_clock::now() < limit->unlimited_until_) return 0;
-  const double used = static_cast<double>(std::clock() - limit->start_) / CLOCKS_PER_SEC;
+  const double used = UsedSeconds() - limit->start_;
   if (used < limit->allowed_seconds_) return 0;
   std::string files;
   ForEachFile(static_cast<sqlite3*>(connection),

@@ -8,7 +8,6 @@
 #include <sqlite3.h>
 
 #include <chrono>
-#include <ctime>
 
 namespace db_util {
 
@@ -19,8 +18,8 @@ namespace db_util {
 // used.
 [[nodiscard]] int Harden(sqlite3* db);
 
-// Bounds the statement that is prepared and runs while the object lives: it fails with SQLITE_INTERRUPT,
-// after a line in the system log, when it has used too much of the processor. Objects nest.
+// Bounds the statement that is prepared and runs while the object lives, on this thread: it fails with
+// SQLITE_INTERRUPT, after a line in the system log, when it has used too much of the processor. Objects nest.
 class WorkLimit {
  public:
   WorkLimit();  // what is allowed is enough for reading the schemas, whatever the databases hold
@@ -40,7 +39,7 @@ class WorkLimit {
   WorkLimit* outer_;
   double allowed_seconds_;
   std::chrono::steady_clock::time_point unlimited_until_;
-  std::clock_t start_;
+  double start_;
 };
 
 }  // namespace db_util

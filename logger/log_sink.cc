@@ -44,7 +44,7 @@ class SystemLogSink : public LogSink {
 
 LogSink*& CurrentSink() {
   static SystemLogSink system_log;
-  static LogSink* current = &system_log;
+  static thread_local LogSink* current = &system_log;
   return current;
 }
 

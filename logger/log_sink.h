@@ -1,7 +1,7 @@
 // Where every log line of the program goes.
 //
-// The process has one sink. It is the system log unless another one is installed; tests and the companion
-// command install theirs with a ScopedSink. Not for use by several threads while a sink is being changed.
+// Every thread has one sink. It is the system log unless another one is installed with a ScopedSink: tests
+// and the companion command install theirs, and who works in the background one that holds its lines back.
 #pragma once
 
 #include <syslog.h>
@@ -30,7 +30,7 @@ class LogSink : public base::Interface {
 // A line shows no more than this of a stored value, because a damaged one may have any length.
 inline constexpr std::size_t kLongestShownValue = 100;
 
-// Writes one already formatted message to the sink of the process.
+// Writes one already formatted message to the sink of the thread.
 void WriteToSink(int priority, std::string_view text);
 
 // Installs a sink for its own lifetime and puts the one before back. The sink is borrowed.

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -64,15 +65,15 @@ const char* Opening(int flags) { return (flags & (O_CREAT | O_TRUNC)) != 0 ? "op
 // True when the call is to fail, with errno set. Pipes and sockets have no path and do not count.
 bool IsHit(const std::string& call, const std::string& path) {
   static const Plan plan;
-  static long count = 0;
+  static std::atomic<long> count = 0;
   if (path.substr(0, 1) != "/" || (call == "look" && plan.error == 0)) return false;
   if (call == plan.never) {
     errno = EINVAL;
     return true;
   }
   const bool counts = plan.only.empty() || plan.only == call;
-  count += counts ? 1 : 0;
-  const bool is_hit = counts && plan.at != 0 && (count == plan.at || (count > plan.at && plan.for_ever));
+  const long number = counts ? ++count : 0;
+  const bool is_hit = counts && plan.at != 0 && (number == plan.at || (number > plan.at && plan.for_ever));
   const std::string line = call + " " + path + (is_hit ? " *\n" : "\n");
   (void)Next<ssize_t, int, const void*, size_t>("write")(plan.trace, line.data(), line.size());
   if (!is_hit) return false;

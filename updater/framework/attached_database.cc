@@ -2,7 +2,6 @@
 
 #include <string_view>
 
-#include "db-util/database.h"
 #include "db-util/log_mode.h"
 #include "file-op/file_op.h"
 #include "logger/check.h"
@@ -25,6 +24,13 @@ db_util::Status Tune(sqlite3* db, const char* schema) {
   if (db_util::LogModeOf(db, schema) != db_util::LogMode::kInUse) db_util::UseNoJournal(db, schema);
   return db_util::Execute(db, pragma + "synchronous = OFF;" + pragma + "secure_delete = OFF;" + pragma +
                                   "cache_size = -" + std::to_string(CacheKiB(schema)) + ";");
+}
+
+db_util::Status OpenEmpty(db_util::Database& out) {
+  const db_util::Status status = db_util::OpenQuietly(":memory:", out, db_util::OpenMode::kReadWrite);
+  if (!status.ok()) return status;
+  db_util::UseAlone(out.get());
+  return Tune(out.get(), "main");
 }
 
 bool MakeIfMissing(const std::string& path, const std::string& like) {

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "db-util/database.h"
 #include "db-util/status.h"
 
 namespace updater {
@@ -16,6 +17,9 @@ inline constexpr int kDataCacheKiB = 96 * 1024;
 // and nothing is kept to undo what fails, unless the database has a log in use. No setting leaves a trace in
 // the file.
 db_util::Status Tune(sqlite3* db, const char* schema);
+
+// Opens a database in memory, tuned, to attach working copies to that nobody else has open. No message.
+db_util::Status OpenEmpty(db_util::Database& out);
 
 // Makes an empty database with the owner and mode of `like`, to be attached: ATTACH makes none. Returns
 // whether there was none; what cannot be made cannot be attached either.

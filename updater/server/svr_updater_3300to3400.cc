@@ -1,5 +1,8 @@
 // 3300 to 3400: splits the data database into one view database per view, one file database for the home
 // volume, and a small new data database that takes the old one's place.
+//
+// Rows are copied by one thread, because they are read from one database. What is made of them afterwards
+// needs nothing but the new database, and is made of several at a time: mostly indexes, half of the work.
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +14,7 @@
 #include "file-op/file_op.h"
 #include "platform/sdk/volume_uuid.h"
 #include "updater/framework/attached_database.h"
+#include "updater/framework/background_work.h"
 #include "updater/framework/exec_sql.h"
 #include "updater/framework/updater_log.h"
 #include "updater/framework/views.h"
@@ -109,10 +113,16 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
 
   [[nodiscard]] bool SplitDatabases();
   [[nodiscard]] bool SplitViews() const;
-  [[nodiscard]] bool SplitView(const Split& split, ViewId view, int pass) const;
+  [[nodiscard]] bool FillView(const Split& split, ViewId view, int pass) const;
   [[nodiscard]] bool CopyViewRows(const Split& split, ViewId view, int pass) const;
-  [[nodiscard]] bool SplitFiles() const;
-  [[nodiscard]] bool CopyFileRows() const;
+  [[nodiscard]] bool FinishView(const ViewLayout& layout, ViewId view) const;
+  [[nodiscard]] bool CheckView(const db_util::Status& status, ViewId view) const;
+  [[nodiscard]] bool FormatViewRows(std::string& out, const sql::RowLayout& columns, const ViewRows& from,
+                                    ViewId view) const;
+  [[nodiscard]] bool FillFiles() const;
+  [[nodiscard]] bool FinishFiles() const;
+  [[nodiscard]] bool AttachFiles(sqlite3* db) const;
+  [[nodiscard]] bool RunForFiles(sqlite3* db, const std::string& part) const;
   [[nodiscard]] bool UpdateUserDatabase() const;
 
   [[nodiscard]] bool ReplaceDataDatabase() const;
@@ -138,10 +148,16 @@ bool SvrUpdater3300to3400::CreateFolders() const {
   return true;
 }
 
+// The files are made beside the views, and are told of after them.
 bool SvrUpdater3300to3400::SplitDatabases() {
-  return Check(platform::sdk::GetVolumeUuid(platform().volumes, paths().sync_folder, home_uuid_),
-               "Cannot get home volume uuid (%s)\n", paths().sync_folder) &&
-         SplitViews() && SplitFiles() &&
+  if (!Check(platform::sdk::GetVolumeUuid(platform().volumes, paths().sync_folder, home_uuid_),
+             "Cannot get home volume uuid (%s)\n", paths().sync_folder)) {
+    return false;
+  }
+  BackgroundWork finishing;
+  const Outcome filled = HoldBack([this] { return FillFiles(); });
+  if (filled.went_well) finishing.Start([this] { return FinishFiles(); });
+  return SplitViews() && Tell(filled) && finishing.Finish() &&
          Check(UpdateUserDatabase(), "Failed to update user db config_table\n") &&
          Check(ReplaceDataDatabase(), "Failed to update data db\n");
 }
@@ -149,64 +165,90 @@ bool SvrUpdater3300to3400::SplitDatabases() {
 bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
   if (!ReadViewIds(db(), views)) return false;
+  if (views.empty()) return true;
   Split split = {.layout = ViewsAreNew() ? RebuiltLayout() : SplitLayout(), .rows = ViewRows()};
-  if (!views.empty()) split.rows.Sort(db());
+  split.rows.Begin(db());
   for (int pass = 0; pass < split.rows.passes(); ++pass) {
+    if (!CheckView(split.rows.BeginPass(db(), pass), views.front())) return false;
     for (const ViewId view : views) {
-      if (!SplitView(split, view, pass)) return false;
+      if (!FillView(split, view, pass)) return false;
     }
   }
-  return true;
+  return ForEachInBackground(views.size(), [&](std::size_t i) { return FinishView(split.layout, views[i]); });
 }
 
-bool SvrUpdater3300to3400::SplitView(const Split& split, ViewId view, int pass) const {
+bool SvrUpdater3300to3400::FillView(const Split& split, ViewId view, int pass) const {
   return (pass > 0 || Check(CreateViewDatabase(paths(), view, paths().data, split.layout.image),
                             "Failed to create new view db for view %llu\n", view)) &&
          Check(AttachDatabase(db(), "view_db", paths().ViewDatabase(view)),
                "Failed to attach new view db for view %llu\n", view) &&
-         Check(CopyViewRows(split, view, pass), "Failed to update view db for view %llu\n", view) &&
+         CopyViewRows(split, view, pass) &&
          Check(ExecScript(db(), "DETACH DATABASE view_db;"), "Failed to detach new view db for view %llu\n",
                view);
 }
 
 bool SvrUpdater3300to3400::CopyViewRows(const Split& split, ViewId view, int pass) const {
-  const auto& [layout, rows] = split;
-  const auto copy_statements = [&](std::string& out, const sql::RowLayout& columns, const ViewRows& from) {
-    const auto& [attributes, committer] = columns;
-    return db_util::FormatSql(out, sql::kCopyViewRows, attributes, home_uuid_, committer, home_uuid_,
-                              home_uuid_, from.From("node_table", view, pass), attributes, home_uuid_,
-                              committer, home_uuid_, from.From("version_table", view, pass),
-                              from.all_columns(), from.From("tree_table", view, pass));
-  };
-  std::string copy;
-  std::string logged;
-  std::string finish;
-  if (pass + 1 == rows.passes()) {
-    finish = std::string(sql::kCopyViewSettings) + layout.indexes + CreateOtherViewIndexes() +
-             sql::kCountVersionsWhere + layout.is_removed + ";";
-  }
-  const bool copied =
-      copy_statements(copy, layout.rows, rows) && copy_statements(logged, sql::kSplitRows, ViewRows()) &&
-      ExecScriptAs(db(), "BEGIN TRANSACTION;" + copy + finish + "END TRANSACTION;",
-                   logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ") == 0;
-  return Check(copied, "Failed to dump record from data_db to view_db for view %llu\n", view);
+  const char* const settings = pass + 1 == split.rows.passes() ? sql::kCopyViewSettings : "";
+  std::string rows;
+  const bool is_formatted = FormatViewRows(rows, split.layout.rows, split.rows, view);
+  const std::string script = "BEGIN TRANSACTION;" + rows + settings + "END TRANSACTION;";
+  return CheckView(is_formatted ? db_util::Execute(db(), script) : db_util::StatusOf(SQLITE_NOMEM), view);
 }
 
-bool SvrUpdater3300to3400::SplitFiles() const {
+// What needs nothing but the view.
+bool SvrUpdater3300to3400::FinishView(const ViewLayout& layout, ViewId view) const {
+  db_util::Database own;
+  const std::string finish =
+      layout.indexes + CreateOtherViewIndexes() + sql::kCountVersionsWhere + layout.is_removed + ";";
+  return Check(OpenEmpty(own), "Failed to attach new view db for view %llu\n", view) &&
+         Check(AttachDatabase(own.get(), "view_db", paths().ViewDatabase(view)),
+               "Failed to attach new view db for view %llu\n", view) &&
+         CheckView(db_util::Execute(own.get(), "BEGIN TRANSACTION;" + finish + "END TRANSACTION;"), view);
+}
+
+// The log shows all that is done for a view as one script.
+bool SvrUpdater3300to3400::CheckView(const db_util::Status& status, ViewId view) const {
+  std::string logged;
+  const bool copied =
+      FormatViewRows(logged, sql::kSplitRows, ViewRows(), view) &&
+      CheckScript(status, logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ");
+  return Check(copied, "Failed to dump record from data_db to view_db for view %llu\n", view) ||
+         Check(false, "Failed to update view db for view %llu\n", view);
+}
+
+bool SvrUpdater3300to3400::FormatViewRows(std::string& out, const sql::RowLayout& columns,
+                                          const ViewRows& from, ViewId view) const {
+  const auto& [attributes, committer] = columns;
+  return db_util::FormatSql(out, sql::kCopyViewRows, attributes, home_uuid_, committer, home_uuid_,
+                            home_uuid_, from.From("node_table", view), attributes, home_uuid_, committer,
+                            home_uuid_, from.From("version_table", view), from.all_columns(),
+                            from.From("tree_table", view));
+}
+
+bool SvrUpdater3300to3400::FillFiles() const {
   return Check(CreateFileDatabase(paths(), home_uuid_, paths().data),
                "Failed to create new file db for home_uuid %s\n", home_uuid_) &&
-         Check(AttachDatabase(db(), "file_db", paths().FileDatabase(home_uuid_)),
-               "Failed to attach new file db for home_uuid %s\n", home_uuid_) &&
-         Check(CopyFileRows(), "Failed to update file db for home_uuid %s\n", home_uuid_) &&
+         AttachFiles(db()) && RunForFiles(db(), sql::kCopyFileRows) &&
          Check(ExecScript(db(), "DETACH DATABASE file_db;"),
                "Failed to detach new file db for home_uuid %s\n", home_uuid_);
 }
 
-bool SvrUpdater3300to3400::CopyFileRows() const {
-  const std::string indexed =
-      std::string("BEGIN TRANSACTION;") + sql::kCopyFileRows + CreateFileIndexes() + "END TRANSACTION;";
-  return Check(ExecScriptAs(db(), indexed, sql::kCopyFileRows),
-               "Failed to dump record from data_db to file_db for home_uuid %s\n", home_uuid_);
+bool SvrUpdater3300to3400::FinishFiles() const {
+  db_util::Database own;
+  return Check(OpenEmpty(own), "Failed to attach new file db for home_uuid %s\n", home_uuid_) &&
+         AttachFiles(own.get()) && RunForFiles(own.get(), CreateFileIndexes());
+}
+
+bool SvrUpdater3300to3400::AttachFiles(sqlite3* db) const {
+  return Check(AttachDatabase(db, "file_db", paths().FileDatabase(home_uuid_)),
+               "Failed to attach new file db for home_uuid %s\n", home_uuid_);
+}
+
+bool SvrUpdater3300to3400::RunForFiles(sqlite3* db, const std::string& part) const {
+  const std::string script = "BEGIN TRANSACTION;" + part + "END TRANSACTION;";
+  return Check(ExecScriptAs(db, script, sql::kCopyFileRows),
+               "Failed to dump record from data_db to file_db for home_uuid %s\n", home_uuid_) ||
+         Check(false, "Failed to update file db for home_uuid %s\n", home_uuid_);
 }
 
 bool SvrUpdater3300to3400::UpdateUserDatabase() const {

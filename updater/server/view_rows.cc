@@ -13,30 +13,32 @@ namespace {
 constexpr const char* kNodes = "node_table";
 constexpr std::array kTables = {kNodes, "version_table", "tree_table"};
 
-// Whether numbers are compared as numbers, and every row is known by its number. There are five such columns
-// in the package's tables; one with a name of the row's number would be read in its place.
+// Whether numbers are compared as numbers, a node is in one view, and every row is known by its number. There
+// are five such columns in the package's tables; one with a name of the row's number would be read in its
+// place.
 constexpr const char* kIsPackageLayout =
     "SELECT sum(type LIKE '%int%' AND name IN ('node_id', 'view_id', 'ver_id')) = 5 AND "
+    "sum(is_node AND name = 'node_id' AND type = 'INTEGER' AND pk) = 1 AND sum(is_node AND pk) = 1 AND "
     "NOT sum(lower(name) IN ('rowid', 'oid', '_rowid_')) FROM "
-    "(SELECT name, type FROM pragma_table_info('node_table', 'data_db') UNION ALL "
-    "SELECT name, type FROM pragma_table_info('version_table', 'data_db') UNION ALL "
-    "SELECT name, type FROM pragma_table_info('tree_table', 'data_db'));";
+    "(SELECT name, type, pk, 1 AS is_node FROM pragma_table_info('node_table', 'data_db') UNION ALL "
+    "SELECT name, type, pk, 0 FROM pragma_table_info('version_table', 'data_db') UNION ALL "
+    "SELECT name, type, pk, 0 FROM pragma_table_info('tree_table', 'data_db'));";
 
 // What is read of the nodes, which are many times larger.
 constexpr const char* kListViews =
-    "CREATE TEMP TABLE split_views (node_id INTEGER, view_id INTEGER, PRIMARY KEY (node_id, view_id)) WITHOUT ROWID;"
-    "INSERT OR IGNORE INTO temp.split_views SELECT node_id, view_id FROM data_db.node_table "
-    "WHERE node_id IS NOT NULL AND view_id IS NOT NULL;";
+    "CREATE TEMP TABLE split_views (node_id INTEGER PRIMARY KEY, view_id INTEGER);"
+    "INSERT INTO temp.split_views SELECT node_id, view_id FROM data_db.node_table WHERE view_id IS NOT NULL;";
 constexpr const char* kCreateList =
     "CREATE TEMP TABLE split_%s (of_view INTEGER, stored_row INTEGER, PRIMARY KEY (of_view, stored_row)) "
     "WITHOUT ROWID;";
+// In both, the table three times and the rows of the pass.
 constexpr const char* kListNodes =
-    "INSERT INTO temp.split_%s SELECT view_id, rowid FROM data_db.%s WHERE view_id IS NOT NULL "
-    "ORDER BY view_id, rowid;";
+    "DELETE FROM temp.split_%s; INSERT INTO temp.split_%s SELECT view_id, rowid FROM data_db.%s "
+    "WHERE view_id IS NOT NULL AND rowid BETWEEN %lld AND %lld ORDER BY view_id, rowid;";
 constexpr const char* kListOthers =
-    "INSERT OR IGNORE INTO temp.split_%s SELECT nodes.view_id, stored.rowid FROM data_db.%s AS stored "
-    "CROSS JOIN temp.split_views AS nodes ON nodes.node_id = stored.node_id "
-    "ORDER BY nodes.view_id, stored.rowid;";
+    "DELETE FROM temp.split_%s; INSERT INTO temp.split_%s SELECT nodes.view_id, stored.rowid "
+    "FROM data_db.%s AS stored CROSS JOIN temp.split_views AS nodes ON nodes.node_id = stored.node_id "
+    "WHERE stored.rowid BETWEEN %lld AND %lld ORDER BY nodes.view_id, stored.rowid;";
 
 constexpr const char* kAllNodes = "data_db.node_table WHERE data_db.node_table.view_id = %lld";
 constexpr const char* kAllOthers =
@@ -44,7 +46,7 @@ constexpr const char* kAllOthers =
     "(SELECT node_id FROM data_db.node_table WHERE data_db.node_table.view_id = %lld)";
 constexpr const char* kListed =
     "temp.split_%s AS mine CROSS JOIN data_db.%s AS stored ON stored.rowid = mine.stored_row "
-    "WHERE mine.of_view = %lld AND mine.stored_row BETWEEN %lld AND %lld";
+    "WHERE mine.of_view = %lld";
 
 constexpr const char* kPages = "PRAGMA data_db.page_count;";
 constexpr const char* kFreePages = "PRAGMA data_db.freelist_count;";
@@ -63,18 +65,36 @@ std::string Text(const logger::SqlFormat<Args...>& format, const Args&... args) 
 
 }  // namespace
 
-void ViewRows::Sort(sqlite3* db) {
+void ViewRows::Begin(sqlite3* db) {
   int is_package_layout = 0;
   db_util::Status status = db_util::QueryInt(db, kIsPackageLayout, is_package_layout);
   if (!status.ok() || is_package_layout == 0) return;
   std::string script = kCacheSize + std::string(kListViews);
-  for (const char* table : kTables) {
-    script += Text(kCreateList, table);
-    script += IsNodes(table) ? Text(kListNodes, table, table) : Text(kListOthers, table, table);
-  }
+  for (const char* table : kTables) script += Text(kCreateList, table);
   status = db_util::Execute(db, script);
   if (status.ok()) status = Measure(db);
+  if (status.ok()) status = ListRows(db);
   if (!status.ok()) *this = ViewRows();
+}
+
+db_util::Status ViewRows::BeginPass(sqlite3* db, int pass) {
+  if (pass == pass_) return {};
+  pass_ = pass;
+  return ListRows(db);
+}
+
+db_util::Status ViewRows::ListRows(sqlite3* db) const {
+  std::string script;
+  for (const char* table : kTables) {
+    // Numbers below 1 are in the first pass.
+    using Limits = std::numeric_limits<sqlite3_int64>;
+    const sqlite3_int64 share = std::max<sqlite3_int64>(last_rows_.at(table), 0) / passes_;
+    const long long from = pass_ == 0 ? Limits::min() : share * pass_ + 1;
+    const long long to = pass_ + 1 == passes_ ? Limits::max() : share * (pass_ + 1);
+    script += IsNodes(table) ? Text(kListNodes, table, table, table, from, to)
+                             : Text(kListOthers, table, table, table, from, to);
+  }
+  return db_util::Execute(db, script);
 }
 
 db_util::Status ViewRows::Measure(sqlite3* db) {
@@ -92,17 +112,9 @@ db_util::Status ViewRows::Measure(sqlite3* db) {
   return status;
 }
 
-std::string ViewRows::From(const char* table, ViewId view, int pass) const {
-  const auto last = last_rows_.find(table);
-  if (last == last_rows_.end()) {
-    return IsNodes(table) ? Text(kAllNodes, StoredId(view)) : Text(kAllOthers, table, StoredId(view));
-  }
-  // Numbers below 1 are in the first pass.
-  using Limits = std::numeric_limits<sqlite3_int64>;
-  const sqlite3_int64 share = std::max<sqlite3_int64>(last->second, 0) / passes_;
-  const long long from = pass == 0 ? Limits::min() : share * pass + 1;
-  const long long to = pass + 1 == passes_ ? Limits::max() : share * (pass + 1);
-  return Text(kListed, table, table, StoredId(view), from, to);
+std::string ViewRows::From(const char* table, ViewId view) const {
+  if (!last_rows_.empty()) return Text(kListed, table, table, StoredId(view));
+  return IsNodes(table) ? Text(kAllNodes, StoredId(view)) : Text(kAllOthers, table, StoredId(view));
 }
 
 }  // namespace updater::server

@@ -2,8 +2,8 @@
 //
 // The rows of all views lie mixed in the same tables, so those of one view are on nearly every page. Looked
 // up for one view after the other, a table larger than the page cache would be read as often as there are
-// views. So the numbers of the rows are sorted by view first, and the views are filled in several passes,
-// each over as much of the tables as the cache holds.
+// views. So the views are filled in several passes, each over as much of the tables as the cache holds, and
+// at the begin of each the numbers of its rows are sorted by view.
 #pragma once
 
 #include <sqlite3.h>
@@ -23,26 +23,33 @@ class ViewRows {
   static constexpr sqlite3_int64 kBytesOfPass = sqlite3_int64{kDataCacheKiB} * 1024 * 2 / 3;
   explicit ViewRows(sqlite3_int64 bytes_of_pass = kBytesOfPass) : bytes_of_pass_(bytes_of_pass) {}
 
-  // Sorts the rows of the attached data_db, in temporary tables. Where its tables are not quite those of the
-  // package, or something fails, rows are looked up as before Sort(): right for any table, and whoever reads
-  // what is damaged or missing fails.
-  void Sort(sqlite3* db);
+  // Begins the first pass over the attached data_db. Where its tables are not quite those of the package, or
+  // something fails, there is one pass, which looks rows up as before Begin(): right for any table, and
+  // whoever reads what is damaged or missing fails.
+  void Begin(sqlite3* db);
 
   [[nodiscard]] int passes() const { return passes_; }
 
+  // To be called for every pass in turn, with the connection of Begin(). A failure leaves the views half
+  // filled.
+  [[nodiscard]] db_util::Status BeginPass(sqlite3* db, int pass);
+
   // What stands behind FROM to read the rows of a view in node_table, version_table or tree_table: those of
-  // one pass, as they are stored. Before Sort() it is all of them, in the words of the log. Empty when SQLite
-  // could not make the text.
-  [[nodiscard]] std::string From(const char* table, ViewId view, int pass) const;
+  // the pass, as they are stored. Before Begin() it is all of them, in the words of the log. Empty when
+  // SQLite could not make the text.
+  [[nodiscard]] std::string From(const char* table, ViewId view) const;
   // All columns of such a table.
   [[nodiscard]] const char* all_columns() const { return last_rows_.empty() ? "*" : "stored.*"; }
 
  private:
   [[nodiscard]] db_util::Status Measure(sqlite3* db);
+  [[nodiscard]] db_util::Status ListRows(sqlite3* db) const;
 
   sqlite3_int64 bytes_of_pass_;
   int passes_ = 1;
-  std::map<std::string, sqlite3_int64> last_rows_;  // by table the largest number of a row; empty if unsorted
+  int pass_ = 0;
+  std::map<std::string, sqlite3_int64>
+      last_rows_;  // by table the largest number of a row; empty before Begin()
 };
 
 }  // namespace updater::server
