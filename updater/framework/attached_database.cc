@@ -1,5 +1,9 @@
 #include "updater/framework/attached_database.h"
 
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <string_view>
 
 #include "db-util/log_mode.h"
@@ -10,14 +14,23 @@
 namespace updater {
 namespace {
 
+constexpr long long kLeastCacheKiB = 16 * 1024;
+constexpr long long kLargestCacheKiB = 96 * 1024;
+constexpr long long kShareOfMemory = 16;
+
 // Rows of the data database are looked up, and the connection's own database tells how much is sorted at once
 // for an index; the others are read and written from the first page to the last.
 int CacheKiB(std::string_view schema) {
-  if (schema == "data_db") return kDataCacheKiB;
-  return schema == "main" ? kDataCacheKiB / 3 : kDataCacheKiB / 12;
+  if (schema == "data_db") return DataCacheKiB();
+  return schema == "main" ? DataCacheKiB() / 3 : DataCacheKiB() / 12;
 }
 
 }  // namespace
+
+int DataCacheKiB() {
+  const long long memory_kib = sysconf(_SC_PHYS_PAGES) * (sysconf(_SC_PAGESIZE) / 1024LL);
+  return static_cast<int>(std::clamp(memory_kib / kShareOfMemory, kLeastCacheKiB, kLargestCacheKiB));
+}
 
 db_util::Status Tune(sqlite3* db, const char* schema) {
   const std::string pragma = std::string("PRAGMA ") + schema + ".";
@@ -31,6 +44,23 @@ db_util::Status OpenEmpty(db_util::Database& out) {
   if (!status.ok()) return status;
   db_util::UseAlone(out.get());
   return Tune(out.get(), "main");
+}
+
+db_util::Status OpenBeside(const std::string& path, int cache_kib, db_util::Database& out) {
+  db_util::Status status = OpenEmpty(out);
+  if (status.ok()) status = AttachQuietly(out.get(), "data_db", path);
+  const std::string cache = "PRAGMA data_db.cache_size = -" + std::to_string(cache_kib) + ";";
+  return status.ok() ? db_util::Execute(out.get(), cache) : status;
+}
+
+int StopWritingTo(sqlite3* db, const char* schema) {
+  const std::string name = schema;
+  // The page cache is what the others need.
+  (void)sqlite3_db_release_memory(db);
+  (void)malloc_trim(0);
+  // A lock is given up at the end of a statement that reads.
+  return ExecScript(
+      db, "PRAGMA " + name + ".locking_mode = NORMAL; SELECT count(*) FROM " + name + ".sqlite_master;");
 }
 
 bool MakeIfMissing(const std::string& path, const std::string& like) {

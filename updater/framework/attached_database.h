@@ -10,8 +10,9 @@
 
 namespace updater {
 
-// The page cache of data_db. What memory a run takes grows with it, as the other caches are parts of it.
-inline constexpr int kDataCacheKiB = 96 * 1024;
+// The page cache of data_db, in KiB: a sixteenth of the machine's memory, but no more than pays. What memory
+// a run takes grows with it, as the other caches are parts of it.
+[[nodiscard]] int DataCacheKiB();
 
 // Makes the most of a working copy being disposable until the run is committed: nothing is flushed for it,
 // and nothing is kept to undo what fails, unless the database has a log in use. No setting leaves a trace in
@@ -20,6 +21,13 @@ db_util::Status Tune(sqlite3* db, const char* schema);
 
 // Opens a database in memory, tuned, to attach working copies to that nobody else has open. No message.
 db_util::Status OpenEmpty(db_util::Database& out);
+
+// The same with the data database at `path` attached as data_db, for a thread that reads it beside others
+// with a share of the page cache. Whoever has written to it must have called StopWritingTo().
+db_util::Status OpenBeside(const std::string& path, int cache_kib, db_util::Database& out);
+
+// Lets other connections read a database that this one had for itself.
+[[nodiscard]] int StopWritingTo(sqlite3* db, const char* schema);
 
 // Makes an empty database with the owner and mode of `like`, to be attached: ATTACH makes none. Returns
 // whether there was none; what cannot be made cannot be attached either.

@@ -36,8 +36,10 @@ void BackgroundWork::Start(const std::function<bool()>& work) {
 
 bool BackgroundWork::Finish() { return !outcome_.valid() || Tell(outcome_.get()); }
 
+std::size_t ThreadCount() { return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads); }
+
 bool ForEachInBackground(std::size_t count, const std::function<bool(std::size_t)>& work) {
-  std::vector<BackgroundWork> threads(std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads));
+  std::vector<BackgroundWork> threads(ThreadCount());
   for (std::size_t i = 0; i < count + threads.size(); ++i) {
     BackgroundWork& thread = threads[i % threads.size()];
     if (!thread.Finish()) return false;

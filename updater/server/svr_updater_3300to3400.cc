@@ -22,7 +22,7 @@
 #include "updater/server/split_preparation.h"
 #include "updater/server/sql/split.h"
 #include "updater/server/updaters.h"
-#include "updater/server/view_rows.h"
+#include "updater/server/view_split.h"
 
 namespace updater::server {
 namespace {
@@ -65,29 +65,6 @@ constexpr const char* kIndexProgress =
     "CREATE TEMP TABLE first_progress_table (view_id INTEGER UNIQUE ON CONFLICT IGNORE, sync_id);"
     "INSERT INTO temp.first_progress_table SELECT view_id, sync_id FROM progress_table ORDER BY rowid;";
 
-// How the views that the split makes keep nodes and versions.
-struct ViewLayout {
-  std::string image;  // of MakeViewImage()
-  sql::RowLayout rows;
-  const char* is_removed;  // the condition for a removed node
-  std::string indexes;
-};
-
-ViewLayout SplitLayout() {
-  return {MakeViewImage(sql::kCreateSplitTables), sql::kSplitRows, "attribute & 1",
-          CreateNodeAndVersionIndexes()};
-}
-
-ViewLayout RebuiltLayout() {
-  return {MakeViewImage(sql::CreateRebuiltTables()), sql::kRebuiltRows, "removed",
-          sql::CreateRebuiltIndexes()};
-}
-
-struct Split {
-  ViewLayout layout;
-  ViewRows rows;
-};
-
 class SvrUpdater3300to3400 final : public ServerUpdater {
  public:
   SvrUpdater3300to3400(const UpdaterContext& context, const PackagePaths& copies)
@@ -113,12 +90,6 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
 
   [[nodiscard]] bool SplitDatabases();
   [[nodiscard]] bool SplitViews() const;
-  [[nodiscard]] bool FillView(const Split& split, ViewId view, int pass) const;
-  [[nodiscard]] bool CopyViewRows(const Split& split, ViewId view, int pass) const;
-  [[nodiscard]] bool FinishView(const ViewLayout& layout, ViewId view) const;
-  [[nodiscard]] bool CheckView(const db_util::Status& status, ViewId view) const;
-  [[nodiscard]] bool FormatViewRows(std::string& out, const sql::RowLayout& columns, const ViewRows& from,
-                                    ViewId view) const;
   [[nodiscard]] bool FillFiles() const;
   [[nodiscard]] bool FinishFiles() const;
   [[nodiscard]] bool AttachFiles(sqlite3* db) const;
@@ -164,65 +135,8 @@ bool SvrUpdater3300to3400::SplitDatabases() {
 
 bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
-  if (!ReadViewIds(db(), views)) return false;
-  if (views.empty()) return true;
-  Split split = {.layout = ViewsAreNew() ? RebuiltLayout() : SplitLayout(), .rows = ViewRows()};
-  split.rows.Begin(db());
-  for (int pass = 0; pass < split.rows.passes(); ++pass) {
-    if (!CheckView(split.rows.BeginPass(db(), pass), views.front())) return false;
-    for (const ViewId view : views) {
-      if (!FillView(split, view, pass)) return false;
-    }
-  }
-  return ForEachInBackground(views.size(), [&](std::size_t i) { return FinishView(split.layout, views[i]); });
-}
-
-bool SvrUpdater3300to3400::FillView(const Split& split, ViewId view, int pass) const {
-  return (pass > 0 || Check(CreateViewDatabase(paths(), view, paths().data, split.layout.image),
-                            "Failed to create new view db for view %llu\n", view)) &&
-         Check(AttachDatabase(db(), "view_db", paths().ViewDatabase(view)),
-               "Failed to attach new view db for view %llu\n", view) &&
-         CopyViewRows(split, view, pass) &&
-         Check(ExecScript(db(), "DETACH DATABASE view_db;"), "Failed to detach new view db for view %llu\n",
-               view);
-}
-
-bool SvrUpdater3300to3400::CopyViewRows(const Split& split, ViewId view, int pass) const {
-  const char* const settings = pass + 1 == split.rows.passes() ? sql::kCopyViewSettings : "";
-  std::string rows;
-  const bool is_formatted = FormatViewRows(rows, split.layout.rows, split.rows, view);
-  const std::string script = "BEGIN TRANSACTION;" + rows + settings + "END TRANSACTION;";
-  return CheckView(is_formatted ? db_util::Execute(db(), script) : db_util::StatusOf(SQLITE_NOMEM), view);
-}
-
-// What needs nothing but the view.
-bool SvrUpdater3300to3400::FinishView(const ViewLayout& layout, ViewId view) const {
-  db_util::Database own;
-  const std::string finish =
-      layout.indexes + CreateOtherViewIndexes() + sql::kCountVersionsWhere + layout.is_removed + ";";
-  return Check(OpenEmpty(own), "Failed to attach new view db for view %llu\n", view) &&
-         Check(AttachDatabase(own.get(), "view_db", paths().ViewDatabase(view)),
-               "Failed to attach new view db for view %llu\n", view) &&
-         CheckView(db_util::Execute(own.get(), "BEGIN TRANSACTION;" + finish + "END TRANSACTION;"), view);
-}
-
-// The log shows all that is done for a view as one script.
-bool SvrUpdater3300to3400::CheckView(const db_util::Status& status, ViewId view) const {
-  std::string logged;
-  const bool copied =
-      FormatViewRows(logged, sql::kSplitRows, ViewRows(), view) &&
-      CheckScript(status, logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ");
-  return Check(copied, "Failed to dump record from data_db to view_db for view %llu\n", view) ||
-         Check(false, "Failed to update view db for view %llu\n", view);
-}
-
-bool SvrUpdater3300to3400::FormatViewRows(std::string& out, const sql::RowLayout& columns,
-                                          const ViewRows& from, ViewId view) const {
-  const auto& [attributes, committer] = columns;
-  return db_util::FormatSql(out, sql::kCopyViewRows, attributes, home_uuid_, committer, home_uuid_,
-                            home_uuid_, from.From("node_table", view), attributes, home_uuid_, committer,
-                            home_uuid_, from.From("version_table", view), from.all_columns(),
-                            from.From("tree_table", view));
+  return ReadViewIds(db(), views) && Check(StopWritingTo(db(), "data_db"), "failed to attach database\n") &&
+         ViewSplit(paths(), home_uuid_, ViewsAreNew()).Run(views);
 }
 
 bool SvrUpdater3300to3400::FillFiles() const {

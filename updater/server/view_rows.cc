@@ -27,15 +27,16 @@ constexpr const char* kIsPackageLayout =
 // What is read of the nodes, which are many times larger.
 constexpr const char* kListViews =
     "CREATE TEMP TABLE split_views (node_id INTEGER PRIMARY KEY, view_id INTEGER);"
-    "INSERT INTO temp.split_views SELECT node_id, view_id FROM data_db.node_table WHERE view_id IS NOT NULL;";
+    "INSERT INTO temp.split_views SELECT node_id, view_id FROM data_db.node_table "
+    "WHERE view_id IN (SELECT view_id FROM temp.split_wanted);";
+constexpr const char* kCreateWanted =
+    "CREATE TEMP TABLE split_wanted (view_id INTEGER PRIMARY KEY ON CONFLICT IGNORE);";
+constexpr const char* kWant = "INSERT INTO temp.split_wanted VALUES (%lld);";
 constexpr const char* kCreateList =
     "CREATE TEMP TABLE split_%s (of_view INTEGER, stored_row INTEGER, PRIMARY KEY (of_view, stored_row)) "
     "WITHOUT ROWID;";
-// In both, the table three times and the rows of the pass.
-constexpr const char* kListNodes =
-    "DELETE FROM temp.split_%s; INSERT INTO temp.split_%s SELECT view_id, rowid FROM data_db.%s "
-    "WHERE view_id IS NOT NULL AND rowid BETWEEN %lld AND %lld ORDER BY view_id, rowid;";
-constexpr const char* kListOthers =
+// The table three times, and the rows of the pass.
+constexpr const char* kListRows =
     "DELETE FROM temp.split_%s; INSERT INTO temp.split_%s SELECT nodes.view_id, stored.rowid "
     "FROM data_db.%s AS stored CROSS JOIN temp.split_views AS nodes ON nodes.node_id = stored.node_id "
     "WHERE stored.rowid BETWEEN %lld AND %lld ORDER BY nodes.view_id, stored.rowid;";
@@ -52,8 +53,6 @@ constexpr const char* kPages = "PRAGMA data_db.page_count;";
 constexpr const char* kFreePages = "PRAGMA data_db.freelist_count;";
 constexpr const char* kPageSize = "PRAGMA data_db.page_size;";
 
-const std::string kCacheSize = "PRAGMA temp.cache_size = -" + std::to_string(kDataCacheKiB / 6) + ";";
-
 bool IsNodes(const char* table) { return table == std::string_view(kNodes); }
 
 template <typename... Args>
@@ -65,11 +64,13 @@ std::string Text(const logger::SqlFormat<Args...>& format, const Args&... args) 
 
 }  // namespace
 
-void ViewRows::Begin(sqlite3* db) {
+void ViewRows::Begin(sqlite3* db, const std::vector<ViewId>& views) {
   int is_package_layout = 0;
   db_util::Status status = db_util::QueryInt(db, kIsPackageLayout, is_package_layout);
   if (!status.ok() || is_package_layout == 0) return;
-  std::string script = kCacheSize + std::string(kListViews);
+  std::string script = "PRAGMA temp.cache_size = -" + std::to_string(cache_kib_ / 6) + ";" + kCreateWanted;
+  for (const ViewId view : views) script += Text(kWant, StoredId(view));
+  script += kListViews;
   for (const char* table : kTables) script += Text(kCreateList, table);
   status = db_util::Execute(db, script);
   if (status.ok()) status = Measure(db);
@@ -91,8 +92,7 @@ db_util::Status ViewRows::ListRows(sqlite3* db) const {
     const sqlite3_int64 share = std::max<sqlite3_int64>(last_rows_.at(table), 0) / passes_;
     const long long from = pass_ == 0 ? Limits::min() : share * pass_ + 1;
     const long long to = pass_ + 1 == passes_ ? Limits::max() : share * (pass_ + 1);
-    script += IsNodes(table) ? Text(kListNodes, table, table, table, from, to)
-                             : Text(kListOthers, table, table, table, from, to);
+    script += Text(kListRows, table, table, table, from, to);
   }
   return db_util::Execute(db, script);
 }
@@ -104,7 +104,10 @@ db_util::Status ViewRows::Measure(sqlite3* db) {
   db_util::Status status = db_util::QueryInt(db, kPages, pages);
   if (status.ok()) status = db_util::QueryInt(db, kFreePages, free_pages);
   if (status.ok()) status = db_util::QueryInt(db, kPageSize, page_size);
-  passes_ = static_cast<int>(1 + (pages - free_pages) * page_size / bytes_of_pass_);
+  // The cache has room for the lists and for what is written, too.
+  const sqlite3_int64 bytes_of_pass = sqlite3_int64{cache_kib_} * 1024 * 2 / 3;
+  passes_ =
+      static_cast<int>(1 + (pages - free_pages) * page_size / std::max<sqlite3_int64>(bytes_of_pass, 1));
   for (const char* table : kTables) {
     const std::string query = Text("SELECT max(rowid) FROM data_db.%s;", table);
     if (status.ok()) status = db_util::QueryInt(db, query, last_rows_[table]);

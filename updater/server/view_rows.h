@@ -10,23 +10,22 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "db-util/status.h"
-#include "updater/framework/attached_database.h"
 #include "updater/framework/views.h"
 
 namespace updater::server {
 
 class ViewRows {
  public:
-  // The cache has room for the lists and for what is written, too.
-  static constexpr sqlite3_int64 kBytesOfPass = sqlite3_int64{kDataCacheKiB} * 1024 * 2 / 3;
-  explicit ViewRows(sqlite3_int64 bytes_of_pass = kBytesOfPass) : bytes_of_pass_(bytes_of_pass) {}
+  // `cache_kib` is the page cache of data_db.
+  explicit ViewRows(int cache_kib = 0) : cache_kib_(cache_kib) {}
 
-  // Begins the first pass over the attached data_db. Where its tables are not quite those of the package, or
-  // something fails, there is one pass, which looks rows up as before Begin(): right for any table, and
-  // whoever reads what is damaged or missing fails.
-  void Begin(sqlite3* db);
+  // Begins the first pass over the attached data_db, for these views. Where its tables are not quite those of
+  // the package, or something fails, there is one pass, which looks rows up as before Begin(): right for any
+  // table, and whoever reads what is damaged or missing fails.
+  void Begin(sqlite3* db, const std::vector<ViewId>& views);
 
   [[nodiscard]] int passes() const { return passes_; }
 
@@ -45,7 +44,7 @@ class ViewRows {
   [[nodiscard]] db_util::Status Measure(sqlite3* db);
   [[nodiscard]] db_util::Status ListRows(sqlite3* db) const;
 
-  sqlite3_int64 bytes_of_pass_;
+  int cache_kib_;
   int passes_ = 1;
   int pass_ = 0;
   std::map<std::string, sqlite3_int64>

@@ -1,0 +1,116 @@
+#include "updater/server/view_split.h"
+
+#include <algorithm>
+
+#include "db-util/database.h"
+#include "db-util/execute.h"
+#include "updater/framework/attached_database.h"
+#include "updater/framework/background_work.h"
+#include "updater/framework/exec_sql.h"
+#include "updater/framework/updater_log.h"
+#include "updater/server/new_databases.h"
+
+namespace updater::server {
+namespace {
+
+std::string Transaction(const std::string& script) {
+  return "BEGIN TRANSACTION;" + script + "END TRANSACTION;";
+}
+
+// The first views before the others, so that of two threads that fail the first one has the first view.
+std::vector<ViewId> Share(const std::vector<ViewId>& views, std::size_t number, std::size_t shares) {
+  const auto at = [&](std::size_t share) {
+    return views.begin() + static_cast<std::ptrdiff_t>(views.size() * share / shares);
+  };
+  return {at(number), at(number + 1)};
+}
+
+}  // namespace
+
+ViewSplit::ViewSplit(const PackagePaths& paths, const std::string& home_uuid, bool is_last_layout)
+    : paths_(paths), home_uuid_(home_uuid), layout_(is_last_layout ? RebuiltLayout() : SplitLayout()) {}
+
+ViewSplit::Layout ViewSplit::SplitLayout() {
+  return {MakeViewImage(sql::kCreateSplitTables), sql::kSplitRows, "attribute & 1",
+          CreateNodeAndVersionIndexes()};
+}
+
+ViewSplit::Layout ViewSplit::RebuiltLayout() {
+  return {MakeViewImage(sql::CreateRebuiltTables()), sql::kRebuiltRows, "removed",
+          sql::CreateRebuiltIndexes()};
+}
+
+bool ViewSplit::Run(const std::vector<ViewId>& views) const {
+  const std::size_t shares = std::min(ThreadCount(), views.size());
+  return ForEachInBackground(shares, [&](std::size_t number) {
+    return SplitSome(Share(views, number, shares), DataCacheKiB() / static_cast<int>(shares));
+  });
+}
+
+bool ViewSplit::SplitSome(const std::vector<ViewId>& views, int cache_kib) const {
+  db_util::Database db;
+  if (!CheckView(OpenBeside(paths_.data, cache_kib, db), views.front())) return false;
+  ViewRows rows(cache_kib);
+  rows.Begin(db.get(), views);
+  for (int pass = 0; pass < rows.passes(); ++pass) {
+    if (!CheckView(rows.BeginPass(db.get(), pass), views.front())) return false;
+    for (const ViewId view : views) {
+      if (!FillView(db.get(), rows, view, pass)) return false;
+    }
+  }
+  return std::all_of(views.begin(), views.end(), [&](ViewId view) { return FinishView(db.get(), view); });
+}
+
+bool ViewSplit::AttachView(sqlite3* db, ViewId view) const {
+  return Check(AttachDatabase(db, "view_db", paths_.ViewDatabase(view)),
+               "Failed to attach new view db for view %llu\n", view);
+}
+
+bool ViewSplit::DetachView(sqlite3* db, ViewId view) {
+  return Check(ExecScript(db, "DETACH DATABASE view_db;"), "Failed to detach new view db for view %llu\n",
+               view);
+}
+
+bool ViewSplit::FillView(sqlite3* db, const ViewRows& rows, ViewId view, int pass) const {
+  return (pass > 0 || Check(CreateViewDatabase(paths_, view, paths_.data, layout_.image),
+                            "Failed to create new view db for view %llu\n", view)) &&
+         AttachView(db, view) && CopyRows(db, rows, view, pass) && DetachView(db, view);
+}
+
+// What needs nothing but the view.
+bool ViewSplit::FinishView(sqlite3* db, ViewId view) const {
+  const std::string finish =
+      layout_.indexes + CreateOtherViewIndexes() + sql::kCountVersionsWhere + layout_.is_removed + ";";
+  return AttachView(db, view) && CheckView(db_util::Execute(db, Transaction(finish)), view) &&
+         DetachView(db, view);
+}
+
+bool ViewSplit::CopyRows(sqlite3* db, const ViewRows& rows, ViewId view, int pass) const {
+  std::string copy;
+  const bool is_formatted = FormatRows(copy, layout_.rows, rows, view);
+  if (pass + 1 == rows.passes()) copy += sql::kCopyViewSettings;
+  return CheckView(is_formatted ? db_util::Execute(db, Transaction(copy)) : db_util::StatusOf(SQLITE_NOMEM),
+                   view);
+}
+
+bool ViewSplit::FormatRows(std::string& out, const sql::RowLayout& columns, const ViewRows& from,
+                           ViewId view) const {
+  const auto& [attributes, committer] = columns;
+  return db_util::FormatSql(out, sql::kCopyViewRows, attributes, home_uuid_, committer, home_uuid_,
+                            home_uuid_, from.From("node_table", view), attributes, home_uuid_, committer,
+                            home_uuid_, from.From("version_table", view), from.all_columns(),
+                            from.From("tree_table", view));
+}
+
+// The log shows all that is done for a view as one script.
+bool ViewSplit::CheckView(const db_util::Status& status, ViewId view) const {
+  if (status.ok()) return true;
+  std::string logged;
+  if (FormatRows(logged, sql::kSplitRows, ViewRows(), view)) {
+    (void)CheckScript(status, logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ");
+  }
+  return Check(false, "Failed to dump record from data_db to view_db for view %llu\n", view) ||
+         Check(false, "Failed to update view db for view %llu\n", view);
+}
+
+}  // namespace updater::server

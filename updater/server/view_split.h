@@ -1,0 +1,57 @@
+// Makes the database of every view from the data database.
+//
+// The views are shared out among threads, each with connections of its own, which first copies the rows of
+// all its views and then makes the indexes of one after the other. What they log is told in the order of the
+// views.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "db-util/status.h"
+#include "package/layout.h"
+#include "updater/framework/views.h"
+#include "updater/server/sql/split.h"
+#include "updater/server/view_rows.h"
+
+namespace updater::server {
+
+class ViewSplit {
+ public:
+  // With `is_last_layout` the views get nodes and versions in the layout that a later updater makes.
+  // `home_uuid` is that of the volume that holds the sync folder.
+  ViewSplit(const PackagePaths& paths, const std::string& home_uuid, bool is_last_layout);
+
+  // Splits paths.data, which nobody writes to or has locked meanwhile. Returns whether all views are made; of
+  // those that are not the first one is told of.
+  [[nodiscard]] bool Run(const std::vector<ViewId>& views) const;
+
+ private:
+  // How the views keep nodes and versions.
+  struct Layout {
+    std::string image;  // of MakeViewImage()
+    sql::RowLayout rows;
+    const char* is_removed;  // the condition for a removed node
+    std::string indexes;
+  };
+  static Layout SplitLayout();
+  static Layout RebuiltLayout();
+
+  [[nodiscard]] bool SplitSome(const std::vector<ViewId>& views, int cache_kib) const;
+  [[nodiscard]] bool AttachView(sqlite3* db, ViewId view) const;
+  [[nodiscard]] static bool DetachView(sqlite3* db, ViewId view);
+  [[nodiscard]] bool FillView(sqlite3* db, const ViewRows& rows, ViewId view, int pass) const;
+  [[nodiscard]] bool FinishView(sqlite3* db, ViewId view) const;
+  [[nodiscard]] bool CopyRows(sqlite3* db, const ViewRows& rows, ViewId view, int pass) const;
+  [[nodiscard]] bool FormatRows(std::string& out, const sql::RowLayout& columns, const ViewRows& from,
+                                ViewId view) const;
+  [[nodiscard]] bool CheckView(const db_util::Status& status, ViewId view) const;
+
+  const PackagePaths& paths_;
+  std::string home_uuid_;
+  Layout layout_;
+};
+
+}  // namespace updater::server
