@@ -61,6 +61,11 @@ void EmptyLog(const std::string& path) {
   UseAlone(db.get());
   (void)QueryInt(db.get(), "SELECT count(*) FROM sqlite_master;", ignored);  // what is left beside it tells
   FlushNothing(db.get());
+  db.reset();
+  // A killed process leaves the index of its log, too, and whoever is alone with a database does not look at
+  // it.
+  struct stat status {};
+  if (lstat((path + "-wal").c_str(), &status) != 0 && errno == ENOENT) (void)unlink((path + "-shm").c_str());
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "updater/framework/attached_database.h"
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -46,21 +45,11 @@ db_util::Status OpenEmpty(db_util::Database& out) {
   return Tune(out.get(), "main");
 }
 
-db_util::Status OpenBeside(const std::string& path, int cache_kib, db_util::Database& out) {
+db_util::Status OpenReader(const std::string& path, int cache_kib, db_util::Database& out) {
   db_util::Status status = OpenEmpty(out);
   if (status.ok()) status = AttachQuietly(out.get(), "data_db", path);
   const std::string cache = "PRAGMA data_db.cache_size = -" + std::to_string(cache_kib) + ";";
   return status.ok() ? db_util::Execute(out.get(), cache) : status;
-}
-
-int StopWritingTo(sqlite3* db, const char* schema) {
-  const std::string name = schema;
-  // The page cache is what the others need.
-  (void)sqlite3_db_release_memory(db);
-  (void)malloc_trim(0);
-  // A lock is given up at the end of a statement that reads.
-  return ExecScript(
-      db, "PRAGMA " + name + ".locking_mode = NORMAL; SELECT count(*) FROM " + name + ".sqlite_master;");
 }
 
 bool MakeIfMissing(const std::string& path, const std::string& like) {

@@ -22,12 +22,9 @@ db_util::Status Tune(sqlite3* db, const char* schema);
 // Opens a database in memory, tuned, to attach working copies to that nobody else has open. No message.
 db_util::Status OpenEmpty(db_util::Database& out);
 
-// The same with the data database at `path` attached as data_db, for a thread that reads it beside others
-// with a share of the page cache. Whoever has written to it must have called StopWritingTo().
-db_util::Status OpenBeside(const std::string& path, int cache_kib, db_util::Database& out);
-
-// Lets other connections read a database that this one had for itself.
-[[nodiscard]] int StopWritingTo(sqlite3* db, const char* schema);
+// The same with the data database at `path` attached as data_db, for a thread with a share of the page cache.
+// Several may read it at the same time where it has no log in use.
+db_util::Status OpenReader(const std::string& path, int cache_kib, db_util::Database& out);
 
 // Makes an empty database with the owner and mode of `like`, to be attached: ATTACH makes none. Returns
 // whether there was none; what cannot be made cannot be attached either.

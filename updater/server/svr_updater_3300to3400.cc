@@ -10,6 +10,7 @@
 #include "db-util/checkpoint.h"
 #include "db-util/database_files.h"
 #include "db-util/execute.h"
+#include "db-util/log_mode.h"
 #include "db-util/query.h"
 #include "file-op/file_op.h"
 #include "platform/sdk/volume_uuid.h"
@@ -135,8 +136,12 @@ bool SvrUpdater3300to3400::SplitDatabases() {
 
 bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
-  return ReadViewIds(db(), views) && Check(StopWritingTo(db(), "data_db"), "failed to attach database\n") &&
-         ViewSplit(paths(), home_uuid_, ViewsAreNew()).Run(views);
+  // Whoever uses a log is alone with the database.
+  const bool is_alone = db_util::LogModeOf(db(), "data_db") == db_util::LogMode::kInUse;
+  return ReadViewIds(db(), views) &&
+         Check(ExecScript(db(), "DETACH DATABASE data_db;"), "failed to detach database\n") &&
+         ViewSplit(paths(), home_uuid_, ViewsAreNew()).Run(views, is_alone ? 1 : ThreadCount()) &&
+         Check(AttachDatabase(db(), "data_db", paths().data), "failed to attach database\n");
 }
 
 bool SvrUpdater3300to3400::FillFiles() const {

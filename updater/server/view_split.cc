@@ -1,5 +1,7 @@
 #include "updater/server/view_split.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 
 #include "db-util/database.h"
@@ -40,8 +42,9 @@ ViewSplit::Layout ViewSplit::RebuiltLayout() {
           sql::CreateRebuiltIndexes()};
 }
 
-bool ViewSplit::Run(const std::vector<ViewId>& views) const {
-  const std::size_t shares = std::min(ThreadCount(), views.size());
+bool ViewSplit::Run(const std::vector<ViewId>& views, std::size_t most) const {
+  const std::size_t shares = std::min(most, views.size());
+  (void)malloc_trim(0);  // what the page caches of others held is for those of the threads
   return ForEachInBackground(shares, [&](std::size_t number) {
     return SplitSome(Share(views, number, shares), DataCacheKiB() / static_cast<int>(shares));
   });
@@ -49,7 +52,7 @@ bool ViewSplit::Run(const std::vector<ViewId>& views) const {
 
 bool ViewSplit::SplitSome(const std::vector<ViewId>& views, int cache_kib) const {
   db_util::Database db;
-  if (!CheckView(OpenBeside(paths_.data, cache_kib, db), views.front())) return false;
+  if (!CheckView(OpenReader(paths_.data, cache_kib, db), views.front())) return false;
   ViewRows rows(cache_kib);
   rows.Begin(db.get(), views);
   for (int pass = 0; pass < rows.passes(); ++pass) {

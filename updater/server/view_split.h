@@ -24,9 +24,9 @@ class ViewSplit {
   // `home_uuid` is that of the volume that holds the sync folder.
   ViewSplit(const PackagePaths& paths, const std::string& home_uuid, bool is_last_layout);
 
-  // Splits paths.data, which nobody writes to or has locked meanwhile. Returns whether all views are made; of
-  // those that are not the first one is told of.
-  [[nodiscard]] bool Run(const std::vector<ViewId>& views) const;
+  // Splits paths.data, which nobody else has open, with `most` threads at most. Returns whether all views are
+  // made; of those that are not the first one is told of.
+  [[nodiscard]] bool Run(const std::vector<ViewId>& views, std::size_t most) const;
 
  private:
   // How the views keep nodes and versions.
