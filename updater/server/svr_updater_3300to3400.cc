@@ -138,10 +138,14 @@ bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
   // Whoever uses a log is alone with the database.
   const bool is_alone = db_util::LogModeOf(db(), "data_db") == db_util::LogMode::kInUse;
-  return ReadViewIds(db(), views) &&
-         Check(ExecScript(db(), "DETACH DATABASE data_db;"), "failed to detach database\n") &&
-         ViewSplit(paths(), home_uuid_, ViewsAreNew()).Run(views, is_alone ? 1 : ThreadCount()) &&
-         Check(AttachDatabase(db(), "data_db", paths().data), "failed to attach database\n");
+  if (!ReadViewIds(db(), views) ||
+      !Check(ExecScript(db(), "DETACH DATABASE data_db;"), "failed to detach database\n")) {
+    return false;
+  }
+  const bool is_split =
+      ViewSplit(paths(), home_uuid_, ViewsAreNew()).Run(views, is_alone ? 1 : ThreadCount());
+  // The end of a failed updater, too, expects all of its databases.
+  return Check(AttachDatabase(db(), "data_db", paths().data), "failed to attach database\n") && is_split;
 }
 
 bool SvrUpdater3300to3400::FillFiles() const {
