@@ -13,9 +13,10 @@ namespace db_util {
 // when the database is damaged, locked or cannot be written, after logging "cannot fold database %s: %s
 // (%d)\n"; the companions then stay.
 //
-// Of what the log held nothing is flushed, because there may be thousands of databases, unless the path is a
-// link: nobody knows of the file system behind it. For a database that has to survive a loss of power in
-// between: flush its file system, WriteBackLog, flush again, and then this.
+// A rollback journal is rolled back with flushes. Of what the write-ahead log held nothing is flushed,
+// because there may be thousands of databases, unless the path is a link: nobody knows of the file system
+// behind it. For a database that has to survive a loss of power in between: flush its file system,
+// WriteBackLog, flush again, and then this.
 [[nodiscard]] int CheckpointDatabase(const std::string& path, Links links = Links::kTrusted);
 
 // The same, but a write-ahead log stays beside the database, and still holds what it has written to it.

@@ -48,7 +48,8 @@ db_util::Status OpenEmpty(db_util::Database& out) {
 db_util::Status OpenReader(const std::string& path, int cache_kib, db_util::Database& out) {
   db_util::Status status = OpenEmpty(out);
   if (status.ok()) status = AttachQuietly(out.get(), "data_db", path);
-  const std::string cache = "PRAGMA data_db.cache_size = -" + std::to_string(cache_kib) + ";";
+  const std::string cache = "PRAGMA data_db.cache_size = -" + std::to_string(cache_kib) +
+                            ";PRAGMA main.cache_size = -" + std::to_string(cache_kib / 3) + ";";
   return status.ok() ? db_util::Execute(out.get(), cache) : status;
 }
 

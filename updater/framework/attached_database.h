@@ -22,7 +22,7 @@ db_util::Status Tune(sqlite3* db, const char* schema);
 // Opens a database in memory, tuned, to attach working copies to that nobody else has open. No message.
 db_util::Status OpenEmpty(db_util::Database& out);
 
-// The same with the data database at `path` attached as data_db, for a thread with a share of the page cache.
+// The same with the data database at `path` attached as data_db, for a thread with a share of the caches.
 // Several may read it at the same time where it has no log in use.
 db_util::Status OpenReader(const std::string& path, int cache_kib, db_util::Database& out);
 

@@ -24,7 +24,7 @@ struct Outcome {
 // Logs the lines. Returns whether the work went well.
 [[nodiscard]] bool Tell(const Outcome& outcome);
 
-// One piece of work at a time. The destructor waits for it, and then nobody is told.
+// One piece of work at a time. The destructor waits for a thread that is at it, and then nobody is told.
 class BackgroundWork {
  public:
   // To be called when the work before is finished. What the work uses outlives this object. Where there can

@@ -194,6 +194,11 @@ TEST_F(ServerUpdatersTest, FailuresAreNamedAndUndoneAndFailedScriptsLoggedWholeO
            step},
       {3450, run(package_.user, "DROP TABLE customized_rotate_cnt_table"),
        ".*failed to update user database schema\n"},
+      {3300, run(package_.data, "ALTER TABLE file_table RENAME TO gone;"),
+       "sqlite3_exec.INSERT INTO file_db.file_table .*no such table: data_db.file_table .1.\n.*Failed to dump record "
+       "from data_db to file_db for home_uuid .*\nFailed to update file db for home_uuid .*\n"
+       "failed to update databases\n",
+       "data"},
       {3450, fail("GetFileSystemType"), "Failed to check btrfs volume '.*/@sync'\n" + no_history,
        "data|user|view.*"},
       {4000, run(package_.user, "ALTER TABLE user_table DROP COLUMN user_type;"),

@@ -1,8 +1,8 @@
 // 3300 to 3400: splits the data database into one view database per view, one file database for the home
 // volume, and a small new data database that takes the old one's place.
 //
-// Rows are copied by one thread, because they are read from one database. What is made of them afterwards
-// needs nothing but the new database, and is made of several at a time: mostly indexes, half of the work.
+// The views are split by several threads, see ViewSplit. Beside them another one makes the indexes of the
+// files.
 #include <unistd.h>
 
 #include <cstdio>
@@ -87,6 +87,7 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
     };
   }
 
+  [[nodiscard]] static bool MakeEmptyFolder(const std::string& path);
   [[nodiscard]] bool CreateFolders() const;
 
   [[nodiscard]] bool SplitDatabases();
@@ -109,11 +110,13 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
   std::string home_uuid_;  // of the volume that holds the sync folder; known from the start of the split
 };
 
+bool SvrUpdater3300to3400::MakeEmptyFolder(const std::string& path) {
+  (void)file_op::FSRemoveTree(path, 0);  // a folder that stays makes the creation of its databases fail
+  return MakeFolder(path);
+}
+
 bool SvrUpdater3300to3400::CreateFolders() const {
-  // A folder that stays makes the creation of its databases fail.
-  (void)file_op::FSRemoveTree(paths().view_folder, 0);
-  (void)file_op::FSRemoveTree(paths().file_folder, 0);
-  if (!MakeFolder(paths().view_folder) || !MakeFolder(paths().file_folder)) return false;
+  if (!MakeEmptyFolder(paths().view_folder) || !MakeEmptyFolder(paths().file_folder)) return false;
   for (const char* folder : kRemovalFolders) {
     if (!MakeFolder(paths().sync_folder + package::kRemovalFolder + folder)) return false;
   }
@@ -142,8 +145,11 @@ bool SvrUpdater3300to3400::SplitViews() const {
       !Check(ExecScript(db(), "DETACH DATABASE data_db;"), "failed to detach database\n")) {
     return false;
   }
-  const bool is_split =
-      ViewSplit(paths(), home_uuid_, ViewsAreNew()).Run(views, is_alone ? 1 : ThreadCount());
+  const ViewSplit split(paths(), home_uuid_, ViewsAreNew());
+  // Threads share the memory, of which very large rows may need all; and what fails for one thread is told in
+  // the order in which it fails.
+  const bool is_split = (!is_alone && HoldBack([&] { return split.Run(views, ThreadCount()); }).went_well) ||
+                        (MakeEmptyFolder(paths().view_folder) && split.Run(views, 1));
   // The end of a failed updater, too, expects all of its databases.
   return Check(AttachDatabase(db(), "data_db", paths().data), "failed to attach database\n") && is_split;
 }
@@ -168,8 +174,10 @@ bool SvrUpdater3300to3400::AttachFiles(sqlite3* db) const {
 }
 
 bool SvrUpdater3300to3400::RunForFiles(sqlite3* db, const std::string& part) const {
-  const std::string script = "BEGIN TRANSACTION;" + part + "END TRANSACTION;";
-  return Check(ExecScriptAs(db, script, sql::kCopyFileRows),
+  const db_util::Status status = db_util::Execute(db, "BEGIN TRANSACTION;" + part + "END TRANSACTION;");
+  // A transaction that stays would keep its databases attached.
+  if (sqlite3_get_autocommit(db) == 0) (void)ExecScript(db, "ROLLBACK;");
+  return Check(CheckScript(status, sql::kCopyFileRows),
                "Failed to dump record from data_db to file_db for home_uuid %s\n", home_uuid_) ||
          Check(false, "Failed to update file db for home_uuid %s\n", home_uuid_);
 }

@@ -13,12 +13,13 @@ namespace {
 constexpr const char* kNodes = "node_table";
 constexpr std::array kTables = {kNodes, "version_table", "tree_table"};
 
-// Whether numbers are compared as numbers, a node is in one view, and every row is known by its number. There
-// are five such columns in the package's tables; one with a name of the row's number would be read in its
-// place.
+// Whether numbers are compared as numbers, the number of a node is that of its row (a primary key of any
+// other kind has an index), and every row is known by its number. There are five such columns in the
+// package's tables; one with a name of the row's number would be read in its place.
 constexpr const char* kIsPackageLayout =
     "SELECT sum(type LIKE '%int%' AND name IN ('node_id', 'view_id', 'ver_id')) = 5 AND "
     "sum(is_node AND name = 'node_id' AND type = 'INTEGER' AND pk) = 1 AND sum(is_node AND pk) = 1 AND "
+    "NOT EXISTS (SELECT 1 FROM pragma_index_list('node_table', 'data_db') WHERE origin = 'pk') AND "
     "NOT sum(lower(name) IN ('rowid', 'oid', '_rowid_')) FROM "
     "(SELECT name, type, pk, 1 AS is_node FROM pragma_table_info('node_table', 'data_db') UNION ALL "
     "SELECT name, type, pk, 0 FROM pragma_table_info('version_table', 'data_db') UNION ALL "

@@ -43,7 +43,9 @@ ViewSplit::Layout ViewSplit::RebuiltLayout() {
 }
 
 bool ViewSplit::Run(const std::vector<ViewId>& views, std::size_t most) const {
-  const std::size_t shares = std::min(most, views.size());
+  constexpr int kLeastCacheKiB = 16 * 1024;  // with less, every view is attached too often
+  const auto caches = static_cast<std::size_t>(std::max(DataCacheKiB() / kLeastCacheKiB, 1));
+  const std::size_t shares = std::min({most, caches, views.size()});
   (void)malloc_trim(0);  // what the page caches of others held is for those of the threads
   return ForEachInBackground(shares, [&](std::size_t number) {
     return SplitSome(Share(views, number, shares), DataCacheKiB() / static_cast<int>(shares));

@@ -1,8 +1,6 @@
 // Makes the database of every view from the data database.
-//
-// The views are shared out among threads, each with connections of its own, which first copies the rows of
-// all its views and then makes the indexes of one after the other. What they log is told in the order of the
-// views.
+// The views are shared out among threads. Each thread has a connection of its own, copies the rows of all its
+// views, and then makes the indexes of one view after the other.
 #pragma once
 
 #include <sqlite3.h>
@@ -25,7 +23,7 @@ class ViewSplit {
   ViewSplit(const PackagePaths& paths, const std::string& home_uuid, bool is_last_layout);
 
   // Splits paths.data, which nobody else has open, with `most` threads at most. Returns whether all views are
-  // made; of those that are not the first one is told of.
+  // made; what a thread fails at is told, of several threads what the first one fails at.
   [[nodiscard]] bool Run(const std::vector<ViewId>& views, std::size_t most) const;
 
  private:
