@@ -14,7 +14,7 @@ class Lifecycle : public UserManagerFixture {
   }
 };
 
-TEST_F(Lifecycle, InitializeMakesTheSchemaThatAnUpgradeEndsInAndItsFirstRows) {
+TEST_F(Lifecycle, InitializeMakesWhatAnUpgradeEndsInKeepsWhatIsThereAndIsANoOpWhenOpen) {
   ASSERT_EQ(UserManager::Initialize(File()), 0);
   const package::PackagePaths upgraded = tests::PackageIn(Path("package"));
   tests::WriteFixture(tests::kVersions.back(), "uuid", "", upgraded);
@@ -22,10 +22,6 @@ TEST_F(Lifecycle, InitializeMakesTheSchemaThatAnUpgradeEndsInAndItsFirstRows) {
   EXPECT_EQ(Rows(), "version|" + std::to_string(tests::kVersions.back()) +
                         "|,branch|master|,view_id|1|,0|32|fifo,"
                         "internal for enc share|{\"filtered_max_name_length\":143}|7,");
-}
-
-TEST_F(Lifecycle, InitializeKeepsWhatIsThereAndIsANoOpWhenOpen) {
-  ASSERT_EQ(UserManager::Initialize(File()), 0);
   EXPECT_EQ(UserManager::Initialize(Path("other")), 0);
   EXPECT_FALSE(std::filesystem::exists(Path("other")));
   UserManager::Destroy();
