@@ -2,8 +2,6 @@
 #include <malloc.h>
 #include <sys/file.h>
 
-#include <functional>
-
 #include "base/file_descriptor.h"
 #include "db-util/execute.h"
 #include "user-mgr/access.h"
@@ -14,19 +12,8 @@ namespace {
 
 class SelfCheck : public UserManagerFixture {
  protected:
-  // Accounts that let a test act in the middle of the check.
-  class HookedAccounts : public tests::FakeAccounts {
-   public:
-    std::function<void(uid_t)> hook = [](uid_t) {};
-    platform::Lookup FindByUid(uid_t uid, platform::Account& account) override {
-      hook(uid);
-      return FakeAccounts::FindByUid(uid, account);
-    }
-  };
-
   void SetUp() override {
     UserManagerFixture::SetUp();
-    UserManager::Configure(platform_, Path("lock"));
     ASSERT_EQ(UserManager::Initialize(File()), 0);
   }
 
@@ -75,9 +62,7 @@ class SelfCheck : public UserManagerFixture {
     return Read("SELECT name, view_id, attribute, gid, watch_path FROM user_table ORDER BY id");
   }
 
-  HookedAccounts accounts_;
-  platform::Platform platform_{machine_.volumes, machine_.state_files, machine_.app_privilege,
-                               accounts_,        machine_.services,    machine_.shares};
+  tests::FakeAccounts& accounts_ = machine_.accounts;
 };
 
 TEST_F(SelfCheck, BothServicesFailWithTheTextOfLdap) {
@@ -125,7 +110,7 @@ TEST_F(SelfCheck, AFullPageIsFollowedByAnother) {
     AddNormalUsers(count);
     Write("UPDATE user_table SET user_type = 1 WHERE id = 9;");  // left out of the page, but one of its rows
     for (unsigned uid = 1; uid <= count; ++uid) AddAccount(uid);
-    accounts_.hook = [count](uid_t uid) {
+    accounts_.on_question = [count](uid_t uid) {
       const std::string add = "INSERT INTO user_table VALUES (5000, 0, 7, 'new', 5000, 1, 0, '');";
       EXPECT_TRUE(uid != count || db_util::Execute(Access::db(), add).ok());
     };
@@ -142,7 +127,7 @@ TEST_F(SelfCheck, LongTextsAreNotAllHeldAtOnce) {
   EXPECT_EQ(
       sink_.Count("[ERROR] user-mgr(N): UserManager::EnumUser: the rows hold more than 134217728 bytes\n"),
       1);
-  accounts_.hook = [](uid_t) { EXPECT_LT(mallinfo2().uordblks + mallinfo2().hblkhd, 64U << 20U); };
+  accounts_.on_question = [](uid_t) { EXPECT_LT(mallinfo2().uordblks + mallinfo2().hblkhd, 64U << 20U); };
   ExpectRemoved({});
 }
 
@@ -151,7 +136,7 @@ TEST_F(SelfCheck, RemovalOfAnAccountsUserDoesNotTakeTheLock) {
   AddNormalUsers(1);
   Write("UPDATE user_table SET name = CAST(x'63E9' AS TEXT);");  // no UTF-8, but a name all the same
   const base::FileDescriptor other(open(Path("lock").c_str(), O_RDWR | O_CLOEXEC));
-  accounts_.hook = [&](uid_t) {
+  accounts_.on_question = [&](uid_t) {
     EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);  // behind the page's reading
   };
   ExpectRemoved({9999});

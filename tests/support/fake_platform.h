@@ -2,6 +2,7 @@
 // real.
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
 
@@ -29,12 +30,14 @@ class FakeVolumes : public platform::memory::MemoryVolumes {
 
 class FakeAccounts : public platform::memory::MemoryAccounts {
  public:
-  std::set<uid_t> failing;  // could not be asked for
+  std::set<uid_t> failing;                                // could not be asked for
+  std::function<void(uid_t)> on_question = [](uid_t) {};  // lets a test act in the middle of a check
 
   void Add(const std::string& name, uid_t uid, gid_t gid = 100) {
     accounts[uid] = {.name = name, .uid = uid, .gid = gid, .home = "", .expired = false};
   }
   platform::Lookup FindByUid(uid_t uid, platform::Account& account) override {
+    on_question(uid);
     return failing.contains(uid) ? platform::Lookup::kFailed : MemoryAccounts::FindByUid(uid, account);
   }
 };
