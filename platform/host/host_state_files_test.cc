@@ -45,23 +45,6 @@ TEST_F(StateFilesTest, ReadsTheFirstLineWithTheKeyWithOrWithoutQuotesAndBlanks) 
   }
 }
 
-TEST_F(StateFilesTest, SettingKeepsEveryOtherByteTheModeAndTheOwner) {
-  const std::string path = folder_.Write("file", "# note\r\n\n a = b\nstatus = old # x\nstatus=\"2\"\nz");
-  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
-  const uid_t owner = ::geteuid() == 0 ? 1234 : ::geteuid();
-  ASSERT_EQ(::chown(path.c_str(), owner, ::getegid()), 0);
-  EXPECT_EQ(Set(path, "up%s"), 0);
-  EXPECT_EQ(tests::ReadFile(path), "# note\r\n\n a = b\nstatus=\"up%s\"\nstatus=\"2\"\nz");
-  EXPECT_EQ(files_.PLIBCFileSetKeyValue(path, "new", "1", 0), 0);
-  EXPECT_TRUE(tests::ReadFile(path).ends_with("\nz\nnew=\"1\"\n"));
-  EXPECT_EQ(StatusOf(path).st_mode, S_IFREG | 0640U);
-  EXPECT_EQ(StatusOf(path).st_uid, owner);
-
-  EXPECT_EQ(Set(folder_ / "made", "done"), 0);
-  EXPECT_EQ(tests::ReadFile(folder_ / "made"), "status=\"done\"\n");
-  EXPECT_EQ(StatusOf(folder_ / "made").st_mode, S_IFREG | 0644U);
-}
-
 TEST_F(StateFilesTest, RefusesWhatCouldNotBeReadBackAndLeavesNothingBehind) {
   const std::string path = folder_.Write("file", "status=\"old\"\n");
   for (const std::string& value : {"a\nb"s, "a\"b"s, "a\0b"s}) EXPECT_LT(Set(path, value), 0);

@@ -228,7 +228,7 @@ class SystemTest(unittest.TestCase):
         write(STATUS_FILE, self.status_text(status))
 
     def status_text(self, status):
-        return f'# of the package\nlast="a=b"\nstatus="{status}"\nport="6690"\n'
+        return f'# of the package \n\n last = a=b\nstatus="{status}"\nstatus="2"\nport="6690"'
 
     def new_volume(self, version=None, uuid_in_old_form=False, extras=(), **options):
         """A volume, and if a version is told a package at that version on it that is about to be upgraded."""

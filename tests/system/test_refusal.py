@@ -77,6 +77,7 @@ class Entry(RefusalTest):
                 if missing is not None:
                     os.unlink(missing)
                 self.refuse(volume, lines)
+                self.assertEqual(os.stat(STATUS_FILE).st_mode & 0o777, 0o644)  # under any mask
 
     def test_no_folder_for_the_mark(self):
         volume = self.new_volume(2577)

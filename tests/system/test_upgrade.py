@@ -35,7 +35,7 @@ def told_from(version, volume):
 class UpgradeTest(SystemTest):
     def upgrade(self, version, *arguments, extras=EXTRAS, **options):
         volume = self.new_volume(version, extras=extras, **options)
-        for path in volume.everything():
+        for path in (*volume.everything(), STATUS_FILE):
             os.chown(path, 1026, 100)
             os.chmod(path, 0o755 if os.path.isdir(path) else 0o600)
         write(PRIVILEGE, "somebody\nO'Brien\n" if volume.fs == "btrfs" else "somebody")
@@ -52,7 +52,7 @@ class UpgradeTest(SystemTest):
             for path in volume.databases()})
         self.assertEqual((run.stdout, run.log, run.stderr), (*told_from(version, volume), ""))
         self.assert_upgraded(volume, [extra for extra in extras if FIRST_WITH[extra] <= version])
-        for path in volume.everything():  # what is new is owned like what is around it
+        for path in (*volume.everything(), STATUS_FILE):  # what is new is owned like what is around it
             status, mode = os.stat(path), 0o755 if os.path.isdir(path) else 0o600
             self.assertEqual((status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)), (1026, 100, mode), path)
         if version <= 3450:  # the accounts of the machine get the privilege on the way
