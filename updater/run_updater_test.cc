@@ -39,6 +39,7 @@ class RunUpdaterTest : public tests::LoggedTest,
       fs::create_directories(fs::path(path).parent_path());
     }
     std::ofstream(system_.package_enabled).flush();
+    tests::WriteFixture(tests::kVersions.back(), fake_.volumes.own.uuid, "", run_.live);
     fake_.accounts.Add("O'Brien", 1026);
     fake_.shares.shares = {{"team \"50%\"", "/volume1/team", false, {}}};
   }
@@ -47,11 +48,6 @@ class RunUpdaterTest : public tests::LoggedTest,
     user_mgr::UserManager::Destroy();
   }
 
-  // Live databases of that version.
-  void StartAt(int version) {
-    tests::WriteFixture(version, fake_.volumes.own.uuid, "",
-                        tests::PackageIn(run_.volume + "/@stratofolder"));
-  }
   // Runs the program and returns the status it leaves; the mark must be gone.
   std::string Upgrade(std::vector<const char*> more = {}) {
     EXPECT_EQ(status_.SetServiceStatus("initializing"), 0);
@@ -83,7 +79,6 @@ class RunUpdaterTest : public tests::LoggedTest,
 };
 
 TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacement) {
-  StartAt(tests::kVersions.back());
   EXPECT_EQ(Upgrade({"--dont_skip"}), "done");
   EXPECT_EQ(Upgrade({"--dont-skip"}), "done");
   EXPECT_EQ(tests::SchemaOf(run_.live.client).find("lost"), std::string::npos) << "copied once more";
@@ -94,33 +89,7 @@ TEST_F(RunUpdaterTest, LegacyStepsRunOnlyOnTheExactWordAndTheCheckAfterThePlacem
   EXPECT_EQ(sink_.Count("Update V5 Fail"), 1);
 }
 
-TEST_F(RunUpdaterTest, WhatAFailedRunMadeOfPartsThatAreNotThereIsForgotten) {
-  StartAt(3200);
-  // Of the version only the digits in front are read.
-  tests::RunSql(run_.live.data,
-                "INSERT INTO log_table (type, time) VALUES (1, 1);"
-                "UPDATE config_table SET value = '3200abc' WHERE key = 'version';");
-  fs::remove_all(run_.live.sync_folder + "/rm");
-  EXPECT_EQ(Upgrade(), "upgradefail");
-  fs::create_directory(run_.live.sync_folder + "/rm");
-  EXPECT_EQ(Upgrade(), "done");
-  EXPECT_EQ(tests::Query(run_.live.log, "SELECT count(*) FROM log_table;"), "1 ");
-  fs::rename(run_.live.view_folder, run_.copies.view_folder);
-  fs::rename(run_.live.file_folder, run_.copies.file_folder);
-  for (const std::string& path : {run_.live.log, run_.live.client}) fs::remove(path);
-  EXPECT_EQ(Upgrade(), "done");
-  for (const std::string& path :
-       {run_.live.view_folder, run_.live.file_folder, run_.live.log, run_.live.client}) {
-    EXPECT_FALSE(fs::exists(path)) << path;
-  }
-}
-
 TEST_F(RunUpdaterTest, ACheckThatCannotAskRemovesNothing) {
-  StartAt(tests::kVersions.back());
-  fake_.accounts.failing.insert(1026);
-  EXPECT_EQ(Check(), -1);
-  fake_.accounts.failing.clear();
-
   tests::RunSql(run_.live.data, "INSERT INTO volume_table (uuid, repo_path) VALUES ('a', '/gone');");
   for (const char* call : {"GetShareBinPath", "GetFileSystemType", "GetExtUuid"}) {
     fake_.volumes.failing_calls = {call};

@@ -40,6 +40,9 @@ class UpgradeTest(SystemTest):
             os.chmod(path, 0o755 if os.path.isdir(path) else 0o600)
         write(PRIVILEGE, "somebody\nO'Brien\n" if volume.fs == "btrfs" else "somebody")
         os.makedirs(volume.sync + "/.upgrade-probe/full")
+        for path in (volume.log, volume.sync + "/view", volume.sync + "/file"):
+            if not os.path.exists(path):
+                write(path + ".bak", "made by a failed run")
         if version != LAST:  # then nothing looks at it
             leave(SCRATCH, PLANTED + ("PRAGMA journal_mode = WAL; DROP TABLE user_table" if version % 2 else HALF))
         headers = lambda: {path: open(path, "rb").read(20)[18:] for path in volume.databases()}
