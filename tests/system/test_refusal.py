@@ -183,9 +183,6 @@ class Chain(RefusalTest):
             "user beyond 32 bits": (2577, lambda v: set_config(v.user, "version", "'4294969873'"), failed(
                 2577, 3004, "failed to get database versions\n",
                 UNREADABLE + "{sync}/user-db.sqlite.bak: '4294969873' is no version number\n")),
-            "no repo": (2577, lambda v: os.rmdir(v.sync + "/repo"), failed(
-                2577, 3004, "failed to open file({sync}/repo/.0): No such file or directory\n",
-                "failed to create empty file\n", "failed to update databases\n")),
             "stray view": (3400, lambda v: os.mkdir(v.sync + "/view/lost"), failed(
                 3400, 3450, "sqlite3_exec(SQL): no such table: view_db.config_table (1)\n",
                 "Failed to update version and branch to view-db {sync}/view.bak/lost/view-db.sqlite",
