@@ -123,7 +123,7 @@ class Content(RefusalTest):
                                [f"exist db is newer, exist: 4294969873, target: {LAST}", NEWER], "dbnewer", False),
             "below 32 bits": (2577, lambda v: set_config(v.data, "version", "'-4294964719'"),
                               [UNREADABLE_DATA + "'-4294964719' is no version number\n", NO_VERSION]),
-            "unknown version": (3300, lambda v: set_config(v.data, "version", "'3100abc'"), [no_start + "(master, 3100) "]),
+            "unknown": (3300, lambda v: set_config(v.data, "version", "'3100abc'"), [no_start + "(master, 3100) "]),
         })
 
     def test_parts_that_cannot_be_copied(self):
