@@ -13,8 +13,8 @@
 namespace updater {
 namespace {
 
-constexpr long long kLeastCacheKiB = 16 * 1024;
-constexpr long long kLargestCacheKiB = 96 * 1024;
+constexpr long long kLeastCacheKiB = 16LL * 1024;
+constexpr long long kLargestCacheKiB = 96LL * 1024;
 constexpr long long kShareOfMemory = 16;
 
 // Rows of the data database are looked up, and the connection's own database tells how much is sorted at once
@@ -39,7 +39,7 @@ db_util::Status Tune(sqlite3* db, const char* schema) {
 }
 
 db_util::Status OpenEmpty(db_util::Database& out) {
-  const db_util::Status status = db_util::OpenQuietly(":memory:", out, db_util::OpenMode::kReadWrite);
+  db_util::Status status = db_util::OpenQuietly(":memory:", out, db_util::OpenMode::kReadWrite);
   if (!status.ok()) return status;
   db_util::UseAlone(out.get());
   return Tune(out.get(), "main");
