@@ -141,15 +141,18 @@ bool SvrUpdater3300to3400::SplitViews() const {
   std::vector<ViewId> views;
   // Whoever uses a log is alone with the database.
   const bool is_alone = db_util::LogModeOf(db(), "data_db") == db_util::LogMode::kInUse;
+  const std::size_t threads = is_alone ? 1 : ThreadCount();
   if (!ReadViewIds(db(), views) ||
       !Check(ExecScript(db(), "DETACH DATABASE data_db;"), "failed to detach database\n")) {
     return false;
   }
   const ViewSplit split(paths(), home_uuid_, ViewsAreNew());
+  const Outcome outcome = HoldBack([&] { return split.Run(views, threads); });
   // Threads share the memory, of which very large rows may need all; and what fails for one thread is told in
   // the order in which it fails.
-  const bool is_split = (!is_alone && HoldBack([&] { return split.Run(views, ThreadCount()); }).went_well) ||
-                        (MakeEmptyFolder(paths().view_folder) && split.Run(views, 1));
+  const bool is_split = outcome.went_well || threads == 1
+                            ? Tell(outcome)
+                            : MakeEmptyFolder(paths().view_folder) && split.Run(views, 1);
   // The end of a failed updater, too, expects all of its databases.
   return Check(AttachDatabase(db(), "data_db", paths().data), "failed to attach database\n") && is_split;
 }

@@ -1,4 +1,5 @@
 // Makes the database of every view from the data database.
+//
 // The views are shared out among threads. Each thread has a connection of its own, copies the rows of all its
 // views, and then makes the indexes of one view after the other.
 #pragma once
