@@ -39,13 +39,9 @@ bool BackgroundWork::Finish() { return !outcome_.valid() || Tell(outcome_.get())
 std::size_t ThreadCount() { return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads); }
 
 bool ForEachInBackground(std::size_t count, const std::function<bool(std::size_t)>& work) {
-  std::vector<BackgroundWork> threads(ThreadCount());
-  for (std::size_t i = 0; i < count + threads.size(); ++i) {
-    BackgroundWork& thread = threads[i % threads.size()];
-    if (!thread.Finish()) return false;
-    if (i < count) thread.Start([&work, i] { return work(i); });
-  }
-  return true;
+  std::vector<BackgroundWork> threads(count);
+  for (std::size_t i = 0; i < count; ++i) threads[i].Start([&work, i] { return work(i); });
+  return std::all_of(threads.begin(), threads.end(), [](BackgroundWork& thread) { return thread.Finish(); });
 }
 
 }  // namespace updater

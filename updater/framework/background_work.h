@@ -38,12 +38,12 @@ class BackgroundWork {
   std::future<Outcome> outcome_;
 };
 
-// The threads of ForEachInBackground(), one for each processor but no more than a few.
+// How many threads pay: one for each processor, but no more than a few.
 [[nodiscard]] std::size_t ThreadCount();
 
-// Does the work for every number from 0 to below `count`, some at a time, and tells of it in their order.
-// Returns false after the first one that did not go well; by then the work for some of those behind it may be
-// done, too.
+// Does the work for every number from 0 to below `count`, each on a thread of its own, and tells of it in
+// their order. Returns false after the first one that did not go well; by then the work for those behind it
+// is done, too.
 [[nodiscard]] bool ForEachInBackground(std::size_t count, const std::function<bool(std::size_t)>& work);
 
 }  // namespace updater

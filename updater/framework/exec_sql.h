@@ -21,6 +21,11 @@ void LogReasonBehind(const std::string& statement, const db_util::Status& failur
 // (%d)\n" with `logged`, SQLite's message and its code, and the reason behind it.
 [[nodiscard]] bool CheckScript(const db_util::Status& status, const std::string& logged);
 
+// The script as one transaction.
+[[nodiscard]] inline std::string InTransaction(const std::string& script) {
+  return "BEGIN TRANSACTION;" + script + "END TRANSACTION;";
+}
+
 // Executes text that is complete, and never used as a format. Returns 0, or -1 after CheckScript() with the
 // text.
 [[nodiscard]] int ExecScript(sqlite3* db, const std::string& text);

@@ -12,6 +12,7 @@
 #include "db-util/execute.h"
 #include "db-util/log_mode.h"
 #include "file-op/file_op.h"
+#include "updater/framework/exec_sql.h"
 #include "updater/framework/updater_log.h"
 #include "updater/server/sql/split.h"
 
@@ -53,7 +54,7 @@ bool MakeSignFile(const Folder& sign_folder) {
 // database.
 std::string MakeImage(const char* schema, const std::string& script) {
   db_util::Database db;
-  const std::string all = "ATTACH ':memory:' AS view_db; BEGIN TRANSACTION;" + script + "END TRANSACTION;";
+  const std::string all = "ATTACH ':memory:' AS view_db; " + InTransaction(script);
   sqlite3_int64 size = 0;
   if (!db_util::OpenQuietly(":memory:", db, db_util::OpenMode::kReadWrite).ok() ||
       !db_util::Execute(db.get(), all).ok()) {

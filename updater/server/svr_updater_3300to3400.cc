@@ -177,7 +177,7 @@ bool SvrUpdater3300to3400::AttachFiles(sqlite3* db) const {
 }
 
 bool SvrUpdater3300to3400::RunForFiles(sqlite3* db, const std::string& part) const {
-  const db_util::Status status = db_util::Execute(db, "BEGIN TRANSACTION;" + part + "END TRANSACTION;");
+  const db_util::Status status = db_util::Execute(db, InTransaction(part));
   // A transaction that stays would keep its databases attached.
   if (sqlite3_get_autocommit(db) == 0) (void)ExecScript(db, "ROLLBACK;");
   return Check(CheckScript(status, sql::kCopyFileRows),
@@ -217,7 +217,7 @@ bool SvrUpdater3300to3400::InsertViewSyncIds() const {
       !FormatViewSyncIds(views, is_indexed ? kIndexedProgressTable : kProgressTable, script)) {
     return false;
   }
-  script = "BEGIN TRANSACTION;" + script + "END TRANSACTION;";
+  script = InTransaction(script);
   return Check(ExecScriptAs(db(), script, logged), "Failed to insert view sync_id into client db\n");
 }
 

@@ -15,8 +15,9 @@
 namespace updater::server {
 namespace {
 
-std::string Transaction(const std::string& script) {
-  return "BEGIN TRANSACTION;" + script + "END TRANSACTION;";
+// What needs nothing but the view, behind its rows.
+std::string Finish(const std::string& indexes, const std::string& is_removed) {
+  return indexes + CreateOtherViewIndexes() + sql::kCountVersionsWhere + is_removed + ";";
 }
 
 // The first views before the others, so that of two threads that fail the first one has the first view.
@@ -33,13 +34,13 @@ ViewSplit::ViewSplit(const PackagePaths& paths, const std::string& home_uuid, bo
     : paths_(paths), home_uuid_(home_uuid), layout_(is_last_layout ? RebuiltLayout() : SplitLayout()) {}
 
 ViewSplit::Layout ViewSplit::SplitLayout() {
-  return {MakeViewImage(sql::kCreateSplitTables), sql::kSplitRows, "attribute & 1",
-          CreateNodeAndVersionIndexes()};
+  return {MakeViewImage(sql::kCreateSplitTables), sql::kSplitRows,
+          Finish(CreateNodeAndVersionIndexes(), "attribute & 1")};
 }
 
 ViewSplit::Layout ViewSplit::RebuiltLayout() {
-  return {MakeViewImage(sql::CreateRebuiltTables()), sql::kRebuiltRows, "removed",
-          sql::CreateRebuiltIndexes()};
+  return {MakeViewImage(sql::CreateRebuiltTables()), sql::kRebuiltRows,
+          Finish(sql::CreateRebuiltIndexes(), "removed")};
 }
 
 bool ViewSplit::Run(const std::vector<ViewId>& views, std::size_t most) const {
@@ -82,11 +83,8 @@ bool ViewSplit::FillView(sqlite3* db, const ViewRows& rows, ViewId view, int pas
          AttachView(db, view) && CopyRows(db, rows, view, pass) && DetachView(db, view);
 }
 
-// What needs nothing but the view.
 bool ViewSplit::FinishView(sqlite3* db, ViewId view) const {
-  const std::string finish =
-      layout_.indexes + CreateOtherViewIndexes() + sql::kCountVersionsWhere + layout_.is_removed + ";";
-  return AttachView(db, view) && CheckView(db_util::Execute(db, Transaction(finish)), view) &&
+  return AttachView(db, view) && CheckView(db_util::Execute(db, InTransaction(layout_.finish)), view) &&
          DetachView(db, view);
 }
 
@@ -94,7 +92,7 @@ bool ViewSplit::CopyRows(sqlite3* db, const ViewRows& rows, ViewId view, int pas
   std::string copy;
   const bool is_formatted = FormatRows(copy, layout_.rows, rows, view);
   if (pass + 1 == rows.passes()) copy += sql::kCopyViewSettings;
-  return CheckView(is_formatted ? db_util::Execute(db, Transaction(copy)) : db_util::StatusOf(SQLITE_NOMEM),
+  return CheckView(is_formatted ? db_util::Execute(db, InTransaction(copy)) : db_util::StatusOf(SQLITE_NOMEM),
                    view);
 }
 

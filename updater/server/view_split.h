@@ -32,8 +32,7 @@ class ViewSplit {
   struct Layout {
     std::string image;  // of MakeViewImage()
     sql::RowLayout rows;
-    const char* is_removed;  // the condition for a removed node
-    std::string indexes;
+    std::string finish;  // the script behind the rows
   };
   static Layout SplitLayout();
   static Layout RebuiltLayout();
