@@ -41,8 +41,7 @@ base::Errno WriteNewFile(const Folder& folder, const std::string& name, const st
   return error.ok() ? Flush(file.get()) : error;
 }
 
-// `is_first` tells that there was no intent before.
-base::Errno WriteText(const VolumePaths& paths, const std::string& text, bool is_first) {
+base::Errno WriteText(const VolumePaths& paths, const std::string& text) {
   Folder above;
   Folder folder;
   std::string name;
@@ -55,10 +54,26 @@ base::Errno WriteText(const VolumePaths& paths, const std::string& text, bool is
     error = base::Errno::Of(renameat(folder.fd(), new_name.c_str(), folder.fd(), name.c_str()));
     if (error.ok()) error = Flush(folder.fd());
     // Nothing was moved yet, so nothing has to be finished.
-    if (!error.ok() && is_first) (void)unlinkat(folder.fd(), name.c_str(), 0);
+    if (!error.ok()) (void)unlinkat(folder.fd(), name.c_str(), 0);
   }
   if (!error.ok()) (void)unlinkat(folder.fd(), new_name.c_str(), 0);  // the next run removes what stays
   return error;
+}
+
+base::Errno AppendText(const VolumePaths& paths, const std::string& text) {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  const base::FileDescriptor file(base::RetryInterrupted([&] { return open(paths.intent.c_str(), kFlags); }));
+  struct stat status {};
+  if (!file.is_open() || fstat(file.get(), &status) < 0) return base::Errno::Last();
+  if (status.st_size + static_cast<off_t>(text.size()) > base::kMaxTextFileSize) return base::Errno(EFBIG);
+  base::Errno error = base::WriteAll(file.get(), text);
+  if (error.ok()) error = Flush(file.get());
+  if (!error.ok() && ftruncate(file.get(), status.st_size) < 0) return base::Errno::Last();
+  return error;
+}
+
+bool CheckWritten(const VolumePaths& paths, base::Errno error) {
+  return logger::CheckOrLog(error, "cannot write %s: %s (%d)\n", paths.intent, error.Text(), error.number());
 }
 
 // What a path that is not this program's file leads to, as opposed to a disk that does not answer.
@@ -69,9 +84,12 @@ bool IsNoIntent(base::Errno error) {
 
 }  // namespace
 
-bool WriteIntent(const VolumePaths& paths, const Intent& intent, bool is_first) {
-  const base::Errno error = WriteText(paths, FormatIntent(intent), is_first);
-  return logger::CheckOrLog(error, "cannot write %s: %s (%d)\n", paths.intent, error.Text(), error.number());
+bool WriteIntent(const VolumePaths& paths, const Intent& intent) {
+  return CheckWritten(paths, WriteText(paths, FormatIntent(intent)));
+}
+
+bool AppendIntent(const VolumePaths& paths, const Intent& intent) {
+  return CheckWritten(paths, AppendText(paths, FormatIntent(intent)));
 }
 
 bool ReadIntent(const VolumePaths& paths, IntentFound& found, Intent& intent) {

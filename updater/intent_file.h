@@ -8,9 +8,12 @@ namespace updater {
 
 // Writes it to the disk; when this returns true, it is there whole, also after a power failure. Returns false
 // after logging "cannot write %s: %s (%d)\n"; then there is none, unless not even that could be brought
-// about, and then it is whole. One that is not the first replaces another, and after a failure one of the two
-// is there.
-[[nodiscard]] bool WriteIntent(const package::VolumePaths& paths, const Intent& intent, bool is_first);
+// about, and then it is whole.
+[[nodiscard]] bool WriteIntent(const package::VolumePaths& paths, const Intent& intent);
+
+// Adds what has become of the intent that is there, so that it counts from now on. Needs no rename: this is
+// for moves that have failed. Result and line as above, but after a failure the one before counts.
+[[nodiscard]] bool AppendIntent(const package::VolumePaths& paths, const Intent& intent);
 
 enum class IntentFound {
   kNone,

@@ -181,7 +181,7 @@ int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems) 
   return logger::ToResult(CheckpointCopies(paths.copies) && ResumeLogs(paths.copies) &&
                           ListItems(paths, intent) && CanReplaceTargets(paths, intent) &&
                           CheckpointLive(paths, file_systems) && ListItems(paths, intent) &&
-                          WriteIntent(paths, intent, true));
+                          WriteIntent(paths, intent));
 }
 
 void PlaceWorkingCopies(const VolumePaths& paths, const FileSystems& file_systems) {
@@ -234,7 +234,7 @@ void AcceptLiveChanges(const VolumePaths& paths) {
     if (!AcceptLive(paths, item, is_other)) return;
     is_changed |= is_other;
   }
-  if (is_changed) (void)WriteIntent(paths, intent, false);  // logged; there still is one
+  if (is_changed) (void)AppendIntent(paths, intent);  // logged; the one before counts
 }
 
 int RemoveStaleCopies(const VolumePaths& paths) {

@@ -82,6 +82,17 @@ std::optional<IntentItem> ParseItem(std::string_view line) {
   return item;
 }
 
+std::optional<Intent> ParseBody(std::string_view text) {
+  if (base::TakeUntil(text, "\n") != kHead) return std::nullopt;
+  Intent intent;
+  while (!text.empty()) {
+    std::optional<IntentItem> item = ParseItem(base::TakeUntil(text, "\n"));
+    if (!item) return std::nullopt;
+    intent.push_back(*std::move(item));
+  }
+  return intent;
+}
+
 // It finds what a disk damages. Nobody is kept from writing another intent by it.
 std::string Checksum(std::string_view text) { return std::to_string(base::Fnv1a(text)); }
 
@@ -100,18 +111,15 @@ std::string FormatIntent(const Intent& intent) {
 }
 
 std::optional<Intent> ParseIntent(std::string_view text) {
-  const std::size_t end = text.rfind(kChecksumKey);
-  if (end == std::string_view::npos) return std::nullopt;
-  std::string_view rest = text.substr(0, end);
-  if (text.substr(end) != std::string(kChecksumKey) + Checksum(rest) + "\n") return std::nullopt;
-  if (base::TakeUntil(rest, "\n") != kHead) return std::nullopt;
-  Intent intent;
-  while (!rest.empty()) {
-    std::optional<IntentItem> item = ParseItem(base::TakeUntil(rest, "\n"));
-    if (!item) return std::nullopt;
-    intent.push_back(*std::move(item));
+  std::optional<Intent> last;
+  for (;;) {
+    const std::string_view body = text.substr(0, text.find("\n" + std::string(kChecksumKey)) + 1);
+    const std::string end = std::string(kChecksumKey) + Checksum(body) + "\n";
+    std::optional<Intent> intent = ParseBody(body);
+    if (!intent || !text.substr(body.size()).starts_with(end)) return last;
+    last = std::move(intent);
+    text.remove_prefix(body.size() + end.size());
   }
-  return intent;
 }
 
 }  // namespace updater

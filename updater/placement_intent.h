@@ -46,8 +46,9 @@ using Intent = std::vector<IntentItem>;
 // The part that is the database of one view.
 [[nodiscard]] std::string ViewPart(const std::string& view);
 
-// The intent as text, with its version and a checksum; and back. Nothing for a text that is damaged, of
-// another version, or names what is no part.
+// The intent as text, with its version and a checksum; and back, the last one of several texts behind each
+// other. Nothing for a text that is damaged, of another version, or names what is no part; of one behind it
+// that is, the one before counts.
 [[nodiscard]] std::string FormatIntent(const Intent& intent);
 [[nodiscard]] std::optional<Intent> ParseIntent(std::string_view text);
 

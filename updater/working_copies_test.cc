@@ -216,7 +216,9 @@ TEST_F(WorkingCopiesTest, WhatTheCheckChangesAfterAMoveThatFailedKeepsNobodyFrom
   AcceptLiveChanges(paths_);
   EXPECT_EQ(FinishFormerPlacement(paths_), 0) << ::testing::PrintToString(sink_.Texts());
   EXPECT_EQ(tests::ReadFile(live_.user) + tests::ReadFile(live_.data), "newnew");
+  const Intent one = {{.part = "user", .copy = {}, .live = {}}};
   std::string later = FormatIntent({});
+  EXPECT_EQ(ParseIntent(later + FormatIntent(one) + later.substr(0, later.size() - 1)), one);
   later.replace(later.find('1'), 1, "2");
   later.resize(later.find('\n') + 1);
   EXPECT_FALSE(ParseIntent(later + "checksum " + std::to_string(base::Fnv1a(later)) + "\n"));

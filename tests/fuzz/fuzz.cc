@@ -98,7 +98,7 @@ void Intent(std::string_view input) {
   const std::uint64_t checksum = base::Fnv1a(input);
   const auto intent = updater::ParseIntent(text + std::to_string(checksum) + "\n");
   if (!intent) return;
-  assert(!updater::ParseIntent(text + std::to_string(checksum + 1) + "\n") && !updater::ParseIntent(input));
+  assert(updater::ParseIntent(text + std::to_string(checksum + 1) + "\n") == updater::ParseIntent(input));
   assert(updater::ParseIntent(updater::FormatIntent(*intent)) == intent);
   for (const updater::IntentItem& item : *intent) {
     const fs::path path = updater::PathsOf(package::VolumePaths("/v"), item).live;
