@@ -21,7 +21,7 @@ struct Outcome {
 // Does the work here and now.
 [[nodiscard]] Outcome HoldBack(const std::function<bool()>& work);
 
-// Logs the lines. Returns whether the work went well.
+// Logs the lines, and returns whether the work went well.
 [[nodiscard]] bool Tell(const Outcome& outcome);
 
 // One piece of work at a time. The destructor waits for a thread that is at it, and then nobody is told.
@@ -42,8 +42,8 @@ class BackgroundWork {
 [[nodiscard]] std::size_t ThreadCount();
 
 // Does the work for every number from 0 to below `count`, each on a thread of its own, and tells of it in
-// their order. Returns false after the first one that did not go well; by then the work for those behind it
-// is done, too.
+// their order. Returns false after the first one that did not go well; the work for those behind it is done
+// or never done by then, and nothing is told of it.
 [[nodiscard]] bool ForEachInBackground(std::size_t count, const std::function<bool(std::size_t)>& work);
 
 }  // namespace updater

@@ -416,6 +416,8 @@ TEST_F(ServerUpdatersTest, RowsAreFoundWhateverTheTypesAndNamesOfColumnsAre) {
   EXPECT_EQ(Found(3300, {{"user", "DELETE FROM user_table"}, {"client", "DROP TABLE progress_table"}},
                   "client", progress),
             "");
+  const std::string other = "CREATE TABLE progress_table AS SELECT 1 AS view_id, 4711 AS sync_id";
+  EXPECT_EQ(Found(3300, {{"data", other}}, "client", progress), "4711 ") << "data_db is looked into first";
 }
 
 // The views of users are visited in the order 5, 4294967297, 1, 17; the last one is a share user's.

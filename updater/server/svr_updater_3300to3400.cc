@@ -2,7 +2,8 @@
 // volume, and a small new data database that takes the old one's place.
 //
 // The views are split by several threads, see ViewSplit. Beside them another one makes the indexes of the
-// files.
+// files. The frame is disconnected meanwhile, because nobody else may have the data database open; it
+// attaches all databases again, in their order, which decides on tables that stand in several of them.
 #include <unistd.h>
 
 #include <cstdio>
@@ -91,7 +92,8 @@ class SvrUpdater3300to3400 final : public ServerUpdater {
   [[nodiscard]] bool CreateFolders() const;
 
   [[nodiscard]] bool SplitDatabases();
-  [[nodiscard]] bool SplitViews() const;
+  [[nodiscard]] bool SplitViews();
+  [[nodiscard]] bool SplitDisconnected(const std::vector<ViewId>& views, std::size_t threads) const;
   [[nodiscard]] bool FillFiles() const;
   [[nodiscard]] bool FinishFiles() const;
   [[nodiscard]] bool AttachFiles(sqlite3* db) const;
@@ -137,24 +139,24 @@ bool SvrUpdater3300to3400::SplitDatabases() {
          Check(ReplaceDataDatabase(), "Failed to update data db\n");
 }
 
-bool SvrUpdater3300to3400::SplitViews() const {
+bool SvrUpdater3300to3400::SplitViews() {
   std::vector<ViewId> views;
-  // Whoever uses a log is alone with the database.
+  // Connections that use their databases alone, as all of an updater do, cannot share one that has a log.
   const bool is_alone = db_util::LogModeOf(db(), "data_db") == db_util::LogMode::kInUse;
-  const std::size_t threads = is_alone ? 1 : ThreadCount();
-  if (!ReadViewIds(db(), views) ||
-      !Check(ExecScript(db(), "DETACH DATABASE data_db;"), "failed to detach database\n")) {
-    return false;
-  }
+  if (!ReadViewIds(db(), views)) return false;
+  Detach();
+  const bool is_split = SplitDisconnected(views, is_alone ? 1 : ThreadCount());
+  // The end of a failed updater, too, expects all of its databases.
+  return Check(Connect(), "failed to connect to databases\n") && is_split;
+}
+
+// Threads share the memory, of which very large rows may need all. One alone has enough.
+bool SvrUpdater3300to3400::SplitDisconnected(const std::vector<ViewId>& views, std::size_t threads) const {
   const ViewSplit split(paths(), home_uuid_, ViewsAreNew());
   const Outcome outcome = HoldBack([&] { return split.Run(views, threads); });
-  // Threads share the memory, of which very large rows may need all; and what fails for one thread is told in
-  // the order in which it fails.
-  const bool is_split = outcome.went_well || threads == 1
-                            ? Tell(outcome)
-                            : MakeEmptyFolder(paths().view_folder) && split.Run(views, 1);
-  // The end of a failed updater, too, expects all of its databases.
-  return Check(AttachDatabase(db(), "data_db", paths().data), "failed to attach database\n") && is_split;
+  const bool begins_anew = split.lacks_memory() && file_op::FSRemoveTree(paths().view_folder, 0) == 0 &&
+                           MakeFolder(paths().view_folder);
+  return begins_anew ? split.Run(views, 1) : Tell(outcome);
 }
 
 bool SvrUpdater3300to3400::FillFiles() const {
@@ -180,9 +182,9 @@ bool SvrUpdater3300to3400::RunForFiles(sqlite3* db, const std::string& part) con
   const db_util::Status status = db_util::Execute(db, InTransaction(part));
   // A transaction that stays would keep its databases attached.
   if (sqlite3_get_autocommit(db) == 0) (void)ExecScript(db, "ROLLBACK;");
-  return Check(CheckScript(status, sql::kCopyFileRows),
-               "Failed to dump record from data_db to file_db for home_uuid %s\n", home_uuid_) ||
-         Check(false, "Failed to update file db for home_uuid %s\n", home_uuid_);
+  if (CheckScript(status, sql::kCopyFileRows)) return true;
+  (void)Check(false, "Failed to dump record from data_db to file_db for home_uuid %s\n", home_uuid_);
+  return Check(false, "Failed to update file db for home_uuid %s\n", home_uuid_);
 }
 
 bool SvrUpdater3300to3400::UpdateUserDatabase() const {

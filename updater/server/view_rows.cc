@@ -21,9 +21,9 @@ constexpr const char* kIsPackageLayout =
     "sum(is_node AND name = 'node_id' AND type = 'INTEGER' AND pk) = 1 AND sum(is_node AND pk) = 1 AND "
     "NOT EXISTS (SELECT 1 FROM pragma_index_list('node_table', 'data_db') WHERE origin = 'pk') AND "
     "NOT sum(lower(name) IN ('rowid', 'oid', '_rowid_')) FROM "
-    "(SELECT name, type, pk, 1 AS is_node FROM pragma_table_info('node_table', 'data_db') UNION ALL "
-    "SELECT name, type, pk, 0 FROM pragma_table_info('version_table', 'data_db') UNION ALL "
-    "SELECT name, type, pk, 0 FROM pragma_table_info('tree_table', 'data_db'));";
+    "(SELECT name, type, pk, 1 AS is_node FROM pragma_table_xinfo('node_table', 'data_db') UNION ALL "
+    "SELECT name, type, pk, 0 FROM pragma_table_xinfo('version_table', 'data_db') UNION ALL "
+    "SELECT name, type, pk, 0 FROM pragma_table_xinfo('tree_table', 'data_db'));";
 
 // What is read of the nodes, which are many times larger.
 constexpr const char* kListViews =
@@ -107,8 +107,8 @@ db_util::Status ViewRows::Measure(sqlite3* db) {
   if (status.ok()) status = db_util::QueryInt(db, kPageSize, page_size);
   // The cache has room for the lists and for what is written, too.
   const sqlite3_int64 bytes_of_pass = sqlite3_int64{cache_kib_} * 1024 * 2 / 3;
-  passes_ =
-      static_cast<int>(1 + (pages - free_pages) * page_size / std::max<sqlite3_int64>(bytes_of_pass, 1));
+  const sqlite3_int64 bytes = std::max<sqlite3_int64>(pages - free_pages, 0) * page_size;
+  passes_ = static_cast<int>(1 + bytes / std::max<sqlite3_int64>(bytes_of_pass, 1));
   for (const char* table : kTables) {
     const std::string query = Text("SELECT max(rowid) FROM data_db.%s;", table);
     if (status.ok()) status = db_util::QueryInt(db, query, last_rows_[table]);

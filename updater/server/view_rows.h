@@ -3,7 +3,7 @@
 // The rows of all views lie mixed in the same tables, so those of one view are on nearly every page. Looked
 // up for one view after the other, a table larger than the page cache would be read as often as there are
 // views. So the views are filled in several passes, each over as much of the tables as the cache holds, and
-// at the begin of each the numbers of its rows are sorted by view.
+// at the beginning of each the numbers of its rows are sorted by view.
 #pragma once
 
 #include <sqlite3.h>
@@ -47,8 +47,8 @@ class ViewRows {
   int cache_kib_;
   int passes_ = 1;
   int pass_ = 0;
-  std::map<std::string, sqlite3_int64>
-      last_rows_;  // by table the largest number of a row; empty before Begin()
+  // By table the largest number of a row; empty before Begin().
+  std::map<std::string, sqlite3_int64> last_rows_;
 };
 
 }  // namespace updater::server

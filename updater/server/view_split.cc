@@ -6,6 +6,7 @@
 
 #include "db-util/database.h"
 #include "db-util/execute.h"
+#include "file-op/file_op.h"
 #include "updater/framework/attached_database.h"
 #include "updater/framework/background_work.h"
 #include "updater/framework/exec_sql.h"
@@ -44,13 +45,15 @@ ViewSplit::Layout ViewSplit::RebuiltLayout() {
 }
 
 bool ViewSplit::Run(const std::vector<ViewId>& views, std::size_t most) const {
-  constexpr int kLeastCacheKiB = 16 * 1024;  // with less, every view is attached too often
-  const auto caches = static_cast<std::size_t>(std::max(DataCacheKiB() / kLeastCacheKiB, 1));
+  constexpr int kLeastShareKiB = 16 * 1024;  // with less, every view is attached too often
+  const auto caches = static_cast<std::size_t>(std::max(DataCacheKiB() / kLeastShareKiB, 1));
   const std::size_t shares = std::min({most, caches, views.size()});
   (void)malloc_trim(0);  // what the page caches of others held is for those of the threads
-  return ForEachInBackground(shares, [&](std::size_t number) {
+  const bool is_split = ForEachInBackground(shares, [&](std::size_t number) {
     return SplitSome(Share(views, number, shares), DataCacheKiB() / static_cast<int>(shares));
   });
+  lacks_memory_ = lacks_memory_ && !is_split && shares > 1;
+  return is_split;
 }
 
 bool ViewSplit::SplitSome(const std::vector<ViewId>& views, int cache_kib) const {
@@ -58,17 +61,34 @@ bool ViewSplit::SplitSome(const std::vector<ViewId>& views, int cache_kib) const
   if (!CheckView(OpenReader(paths_.data, cache_kib, db), views.front())) return false;
   ViewRows rows(cache_kib);
   rows.Begin(db.get(), views);
+  return FillViews(db.get(), rows, views) &&
+         std::all_of(views.begin(), views.end(), [&](ViewId view) { return FinishView(db.get(), view); });
+}
+
+bool ViewSplit::FillViews(sqlite3* db, ViewRows& rows, const std::vector<ViewId>& views) const {
   for (int pass = 0; pass < rows.passes(); ++pass) {
-    if (!CheckView(rows.BeginPass(db.get(), pass), views.front())) return false;
+    if (!rows.BeginPass(db, pass).ok()) return FillAgain(db, views);
     for (const ViewId view : views) {
-      if (!FillView(db.get(), rows, view, pass)) return false;
+      if (!FillView(db, rows, view, pass)) return false;
     }
   }
-  return std::all_of(views.begin(), views.end(), [&](ViewId view) { return FinishView(db.get(), view); });
+  return true;
+}
+
+// Rows that cannot be listed are looked up, so that a failure is that of the view which they belong to.
+bool ViewSplit::FillAgain(sqlite3* db, const std::vector<ViewId>& views) const {
+  for (const ViewId view : views) {
+    (void)file_op::FSRemoveTree(paths_.ViewFolder(std::to_string(view)), 0);  // it cannot be made if it stays
+  }
+  const ViewRows rows;
+  return std::all_of(views.begin(), views.end(), [&](ViewId view) { return FillView(db, rows, view, 0); });
 }
 
 bool ViewSplit::AttachView(sqlite3* db, ViewId view) const {
-  return Check(AttachDatabase(db, "view_db", paths_.ViewDatabase(view)),
+  const std::string path = paths_.ViewDatabase(view);
+  const db_util::Status status = AttachQuietly(db, "view_db", path);
+  NoteMemory(status);
+  return Check(CheckScript(status, AttachStatement("view_db", path)),
                "Failed to attach new view db for view %llu\n", view);
 }
 
@@ -105,15 +125,20 @@ bool ViewSplit::FormatRows(std::string& out, const sql::RowLayout& columns, cons
                             from.From("tree_table", view));
 }
 
+void ViewSplit::NoteMemory(const db_util::Status& status) const {
+  if (status.code == SQLITE_NOMEM) lacks_memory_ = true;
+}
+
 // The log shows all that is done for a view as one script.
 bool ViewSplit::CheckView(const db_util::Status& status, ViewId view) const {
   if (status.ok()) return true;
+  NoteMemory(status);
   std::string logged;
   if (FormatRows(logged, sql::kSplitRows, ViewRows(), view)) {
     (void)CheckScript(status, logged + sql::kCopyViewSettings + sql::kCountVersionsWhere + "attribute & 1; ");
   }
-  return Check(false, "Failed to dump record from data_db to view_db for view %llu\n", view) ||
-         Check(false, "Failed to update view db for view %llu\n", view);
+  (void)Check(false, "Failed to dump record from data_db to view_db for view %llu\n", view);
+  return Check(false, "Failed to update view db for view %llu\n", view);
 }
 
 }  // namespace updater::server

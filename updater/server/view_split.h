@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,13 @@ class ViewSplit {
   // `home_uuid` is that of the volume that holds the sync folder.
   ViewSplit(const PackagePaths& paths, const std::string& home_uuid, bool is_last_layout);
 
-  // Splits paths.data, which nobody else has open, with `most` threads at most. Returns whether all views are
-  // made; what a thread fails at is told, of several threads what the first one fails at.
+  // Splits paths.data, which nobody else has open, with `most` threads at most, into databases that are not
+  // there yet. Returns whether all views are made; what a thread fails at is logged, of several threads what
+  // the first one fails at.
   [[nodiscard]] bool Run(const std::vector<ViewId>& views, std::size_t most) const;
+
+  // Whether several threads have failed, and fewer may do.
+  [[nodiscard]] bool lacks_memory() const { return lacks_memory_; }
 
  private:
   // How the views keep nodes and versions.
@@ -38,6 +43,8 @@ class ViewSplit {
   static Layout RebuiltLayout();
 
   [[nodiscard]] bool SplitSome(const std::vector<ViewId>& views, int cache_kib) const;
+  [[nodiscard]] bool FillViews(sqlite3* db, ViewRows& rows, const std::vector<ViewId>& views) const;
+  [[nodiscard]] bool FillAgain(sqlite3* db, const std::vector<ViewId>& views) const;
   [[nodiscard]] bool AttachView(sqlite3* db, ViewId view) const;
   [[nodiscard]] static bool DetachView(sqlite3* db, ViewId view);
   [[nodiscard]] bool FillView(sqlite3* db, const ViewRows& rows, ViewId view, int pass) const;
@@ -45,11 +52,13 @@ class ViewSplit {
   [[nodiscard]] bool CopyRows(sqlite3* db, const ViewRows& rows, ViewId view, int pass) const;
   [[nodiscard]] bool FormatRows(std::string& out, const sql::RowLayout& columns, const ViewRows& from,
                                 ViewId view) const;
+  void NoteMemory(const db_util::Status& status) const;
   [[nodiscard]] bool CheckView(const db_util::Status& status, ViewId view) const;
 
   const PackagePaths& paths_;
   std::string home_uuid_;
   Layout layout_;
+  mutable std::atomic<bool> lacks_memory_ = false;
 };
 
 }  // namespace updater::server
