@@ -190,9 +190,9 @@ bool IsOpenedFile(const char* database, int file) {
          status.st_ino == opened->inode;
 }
 
-int OpenGuardedFile(const std::string& path, int flags) {
+int OpenGuardedFile(const std::string& path, int flags, bool may_have_other_names) {
   struct stat status {};
-  return OpenRegular(path.c_str(), flags | O_CLOEXEC, 0, false, status);
+  return OpenRegular(path.c_str(), flags | O_CLOEXEC, 0, may_have_other_names, status);
 }
 
 const char* GuardedFiles() {

@@ -21,7 +21,7 @@ namespace db_util {
 
 // Opens a file in the same way, without a line. Returns the descriptor, or -1 with errno; ELOOP and EINVAL
 // are refusals.
-[[nodiscard]] int OpenGuardedFile(const std::string& path, int flags);
+[[nodiscard]] int OpenGuardedFile(const std::string& path, int flags, bool may_have_other_names = false);
 
 // Whether the database that was opened by this name, as SQLite tells it, is the file that is open as `file`.
 [[nodiscard]] bool IsOpenedFile(const char* database, int file);
