@@ -71,7 +71,8 @@ bool SkipHole(int source, int target, std::size_t& length) {
   const off_t data = lseek(source, lseek(source, 0, SEEK_CUR), SEEK_DATA);
   if (data < 0) return errno != ENXIO;
   const off_t hole = lseek(source, data, SEEK_HOLE);
-  if (hole > data) length = std::min(length, static_cast<std::size_t>(hole - data));
+  // The smaller is chosen before it is made a size_t, which does not hold 4 GiB everywhere.
+  if (hole > data) length = static_cast<std::size_t>(std::min(static_cast<off_t>(length), hole - data));
   // Neither can fail, because both are regular files.
   (void)lseek(source, data, SEEK_SET);
   (void)lseek(target, data, SEEK_SET);

@@ -59,7 +59,7 @@ class FolderSizeCounter : public file_op::TraverseHandler {
 
 }  // namespace
 
-void LogFreeSpace(const package::VolumePaths& paths) {
+std::optional<Space> MeasureSpace(const package::VolumePaths& paths) {
   const package::PackagePaths& live = paths.live;
   FolderSizeCounter counter;
   for (const std::string& database : {live.user, live.data, live.log, live.client})
@@ -69,12 +69,18 @@ void LogFreeSpace(const package::VolumePaths& paths) {
   for (const std::string& view : views) counter.AddDatabase(live.ViewDatabase(view));
   counter.AddFolder(live.file_folder);
   struct statvfs space {};
-  if (!logger::CheckErrno(statvfs(live.sync_folder.c_str(), &space),
-                          "cannot tell the free space of %s: %s (%d)\n", live.sync_folder)) {
+  if (statvfs(live.sync_folder.c_str(), &space) != 0) return std::nullopt;
+  return Space{counter.Needed(), static_cast<unsigned long long>(space.f_bavail) * space.f_frsize};
+}
+
+void LogFreeSpace(const package::VolumePaths& paths) {
+  const std::optional<Space> space = MeasureSpace(paths);
+  if (!logger::CheckErrno(space ? 0 : -1, "cannot tell the free space of %s: %s (%d)\n",
+                          paths.live.sync_folder)) {
     return;
   }
-  logger::SystemLog("the upgrade needs about %llu bytes on the volume, %llu are free\n", counter.Needed(),
-                    static_cast<unsigned long long>(space.f_bavail) * space.f_frsize);
+  logger::SystemLog("the upgrade needs about %llu bytes on the volume, %llu are free\n", space->needed,
+                    space->free);
 }
 
 }  // namespace updater

@@ -12,7 +12,6 @@ namespace updater {
 namespace {
 
 constexpr logger::Component kComponent = {"service_ctrl_debug", "service-ctrl"};
-constexpr const char* kStatusKey = "status";
 constexpr std::size_t kStatusBufferSize = 32;
 
 }  // namespace

@@ -8,6 +8,9 @@
 
 namespace updater {
 
+// The key of the status in its file.
+inline constexpr const char* kStatusKey = "status";
+
 // The status words that this program reads or writes.
 namespace status {
 inline constexpr const char* kDisabled = "disabled";

@@ -62,12 +62,23 @@ int UserManager::Initialize(const std::string& path) {
       !OpenLock(lock_path_, lock_file)) {
     return -1;
   }
-  // The manager is open from here on; whatever fails above leaves it closed.
+  Begin(std::move(opened), std::move(lock_file));
+  return 0;
+}
+
+int UserManager::InitializePrivate(db_util::Database opened) {
+  if (db) return 0;
+  if (!PrepareUserDatabase(opened.get())) return -1;
+  Begin(std::move(opened), {});
+  return 0;
+}
+
+// The manager is open from here on; whatever fails before leaves it closed.
+void UserManager::Begin(db_util::Database opened, base::FileDescriptor lock_file) {
   lock = {.file = std::move(lock_file)};
   g_is_cached = false;
   seed = DrawSeed();
   db = std::move(opened);
-  return 0;
 }
 
 void UserManager::Destroy() {

@@ -49,6 +49,8 @@ base::Errno WaitForLock(LockFile& lock) {
 }  // namespace
 
 ScopedLock::ScopedLock() {
+  may_go_on_ = true;
+  if (!UserManager::lock.file.is_open()) return;  // the database is nobody else's
   base::Errno error = TryLock(UserManager::lock.file.get());
   if (error.number() == EWOULDBLOCK) {
     logger::ComponentLog(kComponent, logger::Level::kWarning,

@@ -46,6 +46,10 @@ class UserManager {
   // as it is, whatever the path (0). After a failure the manager is closed.
   [[nodiscard]] static int Initialize(const std::string& path);
 
+  // The same with a connection that nobody else shares the database with, and without a lock file: for a
+  // copy, and for one that forgets what is written to it.
+  [[nodiscard]] static int InitializePrivate(db_util::Database opened);
+
   // Closes the database, which rolls an open transaction back, and the lock file. No effect when closed.
   static void Destroy();
 
@@ -160,6 +164,8 @@ class UserManager {
  private:
   friend class Access;      // gives the layer's own files the connection
   friend class ScopedLock;  // takes the mutex and the lock file
+
+  static void Begin(db_util::Database opened, base::FileDescriptor lock_file);
 
   static db_util::Database db;  // null when closed
   static LockFile lock;

@@ -50,6 +50,8 @@ enum class VersionScope {
 
 enum class SuccessLine { kStandardOutput, kSystemLog };
 
+// The updater to this version moves the activity log to a database of its own.
+inline constexpr int kLogVersion = 3300;
 // The updater to this version replaces the data database by a database for each view and others.
 inline constexpr int kSplitVersion = 3400;
 // The updater to this version replaces the tables of nodes and versions of every view. The number stays when

@@ -25,21 +25,27 @@ std::string ReasonOf(const db_util::Status& failure) {
   return failure.message + " (" + std::to_string(failure.code) + ")";
 }
 
-// Returns the reason of a failure; empty when there is none.
 std::string ReadVersion(const std::string& path, Version& out) {
   db_util::Database db;
-  db_util::Status status =
+  const db_util::Status status =
       db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite, db_util::Links::kTrusted);
   if (!status.ok()) return ReasonOf(status);
   db_util::UseAlone(db.get());
+  return ReadVersionFrom(db.get(), out);
+}
+
+}  // namespace
+
+std::string ReadVersionFrom(sqlite3* db, Version& out) {
   std::string value;
   bool found = false;
-  status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'branch';", value, found);
+  db_util::Status status =
+      ReadValue(db, "SELECT value FROM config_table WHERE key = 'branch';", value, found);
   const std::string branch = value;
   // The value is not cleared in between, so without a version row the branch is parsed as the number; keep it
   // so.
   if (status.ok()) {
-    status = ReadValue(db.get(), "SELECT value FROM config_table WHERE key = 'version';", value, found);
+    status = ReadValue(db, "SELECT value FROM config_table WHERE key = 'version';", value, found);
   }
   if (!status.ok()) return ReasonOf(status);
   const std::optional<int> number = ParseVersionNumber(value);
@@ -49,8 +55,6 @@ std::string ReadVersion(const std::string& path, Version& out) {
   out = {branch, *number};
   return {};
 }
-
-}  // namespace
 
 std::optional<int> ParseVersionNumber(const std::string& text) {
   const long long number = std::strtoll(text.c_str(), nullptr, 10);  // beyond its range, the nearest one

@@ -1,6 +1,8 @@
 // The version that a database says it has.
 #pragma once
 
+#include <sqlite3.h>
+
 #include <optional>
 #include <string>
 
@@ -16,6 +18,9 @@ namespace updater {
 // untouched after logging "cannot read the version of database %s: %s\n": the file cannot be opened, has no
 // config_table, or no version that is a number of 32 bits other than 0.
 [[nodiscard]] int ReadStoredVersion(const std::string& path, Version& out);
+
+// The same from an open connection. Returns the reason of a failure; empty when there is none.
+[[nodiscard]] std::string ReadVersionFrom(sqlite3* db, Version& out);
 
 // The line that it logs.
 void LogUnreadableVersion(const std::string& path, const std::string& reason);
