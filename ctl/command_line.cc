@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "ctl/commands.h"
+#include "ctl/program_version.h"
+#include "logger/recording_sink.h"
 #include "package/layout.h"
 
 namespace ctl {
@@ -20,15 +22,17 @@ struct Command {
 
 // Another command is another row.
 constexpr std::array kCommands = {
+    Command{"status", "Show what is on a volume: versions, logs, copies, a pending commit", DefineStatus},
+    Command{"check", "Look before an upgrade what it would do and what would go wrong", DefineCheck},
+    Command{"plan", "Show the version graph and the chain of updaters from a version", DefinePlan},
+    Command{"verify", "Look after an upgrade whether all databases are whole and new", DefineVerify},
     Command{"sample", "Make a sample volume with real databases in a folder", DefineSample},
     Command{"run", "Upgrade the databases in a folder and show what happened", DefineRun},
+    Command{"report", "Read the log lines of a run: how it ended, why, and what to do", DefineReport},
 };
 
-// The package's version has its digits apart: 4150 is 4.1.50.
 std::string VersionText() {
-  constexpr int kVersion = package::kCurrentVersion;
-  return "updater-ctl " + std::to_string(kVersion / 1000) + "." + std::to_string(kVersion / 100 % 10) + "." +
-         std::to_string(kVersion % 100) + ", upgrades to " + std::to_string(kVersion);
+  return "updater-ctl " + ProgramVersion() + ", upgrades to " + std::to_string(package::kCurrentVersion);
 }
 
 int RefuseArguments(const Streams& streams, const std::string& reason) {
@@ -43,7 +47,7 @@ bool IsUnknownCommand(int argc, const char* const* argv) {
 }
 
 int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
-  CLI::App app("Tries the database upgrade out in an ordinary folder: no root, no mounted volume.",
+  CLI::App app("Looks at the databases of a volume before, while and after updater-svr upgrades them.",
                "updater-ctl");
   app.set_version_flag("--version", VersionText());
   app.require_subcommand(0, 1);  // none is refused below: CLI11 would do so before it looks at the options
@@ -72,6 +76,9 @@ int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
   if (IsUnknownCommand(argc, argv)) {
     return RefuseArguments(streams, std::string("unknown command '") + argv[1] + "'");
   }
+  // What looks must not write to the system log either; a run has a sink of its own.
+  logger::RecordingSink unseen;
+  const logger::ScopedSink scope(unseen);
   try {
     return ParseAndRun(argc, argv, streams);
   } catch (const std::exception& error) {  // most likely out of memory

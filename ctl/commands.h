@@ -14,7 +14,12 @@ using Action = std::function<int()>;
 // A command's definition: adds its arguments to `command` and returns what it does with them.
 using Definition = Action (*)(CLI::App& command, const Streams& streams);
 
+[[nodiscard]] Action DefineStatus(CLI::App& command, const Streams& streams);
+[[nodiscard]] Action DefineCheck(CLI::App& command, const Streams& streams);
+[[nodiscard]] Action DefinePlan(CLI::App& command, const Streams& streams);
+[[nodiscard]] Action DefineVerify(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineSample(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineRun(CLI::App& command, const Streams& streams);
+[[nodiscard]] Action DefineReport(CLI::App& command, const Streams& streams);
 
 }  // namespace ctl

@@ -1,5 +1,6 @@
 #include "ctl/command_line.h"
 #include "ctl/demo_volumes.h"
+#include "ctl/failure_causes.h"
 #include "ctl/made_folders.h"
 #include "ctl/volume_folder.h"
 #include "package/layout.h"
@@ -128,6 +129,93 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
   EXPECT_TRUE(fs::exists(folder_ / "other"));
   EXPECT_EQ(Run({"--version"}), 0);
   EXPECT_THAT(out_.str(), HasSubstr("upgrades to " + std::to_string(tests::kVersions.back())));
+}
+
+TEST_F(CtlTest, ReportTellsEveryFormOfALogAndNamesTheCause) {
+  const std::string updater = "Strato Folder Updater(9): ";
+  const std::string begin = "database is located at '/v'";
+  const std::string outer = updater + "failed to get database versions";
+  const std::string missing =
+      updater + "cannot read the version of database /v/u.bak: there was no such file";
+  const std::string failed =
+      "UpdaterFramework: Error when updating from (master, 3300)  to (master, 3400) : ";
+  const std::string upgraded = updater + "Upgrade to '(master, 4150) ' successfully";
+  const std::string old = "Dec 31 23:59:59 nas updater-svr: ";
+  const std::string now = "Jan  1 00:00:01 nas user.err updater-svr: ";
+  const std::string iso = "<11>1 2026-11-22T07:12:01.5+01:00 nas updater-svr ";
+  const auto entry = [](int second, const std::string& message) {
+    return R"({"SYSLOG_IDENTIFIER":"updater-svr","_PID":"7","__REALTIME_TIMESTAMP":"17953315)" +
+           std::to_string(second) + R"(000000","MESSAGE":)" + message + "}\n";
+  };
+  const std::string huge(3 << 20, '\xFF');
+  const struct {
+    std::string log;
+    int status;
+    std::vector<std::string> parts;
+  } cases[] = {
+      {"", 2, {}},
+      {"Nov 22 07:12:01 nas cron: " + begin + "\n{\n\xFF\n" + huge, 2, {}},
+      {old + begin + "\n" + old + begin + "#012\n" + now + outer + "\n" + now + missing +
+           "#012\nJan  1 00:00:01 nas rsyslogd: lost 9 messages due to rate-limiting\n" + now + failed + "\n",
+       1,
+       {R"("runs_found": 2)", R"("outcome": "failed")", R"("cause": "missing-database")", R"("seconds": 2.0)",
+        "9): failed to get database versions\"", "\"to\": \"(master, 3400)\"", R"("code": "lines-lost")"}},
+      // A second start is no part of the run that it meets, and that one goes on behind it.
+      {old + begin + "\n" + old + "updater-svr:1 unexpected status for updater: updating\n" + old + upgraded +
+           "\n",
+       1,
+       {R"("runs_found": 2)", R"("cause": "second-run")", R"("outcome": "not-started")"}},
+      {iso + "8 - - " + begin + "\n" + iso + "8 - [a@1 b=\"c\"] \xEF\xBB\xBF" + upgraded + "\n",
+       0,
+       {R"("process": 8)"}},
+      {iso + "8 - - " + begin + "\n" + iso + "8 - - " + failed + "first\nsecond line\n" + iso +
+           "9 - - updater: invalid arguments\n" + iso + "8 - - disk I/O error\n",
+       1,
+       {R"("cause": "invalid-arguments")"}},
+      {"-- Boot 1 --\n" + entry(10, "\"" + begin + "\"") +
+           entry(12, "[255,99,97,110,110,111,116,32,109,111,118,101,32]") + entry(13, "\"" + upgraded + "\""),
+       1,
+       {"\"volume\": \"/v\"", R"("outcome": "upgraded")", R"("code": "half-placed")", "2026-11-22T07:11:53Z",
+        R"("seconds": 3.0)"}},
+      {begin + "\n" + updater + huge +
+           "Z: database or disk is full (13)\nthe upgrade needs about 9 bytes on the volume, 8 are free\n",
+       1,
+       {R"("cause": "disk-full")", R"("code": "little-space")", R"("needed_bytes": 9)", "Updater(9)"}},
+      {old + begin + "\n" + old + "[ERROR] db(1): never seen: \x1B[2J\n" + old + upgraded + "\n",
+       1,
+       {"unknown-line"}},
+      {old + begin +
+           "\nDec 31 23:59:59 nas kernel: Out of memory: Killed process 7 (updater-svr) total-vm:1kB\n",
+       1,
+       {"\"killed\""}},
+      {old + begin + "\n", 1, {R"("outcome": "untold")", "no-end-in-log"}},
+  };
+  for (const auto& [log, status, parts] : cases) {
+    const std::string file = folder_.Write("log", log);
+    EXPECT_EQ(Run({"report", "--json", file}), status) << log.substr(0, 500);
+    for (const std::string& part : parts) EXPECT_THAT(out_.str(), HasSubstr(part));
+    EXPECT_EQ(Run({"report", "--all", file}), status);
+    EXPECT_THAT(out_.str(), Not(HasSubstr("\x1B")));
+  }
+  // What the companion's own run prints, among its tables.
+  ASSERT_EQ(Run({"sample", volume_}), 0);
+  fs::remove_all(paths_.live.sync_folder + "/delta");
+  ASSERT_EQ(Run({"run", volume_}), 1);
+  EXPECT_EQ(Run({"report", folder_.Write("log", out_.str())}), 1);
+  EXPECT_THAT(out_.str(),
+              AllOf(HasSubstr("Volume    " + volume_), HasSubstr("/delta/.0): No such"), HasSubstr("FAILED"),
+                    HasSubstr("status \"upgradefail\""), HasSubstr("repo or delta")));
+  EXPECT_EQ(Run({"report", folder_ / "none"}) + Run({"report", folder_.path()}), 4);
+}
+
+TEST(FailureCauses, StandInTheRunbookWordForWord) {
+  const std::string runbook = tests::ReadFile(UPDATER_RUNBOOK);
+  for (const ctl::FailureCause& row : ctl::AllFailureCauses()) {
+    EXPECT_EQ(ctl::FindFailureCause(row.pattern, row.writer), &row) << "another row is tried before it";
+    const std::string line = "| `" + std::string(row.pattern) + "` | " + std::string(row.cause) + " | " +
+                             std::string(row.advice) + " |\n";
+    EXPECT_THAT(runbook, HasSubstr(line));
+  }
 }
 
 }  // namespace

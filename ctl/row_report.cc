@@ -42,7 +42,7 @@ std::vector<std::string> GroupsOf(const DatabaseSurvey& database) {
 void Add(std::optional<long long>& sum, long long rows) { sum = sum.value_or(0) + rows; }
 
 void AddDatabase(const DatabaseSurvey& database, ChangeMember member, Group& group) {
-  if (!database.readable) ++group.uncounted;
+  if (!database.error.empty()) ++group.uncounted;
   for (const DatabaseSurvey::TableRows& table : database.tables) {
     Add(group.tables[table.table].*member, table.rows);
     Add(group.total.*member, table.rows);

@@ -128,7 +128,7 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   const RecordedVolumes recorded = ReadRecordedVolumes(live.data);
   DemoPlatform demo(live.user, own, recorded);
 
-  const VolumeSurvey before = SurveyVolume(live);
+  const VolumeSurvey before = SurveyVolume(live, SurveyDepth::kRows);
   streams.out << "Volumes\n";
   PrintVolumes(own, recorded, streams.out);
   streams.out << "\nBefore\n";
@@ -136,7 +136,7 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
 
   RunRecord record;
   RunDriver(place.volume, arguments, place.paths, demo, record);
-  PrintRun(before, SurveyVolume(live), record, demo.allowed(), streams.out);
+  PrintRun(before, SurveyVolume(live, SurveyDepth::kRows), record, demo.allowed(), streams.out);
   if (arguments.show_log || !record.is_done) PrintLog(record.log, streams.out);
   streams.out << "\nStatus: " << record.status << "\n";
   return record.is_done ? 0 : kFailed;

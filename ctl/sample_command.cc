@@ -39,7 +39,7 @@ int MakeSample(const SampleArguments& arguments, const Streams& streams) {
   }
   made.Keep();
   streams.out << "Sample volume " << volume << "\n";
-  PrintSurvey(SurveyVolume(package::VolumePaths(volume).live), streams.out);
+  PrintSurvey(SurveyVolume(package::VolumePaths(volume).live, SurveyDepth::kRows), streams.out);
   return 0;
 }
 

@@ -10,7 +10,7 @@ inline constexpr const char* kData =
     " ctime DATETIME DEFAULT (strftime('%s','now')), mtime DATETIME DEFAULT (strftime('%s','now')),"
     " name VARCHAR NOT NULL COLLATE NOCASE, path VARCHAR NOT NULL COLLATE NOCASE, data VARCHAR DEFAULT NULL);"
     "CREATE TABLE version_table (ver_id INTEGER PRIMARY KEY AUTOINCREMENT, node_id INTEGER, attribute INTEGER,"
-    " sync_id INTEGER, base_id INTEGER, ctime DATETIME DEFAULT (strftime('%s','now')), file_id INTEGER,"
+    " sync_id INTEGER, base_id INTEGER, ctime DATATIME DEFAULT (strftime('%s','now')), file_id INTEGER,"
     " file_size INTEGER, file_hash VARCHAR(40), mtime DATETIME, exec_bit INTEGER, uid INTEGER, gid INTEGER,"
     " sess_id INTEGER, client_id VARCHAR, win_attr BLOB DEFAULT NULL, linux_attr BLOB DEFAULT NULL,"
     " mac_attr BLOB DEFAULT NULL, plat_attr BLOB DEFAULT NULL);"

@@ -4,9 +4,9 @@
 #include <ostream>
 
 #include "base/path.h"
-#include "ctl/demo_platform.h"
 #include "ctl/sample_schema.h"
 #include "ctl/sample_writer.h"
+#include "ctl/version_graph.h"
 #include "file-op/file_op.h"
 #include "logger/check.h"
 #include "package/layout.h"
@@ -123,12 +123,8 @@ int WriteClientDatabase(const std::string& path, const SampleContent& content, s
 }  // namespace
 
 std::vector<int> SampleVersions() {
-  DemoPlatform nobody({}, MadeUpIdentity(), {});
-  std::ostream silent(nullptr);
   std::vector<int> versions = {kSampleVersion};
-  for (const auto& updater : updater::server::CreateServerUpdaters({{}, silent, nobody.platform()}, {})) {
-    versions.push_back(updater->GetToVersion().number);
-  }
+  for (const Edge& edge : AllEdges()) versions.push_back(edge.to.number);
   std::sort(versions.begin(), versions.end());
   versions.erase(std::unique(versions.begin(), versions.end()), versions.end());
   return versions;

@@ -10,11 +10,13 @@ namespace ctl {
 struct Streams {
   std::ostream& out;
   std::ostream& err;
+  bool is_coloured = false;  // `out` is a terminal whose user wants colours
 };
 
-// Exit statuses besides 0 for success.
-inline constexpr int kFailed = 1;   // a sample could not be made, or a run did not end in "done"
-inline constexpr int kRefused = 2;  // the arguments or the folder of a run were refused; nothing was changed
+// Exit statuses besides 0: all is well.
+inline constexpr int kFailed = 1;  // a problem was found, or what was asked for could not be done
+inline constexpr int kRefused =
+    2;  // the arguments were refused, or it could not be looked; nothing was changed
 
 // Tells why a command has not succeeded; returns `status`.
 [[nodiscard]] inline int TellReason(const Streams& streams, const std::string& reason, int status) {

@@ -7,9 +7,12 @@
 #include <ostream>
 
 #include "db-util/database.h"
+#include "db-util/database_files.h"
 #include "db-util/execute.h"
+#include "db-util/look.h"
 #include "db-util/query.h"
 #include "file-op/file_op.h"
+#include "updater/framework/stored_version.h"
 
 namespace ctl {
 namespace {
@@ -17,57 +20,54 @@ namespace {
 constexpr std::size_t kViewsShown = 8;
 constexpr std::string_view kTableSuffix = "_table";
 
-std::string QueryText(sqlite3* db, const std::string& query) {
-  std::string text;
-  (void)db_util::ForEachRow(db, query, [&text](sqlite3_stmt* row) {  // without such a table the text is empty
-    text = db_util::ColumnText(row, 0);
-    return true;
-  });
-  return text;
-}
-
-std::string ReadVersion(sqlite3* db) {
-  const std::string number = QueryText(db, "SELECT value FROM config_table WHERE key = 'version';");
-  if (number.empty()) return "?";
-  return "(" + QueryText(db, "SELECT value FROM config_table WHERE key = 'branch';") + ", " + number + ")";
-}
-
-bool CountRows(sqlite3* db, std::vector<DatabaseSurvey::TableRows>& tables) {
-  bool readable =
-      db_util::ForEachRow(
-          db,
-          "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' ORDER BY name;",
-          [&tables](sqlite3_stmt* row) {
-            tables.push_back({db_util::ColumnText(row, 0), 0});
-            return true;
-          })
-          .ok();
+db_util::Status CountRows(sqlite3* db, std::vector<DatabaseSurvey::TableRows>& tables) {
+  db_util::Status status = db_util::ForEachRow(
+      db, "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' ORDER BY name;",
+      [&tables](sqlite3_stmt* row) {
+        tables.push_back({db_util::ColumnText(row, 0), 0});
+        return true;
+      });
   for (DatabaseSurvey::TableRows& table : tables) {
     std::string query;
-    const bool counted = db_util::FormatSql(query, "SELECT count(*) FROM %Q;", table.table) &&
-                         db_util::ForEachRow(db, query, [&table](sqlite3_stmt* row) {
-                           table.rows = sqlite3_column_int64(row, 0);
-                           return false;
-                         }).ok();
-    readable = readable && counted;
+    if (!db_util::FormatSql(query, "SELECT count(*) FROM %Q;", table.table)) continue;
+    db_util::Status counted = db_util::ForEachRow(db, query, [&table](sqlite3_stmt* row) {
+      table.rows = sqlite3_column_int64(row, 0);
+      return false;
+    });
+    if (status.ok()) status = std::move(counted);
   }
-  return readable;
+  return status;
 }
 
-void AddDatabase(VolumeSurvey& survey, DatabaseSurvey::Kind kind, std::string name, const std::string& path) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) != 0) return;
-  DatabaseSurvey database = {.kind = kind,
-                             .name = std::move(name),
-                             .version = "?",
-                             .bytes = static_cast<long long>(status.st_size),
-                             .readable = false,
-                             .tables = {}};
+std::optional<updater::Version> ReadVersion(sqlite3* db, std::string& error) {
+  updater::Version version;
+  error = updater::ReadVersionFrom(db, version);
+  return error.empty() ? std::optional(version) : std::nullopt;
+}
+
+void LookInto(DatabaseSurvey& database, SurveyDepth depth) {
   db_util::Database db;
-  if (db_util::OpenQuietly(path, db, db_util::OpenMode::kReadWrite).ok()) {
-    database.version = ReadVersion(db.get());
-    database.readable = CountRows(db.get(), database.tables);
+  db_util::Status status = db_util::OpenToLook(database.path, db);
+  if (status.ok()) {
+    database.version = ReadVersion(db.get(), database.error);
+    if (depth == SurveyDepth::kRows) status = CountRows(db.get(), database.tables);
   }
+  if (database.error.empty()) database.error = status.message;
+}
+
+void AddDatabase(VolumeSurvey& survey, SurveyDepth depth, DatabaseSurvey::Kind kind, std::string name,
+                 const std::string& path) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0) return;
+  DatabaseSurvey database = {.kind = kind, .name = std::move(name), .path = path};
+  if (stat(path.c_str(), &status) == 0) database.bytes = status.st_size;
+  for (const std::string_view suffix : db_util::kCompanionSuffixes) {
+    const std::string companion = path + std::string(suffix);
+    if (lstat(companion.c_str(), &status) != 0) continue;
+    database.companions.push_back({std::string(suffix), status.st_size});
+  }
+  database.user = db_util::FindUser(path);
+  LookInto(database, depth);
   survey.databases.push_back(std::move(database));
 }
 
@@ -81,20 +81,8 @@ std::vector<std::string> SortedFolders(const std::string& folder) {
   return names;
 }
 
-std::string Label(const DatabaseSurvey& database) {
-  switch (database.kind) {
-    case DatabaseSurvey::Kind::kView:
-      return "view " + database.name;
-    case DatabaseSurvey::Kind::kFile:
-      return "file " + database.name.substr(0, 8);  // the first group of the uuid
-    case DatabaseSurvey::Kind::kShared:
-      break;
-  }
-  return database.name;
-}
-
 void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
-  out << "  " << std::left << std::setw(15) << Label(database) << std::setw(16) << database.version
+  out << "  " << std::left << std::setw(15) << Label(database) << std::setw(16) << VersionText(database)
       << std::right << std::setw(9) << (database.bytes + 1023) / 1024 << " KiB  ";
   const char* separator = "";
   for (const DatabaseSurvey::TableRows& table : database.tables) {
@@ -108,21 +96,47 @@ void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
 
 }  // namespace
 
-VolumeSurvey SurveyVolume(const package::PackagePaths& paths) {
+std::string Label(const DatabaseSurvey& database) {
+  switch (database.kind) {
+    case DatabaseSurvey::Kind::kView:
+      return "view " + database.name;
+    case DatabaseSurvey::Kind::kFile:
+      return "file " + database.name.substr(0, 8);  // the first group of the uuid
+    case DatabaseSurvey::Kind::kShared:
+      break;
+  }
+  return database.name;
+}
+
+std::string VersionText(const DatabaseSurvey& database) {
+  if (!database.version) return "?";
+  std::string text = updater::ToString(*database.version);
+  text.pop_back();
+  return text;
+}
+
+std::optional<updater::Version> ReadVersionOf(const std::string& path, std::string& error) {
+  db_util::Database db;
+  const db_util::Status status = db_util::OpenToLook(path, db);
+  error = status.message;
+  return status.ok() ? ReadVersion(db.get(), error) : std::nullopt;
+}
+
+VolumeSurvey SurveyVolume(const package::PackagePaths& paths, SurveyDepth depth) {
   using Kind = DatabaseSurvey::Kind;
   VolumeSurvey survey;
-  AddDatabase(survey, Kind::kShared, "data", paths.data);
-  AddDatabase(survey, Kind::kShared, "log", paths.log);
-  AddDatabase(survey, Kind::kShared, "user", paths.user);
-  AddDatabase(survey, Kind::kShared, "client", paths.client);
+  AddDatabase(survey, depth, Kind::kShared, "data", paths.data);
+  AddDatabase(survey, depth, Kind::kShared, "log", paths.log);
+  AddDatabase(survey, depth, Kind::kShared, "user", paths.user);
+  AddDatabase(survey, depth, Kind::kShared, "client", paths.client);
   for (const std::string& name : SortedFolders(paths.view_folder)) {
-    AddDatabase(survey, Kind::kView, name, paths.ViewDatabase(name));
+    AddDatabase(survey, depth, Kind::kView, name, paths.ViewDatabase(name));
   }
   for (const std::string& name : SortedFolders(paths.file_folder)) {
-    AddDatabase(survey, Kind::kFile, name, paths.FileDatabase(name));
+    AddDatabase(survey, depth, Kind::kFile, name, paths.FileDatabase(name));
   }
   db_util::Database db;
-  if (db_util::OpenQuietly(paths.user, db, db_util::OpenMode::kReadWrite).ok()) {
+  if (db_util::OpenToLook(paths.user, db).ok()) {
     (void)db_util::ForEachRow(db.get(), "SELECT name FROM user_table ORDER BY view_id;",
                               [&survey](sqlite3_stmt* row) {
                                 survey.users.push_back(db_util::ColumnText(row, 0));

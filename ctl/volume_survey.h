@@ -1,11 +1,15 @@
 // What the package's databases on a volume hold at one moment: versions, sizes and row counts.
 #pragma once
 
+#include <sys/types.h>
+
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "package/layout.h"
+#include "updater/framework/version.h"
 
 namespace ctl {
 
@@ -17,21 +21,39 @@ struct DatabaseSurvey {
     long long rows;
   };
 
+  struct Companion {
+    std::string suffix;  // "-wal"
+    long long bytes;
+  };
+
   Kind kind;
-  std::string name;     // "data"; of a view its id, of a file database the uuid of its volume
-  std::string version;  // "(master, 4100)"; "?" when it cannot be read
+  std::string name;  // "data"; of a view its id, of a file database the uuid of its volume
+  std::string path;
+  std::optional<updater::Version> version = {};
+  std::string error = {};  // why it has no version, or not all rows could be counted
   long long bytes = 0;
-  bool readable = false;          // false: not all tables and rows could be counted
-  std::vector<TableRows> tables;  // by name
+  std::vector<Companion> companions = {};
+  std::optional<pid_t> user = {};      // who has it locked or its log open; 0 where nobody knows the number
+  std::vector<TableRows> tables = {};  // by name
 };
+
+// "(master, 4100)"; "?" when it cannot be read.
+[[nodiscard]] std::string VersionText(const DatabaseSurvey& database);
+// "data", "view 17", and of a file database the first group of its uuid.
+[[nodiscard]] std::string Label(const DatabaseSurvey& database);
 
 struct VolumeSurvey {
   std::vector<DatabaseSurvey> databases;  // data, log, user, client, then views and files; existing ones only
   std::vector<std::string> users;         // names, by view id
 };
 
-// Looks at the live databases. Opening one may checkpoint its write-ahead log; nothing else is changed.
-[[nodiscard]] VolumeSurvey SurveyVolume(const package::PackagePaths& paths);
+enum class SurveyDepth { kVersions, kRows };
+
+// The version of one database; nothing, with the reason in `error`, where it has none.
+[[nodiscard]] std::optional<updater::Version> ReadVersionOf(const std::string& path, std::string& error);
+
+// Looks at the live databases, and changes nothing.
+[[nodiscard]] VolumeSurvey SurveyVolume(const package::PackagePaths& paths, SurveyDepth depth);
 
 // One line a database; of many view databases only the first few, and how many more there are.
 void PrintSurvey(const VolumeSurvey& survey, std::ostream& out);

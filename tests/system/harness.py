@@ -28,7 +28,7 @@ PRIVILEGE = "/usr/plat/etc/app_privilege/PLAT.HDS.STFD.Instance"
 SCRATCH = "/tmp/.StratoFolder-upgrade.sqlite3"
 VERSION_OF = "SELECT value FROM config_table WHERE key = 'version'"
 SET_VERSION = "UPDATE config_table SET value = value {} 1 WHERE key = 'version'"
-PROGRAM, TOOL = (os.path.join(namespace.ROOM, name) for name in ("updater-svr", "package-tool"))
+PROGRAM, TOOL, CTL = (os.path.join(namespace.ROOM, name) for name in ("updater-svr", "package-tool", "updater-ctl"))
 # Held open: the scripts stay reachable when a test covers the folder that the sources lie in.
 DATA = os.open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data"), os.O_RDONLY)
 VERSIONS = (2577, 2603, 3004, 3200, 3300, 3400, 3450, 4000, 4060, 4100, 4150)

@@ -1,0 +1,144 @@
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "ctl/commands.h"
+#include "ctl/inspection.h"
+#include "ctl/look_arguments.h"
+#include "ctl/package_state.h"
+#include "ctl/place_inspection.h"
+#include "ctl/version_graph.h"
+#include "platform/host/host_platform.h"
+#include "updater/framework/server_updater.h"
+
+namespace ctl {
+namespace {
+
+struct Outlook {
+  std::optional<updater::Version> version;  // of the data database
+  std::vector<Edge> chain;
+  Findings findings;
+};
+
+void Append(Findings more, Findings& findings) {
+  findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+}
+
+const DatabaseSurvey* FindShared(const VolumeSurvey& survey, const std::string& name) {
+  for (const DatabaseSurvey& database : survey.databases) {
+    if (database.kind == DatabaseSurvey::Kind::kShared && database.name == name) return &database;
+  }
+  return nullptr;
+}
+
+void InspectChain(const DatabaseSurvey& data, Outlook& outlook) {
+  outlook.version = data.version;
+  if (!data.version) return;  // told of as unreadable
+  if (data.version->number > package::kCurrentVersion) {
+    outlook.findings.push_back({Severity::kProblem, "newer", data.path,
+                                "is newer than this program: a run would end in \"dbnewer\"",
+                                "install the package that made it"});
+    return;
+  }
+  std::string error;
+  std::optional<std::vector<Edge>> chain = ChainFrom(*data.version, error);
+  if (chain) outlook.chain = *std::move(chain);
+  if (!error.empty()) {
+    outlook.findings.push_back(
+        {Severity::kProblem, "no-chain", data.path,
+         "no updater begins with version " + VersionText(data) + ": " + error,
+         "see whether the database is the package's; updater-ctl plan shows the versions"});
+  }
+}
+
+// Attaching makes a missing database, and the updaters then miss its tables.
+void InspectParts(const VolumeSurvey& survey, const package::PackagePaths& live, int version,
+                  Findings& findings) {
+  for (const auto& [name, path, since] : {std::tuple("user", live.user, 0),
+                                          {"client", live.client, 0},
+                                          {"log", live.log, updater::kLogVersion}}) {
+    if (version < since || FindShared(survey, name) != nullptr) continue;
+    findings.push_back({Severity::kProblem, "missing-database", path, "is missing: the upgrade would fail",
+                        "restore all databases of the package from one backup"});
+  }
+}
+
+Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths& system, bool reads_all) {
+  platform::host::HostPlatform host(system);
+  const platform::Platform& platform = host.platform();
+  const PackageState state = ReadPackageState(paths, system, platform.state_files);
+  Outlook outlook = {.version = {}, .chain = {}, .findings = FindingsOf(state, paths)};
+  Findings& findings = outlook.findings;
+  Append(InspectStart(state.service, paths, system, platform), findings);
+  const DatabaseSurvey* const data = FindShared(state.survey, "data");
+  if (data == nullptr) {
+    findings.push_back({Severity::kNote, "no-data-database", paths.live.data,
+                        "is not there: a run would end in \"done\" and do nothing", ""});
+    return outlook;
+  }
+  InspectChain(*data, outlook);
+  Append(InspectUse(state.survey, system), findings);
+  Append(InspectSpace(paths), findings);
+  if (reads_all) Append(InspectIntegrity(state.survey, Integrity::kQuick), findings);
+  if (!data->version || data->version->number > package::kCurrentVersion) return outlook;
+  const int version = data->version->number;
+  InspectParts(state.survey, paths.live, version, findings);
+  Append(InspectFolders(state.survey, paths, version, platform), findings);
+  Append(InspectLayouts(state.survey, version), findings);
+  if (version >= updater::kSplitVersion) Append(InspectVolumes(paths.live, version, platform), findings);
+  const DatabaseSurvey* const users = FindShared(state.survey, "user");
+  if (users == nullptr || !users->version) return outlook;  // told of already, or by the mismatch
+  Append(InspectUsers(paths.live, platform), findings);
+  if (version >= updater::kSplitVersion) Append(InspectViews(state.survey, paths.live), findings);
+  return outlook;
+}
+
+void PrintOutlook(const Outlook& outlook, const Streams& streams) {
+  std::ostream& out = streams.out;
+  out << "Version   " << (outlook.version ? updater::ToString(*outlook.version) : "?") << "\n"
+      << "Upgrade   ";
+  if (outlook.chain.empty()) out << (outlook.version ? "nothing to do" : "cannot be told");
+  for (const Edge& edge : outlook.chain)
+    out << (edge == outlook.chain.front() ? "" : " -> ") << edge.to.number;
+  out << "\n";
+  if (!outlook.findings.empty()) out << "Findings\n";
+  PrintFindings(outlook.findings, streams);
+  out << (HasProblem(outlook.findings) ? "An upgrade would fail, or lose something.\n"
+                                       : "Nothing speaks against an upgrade.\n");
+}
+
+Json ToJson(const std::string& volume, const Outlook& outlook) {
+  Json json = NewDocument("check");
+  json["volume"] = volume;
+  json["version"] = outlook.version ? ctl::ToJson(*outlook.version) : Json();
+  json["chain"] = ctl::ToJson(outlook.chain);
+  json["ready"] = !HasProblem(outlook.findings);
+  json["findings"] = ctl::ToJson(outlook.findings);
+  return json;
+}
+
+int Check(const LookArguments& arguments, bool reads_all, const Streams& streams) {
+  std::string volume;
+  std::string error;
+  if (FindPackage(arguments.volume, volume, error) < 0) return TellReason(streams, error, kRefused);
+  const Outlook outlook = LookAhead(package::VolumePaths(volume), SystemOf(arguments), reads_all);
+  if (arguments.is_json) {
+    PrintJson(ToJson(volume, outlook), streams.out);
+  } else {
+    streams.out << "Volume    " << Printable(volume) << "\n";
+    PrintOutlook(outlook, streams);
+  }
+  return HasProblem(outlook.findings) ? kFailed : 0;
+}
+
+}  // namespace
+
+Action DefineCheck(CLI::App& command, const Streams& streams) {
+  const auto arguments = AddLookArguments(command);
+  const auto is_short = std::make_shared<bool>(false);
+  command.add_flag("--no-pages", *is_short, "Leave out the look at every page of every database");
+  command.footer("Examples:\n  updater-ctl check /volume1\n  updater-ctl check /volume1 --no-pages --json");
+  return [arguments, is_short, streams] { return Check(*arguments, !*is_short, streams); };
+}
+
+}  // namespace ctl

@@ -1,0 +1,34 @@
+// What commands look for in the databases of a volume. All of it changes nothing.
+#pragma once
+
+#include "ctl/finding.h"
+#include "ctl/volume_survey.h"
+#include "package/layout.h"
+#include "platform/platform.h"
+
+namespace ctl {
+
+enum class Integrity {
+  kQuick,  // PRAGMA quick_check
+  kFull,   // PRAGMA integrity_check, which reads every index, too
+};
+
+// Every database page by page.
+[[nodiscard]] Findings InspectIntegrity(const VolumeSurvey& survey, Integrity integrity);
+
+// The layout of every database against that of a version. Of databases that have the same in common, one
+// finding tells.
+[[nodiscard]] Findings InspectLayouts(const VolumeSurvey& survey, int version);
+
+// The views that users have, and the databases that there are; from 3400 on.
+[[nodiscard]] Findings InspectViews(const VolumeSurvey& survey, const package::PackagePaths& paths);
+
+// The users that the check after an upgrade would remove on this machine.
+[[nodiscard]] Findings InspectUsers(const package::PackagePaths& paths, const platform::Platform& platform);
+
+// The volumes that this check would take for others than those recorded. `version` is that of the data
+// database, which below 4000 may hold the old form of a btrfs volume's uuid.
+[[nodiscard]] Findings InspectVolumes(const package::PackagePaths& paths, int version,
+                                      const platform::Platform& platform);
+
+}  // namespace ctl
