@@ -19,6 +19,11 @@ endif()
 add_library(updater-flags INTERFACE)
 target_compile_options(updater-flags INTERFACE ${UPDATER_WARNINGS})
 target_include_directories(updater-flags INTERFACE ${CMAKE_SOURCE_DIR})
+# Files of more than 2 GiB and times after 2038 have to be asked for where a long has 32 bits. Elsewhere that would
+# only give calls other names than those which tests/faults stands in for.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(updater-flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 if(UPDATER_SANITIZE)
   target_compile_options(updater-flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                                                  -fno-omit-frame-pointer)
@@ -51,12 +56,22 @@ function(updater_program name)
   target_link_libraries(${name} PRIVATE updater-flags ${ARG_LINK})
 endfunction()
 
-# updater_test(<name> SOURCES <file>... [LINK <target>...]): a GoogleTest program, one ctest entry a case.
-find_package(GTest REQUIRED)
-include(GoogleTest)
+# updater_test(<name> SOURCES <file>... [LINK <target>...]): a GoogleTest program, one ctest entry a case. Nothing
+# without BUILD_TESTING.
+if(BUILD_TESTING)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+  set(test_timeout 300)
+  if(CMAKE_CROSSCOMPILING) # an emulator takes its time
+    set(test_timeout 1800)
+  endif()
+endif()
 function(updater_test name)
+  if(NOT BUILD_TESTING)
+    return()
+  endif()
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE updater-flags ${ARG_LINK} GTest::gmock GTest::gtest GTest::gtest_main)
-  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${test_timeout})
 endfunction()
