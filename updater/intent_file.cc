@@ -15,6 +15,7 @@
 #include "base/read_text_file.h"
 #include "base/retry.h"
 #include "base/write_all.h"
+#include "db-util/guarded_files.h"
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
 
@@ -61,8 +62,9 @@ base::Errno WriteText(const VolumePaths& paths, const std::string& text) {
 }
 
 base::Errno AppendText(const VolumePaths& paths, const std::string& text) {
-  constexpr int kFlags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  const base::FileDescriptor file(base::RetryInterrupted([&] { return open(paths.intent.c_str(), kFlags); }));
+  // The folder belongs to the service, which may put a link at any name.
+  const base::FileDescriptor file(
+      base::RetryInterrupted([&] { return db_util::OpenGuardedFile(paths.intent, O_WRONLY | O_APPEND); }));
   struct stat status {};
   if (!file.is_open() || fstat(file.get(), &status) < 0) return base::Errno::Last();
   if (status.st_size + static_cast<off_t>(text.size()) > base::kMaxTextFileSize) return base::Errno(EFBIG);
