@@ -20,10 +20,6 @@ struct Outlook {
   Findings findings;
 };
 
-void Append(Findings more, Findings& findings) {
-  findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
-}
-
 const DatabaseSurvey* FindShared(const VolumeSurvey& survey, const std::string& name) {
   for (const DatabaseSurvey& database : survey.databases) {
     if (database.kind == DatabaseSurvey::Kind::kShared && database.name == name) return &database;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -60,6 +61,10 @@ void PrintWrapped(std::size_t column, const std::string& indent, std::string_vie
     is_begin = false;
   }
   out << "\n";
+}
+
+void Append(Findings more, Findings& findings) {
+  findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
 }
 
 bool HasProblem(const Findings& findings) {

@@ -25,6 +25,8 @@ struct Finding {
 };
 using Findings = std::vector<Finding>;
 
+void Append(Findings more, Findings& findings);
+
 [[nodiscard]] bool HasProblem(const Findings& findings);
 
 // The worst first, each with what to do about it, in lines of at most 80 columns where names allow it.

@@ -58,17 +58,17 @@ std::vector<std::string> FindCopies(const package::PackagePaths& copies) {
   return found;
 }
 
-bool IsBusy(const ServiceState& service) { return service.is_marker_alive; }
+constexpr const char* kStartAgain = "set the status to \"initializing\" and start updater-svr again";
 
 void AddServiceFindings(const ServiceState& service, Findings& findings) {
-  if (IsBusy(service)) {
+  if (service.is_marker_alive) {
     findings.push_back({Severity::kNote, "run-alive", "",
                         "an upgrade is running, process " + std::to_string(*service.marked_by),
                         "wait for it: what is shown here changes under one's eyes"});
   } else if (service.marked_by) {
     findings.push_back({Severity::kWarning, "stale-mark", "",
                         "the mark of an upgrade is there, but its process is gone: it was killed",
-                        "set the status to \"initializing\" and start updater-svr again"});
+                        kStartAgain});
   }
   if (service.status == updater::status::kUpgradeFail) {
     findings.push_back({Severity::kProblem, "upgrade-failed", "", "the last upgrade failed",
@@ -77,7 +77,7 @@ void AddServiceFindings(const ServiceState& service, Findings& findings) {
   if (service.status == updater::status::kError) {
     findings.push_back({Severity::kProblem, "run-killed", "",
                         "the status is \"" + service.stored + "\", but no living run stands behind it",
-                        "set the status to \"initializing\" and start updater-svr again"});
+                        kStartAgain});
   }
 }
 
@@ -142,7 +142,7 @@ Findings FindingsOf(const PackageState& state, const package::VolumePaths& paths
   if (state.commit) AddCommitFindings(*state.commit, paths.intent, findings);
   // In the middle of a commit they are not equal, and that is told already.
   if (!state.commit) AddDatabaseFindings(state.survey, findings);
-  if (!state.copies.empty() && !state.commit && !IsBusy(state.service)) {
+  if (!state.copies.empty() && !state.commit && !state.service.is_marker_alive) {
     findings.push_back({Severity::kNote, "copies-left", state.copies.front(),
                         "a run that failed or was killed has left working copies",
                         "the next run replaces them"});

@@ -8,7 +8,6 @@
 #include "ctl/output.h"
 #include "ctl/version_graph.h"
 #include "ctl/volume_survey.h"
-#include "logger/log_sink.h"
 #include "package/layout.h"
 
 namespace ctl {
@@ -27,12 +26,6 @@ struct Plan {
   std::vector<Edge> chain;
   std::string error;  // why there is no chain
 };
-
-std::string TextOf(const updater::Version& version) {
-  std::string text = updater::ToString(version);
-  text.pop_back();
-  return text;
-}
 
 bool IsInChain(const Plan& plan, const Edge& edge) {
   return std::find(plan.chain.begin(), plan.chain.end(), edge) != plan.chain.end();

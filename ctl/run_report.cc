@@ -5,14 +5,10 @@
 #include <ostream>
 #include <set>
 
+#include "ctl/version_graph.h"
+
 namespace ctl {
 namespace {
-
-std::string WithoutBlank(const updater::Version& version) {
-  std::string text = updater::ToString(version);
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
 
 // The names of the databases of a kind that `after` has and `before` has not.
 std::vector<std::string> Made(const VolumeSurvey& before, const VolumeSurvey& after,
@@ -47,8 +43,8 @@ void StepTimes::BeforeUpdate(const updater::AbstractUpdater& /*updater*/) {
 
 void StepTimes::AfterUpdate(const updater::AbstractUpdater& updater, int result) {
   const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start_;
-  steps_.push_back({WithoutBlank(updater.GetFromVersion()), WithoutBlank(updater.GetToVersion()),
-                    taken.count(), result < 0});
+  steps_.push_back(
+      {TextOf(updater.GetFromVersion()), TextOf(updater.GetToVersion()), taken.count(), result < 0});
 }
 
 void PrintChain(const StepTimes& times, std::ostream& out) {

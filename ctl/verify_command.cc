@@ -27,12 +27,11 @@ Findings InspectResult(const package::VolumePaths& paths, const platform::System
   platform::host::HostPlatform host(system);
   const PackageState state = ReadPackageState(paths, system, host.platform().state_files);
   Findings findings = FindingsOf(state, paths);
-  for (const Findings& more :
-       {InspectVersions(state.survey), InspectIntegrity(state.survey, Integrity::kFull),
-        InspectLayouts(state.survey, package::kCurrentVersion), InspectViews(state.survey, paths.live),
-        InspectVolumes(paths.live, package::kCurrentVersion, host.platform())}) {
-    findings.insert(findings.end(), more.begin(), more.end());
-  }
+  Append(InspectVersions(state.survey), findings);
+  Append(InspectIntegrity(state.survey, Integrity::kFull), findings);
+  Append(InspectLayouts(state.survey, package::kCurrentVersion), findings);
+  Append(InspectViews(state.survey, paths.live), findings);
+  Append(InspectVolumes(paths.live, package::kCurrentVersion, host.platform()), findings);
   return findings;
 }
 

@@ -60,6 +60,12 @@ std::optional<updater::Version> FindVersion(int number) {
   return std::nullopt;
 }
 
+std::string TextOf(const updater::Version& version) {
+  std::string text = updater::ToString(version);
+  text.pop_back();  // the blank that messages depend on
+  return text;
+}
+
 Json ToJson(const updater::Version& version) {
   return {{"branch", version.branch}, {"version", version.number}};
 }

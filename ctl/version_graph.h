@@ -27,6 +27,9 @@ struct Edge {
 // The version with this number that an updater begins or ends with.
 [[nodiscard]] std::optional<updater::Version> FindVersion(int number);
 
+// "(master, 4100)"
+[[nodiscard]] std::string TextOf(const updater::Version& version);
+
 [[nodiscard]] Json ToJson(const updater::Version& version);
 [[nodiscard]] Json ToJson(const std::vector<Edge>& edges);
 

@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <ostream>
 
+#include "ctl/version_graph.h"
 #include "db-util/database.h"
 #include "db-util/database_files.h"
 #include "db-util/execute.h"
@@ -109,10 +110,7 @@ std::string Label(const DatabaseSurvey& database) {
 }
 
 std::string VersionText(const DatabaseSurvey& database) {
-  if (!database.version) return "?";
-  std::string text = updater::ToString(*database.version);
-  text.pop_back();
-  return text;
+  return database.version ? TextOf(*database.version) : "?";
 }
 
 std::optional<updater::Version> ReadVersionOf(const std::string& path, std::string& error) {
@@ -136,7 +134,7 @@ VolumeSurvey SurveyVolume(const package::PackagePaths& paths, SurveyDepth depth)
     AddDatabase(survey, depth, Kind::kFile, name, paths.FileDatabase(name));
   }
   db_util::Database db;
-  if (db_util::OpenToLook(paths.user, db).ok()) {
+  if (depth == SurveyDepth::kRows && db_util::OpenToLook(paths.user, db).ok()) {
     (void)db_util::ForEachRow(db.get(), "SELECT name FROM user_table ORDER BY view_id;",
                               [&survey](sqlite3_stmt* row) {
                                 survey.users.push_back(db_util::ColumnText(row, 0));

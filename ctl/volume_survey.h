@@ -44,7 +44,7 @@ struct DatabaseSurvey {
 
 struct VolumeSurvey {
   std::vector<DatabaseSurvey> databases;  // data, log, user, client, then views and files; existing ones only
-  std::vector<std::string> users;         // names, by view id
+  std::vector<std::string> users;         // names, by view id; with the rows only
 };
 
 enum class SurveyDepth { kVersions, kRows };

@@ -6,6 +6,7 @@
 
 #include "base/file_descriptor.h"
 #include "db-util/execute.h"
+#include "db-util/file_lock.h"
 #include "db-util/guarded_files.h"
 #include "db-util/hardening.h"
 #include "db-util/looking_files.h"
@@ -13,21 +14,9 @@
 namespace db_util {
 namespace {
 
-// Bytes of a file that SQLite locks.
-struct LockedBytes {
-  off_t first;
-  off_t count;
-};
-constexpr LockedBytes kOfDatabase = {0x40000000, 512};
-constexpr LockedBytes kOfIndex = {120, 9};
-
 std::optional<pid_t> FindHolder(const std::string& path, LockedBytes bytes) {
   const base::FileDescriptor file(OpenGuardedFile(path, O_RDONLY, true));
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = bytes.first;
-  lock.l_len = bytes.count;
+  struct flock lock = LockOf(F_WRLCK, bytes);
   if (!file.is_open() || fcntl(file.get(), F_GETLK, &lock) < 0 || lock.l_type == F_UNLCK) return {};
   return std::max(lock.l_pid, 0);
 }
@@ -48,7 +37,7 @@ std::string UriOf(const std::string& path) {
 Status OpenToLook(const std::string& path, Database& out) {
   out.reset();
   // The index of a log that somebody uses tells what in the log counts.
-  const bool is_shared = FindHolder(path + "-shm", kOfIndex).has_value();
+  const bool is_shared = FindHolder(path + "-shm", kBytesOfIndex).has_value();
   const char* const files = is_shared ? SharedLookingFiles() : LookingFiles();
   const int flags = is_shared ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI : SQLITE_OPEN_READWRITE;
   sqlite3* db = nullptr;
@@ -67,8 +56,8 @@ Status OpenToLook(const std::string& path, Database& out) {
 }
 
 std::optional<pid_t> FindUser(const std::string& path) {
-  const std::optional<pid_t> user = FindHolder(path + "-shm", kOfIndex);
-  return user ? user : FindHolder(path, kOfDatabase);
+  const std::optional<pid_t> user = FindHolder(path + "-shm", kBytesOfIndex);
+  return user ? user : FindHolder(path, kBytesOfDatabase);
 }
 
 }  // namespace db_util

@@ -16,6 +16,7 @@
 
 #include "base/file_descriptor.h"
 #include "base/retry.h"
+#include "db-util/file_lock.h"
 #include "db-util/guarded_files.h"
 
 namespace db_util {
@@ -25,12 +26,6 @@ constexpr const char* kName = "looking";
 constexpr const char* kSharedName = "looking-shared";
 constexpr sqlite3_int64 kBlock = 4096;
 constexpr std::size_t kMostBlocks = (std::size_t{256} << 20) / kBlock;
-
-// Where SQLite locks a database.
-constexpr off_t kPendingByte = 0x40000000;
-constexpr off_t kReservedByte = kPendingByte + 1;
-constexpr off_t kFirstSharedByte = kPendingByte + 2;
-constexpr off_t kSharedBytes = 510;
 
 // A file of the disk with what SQLite has written over it.
 class Content {
@@ -126,17 +121,8 @@ struct File : sqlite3_file {
 Content& Of(sqlite3_file* file) { return static_cast<File*>(file)->content; }
 
 // A lock that belongs to the open file: one of the process would end when any of its files is closed.
-struct flock LockOf(int type, off_t begin, off_t length) {
-  struct flock lock {};
-  lock.l_type = static_cast<short>(type);
-  lock.l_whence = SEEK_SET;
-  lock.l_start = begin;
-  lock.l_len = length;
-  return lock;
-}
-
-bool SetLock(const Content& content, int type, off_t begin, off_t length) {
-  struct flock lock = LockOf(type, begin, length);
+bool SetLock(const Content& content, int type, LockedBytes bytes) {
+  struct flock lock = LockOf(type, bytes);
   return fcntl(content.file(), F_OFD_SETLK, &lock) == 0;
 }
 
@@ -171,20 +157,20 @@ int FileSize(sqlite3_file* file, sqlite3_int64* size) {
 int Lock(sqlite3_file* file, int level) {
   if (level != SQLITE_LOCK_SHARED) return SQLITE_OK;
   const Content& content = Of(file);
-  if (!SetLock(content, F_RDLCK, kPendingByte, 1)) return SQLITE_BUSY;
-  const bool is_locked = SetLock(content, F_RDLCK, kFirstSharedByte, kSharedBytes);
-  (void)SetLock(content, F_UNLCK, kPendingByte, 1);  // giving up cannot fail
+  if (!SetLock(content, F_RDLCK, kPendingByte)) return SQLITE_BUSY;
+  const bool is_locked = SetLock(content, F_RDLCK, kSharedBytes);
+  (void)SetLock(content, F_UNLCK, kPendingByte);  // giving up cannot fail
   return is_locked ? SQLITE_OK : SQLITE_BUSY;
 }
 
 int Unlock(sqlite3_file* file, int level) {
-  if (level == SQLITE_LOCK_NONE) (void)SetLock(Of(file), F_UNLCK, kFirstSharedByte, kSharedBytes);
+  if (level == SQLITE_LOCK_NONE) (void)SetLock(Of(file), F_UNLCK, kSharedBytes);
   return SQLITE_OK;
 }
 
 // While somebody holds it, the journal is in use and not a killed process's.
 int IsReserved(sqlite3_file* file, int* is_reserved) {
-  struct flock lock = LockOf(F_WRLCK, kReservedByte, 1);
+  struct flock lock = LockOf(F_WRLCK, kReservedByte);
   if (fcntl(Of(file).file(), F_OFD_GETLK, &lock) < 0) return SQLITE_IOERR_CHECKRESERVEDLOCK;
   *is_reserved = lock.l_type == F_UNLCK ? 0 : 1;
   return SQLITE_OK;
