@@ -63,9 +63,10 @@ bool CheckpointCopies(const PackagePaths& copies) {
 
 // A loss of power must find each of them with its log or with what was in it, and there may be thousands, so
 // they are flushed together.
-bool CheckpointLive(const VolumePaths& paths, const FileSystems& file_systems) {
-  const auto checkpoint_all = [&paths](CheckpointOperation checkpoint) {
-    return CheckpointAll(checkpoint, paths.live, paths.copies, db_util::Links::kAny);
+bool CheckpointLive(const VolumePaths& paths, const FileSystems& file_systems, PlacementKind kind) {
+  const PackagePaths& replaced = kind == PlacementKind::kRestore ? paths.live : paths.copies;
+  const auto checkpoint_all = [&](CheckpointOperation checkpoint) {
+    return CheckpointAll(checkpoint, paths.live, replaced, db_util::Links::kAny);
   };
   return file_systems.Flush() && checkpoint_all(db_util::WriteBackLog) && file_systems.Flush() &&
          checkpoint_all(db_util::CheckpointDatabase) && file_systems.Flush();
@@ -80,8 +81,19 @@ int PlaceDatabase(const std::string& copy, const std::string& live) {
   return 0;
 }
 
+// A folder is renamed first: a part of one would be taken for somebody else's change. What stays of it by the
+// name of the copy is removed by the next who makes copies.
+int RemoveLive(const std::string& copy, const std::string& live, bool is_folder) {
+  const bool is_removed =
+      is_folder ? std::rename(live.c_str(), copy.c_str()) == 0 : RemoveDatabaseFiles(live) == 0;
+  if (!CheckErrno(is_removed ? 0 : -1, "cannot remove %s: %s (%d)\n", live)) return -1;
+  if (is_folder) (void)file_op::FSRemoveTree(copy, 0);
+  return 0;
+}
+
 int PlaceItem(const VolumePaths& paths, const IntentItem& item) {
   const auto [copy, live] = PathsOf(paths, item);
+  if (item.goes) return RemoveLive(copy, live, item.is_folder());
   if (item.is_view()) {
     return RestoreView(paths.copies.view_folder, paths.live.view_folder, base::NameOf(item.part));
   }
@@ -110,7 +122,7 @@ bool GetProgress(const VolumePaths& paths, const Intent& intent, Progress& progr
     if (!GetItemState(paths, item, state)) return false;
     if (state == ItemState::kPending) progress.pending.push_back(item);
     if (state == ItemState::kChanged) progress.changed.push_back(item);
-    if (state == ItemState::kDone && item.copy.exists()) ++progress.moved;
+    if (state == ItemState::kDone && (item.copy.exists() || item.goes)) ++progress.moved;
     return true;
   });
 }
@@ -173,14 +185,14 @@ bool IsNothingMoved(const PackagePaths& live) {
 
 }  // namespace
 
-int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems) {
+int PreparePlacement(const VolumePaths& paths, const FileSystems& file_systems, PlacementKind kind) {
   Intent intent;
   // The first flush of those for the live databases is the one that brings the copies to the disk, the last
   // one is for the logs: one that comes back after a power failure would be taken for a later change. The
   // list is made again because they are other files now.
   return logger::ToResult(CheckpointCopies(paths.copies) && ResumeLogs(paths.copies) &&
-                          ListItems(paths, intent) && CanReplaceTargets(paths, intent) &&
-                          CheckpointLive(paths, file_systems) && ListItems(paths, intent) &&
+                          ListItems(paths, kind, intent) && CanReplaceTargets(paths, intent) &&
+                          CheckpointLive(paths, file_systems, kind) && ListItems(paths, kind, intent) &&
                           WriteIntent(paths, intent));
 }
 
@@ -240,6 +252,14 @@ void AcceptLiveChanges(const VolumePaths& paths) {
 int RemoveStaleCopies(const VolumePaths& paths) {
   for (const PartPath part : kAllParts) {
     if (RemoveStaleCopy(paths.live.*part, paths.copies.*part) < 0) return -1;
+  }
+  return 0;
+}
+
+int RemoveAllCopies(const VolumePaths& paths) {
+  const std::string nothing;
+  for (const PartPath part : kAllParts) {
+    if (RemoveStaleCopy(nothing, paths.copies.*part) < 0) return -1;
   }
   return 0;
 }

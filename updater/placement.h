@@ -12,6 +12,7 @@
 
 #include "package/layout.h"
 #include "updater/file_systems.h"
+#include "updater/placement_intent.h"
 
 namespace updater {
 
@@ -19,7 +20,11 @@ namespace updater {
 // replaced, brings the copies to the disk, checkpoints the live databases that they replace, and writes the
 // intent. `file_systems` were opened before the copies were made. Returns 0, or -1 after a line in the system
 // log; no live database has lost or changed content then, and there is no intent (but see WriteIntent).
-[[nodiscard]] int PreparePlacement(const package::VolumePaths& paths, const FileSystems& file_systems);
+//
+// A restore's working copies are put in place by FinishFormerPlacement: what it does for a run that was
+// stopped right after the commit point.
+[[nodiscard]] int PreparePlacement(const package::VolumePaths& paths, const FileSystems& file_systems,
+                                   PlacementKind kind = PlacementKind::kUpgrade);
 
 // Moves every working copy over its live database or folder, and brings that to the disk. A part that has no
 // working copy is skipped; a part that cannot be moved does not keep the others back and is tried once more
@@ -45,5 +50,8 @@ void AcceptLiveChanges(const package::VolumePaths& paths);
 // Removes the working copies of parts that have no live one, before new copies are made: they would be put in
 // place as if they were this run's. Returns 0, or -1 after a line in the system log.
 [[nodiscard]] int RemoveStaleCopies(const package::VolumePaths& paths);
+
+// Removes all working copies. Result and line as above.
+[[nodiscard]] int RemoveAllCopies(const package::VolumePaths& paths);
 
 }  // namespace updater

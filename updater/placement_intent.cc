@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "base/escape.h"
 #include "base/fnv.h"
 #include "base/text.h"
 
@@ -12,39 +13,7 @@ namespace {
 constexpr std::string_view kHead = "updater-svr placement 1";
 constexpr std::string_view kChecksumKey = "checksum ";
 constexpr std::string_view kViewPrefix = "view/";
-
-constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./";
-constexpr std::string_view kHexDigits = "0123456789abcdef";
-
-// A view's folder may have any name: what could be taken for something else is written as "%" and two digits.
-std::string Escape(std::string_view text) {
-  std::string escaped;
-  for (const char character : text) {
-    if (kPlain.find(character) != std::string_view::npos) {
-      escaped += character;
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(character);
-    escaped.append({'%', kHexDigits[byte >> 4U], kHexDigits[byte & 15U]});
-  }
-  return escaped;
-}
-
-std::optional<std::string> Unescape(std::string_view text) {
-  std::string plain;
-  while (!text.empty()) {
-    const bool is_escape = text.front() == '%';
-    unsigned byte = static_cast<unsigned char>(text.front());
-    if (is_escape) {
-      if (text.size() < 3) return std::nullopt;
-      const auto [end, error] = std::from_chars(text.data() + 1, text.data() + 3, byte, 16);
-      if (error != std::errc{} || end != text.data() + 3) return std::nullopt;
-    }
-    plain += static_cast<char>(byte);
-    text.remove_prefix(is_escape ? 3 : 1);
-  }
-  return plain;
-}
+constexpr std::string_view kGoesPrefix = "no/";  // of a part that goes
 
 bool IsPart(std::string_view part) {
   if (part == kViewsPart || part == kFilesPart) return true;
@@ -73,7 +42,9 @@ bool ParseIdentity(std::string_view text, FileIdentity& identity) {
 
 std::optional<IntentItem> ParseItem(std::string_view line) {
   IntentItem item;
-  const std::optional<std::string> part = Unescape(base::TakeUntil(line, " "));
+  item.goes = line.starts_with(kGoesPrefix);
+  if (item.goes) line.remove_prefix(kGoesPrefix.size());
+  const std::optional<std::string> part = base::Unescape(base::TakeUntil(line, " "));
   if (!part || !IsPart(*part) || !ParseIdentity(base::TakeUntil(line, " "), item.copy) ||
       !ParseIdentity(line, item.live)) {
     return std::nullopt;
@@ -100,12 +71,16 @@ std::string Checksum(std::string_view text) { return std::to_string(base::Fnv1a(
 
 bool IntentItem::is_view() const { return part.starts_with(kViewPrefix); }
 
+bool IntentItem::is_folder() const { return part == kViewsPart || part == kFilesPart || (goes && is_view()); }
+
 std::string ViewPart(const std::string& view) { return std::string(kViewPrefix) + view; }
 
 std::string FormatIntent(const Intent& intent) {
   std::string text = std::string(kHead) + "\n";
   for (const IntentItem& item : intent) {
-    text += Escape(item.part) + " " + FormatIdentity(item.copy) + " " + FormatIdentity(item.live) + "\n";
+    text += item.goes ? kGoesPrefix : "";
+    text +=
+        base::Escape(item.part) + " " + FormatIdentity(item.copy) + " " + FormatIdentity(item.live) + "\n";
   }
   return text + std::string(kChecksumKey) + Checksum(text) + "\n";
 }

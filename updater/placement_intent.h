@@ -32,13 +32,22 @@ inline constexpr std::array<std::string_view, 4> kDatabaseParts = {"user", "data
 inline constexpr std::string_view kViewsPart = "view";
 inline constexpr std::string_view kFilesPart = "file";
 
-struct IntentItem {
-  std::string part;   // one of these, or "view/<name>"
-  FileIdentity copy;  // nothing: the live database of a view goes
-  FileIdentity live;  // what is replaced
+enum class PlacementKind {
+  kUpgrade,  // a part without a working copy stays as it is, but a view of which only the folder has one
+  kRestore,  // what has no working copy goes, and a view may be in the copies alone
+};
 
-  // Whether the item is the database of one view.
+struct IntentItem {
+  std::string part;        // one of these, or "view/<name>"
+  FileIdentity copy = {};  // nothing: the live database of a view goes
+  FileIdentity live = {};  // what is replaced
+  // The live part goes without one in its place, of a view the whole folder. Only a restore does that.
+  bool goes = false;
+
+  // Whether the item is the database of one view, or its folder that goes.
   [[nodiscard]] bool is_view() const;
+  // Whether the part is a folder with all that is in it.
+  [[nodiscard]] bool is_folder() const;
   friend bool operator==(const IntentItem&, const IntentItem&) = default;
 };
 using Intent = std::vector<IntentItem>;

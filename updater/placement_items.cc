@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <set>
 #include <vector>
 
 #include "base/fnv.h"
@@ -107,6 +108,34 @@ bool FindLog(const std::string& database, bool& has_log) {
   return true;
 }
 
+// The views that the moves will do.
+bool ListViews(const VolumePaths& paths, PlacementKind kind, Intent& intent) {
+  std::vector<std::string> views;
+  std::vector<std::string> copied;
+  const bool is_restore = kind == PlacementKind::kRestore;
+  const int has_copy = file_op::Find(file_op::At(paths.copies.view_folder));
+  const int listed = file_op::ListFolders(paths.live.view_folder, views);
+  const bool is_new = listed < 0 && errno == ENOENT;
+  const bool is_asked = is_restore && has_copy == 1;
+  if (!logger::CheckErrno(is_new ? has_copy : std::min(has_copy, listed), "cannot examine %s: %s (%d)\n",
+                          paths.live.view_folder) ||
+      !logger::CheckErrno(is_asked ? file_op::ListFolders(paths.copies.view_folder, copied) : 0,
+                          "cannot examine %s: %s (%d)\n", paths.copies.view_folder)) {
+    return false;
+  }
+  // The whole folder: it comes, or goes.
+  if (is_new ? has_copy == 1 : is_restore && has_copy == 0)
+    intent.push_back({.part = std::string(kViewsPart)});
+  if (is_new || has_copy == 0) return true;
+  std::set<std::string> added(copied.begin(), copied.end());
+  for (const std::string& view : views) {
+    const bool has_folder = added.erase(view) > 0;
+    intent.push_back({.part = ViewPart(view), .goes = is_restore && !has_folder});
+  }
+  for (const std::string& view : added) intent.push_back({.part = ViewPart(view)});
+  return true;
+}
+
 }  // namespace
 
 ItemPaths PathsOf(const VolumePaths& paths, const IntentItem& item) {
@@ -117,28 +146,20 @@ ItemPaths PathsOf(const VolumePaths& paths, const IntentItem& item) {
   if (item.part == kViewsPart) return both(&PackagePaths::view_folder);
   if (item.part == kFilesPart) return both(&PackagePaths::file_folder);
   const std::string view = base::NameOf(item.part);
+  if (item.goes) return {paths.copies.ViewFolder(view), paths.live.ViewFolder(view)};
   return {paths.copies.ViewDatabase(view), paths.live.ViewDatabase(view)};
 }
 
-bool ListItems(const VolumePaths& paths, Intent& intent) {
-  std::vector<std::string> parts(kDatabaseParts.begin(), kDatabaseParts.end());
-  std::vector<std::string> views;
-  const int has_copy = file_op::Find(file_op::At(paths.copies.view_folder));
-  const int listed = file_op::ListFolders(paths.live.view_folder, views);
-  const bool is_new = listed < 0 && errno == ENOENT;
-  if (!logger::CheckErrno(is_new ? has_copy : std::min(has_copy, listed), "cannot examine %s: %s (%d)\n",
-                          paths.live.view_folder)) {
-    return false;
-  }
-  if (has_copy == 0) views.clear();
-  if (has_copy == 1 && is_new) parts.emplace_back(kViewsPart);
-  std::transform(views.begin(), views.end(), std::back_inserter(parts), ViewPart);
-  parts.emplace_back(kFilesPart);
+bool ListItems(const VolumePaths& paths, PlacementKind kind, Intent& intent) {
   intent.clear();
-  return std::all_of(parts.begin(), parts.end(), [&](const std::string& part) {
-    IntentItem& item = intent.emplace_back(IntentItem{.part = part, .copy = {}, .live = {}});
+  for (const std::string_view part : kDatabaseParts) intent.push_back({.part = std::string(part)});
+  if (!ListViews(paths, kind, intent)) return false;
+  intent.push_back({.part = std::string(kFilesPart)});
+  return std::all_of(intent.begin(), intent.end(), [&](IntentItem& item) {
     const ItemPaths where = PathsOf(paths, item);
     if (!IdentifyBoth(where, item.copy, item.live)) return false;
+    item.goes |=
+        kind == PlacementKind::kRestore && !item.is_view() && !item.copy.exists() && item.live.exists();
     const base::Errno error(item.copy.size == kStrange ? ELOOP : 0);
     return logger::CheckOrLog(error, "cannot examine %s: %s (%d)\n", where.copy, error.Text(),
                               error.number());
@@ -159,8 +180,9 @@ bool GetItemState(const VolumePaths& paths, const IntentItem& item, ItemState& s
   const bool is_moved = live.inode == item.copy.inode && copy.inode != item.copy.inode;
   // A view that is gone was moved, and its user removed since.
   const bool is_gone = item.is_view() && !live.exists() && !copy.exists();
-  const bool is_done = is_gone || (item.copy.exists() ? is_moved : !item.is_view());
-  const bool can_be_made = may_replace && copy == item.copy;
+  const bool is_placed = item.copy.exists() ? is_moved : !item.is_view();
+  const bool is_done = item.goes ? !live.exists() : is_gone || is_placed;
+  const bool can_be_made = may_replace && (item.goes || copy == item.copy);
   state = is_done ? ItemState::kDone : can_be_made ? ItemState::kPending : ItemState::kChanged;
   return true;
 }

@@ -27,7 +27,7 @@ struct ItemPaths {
 // Lists everything that the moves will do, in their order, with the identities of now. Returns false after
 // logging "cannot examine %s: %s (%d)\n"; a working copy that is neither a file nor a folder is such a
 // failure.
-[[nodiscard]] bool ListItems(const package::VolumePaths& paths, Intent& intent);
+[[nodiscard]] bool ListItems(const package::VolumePaths& paths, PlacementKind kind, Intent& intent);
 
 enum class ItemState {
   kDone,

@@ -42,10 +42,10 @@ base::Errno CheckTarget(const std::string& target, bool is_folder) {
 }
 
 // Renames a new file from one folder to the other.
-base::Errno TryRename(const std::string& from, const std::string& to) {
+base::Errno TryRename(const std::string& from, const std::string& to, int flags) {
   Folder source;
   Folder target;
-  if (source.Open(file_op::At(from), 0) < 0 || target.Open(file_op::At(to), 0) < 0) {
+  if (source.Open(file_op::At(from), 0) < 0 || target.Open(file_op::At(to), flags) < 0) {
     return base::Errno::Last();
   }
   // A killed run may have left one. Whatever else has the name must not be in the way for ever.
@@ -68,12 +68,20 @@ base::Errno TryRename(const std::string& from, const std::string& to) {
 bool CanReplaceTargets(const package::VolumePaths& paths, const Intent& intent) {
   std::set<std::pair<std::string, std::string>> tried;
   for (const IntentItem& item : intent) {
-    const bool is_removal = item.is_view() && !item.copy.exists();
+    const bool is_removal = item.goes || (item.is_view() && !item.copy.exists());
     if (!item.copy.exists() && !is_removal) continue;  // this part stays as it is
     const auto [copy, live] = PathsOf(paths, item);
-    base::Errno error = CheckTarget(live, item.part == kFilesPart && item.live.exists());
-    const auto folders = std::pair(base::FolderOf(is_removal ? live : copy), base::FolderOf(live));
-    if (error.ok() && tried.insert(folders).second) error = TryRename(folders.first, folders.second);
+    base::Errno error = CheckTarget(live, item.is_folder() && item.live.exists());
+    // A folder that goes is moved to where its working copy would be.
+    const bool stays_there = is_removal && !item.is_folder();
+    std::string around = base::FolderOf(live);
+    const bool is_in_view = item.is_view() && !item.goes;
+    // The folder of a view that is new is made by the move.
+    if (is_in_view && file_op::Find(file_op::At(around)) == 0) around = base::FolderOf(around);
+    const bool may_be_link = !is_in_view || around == paths.live.view_folder;
+    const auto folders = std::pair(stays_there ? around : base::FolderOf(copy), around);
+    if (error.ok() && tried.insert(folders).second)
+      error = TryRename(folders.first, folders.second, may_be_link ? 0 : O_NOFOLLOW);
     if (!logger::CheckOrLog(error, "cannot replace %s: %s (%d)\n", live, error.Text(), error.number())) {
       return false;
     }
