@@ -1,7 +1,15 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
 #include "ctl/command_line.h"
 #include "ctl/demo_volumes.h"
 #include "ctl/failure_causes.h"
 #include "ctl/made_folders.h"
+#include "ctl/save_archive.h"
 #include "ctl/volume_folder.h"
 #include "package/layout.h"
 #include "platform/sdk/volume_uuid.h"
@@ -216,6 +224,195 @@ TEST(FailureCauses, StandInTheRunbookWordForWord) {
                              std::string(row.advice) + " |\n";
     EXPECT_THAT(runbook, HasSubstr(line));
   }
+}
+
+TEST_F(CtlTest, ASaveIsTheWayBackToEveryVersionAndForwardAgain) {
+  const std::string old_save = folder_ / "old.tar.zst";
+  const std::string new_save = folder_ / "new.tar.zst";
+  const auto tree = [this] { return tests::ReadTree(paths_.package_folder); };
+  for (const int version : tests::kVersions) {
+    fs::remove_all(volume_), fs::remove(old_save);
+    ASSERT_EQ(Run({"sample", volume_, "--version", std::to_string(version)}), 0) << err_.str();
+    const fs::file_time_type time = fs::last_write_time(paths_.live.user) - std::chrono::hours(99);
+    fs::last_write_time(paths_.live.user, time);
+    fs::permissions(paths_.live.user, fs::perms::owner_all);
+    const auto before = tree();
+    ASSERT_EQ(Run({"save", volume_, old_save}), 0) << err_.str();
+    EXPECT_EQ(Run({"diff", volume_, old_save}), 0) << out_.str();
+    EXPECT_EQ(tree(), before);
+    ASSERT_EQ(Run({"run", volume_}), 0) << out_.str();
+    const auto upgraded = tree();
+    const std::string save = version == tests::kVersions.front() ? new_save : folder_ / "again.tar.zst";
+    fs::remove(save);
+    ASSERT_EQ(Run({"save", volume_, save}), 0) << err_.str();
+    fs::create_directories(paths_.live.view_folder + "/77/sign"), fs::create_directory(paths_.copies.data);
+    ASSERT_EQ(Run({"restore", volume_, old_save}), 0) << err_.str();
+    EXPECT_EQ(tree(), before) << version;
+    EXPECT_TRUE(fs::last_write_time(paths_.live.user) == time);
+    EXPECT_EQ(fs::status(paths_.live.user).permissions(), fs::perms::owner_all);
+    fs::remove_all(paths_.live.view_folder + "/1"), fs::remove_all(paths_.live.file_folder);
+    ASSERT_EQ(Run({"restore", volume_, save}), 0) << err_.str();
+    EXPECT_EQ(tree(), upgraded) << version;
+  }
+}
+
+TEST_F(CtlTest, DiffTellsWhatIsInOneOfBothOrChanged) {
+  const std::string a = folder_ / "a";
+  const std::string b = folder_ / "b";
+  tests::RunSql(
+      a,
+      "CREATE TABLE k (x TEXT, y, z, PRIMARY KEY (y, x)); CREATE TABLE u (n UNIQUE, v); CREATE TABLE p (v);"
+      "CREATE TABLE w (k PRIMARY KEY, v) WITHOUT ROWID; CREATE TABLE gone (v);"
+      "INSERT INTO k VALUES ('a', 1, 1), ('B', 1, 2), ('c', 1.5, NULL), ('d', x'00', 'o''k' || char(27));"
+      "INSERT INTO u VALUES (NULL, 1), (2, 2); INSERT INTO p VALUES (1), (2);",
+      db_util::OpenMode::kCreate);
+  fs::copy_file(a, b);
+  EXPECT_EQ(Run({"diff", a, b}), 0) << out_.str();
+  tests::RunSql(
+      b,
+      "DELETE FROM k WHERE x = 'B'; UPDATE k SET z = 1.0 WHERE x = 'a'; UPDATE k SET z = x'0AFF' WHERE x = 'd';"
+      "INSERT INTO k VALUES ('B', '1', 2); DELETE FROM u; INSERT INTO u VALUES (2, 3), (1, NULL);"
+      "INSERT INTO w VALUES (1, 1); DROP TABLE gone; CREATE INDEX i ON p (v);");
+  EXPECT_EQ(Run({"diff", a, b}), 1);
+  EXPECT_EQ(out_.str().substr(out_.str().find("database  ")),
+            "database  ?\n  index i: only in B\n  table gone: only in A\n"
+            "  k, by y, x: A 4 rows, B 4 rows\n"
+            "    only in A: 1 row\n      y = 1, x = 'B'\n        z: 2\n"
+            "    only in B: 1 row\n      y = '1', x = 'B'\n        z: 2\n"
+            "    changed, A -> B: 2 rows\n      y = 1, x = 'a'\n        z: 1 -> 1.0\n"
+            "      y = x'00', x = 'd'\n        z: 'o'k\\x1B' -> x'0aff'\n"
+            "  u, by n: A 2 rows, B 2 rows\n"
+            "    only in A: 1 row\n      n = NULL\n        v: 1\n"
+            "    only in B: 1 row\n      n = 1\n        v: NULL\n"
+            "    changed, A -> B: 1 row\n      n = 2\n        v: 2 -> 3\n"
+            "  w, by k: A 0 rows, B 1 row\n    only in B: 1 row\n      k = 1\n        v: 1\n"
+            "Equal: 0 of 1 database\n");
+  EXPECT_EQ(Run({"diff", a, folder_ / "none"}), 2);
+  EXPECT_EQ(Run({"diff", folder_.Write("c", "no database"), a}), 2);
+  EXPECT_THAT(out_.str(), HasSubstr("cannot be compared: A: file is not a database"));
+}
+
+// A process that has the database locked, as one in a transaction does.
+class UsedByAnother {
+ public:
+  explicit UsedByAnother(const std::string& database) {
+    std::array<int, 2> ready{};
+    if (pipe(ready.data()) != 0 || (child_ = fork()) < 0) throw std::runtime_error("no process");
+    char byte = 0;
+    if (child_ == 0) {
+      struct flock lock = {
+          .l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = 0x40000001, .l_len = 1, .l_pid = 0};
+      const int file = open(database.c_str(), O_RDWR | O_CLOEXEC);
+      if (fcntl(file, F_SETLK, &lock) == 0 && write(ready[1], &byte, 1) == 1) (void)pause();
+      _exit(1);
+    }
+    EXPECT_EQ(read(ready[0], &byte, 1), 1);
+    for (const int end : ready) EXPECT_EQ(close(end), 0);
+  }
+  UsedByAnother(const UsedByAnother&) = delete;
+  UsedByAnother& operator=(const UsedByAnother&) = delete;
+  ~UsedByAnother() {
+    EXPECT_EQ(kill(child_, SIGKILL), 0);
+    EXPECT_EQ(waitpid(child_, nullptr, 0), child_);
+  }
+
+ private:
+  pid_t child_ = -1;
+};
+
+// A save that has nothing but this manifest.
+void WriteManifest(const std::string& path, const ctl::SaveManifest& manifest) {
+  std::string error;
+  ctl::SaveWriter writer;
+  const base::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  ASSERT_EQ(writer.Begin(file.get(), error), 0) << error;
+  ASSERT_EQ(writer.AddText(ctl::kManifestName, ctl::FormatManifest(manifest), {}, error), 0) << error;
+  ASSERT_EQ(writer.Finish(error), 0) << error;
+}
+
+TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
+  ASSERT_EQ(Run({"sample", volume_, "--version", "4150", "--nodes", "3000"}), 0);
+  const std::string good = folder_ / "good.tar.zst";
+  const std::string bad = folder_ / "bad.tar.zst";
+  ASSERT_EQ(Run({"save", volume_, good}), 0) << err_.str();
+  const std::string bytes = tests::ReadFile(good);
+  const auto refuse = [&](const std::vector<std::string>& arguments, const std::string& reason,
+                          int status = 2) {
+    const auto before = tests::ReadTree(folder_.path());
+    err_.str("");
+    EXPECT_EQ(Run(arguments), status) << reason;
+    EXPECT_THAT(err_.str(), HasSubstr(reason));
+    EXPECT_EQ(tests::ReadTree(folder_.path()), before) << reason;
+  };
+  const auto refuse_bad = [&](const std::string& reason) { refuse({"restore", volume_, bad}, reason); };
+  for (const std::size_t length : {std::size_t{0}, std::size_t{9}, bytes.size() / 2, bytes.size() - 90}) {
+    (void)folder_.Write("bad.tar.zst", bytes.substr(0, length));
+    refuse_bad("is no save to restore");
+  }
+  for (std::size_t at = 99; at < bytes.size() - 99; at += bytes.size() / 9) {
+    std::string altered = bytes;
+    altered[at] = static_cast<char>(altered[at] ^ 1);
+    (void)folder_.Write("bad.tar.zst", altered);
+    refuse_bad("is no save to restore");
+  }
+  ctl::SaveReader reader;
+  std::string error;
+  ASSERT_EQ(reader.Open(good, error), 0) << error;
+  using Kind = ctl::SavedItem::Kind;
+  for (const auto& [kind, path] : {std::pair(Kind::kFile, "/etc/passwd"),
+                                   {Kind::kFile, "@sync/file/../x"},
+                                   {Kind::kDatabase, "@sync/x"},
+                                   {Kind::kFile, "@sync/file/a/file-db.sqlite-wal"},
+                                   {Kind::kFolder, "@sync"},
+                                   {Kind::kLink, "@sync/view/1"},
+                                   {Kind::kMarker, "@sync/repo/x"},
+                                   {Kind::kDatabase, "@sync/view/none/view-db.sqlite"},
+                                   {Kind::kDatabase, "@sync/syncfolder-db.sqlite"}}) {
+    ctl::SaveManifest manifest = reader.manifest();
+    manifest.items.push_back({.kind = kind, .path = path});
+    WriteManifest(bad, manifest);
+    refuse_bad("it names what no save holds: " + std::string(path));
+  }
+  ctl::SaveManifest manifest = reader.manifest();
+  WriteManifest(bad, manifest);
+  refuse_bad("cut off");
+  manifest.items.front().bytes = std::int64_t{1} << 47;
+  WriteManifest(bad, manifest);
+  refuse_bad("cut off");
+  manifest.uuid = "another";
+  WriteManifest(bad, manifest);
+  refuse_bad("is a save of another volume");
+  refuse({"restore", volume_, bad, "--force-other-volume"}, "cut off");
+  refuse({"restore", volume_, folder_ / "none"}, "none: No such file or directory");
+  refuse({"restore", volume_, folder_.path()}, "it is no file");
+  refuse({"save", volume_, good}, "is there already");
+  refuse({"save", volume_, folder_ / "none/x"}, "x: No such file or directory");
+
+  const std::string pid = std::to_string(getpid());
+  (void)folder_.Write("state/usr/plat/etc/packages/StratoFolder/stfd_upgrading_mark", pid);
+  for (const std::string command : {"save", "restore"}) {
+    refuse({command, volume_, command == "save" ? bad + "2" : good, "--state", folder_ / "state"},
+           "an upgrade is running, process " + pid);
+  }
+  {
+    const UsedByAnother used(paths_.live.user);
+    refuse({"save", volume_, bad + "2"}, "user-db.sqlite is in use by process ");
+    refuse({"restore", volume_, good}, "user-db.sqlite is in use by process ");
+  }
+  (void)signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const rlimit small = {.rlim_cur = 1 << 14, .rlim_max = limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  refuse({"save", volume_, bad + "2"}, "File too large", 1);
+  refuse({"restore", volume_, good}, "nothing was restored: cannot write ", 1);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  fs::resize_file(paths_.live.user, 5000), fs::remove(bad);
+  refuse({"save", volume_, bad}, "user-db.sqlite: database disk image is malformed");
+  (void)folder_.Write("volume/@stratofolder/@sync/.upgrade-commit", "x");
+  refuse({"save", volume_, bad}, "a run was stopped while it put databases in place");
+  EXPECT_EQ(Run({"restore", volume_, good}), 0) << err_.str();
+  EXPECT_EQ(Query(paths_.live.user, "PRAGMA integrity_check"), "ok ");
 }
 
 }  // namespace

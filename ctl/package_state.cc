@@ -13,23 +13,6 @@
 namespace ctl {
 namespace {
 
-ServiceState ReadServiceState(const platform::SystemPaths& system, platform::StateFiles& state_files) {
-  constexpr std::size_t kLongestStatus = 64;
-  ServiceState state;
-  (void)updater::ServiceStatus(system, state_files).GetServiceStatus(state.status);  // always succeeds
-  std::array<char, kLongestStatus> stored{};
-  if (state_files.PLIBCFileGetKeyValue(system.service_status, updater::kStatusKey, stored, 0) > 0) {
-    state.stored = stored.data();
-  }
-  state.is_enabled = access(system.package_enabled.c_str(), F_OK) == 0;
-  if (access(system.upgrading_mark.c_str(), F_OK) == 0) {
-    const pid_t pid = std::max(state_files.PLIBCReadPidFile(system.upgrading_mark), 0);
-    state.marked_by = pid;
-    state.is_marker_alive = pid > 0 && state_files.PLIBCProcAlive(pid) != 0;
-  }
-  return state;
-}
-
 std::optional<PendingCommit> ReadCommit(const package::VolumePaths& paths) {
   using State = PendingCommit::State;
   updater::Intent intent;
@@ -127,6 +110,23 @@ void AddDatabaseFindings(const VolumeSurvey& survey, Findings& findings) {
 }
 
 }  // namespace
+
+ServiceState ReadServiceState(const platform::SystemPaths& system, platform::StateFiles& state_files) {
+  constexpr std::size_t kLongestStatus = 64;
+  ServiceState state;
+  (void)updater::ServiceStatus(system, state_files).GetServiceStatus(state.status);  // always succeeds
+  std::array<char, kLongestStatus> stored{};
+  if (state_files.PLIBCFileGetKeyValue(system.service_status, updater::kStatusKey, stored, 0) > 0) {
+    state.stored = stored.data();
+  }
+  state.is_enabled = access(system.package_enabled.c_str(), F_OK) == 0;
+  if (access(system.upgrading_mark.c_str(), F_OK) == 0) {
+    const pid_t pid = std::max(state_files.PLIBCReadPidFile(system.upgrading_mark), 0);
+    state.marked_by = pid;
+    state.is_marker_alive = pid > 0 && state_files.PLIBCProcAlive(pid) != 0;
+  }
+  return state;
+}
 
 PackageState ReadPackageState(const package::VolumePaths& paths, const platform::SystemPaths& system,
                               platform::StateFiles& state_files) {

@@ -41,7 +41,9 @@ struct PackageState {
   std::vector<std::string> copies;  // working copies that a run has left
 };
 
-// Changes nothing.
+// Change nothing.
+[[nodiscard]] ServiceState ReadServiceState(const platform::SystemPaths& system,
+                                            platform::StateFiles& state_files);
 [[nodiscard]] PackageState ReadPackageState(const package::VolumePaths& paths,
                                             const platform::SystemPaths& system,
                                             platform::StateFiles& state_files);

@@ -1,0 +1,215 @@
+#include "ctl/database_diff.h"
+
+#include <algorithm>
+#include <map>
+
+#include "ctl/table_walk.h"
+#include "db-util/look.h"
+#include "updater/framework/stored_version.h"
+
+namespace ctl {
+namespace {
+
+using db_util::Status;
+
+struct Side {
+  db_util::Database db;
+  std::map<std::string, std::string> schema;  // "table x" -> its statement, without blanks and quotes
+};
+
+std::string Squeezed(const std::string& sql) {
+  std::string text;
+  std::copy_if(sql.begin(), sql.end(), std::back_inserter(text), [](char character) {
+    return std::string_view(" \t\r\n\"").find(character) == std::string_view::npos;
+  });
+  return text;
+}
+
+// The version, or that there is none.
+std::string OpenSide(const std::string& path, Side& side, Status& status) {
+  if (path.empty()) return {};
+  status = db_util::OpenToLook(path, side.db);
+  if (status.ok()) {
+    status = db_util::ForEachRow(
+        side.db.get(), "SELECT type || ' ' || name, sql FROM sqlite_master WHERE name NOT LIKE 'sqlite_%';",
+        [&side](sqlite3_stmt* row) {
+          side.schema[db_util::ColumnText(row, 0)] = Squeezed(db_util::ColumnText(row, 1));
+          return true;
+        });
+  }
+  updater::Version version;
+  if (!status.ok() || !updater::ReadVersionFrom(side.db.get(), version).empty()) return "?";
+  std::string text = updater::ToString(version);
+  text.pop_back();
+  return text;
+}
+
+void CompareSchemas(const Side& a, const Side& b, std::vector<std::string>& differences) {
+  for (const auto& [name, sql] : a.schema) {
+    const auto other = b.schema.find(name);
+    if (other == b.schema.end()) differences.push_back(name + ": only in A");
+    if (other != b.schema.end() && other->second != sql) differences.push_back(name + ": differs");
+  }
+  for (const auto& [name, sql] : b.schema) {
+    if (!a.schema.contains(name)) differences.push_back(name + ": only in B");
+  }
+  std::sort(differences.begin(), differences.end());
+}
+
+using Names = std::vector<std::string>;
+
+Names KeyOf(std::vector<TableColumn> columns) {
+  std::erase_if(columns, [](const TableColumn& column) { return column.key == 0; });
+  std::sort(columns.begin(), columns.end(),
+            [](const TableColumn& a, const TableColumn& b) { return a.key < b.key; });
+  Names key;
+  for (const TableColumn& column : columns) key.push_back(column.name);
+  return key;
+}
+
+// What tells the rows of both apart: the key of the table, or columns that are unique, or the place of a row.
+Names CommonKey(const std::vector<TableColumn>& a, const std::vector<Names>& a_unique,
+                const std::vector<TableColumn>& b, const std::vector<Names>& b_unique) {
+  Names key = KeyOf(a);
+  if (!key.empty() && key == KeyOf(b)) return key;
+  for (const Names& columns : a_unique) {
+    const bool is_named = std::find(columns.begin(), columns.end(), "") == columns.end();
+    if (is_named && std::find(b_unique.begin(), b_unique.end(), columns) != b_unique.end()) return columns;
+  }
+  return {kRowId};
+}
+
+class TableComparison {
+ public:
+  TableComparison(std::string table, std::size_t rows_shown) : rows_shown_(rows_shown) {
+    diff_.table = std::move(table);
+  }
+
+  Status Run(sqlite3* a, sqlite3* b);
+  [[nodiscard]] const TableDiff& diff() const { return diff_; }
+
+ private:
+  Status Prepare(sqlite3* a, sqlite3* b);
+  [[nodiscard]] int CompareKeys() const;
+  [[nodiscard]] int CountOf(const Names& names) const { return static_cast<int>(names.size()); }
+  [[nodiscard]] TableDiff::Row RowOf(const TableWalk& walk) const;
+  void AddOnly(const TableWalk& walk, long long& count, std::vector<TableDiff::Row>& first) const;
+  void AddChanged();
+
+  std::size_t rows_shown_;
+  Names key_;
+  Names columns_;  // of both, besides the key
+  TableWalk a_;
+  TableWalk b_;
+  TableDiff diff_;
+};
+
+Status TableComparison::Prepare(sqlite3* a, sqlite3* b) {
+  std::vector<TableColumn> a_columns;
+  std::vector<TableColumn> b_columns;
+  std::vector<Names> a_unique;
+  std::vector<Names> b_unique;
+  Status status = ReadColumns(a, diff_.table, a_columns);
+  if (status.ok()) status = ReadColumns(b, diff_.table, b_columns);
+  if (status.ok()) status = ReadUniqueColumns(a, diff_.table, a_unique);
+  if (status.ok()) status = ReadUniqueColumns(b, diff_.table, b_unique);
+  if (!status.ok()) return status;
+  key_ = CommonKey(a_columns, a_unique, b_columns, b_unique);
+  for (const TableColumn& column : a_columns) {
+    const bool is_key = std::find(key_.begin(), key_.end(), column.name) != key_.end();
+    const bool is_common = std::any_of(b_columns.begin(), b_columns.end(),
+                                       [&](const TableColumn& other) { return other.name == column.name; });
+    if (is_common && !is_key) columns_.push_back(column.name);
+  }
+  for (const std::string& name : key_) diff_.key += (diff_.key.empty() ? "" : ", ") + name;
+  status = a_.Begin(a, diff_.table, key_, columns_);
+  return status.ok() ? b_.Begin(b, diff_.table, key_, columns_) : status;
+}
+
+int TableComparison::CompareKeys() const {
+  if (!a_.has_row() || !b_.has_row()) return a_.has_row() ? -1 : 1;
+  for (int i = 0; i < CountOf(key_); ++i) {
+    const int order = CompareValues(a_, b_, i);
+    if (order != 0) return order;
+  }
+  return 0;
+}
+
+TableDiff::Row TableComparison::RowOf(const TableWalk& walk) const {
+  TableDiff::Row row;
+  for (int i = 0; i < CountOf(key_); ++i) {
+    row.key += (i == 0 ? "" : ", ") + key_[static_cast<std::size_t>(i)] + " = " + walk.Text(i);
+  }
+  return row;
+}
+
+void TableComparison::AddOnly(const TableWalk& walk, long long& count,
+                              std::vector<TableDiff::Row>& first) const {
+  ++count;
+  if (first.size() >= rows_shown_) return;
+  TableDiff::Row row = RowOf(walk);
+  for (int i = 0; i < CountOf(columns_); ++i) {
+    row.columns.push_back(columns_[static_cast<std::size_t>(i)] + ": " + walk.Text(CountOf(key_) + i));
+  }
+  first.push_back(std::move(row));
+}
+
+void TableComparison::AddChanged() {
+  TableDiff::Row row;
+  bool is_changed = false;
+  const bool is_shown = diff_.first_changed.size() < rows_shown_;
+  for (int i = 0; i < CountOf(columns_); ++i) {
+    const int column = CountOf(key_) + i;
+    if (AreEqual(a_, b_, column)) continue;
+    is_changed = true;
+    if (!is_shown) break;
+    row.columns.push_back(columns_[static_cast<std::size_t>(i)] + ": " + a_.Text(column) + " -> " +
+                          b_.Text(column));
+  }
+  if (!is_changed) return;
+  ++diff_.changed;
+  row.key = RowOf(a_).key;
+  if (is_shown) diff_.first_changed.push_back(std::move(row));
+}
+
+Status TableComparison::Run(sqlite3* a, sqlite3* b) {
+  Status status = Prepare(a, b);
+  while (status.ok() && (a_.has_row() || b_.has_row())) {
+    const int order = CompareKeys();
+    if (order < 0) AddOnly(a_, diff_.only_a, diff_.first_only_a);
+    if (order > 0) AddOnly(b_, diff_.only_b, diff_.first_only_b);
+    if (order == 0) AddChanged();
+    if (order <= 0) status = a_.Next();
+    if (order >= 0 && status.ok()) status = b_.Next();
+  }
+  diff_.rows_a = a_.rows();
+  diff_.rows_b = b_.rows();
+  return status;
+}
+
+}  // namespace
+
+DatabaseDiff CompareDatabases(const std::string& name, const std::string& a_path, const std::string& b_path,
+                              std::size_t rows_shown) {
+  constexpr std::string_view kTable = "table ";
+  Side a;
+  Side b;
+  Status a_status;
+  Status b_status;
+  DatabaseDiff diff = {
+      .name = name, .version_a = OpenSide(a_path, a, a_status), .version_b = OpenSide(b_path, b, b_status)};
+  if (!a_status.ok()) diff.errors.push_back("A: " + a_status.message);
+  if (!b_status.ok()) diff.errors.push_back("B: " + b_status.message);
+  if (!diff.errors.empty() || a_path.empty() || b_path.empty()) return diff;
+  CompareSchemas(a, b, diff.schema);
+  for (const auto& [object, sql] : a.schema) {
+    if (!object.starts_with(kTable) || !b.schema.contains(object)) continue;
+    TableComparison comparison(object.substr(kTable.size()), rows_shown);
+    const Status status = comparison.Run(a.db.get(), b.db.get());
+    if (!status.ok()) diff.errors.push_back(comparison.diff().table + ": " + status.message);
+    if (!comparison.diff().is_equal()) diff.tables.push_back(comparison.diff());
+  }
+  return diff;
+}
+
+}  // namespace ctl

@@ -1,0 +1,31 @@
+// A file that is there whole, or not at all.
+#pragma once
+
+#include <string>
+
+#include "base/file_descriptor.h"
+
+namespace ctl {
+
+// Written under another name beside its own, which it gets when it is on the disk. Without Publish() nothing
+// of it is left. Operations return 0, or -1 with the reason in `error`.
+class NewFile {
+ public:
+  NewFile() = default;
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+  ~NewFile();
+
+  // Nothing may be at `path` yet. Nobody but this process's user can read the file.
+  [[nodiscard]] int Make(const std::string& path, std::string& error);
+  [[nodiscard]] int file() const { return file_.get(); }
+  // Nobody has made something of that name since.
+  [[nodiscard]] int Publish(std::string& error);
+
+ private:
+  std::string path_;
+  std::string temporary_;  // empty: there is none
+  base::FileDescriptor file_;
+};
+
+}  // namespace ctl

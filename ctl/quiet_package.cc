@@ -1,0 +1,55 @@
+#include "ctl/quiet_package.h"
+
+#include "ctl/package_state.h"
+#include "db-util/look.h"
+#include "logger/recording_sink.h"
+#include "platform/host/host_state_files.h"
+#include "platform/host/host_volumes.h"
+#include "platform/sdk/volume_uuid.h"
+#include "updater/framework/views.h"
+#include "updater/service_status.h"
+
+namespace ctl {
+namespace {
+
+bool IsUsed(const std::string& database, std::string& error) {
+  const std::optional<pid_t> user = db_util::FindUser(database);
+  if (!user) return false;
+  error = database + " is in use" + (*user > 0 ? " by process " + std::to_string(*user) : "") +
+          ": stop the package's daemons first";
+  return true;
+}
+
+}  // namespace
+
+int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPaths& system,
+                     std::string& error) {
+  platform::host::HostStateFiles state_files;
+  const ServiceState service = ReadServiceState(system, state_files);
+  if (service.is_marker_alive) {
+    error = "an upgrade is running, process " + std::to_string(*service.marked_by) + ": wait for its end";
+    return -1;
+  }
+  // These words count only while a process stands behind them.
+  if (service.status == updater::status::kEnabled || service.status == updater::status::kMovingDb) {
+    error = "the package is at work, its status is \"" + service.status + "\": stop it first";
+    return -1;
+  }
+  for (const std::string& database : {paths.live.data, paths.live.user, paths.live.log, paths.live.client}) {
+    if (IsUsed(database, error)) return -1;
+  }
+  const bool is_free = updater::ForEachFolderDatabase(
+      paths.live, [&error](const std::string& database) { return !IsUsed(database, error); });
+  if (!is_free && error.empty()) error = "cannot list the folders of " + paths.live.sync_folder;
+  return is_free ? 0 : -1;
+}
+
+std::string ReadVolumeUuid(const std::string& volume) {
+  logger::RecordingSink ignored;  // a file system without one is no failure here
+  const logger::ScopedSink sink(ignored);
+  platform::host::HostVolumes host{platform::SystemPaths()};
+  std::string uuid;
+  return platform::sdk::GetVolumeUuid(host, volume, uuid) < 0 ? "" : uuid;
+}
+
+}  // namespace ctl
