@@ -2,7 +2,7 @@
 # volume. Before the commit point all databases must stay as they are; after it the next run must make all of them
 # new, and must leave what a run leaves that nothing happens to.
 #
-#   sweep.py <updater-svr> <package-tool> <fault-injector> [--stride N] [--only REGEX]
+#   sweep.py <updater-svr> <package-tool> <fault-injector> <updater-ctl> [--stride N] [--only REGEX]
 #
 # With a stride only every n-th call is tried, but those around the commit all the same. The names that --only looks
 # at are like "kill ext4 4100 other views" or "error btrfs 2577 logs" (live databases have logs of killed daemons).
@@ -28,7 +28,8 @@ import harness
 import namespace
 from harness import LAST, STATUS_FILE, VERSION_OF
 
-INJECTOR, TRACE, KEPT = (os.path.join(namespace.ROOM, name) for name in ("fault-injector.so", "trace", "kept"))
+INJECTOR, TRACE, KEPT, CTL, SAVE = (
+    os.path.join(namespace.ROOM, name) for name in ("fault-injector.so", "trace", "kept", "updater-ctl", "save.tar.zst"))
 OTHER_VIEWS, LOGS = " other views", " logs"
 STARTS = (2577, 3300, 3400, 3450, 4100, LAST)
 WITHOUT_EXCHANGE = "ext4 that exchanges no folders"  # as some file systems; there the live one is moved away first
@@ -54,16 +55,21 @@ class Sweep(harness.SystemTest):
             namespace.write(f"{self.volume.sync}/view/{view}/something")
         if state == LOGS:
             self.volume.leave_logs()
+        self.make_ready(state)
         shutil.rmtree(KEPT, ignore_errors=True)
         shutil.copytree(self.volume.package, KEPT)
         # The commit needs live databases without logs, so these may be in the databases already when it fails.
         self.before, self.parts = self.volume.live(), state == LOGS and self.volume.parts()
         self.restore()
-        self.assert_ended(self.run_with(kind=errno.EIO if kind == "error" else "kill"), "done")
+        self.assert_ended(self.run_with(kind=errno.EIO if kind.endswith("error") else "kill"), "done")
         # However many views have logs.
         assert not [call for call in self.trace if call.startswith("fsync ") and "/view/" in call], "flushes a view"
         self.calls, self.expected = self.trace, (self.leftovers(), self.volume.content())
         self.commit, self.end = (self.calls.index(f"{call} {self.intent}") + 1 for call in ("rename", "unlink"))
+
+    def make_ready(self, _):
+        # What else is to be there before all trials.
+        pass
 
     def restore(self):
         harness.clear(self.volume.path)
@@ -76,13 +82,16 @@ class Sweep(harness.SystemTest):
         variables = {"FAULT_" + name.upper(): str(value) for name, value in fault.items()}
         namespace.write(TRACE)
         namespace.write(STATUS_FILE, self.status_text("initializing"))
-        run = self.run_updater(self.volume.path, environment={
+        run = self.start({
             "LD_PRELOAD": INJECTOR, "FAULT_TRACE": TRACE, "FAULT_VOLUME": self.volume.path, "FAULT_NEVER": self.never,
             **variables})
         self.trace = namespace.read(TRACE).splitlines()
         self.hits = [line for line in self.trace if line.endswith(" *")]
         self.is_committed |= any(line.removesuffix(" *") == "rename " + self.intent for line in self.trace)
         return run
+
+    def start(self, environment):
+        return self.run_updater(self.volume.path, environment=environment)
 
     def leftovers(self):
         walks = map(os.walk, (self.volume.path, "/tmp", "/var/packages", "/usr/plat/etc/packages"))
@@ -235,12 +244,70 @@ class Sweep(harness.SystemTest):
 
 JOBS = {"kill": ["ext4", "btrfs"], "kill_twice": ["ext4", "btrfs", WITHOUT_EXCHANGE], "error_after_kill": ["ext4"],
         "error": ["ext4", "btrfs"], "lost_volume": ["ext4"],
-        "full_disk": ["ext4", "ext4 with 1 KiB blocks", "btrfs"], "full_disk_after_kill": ["ext4", "btrfs"], "quota": ["btrfs"]}
+        "full_disk": ["ext4", "ext4 with 1 KiB blocks", "btrfs"], "full_disk_after_kill": ["ext4", "btrfs"], "quota": ["btrfs"],
+        "restore_kill": ["ext4", "btrfs", WITHOUT_EXCHANGE],
+        "restore_error": ["ext4", "btrfs"]}
+
+
+class RestoreSweep(Sweep):
+    # Trials of restores of a save in one version over what an upgrade has made of it.
+
+    def ctl(self, command, environment=()):
+        return self.run_updater(command, self.volume.path, SAVE, environment=environment, program=CTL)
+
+    def make_ready(self, state):
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(SAVE)
+        self.old = self.volume.parts()
+        run = self.ctl("save")
+        assert run.exit == 0, run
+        self.assert_ended(self.run_updater(self.volume.path), "done")
+        self.upgraded = self.volume.content()
+        if state == LOGS:
+            self.volume.leave_logs()
+
+    def start(self, environment):
+        return self.ctl("restore", environment)
+
+    def assert_ended(self, run, status):
+        super().assert_ended(run, "initializing" if self.is_restore(run) else status)
+        assert not self.is_restore(run) or self.volume.parts() == self.old, run
+
+    def is_restore(self, run):
+        return run.stdout.startswith("Volume")
+
+    def restore_kill(self, stride):
+        return itertools.product((fault for [fault] in self.kill(stride)), (False, True))
+
+    def restore_error(self, stride):
+        return itertools.product((fault for [fault] in self.error(stride)), (False, True))
+
+    def trial(self, fault, is_upgrade):
+        self.restore()
+        run, wrong, live = self.run_with(**fault), [], self.volume.live()
+        is_killed = fault["kind"] == "kill" and bool(self.hits)
+        is_old = all(live.get(path) == identity for path, identity in self.before.items()) or (
+            self.parts and self.parts == self.volume.parts())
+        if not is_old and not self.is_committed:
+            wrong.append("live databases changed before the commit point")
+        if self.is_committed and not os.path.lexists(self.intent) and self.volume.parts() != self.old and not is_old:
+            wrong.append("live databases are mixed")
+        if run.exit not in ((-9,) if is_killed else (0, 1, 2)) or (run.exit == 0 and self.volume.parts() != self.old):
+            wrong.append(f"ended with {run.exit}")
+        namespace.write(STATUS_FILE, self.status_text("initializing"))
+        next_run = self.run_updater(self.volume.path) if is_upgrade else self.run_with()
+        is_well = self.volume.content() == self.upgraded if is_upgrade else (
+            self.volume.parts() == self.old and self.leftovers() == self.expected[0])
+        if (next_run.exit, next_run.status) != (0, "done" if is_upgrade else "initializing") or not is_well:
+            wrong.append(f"the next {'upgrade' if is_upgrade else 'restore'} ends with {next_run} {is_well}")
+        self.count.update(trials=1, wrong=bool(wrong))
+        if wrong:
+            print(f"WRONG {self.name}: {fault} {self.hits} {run}: {wrong}", flush=True)
 
 
 def sweep(job):
     name, (kind, volume, *what), part, parts, stride = job
-    tried = Sweep(name, kind, volume, *what)
+    tried = (RestoreSweep if kind.startswith("restore") else Sweep)(name, kind, volume, *what)
     for faults in itertools.islice(getattr(tried, kind)(stride), part, None, parts):
         tried.trial(*faults)
     tried.volume.remove()
@@ -249,7 +316,7 @@ def sweep(job):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("programs", nargs=3)
+    parser.add_argument("programs", nargs=4)
     parser.add_argument("--stride", type=int, default=1)
     parser.add_argument("--only", default="")
     options = parser.parse_args()
@@ -263,7 +330,7 @@ def main():
                      for part in range(parts) if re.search(options.only, name)]
     total = collections.defaultdict(collections.Counter)
     programs = {path: os.open(program, os.O_RDONLY)
-                for path, program in zip((harness.PROGRAM, harness.TOOL, INJECTOR), options.programs)}
+                for path, program in zip((harness.PROGRAM, harness.TOOL, INJECTOR, CTL), options.programs)}
     # Who interrupts it sees what there is so far.
     with multiprocessing.Pool(None, namespace.enter, (programs,)) as pool, contextlib.suppress(KeyboardInterrupt):
         for name, count in pool.imap_unordered(sweep, jobs):

@@ -239,11 +239,11 @@ class SystemTest(unittest.TestCase):
             volume.fill(version, volume.old_uuid if uuid_in_old_form else volume.uuid, extras)
         return volume
 
-    def run_updater(self, *arguments, prefix=(), environment=()):
+    def run_updater(self, *arguments, prefix=(), environment=(), program=PROGRAM):
         kept = {name: value for name, value in os.environ.items() if name == "PATH" or name.endswith("SAN_OPTIONS")}
         kept.update(environment)
         with system_log() as lines, subprocess.Popen(
-                [*prefix, PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                [*prefix, program, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                 stderr=subprocess.PIPE, encoding="utf-8", env=kept, umask=0o077) as process:
             stdout, stderr = process.communicate()
         self.assertNotRegex(stderr, "Sanitizer|runtime error")
