@@ -4,6 +4,7 @@
 #include <map>
 
 #include "ctl/table_walk.h"
+#include "ctl/version_graph.h"
 #include "db-util/look.h"
 #include "updater/framework/stored_version.h"
 
@@ -39,9 +40,7 @@ std::string OpenSide(const std::string& path, Side& side, Status& status) {
   }
   updater::Version version;
   if (!status.ok() || !updater::ReadVersionFrom(side.db.get(), version).empty()) return "?";
-  std::string text = updater::ToString(version);
-  text.pop_back();
-  return text;
+  return TextOf(version);
 }
 
 void CompareSchemas(const Side& a, const Side& b, std::vector<std::string>& differences) {

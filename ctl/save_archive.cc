@@ -61,7 +61,10 @@ int SaveWriter::BeginEntry(const std::string& name, std::int64_t bytes, const Sa
   archive_entry_set_perm(entry.get(), static_cast<mode_t>(like.mode));
   archive_entry_set_uid(entry.get(), like.owner);
   archive_entry_set_gid(entry.get(), like.group);
-  archive_entry_set_mtime(entry.get(), static_cast<time_t>(like.modified), 0);
+  // On 32 bits the library may have been built with another time_t. A restore takes times from the manifest.
+  if constexpr (sizeof(long) == sizeof(time_t)) {
+    archive_entry_set_mtime(entry.get(), static_cast<time_t>(like.modified), 0);
+  }
   return archive_write_header(archive_.get(), entry.get()) == ARCHIVE_OK ? 0 : Fail(error);
 }
 

@@ -10,6 +10,7 @@
 #include "base/escape.h"
 #include "base/path.h"
 #include "ctl/output.h"
+#include "ctl/version_graph.h"
 #include "db-util/database_files.h"
 #include "logger/check.h"
 #include "package/layout.h"
@@ -195,10 +196,7 @@ std::string SaveManifest::VersionText() const {
   const std::string data = Below(package::VolumePaths("").live.data);
   const auto found =
       std::find_if(items.begin(), items.end(), [&](const SavedItem& item) { return item.path == data; });
-  if (found == items.end() || !found->version) return "?";
-  std::string text = updater::ToString(*found->version);
-  text.pop_back();
-  return text;
+  return found == items.end() || !found->version ? "?" : TextOf(*found->version);
 }
 
 std::string FormatManifest(const SaveManifest& manifest) {

@@ -3,8 +3,7 @@
 // A save is a tar archive, compressed with zstd. Its entries are manifest.json, then every file that has
 // content, and at the end manifest.sha256 with the digest of the manifest, which a save that was cut off does
 // not have. Paths are those below @stratofolder; in a path every byte that is no plain character is written
-// as
-// "%" and two digits. Folders, links and marker files stand in the manifest alone.
+// as "%" and two digits. Folders, links and marker files stand in the manifest alone.
 #pragma once
 
 #include <sys/types.h>

@@ -124,8 +124,8 @@ bool ListViews(const VolumePaths& paths, PlacementKind kind, Intent& intent) {
     return false;
   }
   // The whole folder: it comes, or goes.
-  if (is_new ? has_copy == 1 : is_restore && has_copy == 0)
-    intent.push_back({.part = std::string(kViewsPart)});
+  const bool is_whole = is_new ? has_copy == 1 : is_restore && has_copy == 0;
+  if (is_whole) intent.push_back({.part = std::string(kViewsPart)});
   if (is_new || has_copy == 0) return true;
   std::set<std::string> added(copied.begin(), copied.end());
   for (const std::string& view : views) {

@@ -80,8 +80,9 @@ bool CanReplaceTargets(const package::VolumePaths& paths, const Intent& intent) 
     if (is_in_view && file_op::Find(file_op::At(around)) == 0) around = base::FolderOf(around);
     const bool may_be_link = !is_in_view || around == paths.live.view_folder;
     const auto folders = std::pair(stays_there ? around : base::FolderOf(copy), around);
-    if (error.ok() && tried.insert(folders).second)
+    if (error.ok() && tried.insert(folders).second) {
       error = TryRename(folders.first, folders.second, may_be_link ? 0 : O_NOFOLLOW);
+    }
     if (!logger::CheckOrLog(error, "cannot replace %s: %s (%d)\n", live, error.Text(), error.number())) {
       return false;
     }

@@ -43,12 +43,12 @@ FAULTS = [
 
 class Looking(harness.SystemTest):
 
-    def look(self, volume, command, *options):
+    def look(self, volume, command, *options, at=None):
         """The document that the command writes; to write it, nothing else is written."""
         before, trace = self.state(volume), namespace.ROOM + "/trace"
         # What is traced cannot be looked through for leaks.
         run = subprocess.run(["strace", "-f", "-o", trace, "-E", "ASAN_OPTIONS=detect_leaks=0", CTL, command,
-                              volume.path, "--json", *options], capture_output=True, text=True)
+                              at or volume.path, "--json", *options], capture_output=True, text=True)
         written = [line for line in namespace.read(trace).splitlines() if WRITES.search(line)]
         self.assertEqual((written, self.state(volume), run.stderr), ([], before, ""))
         document = json.loads(run.stdout)
@@ -81,6 +81,10 @@ class Looking(harness.SystemTest):
             self.assertEqual([one["in_use_by"] for one in databases if one["in_use_by"]], [daemon.pid])
             self.assertLessEqual({"in-use", "logs-left"}, {one[0] for one in self.codes(volume)})
             self.look(volume, "plan")
+            self.assertEqual([one for one in self.look(volume, "diff", volume.path)["databases"] if not one["equal"]], [])
+            namespace.write(volume.path + "/log", "updater-svr: database is located at '/v'\n"
+                            "updater-svr: Strato Folder Updater(9): Upgrade to '(master, 4150) ' successfully\n")
+            self.look(volume, "report", at=volume.path + "/log")
             self.assertEqual(self.look(volume, "verify")["good"], version == LAST)
 
     def test_check_finds_what_would_go_wrong(self):
