@@ -4,7 +4,6 @@
 #include <map>
 
 #include "ctl/table_walk.h"
-#include "ctl/version_graph.h"
 #include "db-util/look.h"
 #include "updater/framework/stored_version.h"
 
@@ -26,9 +25,8 @@ std::string Squeezed(const std::string& sql) {
   return text;
 }
 
-// The version, or that there is none.
-std::string OpenSide(const std::string& path, Side& side, Status& status) {
-  if (path.empty()) return {};
+std::optional<updater::Version> OpenSide(const std::string& path, Side& side, Status& status) {
+  if (path.empty()) return std::nullopt;
   status = db_util::OpenToLook(path, side.db);
   if (status.ok()) {
     status = db_util::ForEachRow(
@@ -39,8 +37,8 @@ std::string OpenSide(const std::string& path, Side& side, Status& status) {
         });
   }
   updater::Version version;
-  if (!status.ok() || !updater::ReadVersionFrom(side.db.get(), version).empty()) return "?";
-  return TextOf(version);
+  if (!status.ok() || !updater::ReadVersionFrom(side.db.get(), version).empty()) return std::nullopt;
+  return version;
 }
 
 void CompareSchemas(const Side& a, const Side& b, std::vector<std::string>& differences) {
@@ -195,11 +193,12 @@ DatabaseDiff CompareDatabases(const std::string& name, const std::string& a_path
   Side b;
   Status a_status;
   Status b_status;
-  DatabaseDiff diff = {
-      .name = name, .version_a = OpenSide(a_path, a, a_status), .version_b = OpenSide(b_path, b, b_status)};
+  DatabaseDiff diff = {.name = name, .is_in_a = !a_path.empty(), .is_in_b = !b_path.empty()};
+  diff.version_a = OpenSide(a_path, a, a_status);
+  diff.version_b = OpenSide(b_path, b, b_status);
   if (!a_status.ok()) diff.errors.push_back("A: " + a_status.message);
   if (!b_status.ok()) diff.errors.push_back("B: " + b_status.message);
-  if (!diff.errors.empty() || a_path.empty() || b_path.empty()) return diff;
+  if (!diff.errors.empty() || !diff.is_in_a || !diff.is_in_b) return diff;
   CompareSchemas(a, b, diff.schema);
   for (const auto& [object, sql] : a.schema) {
     if (!object.starts_with(kTable) || !b.schema.contains(object)) continue;

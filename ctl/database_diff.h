@@ -1,8 +1,11 @@
 // What two databases differ in.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "updater/framework/version.h"
 
 namespace ctl {
 
@@ -29,14 +32,16 @@ struct TableDiff {
 
 struct DatabaseDiff {
   std::string name;
-  std::string version_a;  // empty: there is no such database
-  std::string version_b;
+  bool is_in_a = false;
+  bool is_in_b = false;
+  std::optional<updater::Version> version_a = {};  // nothing where it cannot be read
+  std::optional<updater::Version> version_b = {};
   std::vector<std::string> schema = {};  // "index x: only in A"
   std::vector<TableDiff> tables = {};    // those of both that differ
   std::vector<std::string> errors = {};  // what could not be compared
 
   [[nodiscard]] bool is_equal() const {
-    return version_a == version_b && schema.empty() && tables.empty() && errors.empty();
+    return is_in_a == is_in_b && version_a == version_b && schema.empty() && tables.empty() && errors.empty();
   }
 };
 

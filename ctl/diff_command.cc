@@ -8,6 +8,7 @@
 #include "ctl/diff_source.h"
 #include "ctl/look_arguments.h"
 #include "ctl/output.h"
+#include "ctl/version_graph.h"
 
 namespace ctl {
 namespace {
@@ -19,7 +20,9 @@ struct DiffArguments {
   bool is_json = false;
 };
 
-std::string VersionOr(const std::string& version) { return version.empty() ? "not there" : version; }
+std::string VersionOr(bool is_there, const std::optional<updater::Version>& version) {
+  return is_there ? Printable(TextOf(version)) : "not there";
+}
 
 void PrintRows(const char* what, long long count, const std::vector<TableDiff::Row>& rows,
                std::ostream& out) {
@@ -44,11 +47,9 @@ void PrintTable(const TableDiff& table, std::ostream& out) {
 void PrintDatabase(const DatabaseDiff& diff, std::ostream& out) {
   if (diff.is_equal()) return;
   out << (diff.name.empty() ? "database" : Printable(diff.name));
-  if (diff.version_a == diff.version_b) out << "  " << Printable(diff.version_a) << "\n";
-  if (diff.version_a != diff.version_b) {
-    out << "  A " << Printable(VersionOr(diff.version_a)) << ", B " << Printable(VersionOr(diff.version_b))
-        << "\n";
-  }
+  const std::string a = VersionOr(diff.is_in_a, diff.version_a);
+  const std::string b = VersionOr(diff.is_in_b, diff.version_b);
+  out << (a == b ? "  " + a : "  A " + a + ", B " + b) << "\n";
   for (const std::string& error : diff.errors) out << "  cannot be compared: " << Printable(error) << "\n";
   for (const std::string& object : diff.schema) out << "  " << Printable(object) << "\n";
   for (const TableDiff& table : diff.tables) PrintTable(table, out);
@@ -61,11 +62,15 @@ Json ToJson(const std::vector<TableDiff::Row>& rows) {
 }
 
 Json ToJson(const DatabaseDiff& diff) {
-  Json json = {{"name", diff.name},      {"equal", diff.is_equal()}, {"version_a", nullptr},
-               {"version_b", nullptr},   {"schema", diff.schema},    {"errors", diff.errors},
+  Json json = {{"name", diff.name},
+               {"equal", diff.is_equal()},
+               {"in_a", diff.is_in_a},
+               {"in_b", diff.is_in_b},
+               {"version_a", ctl::ToJson(diff.version_a)},
+               {"version_b", ctl::ToJson(diff.version_b)},
+               {"schema", diff.schema},
+               {"errors", diff.errors},
                {"tables", Json::array()}};
-  if (!diff.version_a.empty()) json["version_a"] = diff.version_a;
-  if (!diff.version_b.empty()) json["version_b"] = diff.version_b;
   for (const TableDiff& table : diff.tables) {
     json["tables"].push_back({{"table", table.table},
                               {"key", table.key},

@@ -33,7 +33,7 @@ bool IsInChain(const Plan& plan, const Edge& edge) {
 
 void PrintDot(const Plan& plan, std::ostream& out) {
   out << "digraph updaters {\n  rankdir=LR;\n  node [shape=box];\n";
-  if (plan.start) out << "  \"" << TextOf(*plan.start) << "\" [style=bold];\n";
+  if (plan.start) out << "  \"" << TextOf(plan.start) << "\" [style=bold];\n";
   for (const Edge& edge : plan.edges) {
     out << "  \"" << TextOf(edge.from) << "\" -> \"" << TextOf(edge.to) << "\""
         << (IsInChain(plan, edge) ? " [style=bold]" : "") << ";\n";
@@ -48,7 +48,7 @@ void PrintPlan(const Plan& plan, std::ostream& out) {
         << "\n";
   }
   if (!plan.start) return;
-  out << "The chain from " << Printable(TextOf(*plan.start)) << "\n";
+  out << "The chain from " << Printable(TextOf(plan.start)) << "\n";
   for (const Edge& edge : plan.chain) out << "  " << TextOf(edge.from) << " -> " << TextOf(edge.to) << "\n";
   if (!plan.error.empty()) out << "  none: " << Printable(plan.error) << "\n";
   if (plan.error.empty() && plan.chain.empty()) out << "  nothing to do\n";

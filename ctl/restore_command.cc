@@ -6,6 +6,7 @@
 #include "ctl/output.h"
 #include "ctl/quiet_package.h"
 #include "ctl/restoration.h"
+#include "ctl/version_graph.h"
 #include "ctl/volume_folder.h"
 #include "logger/recording_sink.h"
 #include "updater/intent_file.h"
@@ -67,13 +68,13 @@ void PrintRestore(const RestoreArguments& arguments, const std::string& volume, 
     Json json = NewDocument("restore");
     json["volume"] = volume;
     json["file"] = arguments.file;
-    json["version"] = manifest.VersionText();
+    json["version"] = ToJson(manifest.version());
     json["bytes"] = manifest.bytes();
     PrintJson(json, streams.out);
     return;
   }
   streams.out << "Volume    " << Printable(volume) << "\n"
-              << "Version   " << Printable(manifest.VersionText()) << "\n"
+              << "Version   " << Printable(TextOf(manifest.version())) << "\n"
               << "Restored  " << Bytes(manifest.bytes()) << " from " << Printable(arguments.file) << "\n";
 }
 

@@ -13,6 +13,7 @@
 #include "ctl/save_archive.h"
 #include "ctl/save_content.h"
 #include "ctl/sha256.h"
+#include "ctl/version_graph.h"
 #include "ctl/volume_folder.h"
 #include "updater/intent_file.h"
 
@@ -93,7 +94,7 @@ void PrintSave(const SaveArguments& arguments, const SaveManifest& manifest, std
     json["uuid"] = manifest.uuid;
     json["file"] = arguments.file;
     json["file_bytes"] = file_bytes;
-    json["version"] = manifest.VersionText();
+    json["version"] = ToJson(manifest.version());
     json["databases"] = databases;
     json["bytes"] = manifest.bytes();
     json["left_out"] = left_out;
@@ -101,7 +102,7 @@ void PrintSave(const SaveArguments& arguments, const SaveManifest& manifest, std
     return;
   }
   streams.out << "Volume    " << Printable(manifest.volume) << "\n"
-              << "Version   " << Printable(manifest.VersionText()) << "\n"
+              << "Version   " << Printable(TextOf(manifest.version())) << "\n"
               << "Saved     " << Count(databases, "database") << ", " << Bytes(manifest.bytes()) << "\n"
               << "File      " << Printable(arguments.file) << ", " << Bytes(file_bytes) << "\n";
   for (const std::string& path : left_out) {

@@ -10,7 +10,6 @@
 #include "base/escape.h"
 #include "base/path.h"
 #include "ctl/output.h"
-#include "ctl/version_graph.h"
 #include "db-util/database_files.h"
 #include "logger/check.h"
 #include "package/layout.h"
@@ -192,11 +191,11 @@ std::int64_t SaveManifest::bytes() const {
   return sum;
 }
 
-std::string SaveManifest::VersionText() const {
+std::optional<updater::Version> SaveManifest::version() const {
   const std::string data = Below(package::VolumePaths("").live.data);
   const auto found =
       std::find_if(items.begin(), items.end(), [&](const SavedItem& item) { return item.path == data; });
-  return found == items.end() || !found->version ? "?" : TextOf(*found->version);
+  return found == items.end() ? std::nullopt : found->version;
 }
 
 std::string FormatManifest(const SaveManifest& manifest) {

@@ -61,8 +61,8 @@ struct SaveManifest {
   std::vector<SavedItem> items = {};  // a folder before what is in it
 
   [[nodiscard]] std::int64_t bytes() const;  // of all content
-  // The version of the data database, or "?".
-  [[nodiscard]] std::string VersionText() const;
+  // That of the data database.
+  [[nodiscard]] std::optional<updater::Version> version() const;
 };
 
 [[nodiscard]] std::string FormatManifest(const SaveManifest& manifest);

@@ -60,14 +60,16 @@ std::optional<updater::Version> FindVersion(int number) {
   return std::nullopt;
 }
 
-std::string TextOf(const updater::Version& version) {
-  std::string text = updater::ToString(version);
+std::string TextOf(const std::optional<updater::Version>& version) {
+  if (!version) return "?";
+  std::string text = updater::ToString(*version);
   text.pop_back();  // the blank that messages depend on
   return text;
 }
 
-Json ToJson(const updater::Version& version) {
-  return {{"branch", version.branch}, {"version", version.number}};
+Json ToJson(const std::optional<updater::Version>& version) {
+  if (!version) return nullptr;
+  return {{"branch", version->branch}, {"version", version->number}};
 }
 
 Json ToJson(const std::vector<Edge>& edges) {

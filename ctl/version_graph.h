@@ -27,10 +27,11 @@ struct Edge {
 // The version with this number that an updater begins or ends with.
 [[nodiscard]] std::optional<updater::Version> FindVersion(int number);
 
-// "(master, 4100)"
-[[nodiscard]] std::string TextOf(const updater::Version& version);
+// "(master, 4100)", and "?" for one that could not be read.
+[[nodiscard]] std::string TextOf(const std::optional<updater::Version>& version);
 
-[[nodiscard]] Json ToJson(const updater::Version& version);
+// Null for one that could not be read.
+[[nodiscard]] Json ToJson(const std::optional<updater::Version>& version);
 [[nodiscard]] Json ToJson(const std::vector<Edge>& edges);
 
 }  // namespace ctl

@@ -109,9 +109,7 @@ std::string Label(const DatabaseSurvey& database) {
   return database.name;
 }
 
-std::string VersionText(const DatabaseSurvey& database) {
-  return database.version ? TextOf(*database.version) : "?";
-}
+std::string VersionText(const DatabaseSurvey& database) { return TextOf(database.version); }
 
 std::optional<updater::Version> ReadVersionOf(const std::string& path, std::string& error) {
   db_util::Database db;
