@@ -45,6 +45,11 @@ TEST_F(CtlTest, SampleHoldsThePromisedContentAndTouchesNothingThatIsThere) {
   EXPECT_EQ(Run({"sample", volume_, "--nodes", "10"}), 1);
   EXPECT_THAT(err_.str(), HasSubstr("exists already"));
   EXPECT_EQ(Query(paths_.live.data, counts), "100|250 ");
+  for (const auto& [folder, seed] : {std::pair("/a", "3"), {"/b", "3"}, {"/c", "4"}}) {
+    ASSERT_EQ(Run({"sample", volume_ + folder, "--seed", seed}), 0);
+  }
+  EXPECT_EQ(Run({"diff", volume_ + "/a", volume_ + "/b"}), 0);
+  EXPECT_EQ(Run({"diff", volume_ + "/a", volume_ + "/c"}), 1);
 }
 
 TEST_F(CtlTest, RunShowsTheUpgradeOfEveryVersionOrItsFailure) {

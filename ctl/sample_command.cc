@@ -62,6 +62,12 @@ Action DefineSample(CLI::App& command, const Streams& streams) {
   command.add_option("--views", arguments->size.views, "Views, each with a user of its own")
       ->check(count)
       ->capture_default_str();
+  command.add_option("--seed", arguments->size.seed, "Another number gives other names, sizes and versions")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command.footer(
+      "Examples:\n  updater-ctl sample /tmp/try\n"
+      "  updater-ctl sample /tmp/large --nodes 1000000 --versions 2000000 --views 50 --seed 7");
   return [arguments, streams] { return MakeSample(*arguments, streams); };
 }
 

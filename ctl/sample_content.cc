@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "base/fnv.h"
 #include "logger/format.h"
 
 namespace ctl {
@@ -11,6 +12,7 @@ constexpr int kEntriesOfAFolder = 4;
 constexpr int kFirstUid = 1000;
 constexpr int kRemoved = 1;
 constexpr int kFolder = 2;
+constexpr int kSizes = 1000000;
 
 std::string Repeated(const char* text, int count) {
   std::string repeated;
@@ -78,13 +80,20 @@ SampleContent::SampleContent(const SampleSize& size)
   if (often.empty()) often = once;
   for (int version = 0; version < size.versions && !once.empty(); ++version) {
     const auto turn = static_cast<std::size_t>(version);
-    const int node = turn < once.size() ? once[turn] : often[(turn - once.size()) % often.size()];
+    const int node = turn < once.size()
+                         ? once[turn]
+                         : often[(turn - once.size() + Shift(version, often.size())) % often.size()];
     const auto at = static_cast<std::size_t>(node);
     node_of_version_.push_back(node);
     previous_version_.push_back(latest_version_[at]);
     latest_version_[at] = version + 1;
     ++version_count_[at];
   }
+}
+
+std::size_t SampleContent::Shift(int index, std::size_t end) const {
+  if (size_.seed == 0) return 0;
+  return base::Fnv1a(std::to_string(size_.seed) + "/" + std::to_string(index)) % end;
 }
 
 int SampleContent::CountInView(int view) const {
@@ -107,7 +116,8 @@ std::string SampleContent::NameAt(int view, int position) const {
   if (position == 0) return "";
   if (position % 8 == 5) {
     const std::vector<std::string>& names = AwkwardNames();
-    return names[static_cast<std::size_t>(position / 8 + view) % names.size()];
+    const auto at = static_cast<std::size_t>(position / 8 + view);
+    return names[(at + Shift(position * size_.views + view, names.size())) % names.size()];
   }
   const bool is_folder = (AttributeAt(position * size_.views + view) & kFolder) != 0;
   return (is_folder ? "Ordner für Pläne " : "document ") + std::to_string(position);
@@ -152,6 +162,7 @@ SampleContent::FileVersion SampleContent::VersionAt(int index) const {
   const bool is_latest = latest_version_[static_cast<std::size_t>(node)] == id;
   const int attribute = is_latest ? AttributeAt(node) : AttributeAt(node) & kFolder;
   const bool is_stored = (attribute & kFolder) == 0 && index % 13 != 12;
+  const long long shift = static_cast<long long>(Shift(index, kSizes));
   FileVersion version = {
       .id = id,
       .node_id = IdAt(node % size_.views, node / size_.views),
@@ -159,11 +170,12 @@ SampleContent::FileVersion SampleContent::VersionAt(int index) const {
       .attribute = attribute,
       .previous = previous_version_[at],
       .file_id = is_stored ? id : 0,
-      .file_size = is_stored ? (id % 50 == 0 ? 5000000000LL : id * 7919 % 1000000) : 0,
-      .file_hash = is_stored ? logger::FormatText<unsigned long long>("da39a3ee5e6b4b0d3255bfef%llu",
-                                                                      1000000000000000ULL + at * 7919)
+      .file_size = is_stored ? (id % 50 == 0 ? 5000000000LL : (id * 7919 + shift) % kSizes) : 0,
+      .file_hash = is_stored ? logger::FormatText<unsigned long long>(
+                                   "da39a3ee5e6b4b0d3255bfef%llu",
+                                   1000000000000000ULL + at * 7919 + Shift(index, kSizes))
                              : "",
-      .client_id = kClients[at % kClients.size()],
+      .client_id = kClients[(at + Shift(index, kClients.size())) % kClients.size()],
       .mac_attr = {}};
   if (index % 3 == 1) version.mac_attr = "";
   if (index % 3 == 2) version.mac_attr = "file_id=" + std::to_string(id) + "&name=O'Brien 100%";

@@ -1,5 +1,5 @@
-// What a sample volume holds: pure functions of a node's, version's or view's number, so that the same sizes
-// always give the same volume.
+// What a sample volume holds: pure functions of a node's, version's or view's number and of the seed, so that
+// the same sizes and seed always give the same volume. The shape of the trees depends on the sizes alone.
 //
 // The nodes of all views are interleaved, as they are on a volume that several people fill at the same time:
 // node i (from 0) is the (i / views)-th node of view 1 + i % views. Within a view every folder has up to four
@@ -16,6 +16,7 @@ struct SampleSize {
   int nodes = 72;
   int versions = 180;
   int views = 6;
+  int seed = 0;
 };
 
 struct SampleUser {
@@ -68,6 +69,8 @@ class SampleContent {
   [[nodiscard]] FileVersion VersionAt(int index) const;
 
  private:
+  // A number below `end` that depends on the seed, and is 0 for the seed 0.
+  [[nodiscard]] std::size_t Shift(int index, std::size_t end) const;
   [[nodiscard]] int CountInView(int view) const;
   [[nodiscard]] int AttributeAt(int index) const;
   [[nodiscard]] std::string NameAt(int view, int position) const;
