@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -27,7 +28,7 @@ bool TakeText(std::string_view& text, std::string_view expected) {
 }
 
 // Exactly so many digits; with 0, one or more.
-bool TakeNumber(std::string_view& text, std::size_t digits, long& number) {
+bool TakeNumber(std::string_view& text, std::size_t digits, std::int64_t& number) {
   std::size_t length = 0;
   while (length < text.size() && text[length] >= '0' && text[length] <= '9' && length < 18) ++length;
   if (digits != 0 ? length < digits : length == 0) return false;
@@ -44,9 +45,9 @@ std::string_view TakeWord(std::string_view& text) {
 }
 
 bool TakeClock(std::string_view& text, double& seconds) {
-  long hour = 0;
-  long minute = 0;
-  long second = 0;
+  std::int64_t hour = 0;
+  std::int64_t minute = 0;
+  std::int64_t second = 0;
   if (!TakeNumber(text, 2, hour) || !TakeText(text, ":") || !TakeNumber(text, 2, minute) ||
       !TakeText(text, ":") || !TakeNumber(text, 2, second)) {
     return false;
@@ -54,7 +55,7 @@ bool TakeClock(std::string_view& text, double& seconds) {
   seconds += static_cast<double>(hour * 3600 + minute * 60 + second);
   double unit = 1;
   if (!TakeText(text, ".") && !TakeText(text, ",")) return true;
-  for (long digit = 0; TakeNumber(text, 1, digit);) {
+  for (std::int64_t digit = 0; TakeNumber(text, 1, digit);) {
     unit /= 10;
     seconds += unit * static_cast<double>(digit);
   }
@@ -62,7 +63,7 @@ bool TakeClock(std::string_view& text, double& seconds) {
 }
 
 // The month is one of twelve.
-double SecondsOfDay(long year, long month, long day) {
+double SecondsOfDay(std::int64_t year, std::int64_t month, std::int64_t day) {
   const std::chrono::year_month_day first(std::chrono::year(static_cast<int>(year)),
                                           std::chrono::month(static_cast<unsigned>(month)),
                                           std::chrono::day(1));
@@ -73,8 +74,8 @@ double SecondsOfDay(long year, long month, long day) {
 double TakeZone(std::string_view& text) {
   const bool is_east = text.starts_with('+');
   if (TakeText(text, "Z") || (!is_east && !text.starts_with('-'))) return 0;
-  long hours = 0;
-  long minutes = 0;
+  std::int64_t hours = 0;
+  std::int64_t minutes = 0;
   text.remove_prefix(1);
   if (!TakeNumber(text, 2, hours)) return 0;
   (void)TakeText(text, ":");           // with or without
@@ -85,9 +86,9 @@ double TakeZone(std::string_view& text) {
 
 // "2026-11-22T07:12:01.123456+01:00"
 bool TakeIsoTime(std::string_view& text, double& seconds) {
-  long year = 0;
-  long month = 0;
-  long day = 0;
+  std::int64_t year = 0;
+  std::int64_t month = 0;
+  std::int64_t day = 0;
   if (!TakeNumber(text, 4, year) || !TakeText(text, "-") || !TakeNumber(text, 2, month) ||
       !TakeText(text, "-") || !TakeNumber(text, 2, day) || (!TakeText(text, "T") && !TakeText(text, " ")) ||
       month < 1 || month > 12) {
@@ -103,11 +104,11 @@ bool TakeIsoTime(std::string_view& text, double& seconds) {
 bool TakeTraditionalTime(std::string_view& text, double& seconds) {
   constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
   const std::size_t month = kMonths.find(text.substr(0, 3));
-  long day = 0;
+  std::int64_t day = 0;
   if (text.size() < 4 || month == std::string_view::npos || month % 3 != 0 || text[3] != ' ') return false;
   text.remove_prefix(text[4 < text.size() ? 4 : 3] == ' ' ? 5 : 4);
   if (!TakeNumber(text, 0, day) || !TakeText(text, " ")) return false;
-  seconds = SecondsOfDay(kYearOfNone, static_cast<long>(month / 3 + 1), day);
+  seconds = SecondsOfDay(kYearOfNone, static_cast<std::int64_t>(month / 3 + 1), day);
   return TakeClock(text, seconds);
 }
 
@@ -191,7 +192,7 @@ std::string TextField(const nlohmann::json& entry, const char* name) {
   return bytes;
 }
 
-std::string UtcText(long long microseconds) {
+std::string UtcText(std::int64_t microseconds) {
   using std::chrono::floor;
   const std::chrono::sys_time<std::chrono::microseconds> time{std::chrono::microseconds(microseconds)};
   const auto day = floor<std::chrono::days>(time);
@@ -217,7 +218,7 @@ LogLine ParseJournalEntry(const std::string& text) {
   if (process.empty()) process = TextField(entry, "SYSLOG_PID");
   SetWriter(name + "[" + process + "]", line);
   line.text = TextField(entry, "MESSAGE");
-  long microseconds = 0;
+  std::int64_t microseconds = 0;
   const std::string time = TextField(entry, "__REALTIME_TIMESTAMP");
   std::string_view digits = time;
   if (!TakeNumber(digits, 0, microseconds)) return line;
@@ -255,7 +256,7 @@ LogLine ParseLogLine(const std::string& whole) {
     line = ParseJournalEntry(whole);
   } else {
     std::string_view text = whole;
-    long priority = 0;
+    std::int64_t priority = 0;
     std::string_view behind = text;
     if (TakeText(behind, "<") && TakeNumber(behind, 0, priority) && TakeText(behind, ">")) text = behind;
     const bool is_rfc5424 = text.size() < whole.size() && TakeText(text, "1 ");

@@ -1,6 +1,7 @@
 // Lines of system logs, taken apart.
 #pragma once
 
+#include <cstdint>
 #include <istream>
 #include <optional>
 #include <string>
@@ -19,7 +20,7 @@ struct LogLine {
   };
 
   Source source = Source::kBare;
-  long process = 0;               // 0 where the log does not tell
+  std::int64_t process = 0;       // 0 where the log does not tell
   std::string time;               // as it stands in the log, or UTC; empty where there is none
   std::optional<double> seconds;  // the same as a number; of a log without years, of a year of its own
   std::string text;               // the message; what is too long is cut in the middle

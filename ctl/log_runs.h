@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
@@ -42,7 +43,7 @@ struct LoggedStep {
 enum class Outcome { kDone, kUpgraded, kNotStarted, kNewer, kFailure, kCheckFailure, kStopped, kUntold };
 
 struct LoggedRun {
-  long process = 0;
+  std::int64_t process = 0;
   std::string volume;
   std::string stored_status;  // as "updater-ctl run" prints it
   ShownLine first;
