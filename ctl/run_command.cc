@@ -38,7 +38,7 @@ struct RunRecord {
 
 void RunDriver(const std::string& volume, const RunArguments& arguments, const platform::SystemPaths& paths,
                DemoPlatform& demo, RunRecord& record) {
-  updater::legacy::NoLegacySteps legacy;
+  updater::legacy::LegacySteps legacy;
   updater::DatabaseCheck check(paths, demo.platform());
   std::vector<const char*> run_arguments = {volume.c_str()};
   if (arguments.with_legacy_steps) run_arguments.push_back("--dont-skip");

@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
   const platform::SystemPaths paths;
   KeepStandardStreamsTaken(paths.null_device.c_str());
   platform::host::HostPlatform host(paths);
-  updater::legacy::NoLegacySteps legacy;
+  updater::legacy::LegacySteps legacy;
   updater::DatabaseCheck check(paths, host.platform());
   const std::span<const char* const> arguments(argv + 1, argc > 0 ? static_cast<std::size_t>(argc) - 1 : 0);
   return updater::RunUpdater(arguments, {.paths = paths,

@@ -186,7 +186,7 @@ void WholeRun(std::string_view input) try {
   const auto before = tests::ReadTree(run);
 
   std::ostringstream out;
-  updater::legacy::NoLegacySteps legacy;
+  updater::legacy::LegacySteps legacy;
   updater::DatabaseCheck check(system, machine.platform());
   const updater::RunDependencies machinery = {system, machine.platform(), legacy, check, out, out};
   const char* const argument = volume.volume.c_str();

@@ -1,18 +1,12 @@
 #include "updater/legacy/legacy_chain.h"
 
-#include "updater/framework/updater_framework.h"
+#include <algorithm>
 
 namespace updater::legacy {
-namespace {
 
-constexpr int kFirstVersionWithoutLegacySteps = 2577;
-
-}  // namespace
-
-int NoLegacySteps::RunStep(int /*number*/, const package::VolumePaths& paths) {
-  Version version;
-  if (UpdaterFramework::GetCurrentVersion(paths.copies.data, version) < 0) return -1;
-  return version.number >= kFirstVersionWithoutLegacySteps ? 0 : -1;
+int LegacySteps::RunStep(int number, const package::VolumePaths& paths) {
+  const auto step = std::ranges::find(steps_, number, &LegacyStep::number);
+  return step == steps_.end() ? -1 : step->Run(paths.copies);
 }
 
 }  // namespace updater::legacy

@@ -1,9 +1,12 @@
 // The first-generation updaters, which change their databases in place. They run only on request, before the
-// server updaters, and bring databases older than 2577 to 2577.
+// server updaters, and bring databases older than 2577 to 2577. docs/legacy.md tells which ones.
 #pragma once
+
+#include <vector>
 
 #include "base/interface.h"
 #include "package/layout.h"
+#include "updater/legacy/legacy_step.h"
 
 namespace updater::legacy {
 
@@ -15,11 +18,15 @@ class LegacyChain : public base::Interface {
   [[nodiscard]] virtual int RunStep(int number, const package::VolumePaths& paths) = 0;
 };
 
-// For databases that need none of the steps: every step succeeds when the data database is at 2577 or above
-// and fails below, so that older databases are left as they are.
-class NoLegacySteps : public LegacyChain {
+// The steps, which are all made with the chain.
+class LegacySteps : public LegacyChain {
  public:
+  LegacySteps() : steps_(kSteps.begin(), kSteps.end()) {}
+
   [[nodiscard]] int RunStep(int number, const package::VolumePaths& paths) override;
+
+ private:
+  std::vector<LegacyStep> steps_;
 };
 
 }  // namespace updater::legacy
