@@ -10,6 +10,7 @@
 #include "ctl/version_graph.h"
 #include "platform/host/host_platform.h"
 #include "updater/framework/server_updater.h"
+#include "updater/legacy/judgement.h"
 
 namespace ctl {
 namespace {
@@ -27,6 +28,10 @@ const DatabaseSurvey* FindShared(const VolumeSurvey& survey, const std::string& 
   return nullptr;
 }
 
+bool IsOld(const DatabaseSurvey& database) {
+  return database.version && database.version->number < updater::legacy::kLayoutVersion;
+}
+
 void InspectChain(const DatabaseSurvey& data, Outlook& outlook) {
   outlook.version = data.version;
   if (!data.version) return;  // told of as unreadable
@@ -37,13 +42,40 @@ void InspectChain(const DatabaseSurvey& data, Outlook& outlook) {
     return;
   }
   std::string error;
-  std::optional<std::vector<Edge>> chain = ChainFrom(*data.version, error);
+  const updater::Version begin =
+      IsOld(data) ? updater::Version{"", updater::legacy::kLayoutVersion} : *data.version;
+  std::optional<std::vector<Edge>> chain = ChainFrom(begin, error);
   if (chain) outlook.chain = *std::move(chain);
   if (!error.empty()) {
     outlook.findings.push_back(
         {Severity::kProblem, "no-chain", data.path,
          "no updater begins with version " + VersionText(data) + ": " + error,
          "see whether the database is the package's; updater-ctl plan shows the versions"});
+  }
+}
+
+// What runs of the first-generation steps would do to those below 2577. They leave the client database as it
+// was.
+void InspectOldDatabases(const VolumeSurvey& survey, Findings& findings) {
+  using updater::legacy::Database;
+  for (const auto& [name, kind] :
+       {std::pair("data", Database::kData), {"user", Database::kUser}, {"client", Database::kClient}}) {
+    const DatabaseSurvey* const database = FindShared(survey, name);
+    if (database == nullptr || !IsOld(*database)) continue;
+    const std::string reason = updater::legacy::JudgeFile(database->path, kind, 0).refusal;
+    if (kind == Database::kClient) {
+      findings.push_back({Severity::kProblem, "old-client", database->path,
+                          "is older than 2577, and no run upgrades a client database as old as that",
+                          "restore all databases of the package from one backup"});
+    } else if (!reason.empty()) {
+      findings.push_back({Severity::kProblem, "not-understood", database->path,
+                          "is older than 2577 and would be refused also with --dont-skip: " + reason,
+                          "docs/legacy.md tells which older databases are upgraded"});
+    } else {
+      findings.push_back({Severity::kProblem, "needs-dont-skip", database->path,
+                          "is older than 2577: only a run with --dont-skip upgrades it",
+                          "start updater-svr with --dont-skip behind the volume"});
+    }
   }
 }
 
@@ -80,7 +112,8 @@ Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths
   const int version = data->version->number;
   InspectParts(state.survey, paths.live, version, findings);
   Append(InspectFolders(state.survey, paths, version, platform), findings);
-  Append(InspectLayouts(state.survey, version), findings);
+  InspectOldDatabases(state.survey, findings);
+  if (!IsOld(*data)) Append(InspectLayouts(state.survey, version), findings);
   if (version >= updater::kSplitVersion) Append(InspectVolumes(paths.live, version, platform), findings);
   const DatabaseSurvey* const users = FindShared(state.survey, "user");
   if (users == nullptr || !users->version) return outlook;  // told of already, or by the mismatch

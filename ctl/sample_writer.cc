@@ -2,7 +2,7 @@
 
 namespace ctl {
 
-SampleWriter::SampleWriter(const std::string& path, const char* schema) : path_(path) {
+SampleWriter::SampleWriter(const std::string& path, const std::string& schema) : path_(path) {
   db_util::Database existing;
   if (db_util::OpenQuietly(path, existing, db_util::OpenMode::kReadOnly).ok()) {
     Fail("it exists already");
@@ -17,7 +17,7 @@ SampleWriter::SampleWriter(const std::string& path, const char* schema) : path_(
   Run(schema);
 }
 
-void SampleWriter::Run(const char* script) {
+void SampleWriter::Run(const std::string& script) {
   if (failed()) return;
   const db_util::Status status = db_util::Execute(db_.get(), script);
   if (!status.ok()) Fail(status.message);

@@ -16,10 +16,10 @@ namespace ctl {
 class SampleWriter {
  public:
   // Makes the database `path`, which must not exist, with the tables of `schema`.
-  SampleWriter(const std::string& path, const char* schema);
+  SampleWriter(const std::string& path, const std::string& schema);
 
   // Executes a script.
-  void Run(const char* script);
+  void Run(const std::string& script);
 
   // Commits and closes. Returns 0, or -1 with what went wrong in `error`.
   [[nodiscard]] int Finish(std::string& error);

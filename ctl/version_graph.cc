@@ -7,6 +7,7 @@
 #include "ctl/demo_platform.h"
 #include "package/layout.h"
 #include "updater/framework/update_graph.h"
+#include "updater/legacy/layout.h"
 #include "updater/server/registration.h"
 
 namespace ctl {
@@ -43,6 +44,7 @@ std::optional<std::vector<Edge>> ChainFrom(const updater::Version& from, std::st
     std::vector<updater::AbstractUpdater*> path;
     if (graph.ShortestPath(from, {package::kCurrentBranch, package::kCurrentVersion}, path) < 0) {
       error = graph.GetLastError();
+      if (from.number < updater::legacy::kLayoutVersion) error += "; below 2577 a run needs --dont-skip";
       return std::nullopt;
     }
     std::vector<Edge> chain;

@@ -39,7 +39,8 @@ std::size_t NextLength(std::string_view text) {
   if (first == '[') return behind("]", 1);
   if (std::string_view("\"'`").find(first) != std::string_view::npos) {
     std::size_t length = behind({&first, 1}, 1);
-    while (length < text.size() && text[length] == first) length = behind({&first, 1}, length + 1);  // doubled
+    while (length < text.size() && text[length] == first)
+      length = behind({&first, 1}, length + 1);  // doubled
     return length;
   }
   std::size_t length = 0;

@@ -22,8 +22,8 @@ struct Declaration {
   std::string rest;  // what stands behind the columns
 };
 
-// Of "CREATE TABLE <name> (<column>, ...)". A constraint of the table is told as if it were a column. Names in
-// the declarations keep their quotes, because "NOT" is none of the words that mean something.
+// Of "CREATE TABLE <name> (<column>, ...)". A constraint of the table is told as if it were a column. Names
+// in the declarations keep their quotes, because "NOT" is none of the words that mean something.
 [[nodiscard]] Declaration ReadDeclaration(std::string_view create_table);
 
 }  // namespace updater::legacy

@@ -87,6 +87,21 @@ class Judging {
       ForEachPart(kIndexes, [this](const Index& index) { JudgeIndex(index); });
       ForEachPart(kConfigRows, [this](const ConfigRow& row) { JudgeRow(row); });
     }
+    return Take();
+  }
+
+  // The first reason is the one that is told.
+  bool Refuse(const std::string& reason) {
+    if (judgement_.refusal.empty()) judgement_.refusal = reason;
+    return false;
+  }
+
+  bool CheckStatus(const db_util::Status& status) {
+    judgement_.code = status.code;
+    return status.ok() || Refuse(Shown(status.message) + " (" + std::to_string(status.code) + ")");
+  }
+
+  Judgement Take() {
     if (!judgement_.refusal.empty()) judgement_.script.clear();
     return std::move(judgement_);
   }
@@ -99,16 +114,6 @@ class Judging {
     }
   }
 
-  // The first reason is the one that is told.
-  bool Refuse(const std::string& reason) {
-    if (judgement_.refusal.empty()) judgement_.refusal = reason;
-    return false;
-  }
-
-  bool CheckStatus(const db_util::Status& status) {
-    return status.ok() || Refuse(Shown(status.message) + " (" + std::to_string(status.code) + ")");
-  }
-
   // What is missing is made by its step, and must not be missing any more at the end.
   void Need(int step, const std::string& part, const std::string& script) {
     if (step == step_) judgement_.script += script;
@@ -117,20 +122,19 @@ class Judging {
   }
 
   [[nodiscard]] const Object* Find(const std::string& type, const std::string& name) const {
-    const auto found = std::ranges::find_if(objects_, [&](const Object& object) {
-      return object.type == type && IsSameName(object.name, name);
-    });
+    const auto found = std::ranges::find_if(
+        objects_, [&](const Object& object) { return object.type == type && IsSameName(object.name, name); });
     return found == objects_.end() ? nullptr : &*found;
   }
 
   bool ReadObjects() {
-    return CheckStatus(db_util::ForEachRow(
-        db_, "SELECT type, name, tbl_name, sql FROM " + schema_ + ".sqlite_master;",
-        [this](sqlite3_stmt* row) {
-          objects_.push_back({db_util::ColumnText(row, 0), db_util::ColumnText(row, 1),
-                              db_util::ColumnText(row, 2), db_util::ColumnText(row, 3)});
-          return true;
-        }));
+    return CheckStatus(
+        db_util::ForEachRow(db_, "SELECT type, name, tbl_name, sql FROM " + schema_ + ".sqlite_master;",
+                            [this](sqlite3_stmt* row) {
+                              objects_.push_back({db_util::ColumnText(row, 0), db_util::ColumnText(row, 1),
+                                                  db_util::ColumnText(row, 2), db_util::ColumnText(row, 3)});
+                              return true;
+                            }));
   }
 
   // A database without a table for it, without a row, or with nothing in it, is old.
@@ -153,7 +157,9 @@ class Judging {
     return text.empty() || is_number || Refuse("'" + Shown(text) + "' is no version number");
   }
 
-  [[nodiscard]] bool HasConfigValues() const { return HasColumn(config_, "key") && HasColumn(config_, "value"); }
+  [[nodiscard]] bool HasConfigValues() const {
+    return HasColumn(config_, "key") && HasColumn(config_, "value");
+  }
 
   // SQLite's own tables and indexes are there with those that they serve, or hold statistics.
   void JudgeObject(const Object& object) {
@@ -252,11 +258,12 @@ class Judging {
   }
 
   void JudgeRow(const ConfigRow& row) {
-    const std::string insert = "INTO " + target_ + ".config_table (key, value) VALUES ('" + row.key + "', " +
-                               row.value + ");";
+    const std::string insert =
+        "INTO " + target_ + ".config_table (key, value) VALUES ('" + row.key + "', " + row.value + ");";
     if (std::string_view(row.key) == kVersionKey) {
-      return Need(row.step, row.key, "INSERT OR REPLACE " + insert + "DELETE FROM " + target_ +
-                                         ".config_table WHERE key = 'branch';");
+      return Need(
+          row.step, row.key,
+          "INSERT OR REPLACE " + insert + "DELETE FROM " + target_ + ".config_table WHERE key = 'branch';");
     }
     bool found = false;
     const auto find_row = [&found](sqlite3_stmt*) { return !(found = true); };
@@ -285,9 +292,8 @@ Judgement Judge(sqlite3* db, const std::string& schema, Database database, int s
 Judgement JudgeFile(const std::string& path, Database database, int step) {
   db_util::Database db;
   const db_util::Status status = db_util::OpenToLook(path, db);
-  if (!status.ok())
-    return {.version = 0, .refusal = status.message + " (" + std::to_string(status.code) + ")", .script = {}};
-  return Judge(db.get(), "main", database, step);
+  Judging judging(db.get(), "main", database, step);
+  return judging.CheckStatus(status) ? judging.Judge() : judging.Take();
 }
 
 }  // namespace updater::legacy

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "db-util/checkpoint.h"
 #include "db-util/log_mode.h"
 #include "file-op/file_op.h"
 #include "updater/framework/attached_database.h"
@@ -37,7 +38,10 @@ int LegacyStep::Run(const PackagePaths& copies) const {
   for (const Database database : kDatabases) {
     const std::string& path = PathOf(copies, database);
     if (!row_.Gets(database) || file_op::Find(file_op::At(path)) == 0) continue;
-    judgements[database] = JudgeFile(path, database, number());
+    Judgement& judgement = judgements[database] = JudgeFile(path, database, number());
+    // A hot journal that is too large to be looked through is rolled back, as it will be in any case.
+    if (judgement.code == SQLITE_FULL && db_util::CheckpointDatabase(path) == 0)
+      judgement = JudgeFile(path, database, number());
   }
   return logger::ToResult(Accept(copies, judgements) && Change(copies, judgements));
 }
