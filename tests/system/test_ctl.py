@@ -19,6 +19,9 @@ SET = "UPDATE config_table SET value = {} WHERE key = 'version'"
 FAULTS = [
     (2577, lambda v: os.rmdir(v.sync + "/rm"), {"missing-folder"}),
     (2577, lambda v: os.mkdir(v.sync + "/view"), {"early-view-folder"}),
+    (2577, lambda v: [change(path, SET.format(2500)) for path in v.databases()], {"needs-dont-skip", "old-client"}),
+    (2577, lambda v: change(v.user, SET.format(2500) + "; ALTER TABLE user_table ADD mine"),
+     {"not-understood", "strange-column"}),
     (3450, lambda v: os.truncate(v.data, 5000), {"damaged", "unreadable-database"}),
     (3450, lambda v: namespace.write(v.user, "no database at all"), {"damaged", "unreadable-database"}),
     (3450, lambda v: change(v.data, SET.format(9999)), {"newer", "mixed-versions"}),

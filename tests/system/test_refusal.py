@@ -24,9 +24,9 @@ def set_config(path, key, value):
 
 
 class RefusalTest(SystemTest):
-    def refuse(self, volume, log, status="upgradefail", copies=False, path=None):
+    def refuse(self, volume, log, status="upgradefail", copies=False, path=None, arguments=()):
         before, files = volume.live(), volume.files()
-        run = self.run_updater(volume.path if path is None else path, prefix=NO_OVERRIDE)
+        run = self.run_updater(volume.path if path is None else path, *arguments, prefix=NO_OVERRIDE)
         self.assert_ended(run, status)
         self.assertEqual(run.log, log)
         error = [line.removeprefix("UpdaterFramework: ") + "\n" for line in log if line.startswith("UpdaterFramework")]
@@ -37,14 +37,15 @@ class RefusalTest(SystemTest):
             self.assertEqual(volume.files(), files)
         return run
 
-    def refuse_each(self, cases):
+    def refuse_each(self, cases, **options):
         """Name -> (start version, change to the volume, log after its first line[, status, are there copies])."""
         for name, (version, prepare, log, *ending) in cases.items():
             with self.subTest(name):
                 volume = self.new_volume(version)
                 prepare(volume)
                 log = [line.format(sync=volume.sync, client=volume.client) for line in log]
-                self.refuse(volume, [f"database is located at '{volume.path}'", *log], *(ending or ("upgradefail", True)))
+                self.refuse(volume, [f"database is located at '{volume.path}'", *log], *(ending or ("upgradefail", True)),
+                            **options)
 
 
 class Entry(RefusalTest):
@@ -188,6 +189,25 @@ class Chain(RefusalTest):
                 "Failed to update version and branch to view-db {sync}/view.bak/lost/view-db.sqlite",
                 "failed to update database versions\n")),
         })
+
+    def test_volumes_older_than_2577(self):
+        """The steps work on a copy of the client database that is replaced by another one."""
+        old = "'2500'"
+        for argument in ((), ("--dont_skip",)):
+            self.refuse_each({"without the word": (2577, lambda v: set_config(v.data, "version", old), [
+                "UpdaterFramework: GraphError: UpdateGraph: fail to find start vertex of version (, 2500) "])},
+                arguments=argument)
+        self.refuse_each({
+            "client": (2577, lambda v: [set_config(path, "version", old) for path in v.databases()], failed(
+                2577, 3004, "database version mismatch: (2577, 2577, 2500)\n")),
+            "no client": (2577, lambda v: (set_config(v.user, "version", old), os.unlink(v.client)), failed(
+                2577, 3004, "sqlite3_prepare_v2(SQL): no such table: client_db.config_table (1)\n",
+                "failed to get database versions\n", UNREADABLE + "{client}.bak: there was no such file\n")),
+            "column": (2577, lambda v: (set_config(v.user, "version", old),
+                                        change(v.user, "ALTER TABLE user_table ADD own")),
+                       ["Strato Folder Updater(N): V1: database {sync}/user-db.sqlite.bak cannot be brought to 2577: "
+                        "column user_table.own is not of the layout\n", "Update V1 Fail"]),
+        }, arguments=("--dont-skip",))
 
     def test_a_line_too_long_for_the_log_is_cut_before_its_end(self):
         volume = self.new_volume(4100)

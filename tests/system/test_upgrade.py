@@ -5,8 +5,8 @@ import shutil
 import stat
 import subprocess
 
-from harness import (FIRST_WITH, HALF, LAST, PRIVILEGE, REFUSED_USERS, SCRATCH, STATUS_FILE, VERSIONS, SystemTest,
-                     Volume, leave, read, text_of, write)
+from harness import (FIRST_WITH, HALF, LAST, PRIVILEGE, REFUSED_USERS, SCRATCH, SET_VERSION, STATUS_FILE, VERSIONS,
+                     SystemTest, Volume, change, leave, read, text_of, write)
 from namespace import mount
 
 # What wins every table name that a statement does not tell the database of.
@@ -81,6 +81,19 @@ class Ext4(UpgradeTest):
         for argument in ("--dont-skip", "--dont_skip", ""):
             with self.subTest(argument):
                 self.upgrade(2577, argument, name="it's \"100%\" %s%n\n\udcff \\040 größe")
+
+    def test_older_than_2577_on_the_word(self):
+        """What is missing comes back, and rows that are moved by position keep their columns."""
+        volume, columns = self.new_volume(2577), "delta_file_id, attribute, to_id, from_id, node_id"
+        change(volume.data, f"""{SET_VERSION.format("- 77 *")}; DROP INDEX version_table_sync_id_index;
+            DELETE FROM config_table WHERE key = 'row1'; ALTER TABLE delta_table RENAME TO old;
+            CREATE TABLE delta_table ({columns.replace(",", " INTEGER,")} INTEGER);
+            INSERT INTO delta_table SELECT {columns} FROM old; DROP TABLE old""")
+        leave(volume.user, "PRAGMA journal_mode = WAL; DELETE FROM config_table")
+        run = self.run_updater(volume.path, "--dont-skip")
+        self.assert_ended(run, "done")
+        self.assertEqual(run.stdout, told_from(2577, volume)[0])
+        self.assert_upgraded(volume)
 
     def test_a_client_folder_on_a_file_system_of_its_own(self):
         volume, other = self.new_volume(4100), Volume()
