@@ -200,9 +200,6 @@ class Chain(RefusalTest):
         self.refuse_each({
             "client": (2577, lambda v: [set_config(path, "version", old) for path in v.databases()], failed(
                 2577, 3004, "database version mismatch: (2577, 2577, 2500)\n")),
-            "no client": (2577, lambda v: (set_config(v.user, "version", old), os.unlink(v.client)), failed(
-                2577, 3004, "sqlite3_prepare_v2(SQL): no such table: client_db.config_table (1)\n",
-                "failed to get database versions\n", UNREADABLE + "{client}.bak: there was no such file\n")),
             "column": (2577, lambda v: (set_config(v.user, "version", old),
                                         change(v.user, "ALTER TABLE user_table ADD own")),
                        ["Strato Folder Updater(N): V1: database {sync}/user-db.sqlite.bak cannot be brought to 2577: "

@@ -22,7 +22,7 @@ const std::string& PathOf(const PackagePaths& copies, Database database) {
 // Attaches it so that what is done can be undone.
 db_util::Status AttachWithJournal(sqlite3* db, Database database, const std::string& path) {
   const char* const schema = SchemaOf(database);
-  const db_util::Status status = AttachQuietly(db, schema, path);
+  db_util::Status status = AttachQuietly(db, schema, path);
   // A log that could not be suspended undoes by itself, and the mode must stay in the file.
   if (!status.ok() || db_util::LogModeOf(db, schema) == db_util::LogMode::kInUse) return status;
   const std::string pragma = std::string("PRAGMA ") + schema + ".";
