@@ -97,7 +97,6 @@ class Judging {
   }
 
   bool CheckStatus(const db_util::Status& status) {
-    judgement_.code = status.code;
     return status.ok() || Refuse(Shown(status.message) + " (" + std::to_string(status.code) + ")");
   }
 

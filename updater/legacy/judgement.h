@@ -15,7 +15,6 @@ namespace updater::legacy {
 struct Judgement {
   long long version = 0;  // 0 where the database has none
   std::string refusal;    // why it is not understood; empty when it is, or is not below 2577
-  int code = 0;           // SQLite's, where it cannot be read
   std::string script;     // for the database attached under its name; empty when nothing is missing
 
   [[nodiscard]] bool IsBelow() const { return version < kLayoutVersion; }

@@ -38,10 +38,10 @@ int LegacyStep::Run(const PackagePaths& copies) const {
   for (const Database database : kDatabases) {
     const std::string& path = PathOf(copies, database);
     if (!row_.Gets(database) || file_op::Find(file_op::At(path)) == 0) continue;
-    Judgement& judgement = judgements[database] = JudgeFile(path, database, number());
-    // A hot journal that is too large to be looked through is rolled back, as it will be in any case.
-    if (judgement.code == SQLITE_FULL && db_util::CheckpointDatabase(path) == 0)
-      judgement = JudgeFile(path, database, number());
+    // Whoever only looks at it has to roll it back in memory, each time anew. If that fails, so does the
+    // look.
+    if (file_op::Find(file_op::At(path + "-journal")) != 0) (void)db_util::CheckpointDatabase(path);
+    judgements[database] = JudgeFile(path, database, number());
   }
   return logger::ToResult(Accept(copies, judgements) && Change(copies, judgements));
 }
@@ -93,6 +93,7 @@ bool LegacyStep::ChangeAttached(sqlite3* db, const PackagePaths& copies, const J
       return false;
   }
   if (ExecScript(db, "BEGIN IMMEDIATE TRANSACTION;") < 0) return false;
+  std::string changed;
   for (const auto& [database, before] : judgements) {
     if (before.script.empty()) continue;
     const std::string& path = PathOf(copies, database);
@@ -102,8 +103,11 @@ bool LegacyStep::ChangeAttached(sqlite3* db, const PackagePaths& copies, const J
     const Judgement after = Judge(db, SchemaOf(database), database, number());
     if (!after.refusal.empty()) return Refuse(path, after.refusal);
     if (!after.script.empty()) return Refuse(path, "it has not taken its change");
+    changed += (changed.empty() ? "" : ", ") + path;
   }
-  return ExecScript(db, "END TRANSACTION;") == 0;
+  db_util::Status end = db_util::Execute(db, "END TRANSACTION;");
+  end.database = changed;  // SQLite does not tell which one
+  return CheckScript(end, "END TRANSACTION;");
 }
 
 }  // namespace updater::legacy

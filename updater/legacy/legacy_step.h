@@ -5,7 +5,8 @@
 //
 // All databases are looked at as a whole before anything is changed. What is not understood is refused, as is
 // a database below 2577 beside one above it, or beside a user database that is not there. Then no file has
-// changed. A change that fails is rolled back in all databases: it is one transaction.
+// changed, but for a hot journal that was rolled back. A change that fails is rolled back in all databases:
+// it is one transaction.
 #pragma once
 
 #include <map>
