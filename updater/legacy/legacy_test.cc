@@ -175,7 +175,8 @@ TEST_F(LegacyTest, DatabasesThatAreEmptyOrWrittenInAnotherWay) {
   // Counters begin above what is in use, numbers of rows that are gone stay so, further indexes stay.
   EXPECT_EQ(RunAfter("data", R"(DELETE FROM config_table; DELETE FROM node_table WHERE node_id = 12;
       ALTER TABLE node_table DROP ver_cnt; CREATE INDEX own ON node_table (lower(name)); DROP TABLE delta_table;
-      CREATE TABLE "Delta_Table"(Delta_File_Id  integer--,
+      DROP TABLE version_table; CREATE TABLE version_table (ver_id INTEGER PRIMARY KEY AUTOINCREMENT);
+      INSERT INTO version_table VALUES (5); CREATE TABLE "Delta_Table"(Delta_File_Id  integer--,
         ,[NODE_ID]/**/INTEGER DEFAULT NULL); INSERT INTO delta_table VALUES (7, 8))"),
             "0");
   EXPECT_EQ(values("data"), "delta_file_id=8 file_id=7 serial= sync_id=22 version=2577 ");
@@ -186,11 +187,14 @@ TEST_F(LegacyTest, DatabasesThatAreEmptyOrWrittenInAnotherWay) {
 }
 
 TEST_F(LegacyTest, AFailureIsRolledBackAndALogCounts) {
-  const std::string two_tables = "ALTER TABLE file_table DROP hash; ALTER TABLE delta_table DROP to_id;";
-  const std::string in_the_way = "CREATE INDEX delta_table_of_2577 ON delta_table (node_id)";
-  EXPECT_EQ(RunAfter("data", two_tables + in_the_way), "6");
+  // More than fits into the cache, and at last something in the way of the second table.
+  EXPECT_EQ(RunAfter("user",
+                     "UPDATE user_table SET watch_path = hex(zeroblob(8000000)) WHERE id = 1;"
+                     "ALTER TABLE user_table DROP gid; ALTER TABLE session_table DROP ip;"
+                     "CREATE INDEX session_table_of_2577 ON session_table (uid)"),
+            "4");
   Reset();
-  tests::RunSqlKilled(paths_.copies.data, two_tables + Version("2501"));
+  tests::RunSqlKilled(paths_.copies.data, "ALTER TABLE delta_table DROP to_id;" + Version("2501"));
   updater::legacy::LegacySteps chain;
   EXPECT_EQ(chain.RunStep(3, paths_), 0);
   EXPECT_EQ(chain.RunStep(11, paths_), -1);
