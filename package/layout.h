@@ -55,7 +55,7 @@ struct VolumePaths {
   std::string volume;
   std::string package_folder;
   std::string temporary_folder;    // for SQLite's own temporary files
-  std::string client_sync_folder;  // only the legacy chain looks at it
+  std::string client_sync_folder;  // nobody looks at it: the legacy chain needs nothing there
 
   PackagePaths live;
   PackagePaths copies;  // beside the live ones

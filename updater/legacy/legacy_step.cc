@@ -25,9 +25,7 @@ db_util::Status AttachWithJournal(sqlite3* db, Database database, const std::str
   db_util::Status status = AttachQuietly(db, schema, path);
   // A log that could not be suspended undoes by itself, and the mode must stay in the file.
   if (!status.ok() || db_util::LogModeOf(db, schema) == db_util::LogMode::kInUse) return status;
-  const std::string pragma = std::string("PRAGMA ") + schema + ".";
-  // Used alone, a database keeps its journal, which would be a part of the copy.
-  return db_util::Execute(db, pragma + "locking_mode = NORMAL;" + pragma + "journal_mode = DELETE;");
+  return db_util::Execute(db, std::string("PRAGMA ") + schema + ".journal_mode = DELETE;");
 }
 
 }  // namespace
