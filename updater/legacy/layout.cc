@@ -1,11 +1,26 @@
 #include "updater/legacy/layout.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace updater::legacy {
 namespace {
 
 // Every part is in a database that its step gets.
+constexpr std::string_view NameOf(const Table& table) { return table.name; }
+constexpr std::string_view NameOf(const Index& index) { return index.name; }
+constexpr std::string_view NameOf(const ConfigRow& row) { return row.key; }
+
+template <typename Parts>
+constexpr bool AreThereOnce(const Parts& parts) {
+  return std::all_of(parts.begin(), parts.end(), [&parts](const auto& part) {
+    return std::count_if(parts.begin(), parts.end(), [&part](const auto& other) {
+             return other.database == part.database && NameOf(other) == NameOf(part);
+           }) == 1;
+  });
+}
+static_assert(AreThereOnce(kTables) && AreThereOnce(kIndexes) && AreThereOnce(kConfigRows));
+
 template <typename Parts>
 constexpr bool HaveTheirStep(const Parts& parts) {
   return std::all_of(parts.begin(), parts.end(), [](const auto& part) {

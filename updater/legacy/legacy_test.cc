@@ -163,15 +163,16 @@ TEST_F(LegacyTest, VersionsDecideWhatIsTouched) {
 
 TEST_F(LegacyTest, DatabasesThatAreEmptyOrWrittenInAnotherWay) {
   const auto values = [this](const std::string& name) {
-    return Query(PathOf(name),
-                 "SELECT key || '=' || value FROM config_table WHERE key NOT LIKE 'r%' ORDER BY key");
+    return Query(PathOf(name), "SELECT key || '=' || value FROM config_table ORDER BY key");
   };
   for (const char* name : {"data", "user"}) std::ofstream(PathOf(name)).flush();
   fs::remove(paths_.copies.client);
   EXPECT_EQ(Run(), 0);
   EXPECT_FALSE(fs::exists(paths_.copies.client));
   EXPECT_EQ(values("user"), "version=2577 view_id=1 ");
-  EXPECT_EQ(values("data"), "delta_file_id=0 file_id=0 serial= sync_id=0 version=2577 ");
+  EXPECT_EQ(
+      values("data"),
+      "delta_file_id=0 file_id=0 rotate_cnt=32 rotate_span=15552000 row1=1 serial= sync_id=0 version=2577 ");
   // Counters begin above what is in use, numbers of rows that are gone stay so, further indexes stay.
   EXPECT_EQ(RunAfter("data", R"(DELETE FROM config_table; DELETE FROM node_table WHERE node_id = 12;
       ALTER TABLE node_table DROP ver_cnt; CREATE INDEX own ON node_table (lower(name)); DROP TABLE delta_table;
@@ -179,7 +180,9 @@ TEST_F(LegacyTest, DatabasesThatAreEmptyOrWrittenInAnotherWay) {
       INSERT INTO version_table VALUES (5); CREATE TABLE "Delta_Table"(Delta_File_Id  integer--,
         ,[NODE_ID]/**/INTEGER DEFAULT NULL); INSERT INTO delta_table VALUES (7, 8))"),
             "0");
-  EXPECT_EQ(values("data"), "delta_file_id=8 file_id=7 serial= sync_id=22 version=2577 ");
+  EXPECT_EQ(
+      values("data"),
+      "delta_file_id=8 file_id=7 rotate_cnt=32 rotate_span=15552000 row1=1 serial= sync_id=22 version=2577 ");
   EXPECT_EQ(Query(paths_.copies.data,
                   "SELECT seq, (SELECT count(*) FROM sqlite_master WHERE name = 'own'), d.* "
                   "FROM sqlite_sequence, delta_table AS d WHERE name = 'node_table'"),
