@@ -163,7 +163,7 @@ Findings InspectUse(const VolumeSurvey& survey, const platform::SystemPaths& sys
 }
 
 Findings InspectSpace(const package::VolumePaths& paths) {
-  const std::optional<updater::Space> space = updater::MeasureSpace(paths);
+  const std::optional<updater::Space> space = updater::MeasureSpace(paths, paths.live.sync_folder);
   if (!space) {
     return {{Severity::kWarning, "unknown-space", paths.volume,
              "the free space is not told: " + base::Errno::Last().Text(), ""}};

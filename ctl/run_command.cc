@@ -2,20 +2,17 @@
 #include <optional>
 #include <ostream>
 #include <set>
-#include <sstream>
 
 #include "ctl/commands.h"
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
+#include "ctl/driver_run.h"
 #include "ctl/made_folders.h"
+#include "ctl/output.h"
 #include "ctl/row_report.h"
 #include "ctl/run_report.h"
 #include "ctl/volume_folder.h"
-#include "logger/recording_sink.h"
 #include "platform/host/host_state_files.h"
-#include "updater/database_check.h"
-#include "updater/run_updater.h"
-#include "updater/service_status.h"
 
 namespace ctl {
 namespace {
@@ -27,50 +24,12 @@ struct RunArguments {
   bool show_log = false;
 };
 
-// Everything one run leaves behind for the report.
-struct RunRecord {
-  bool is_done = false;
-  std::string status;
-  std::ostringstream output;
-  StepTimes times;
-  logger::RecordingSink log;
-};
-
-void RunDriver(const std::string& volume, const RunArguments& arguments, const platform::SystemPaths& paths,
-               DemoPlatform& demo, RunRecord& record) {
-  updater::legacy::LegacySteps legacy;
-  updater::DatabaseCheck check(paths, demo.platform());
-  std::vector<const char*> run_arguments = {volume.c_str()};
-  if (arguments.with_legacy_steps) run_arguments.push_back("--dont-skip");
-  const logger::ScopedSink sink(record.log);
-  const int result = updater::RunUpdater(run_arguments, {.paths = paths,
-                                                         .platform = demo.platform(),
-                                                         .legacy = legacy,
-                                                         .check = check,
-                                                         .out = record.output,
-                                                         .err = record.output,
-                                                         .observer = &record.times});
-  // Cannot fail here: only a status of a run that is still going on is checked, and no run ends with one.
-  (void)updater::ServiceStatus(paths, demo.platform().state_files).GetServiceStatus(record.status);
-  record.is_done = result == 0 && record.status == updater::status::kDone;
-}
-
-void PrintIndented(const std::string& text, std::ostream& out) {
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) out << "  " << line << "\n";
-}
-
-void PrintLog(const logger::RecordingSink& log, std::ostream& out) {
-  out << "\nSystem log\n";
-  for (const logger::RecordingSink::Line& line : log.lines()) PrintIndented(line.text, out);
-}
-
 void PrintUsersAllowed(const std::set<std::string>& allowed, std::ostream& out) {
   if (allowed.empty()) return;
   out << "  allowed to use the application:";
   const char* separator = " ";
   for (const std::string& user : allowed) {
-    out << separator << user;
+    out << separator << Printable(user);
     separator = ", ";
   }
   out << "\n";
@@ -135,9 +94,9 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   PrintSurvey(before, streams.out);
 
   RunRecord record;
-  RunDriver(place.volume, arguments, place.paths, demo, record);
+  RunDriver(place.volume, arguments.with_legacy_steps, place.paths, demo.platform(), record);
   PrintRun(before, SurveyVolume(live, SurveyDepth::kRows), record, demo.allowed(), streams.out);
-  if (arguments.show_log || !record.is_done) PrintLog(record.log, streams.out);
+  if (arguments.show_log || !record.is_done) PrintLog(record.log.lines(), streams.out);
   streams.out << "\nStatus: " << record.status << "\n";
   return record.is_done ? 0 : kFailed;
 }

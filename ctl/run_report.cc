@@ -5,14 +5,13 @@
 #include <ostream>
 #include <set>
 
+#include "ctl/output.h"
 #include "ctl/version_graph.h"
 
 namespace ctl {
-namespace {
 
-// The names of the databases of a kind that `after` has and `before` has not.
-std::vector<std::string> Made(const VolumeSurvey& before, const VolumeSurvey& after,
-                              DatabaseSurvey::Kind kind) {
+std::vector<std::string> MadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after,
+                                       DatabaseSurvey::Kind kind) {
   std::vector<std::string> names;
   for (const DatabaseSurvey& database : after.databases) {
     const auto is_same = [&](const DatabaseSurvey& old) {
@@ -25,34 +24,66 @@ std::vector<std::string> Made(const VolumeSurvey& before, const VolumeSurvey& af
   return names;
 }
 
-// "3 (a, b, c)", and how many more there are; "none".
-std::string List(const std::vector<std::string>& names) {
-  constexpr std::size_t kShown = 12;
+std::string List(const std::vector<std::string>& names, std::size_t most) {
   if (names.empty()) return "none";
   std::string text = std::to_string(names.size()) + " (";
-  for (std::size_t i = 0; i < names.size() && i < kShown; ++i) text += (i == 0 ? "" : ", ") + names[i];
-  if (names.size() > kShown) text += " and " + std::to_string(names.size() - kShown) + " more";
+  for (std::size_t i = 0; i < names.size() && i < most; ++i)
+    text += (i == 0 ? "" : ", ") + Printable(names[i]);
+  if (names.size() > most) text += " and " + std::to_string(names.size() - most) + " more";
   return text + ")";
 }
 
-}  // namespace
+void StepTimes::BeginPhase(updater::Phase phase) {
+  Finish();
+  phases_.push_back({phase, Now(), 0});
+  if (next_ != nullptr) next_->BeginPhase(phase);
+}
 
-void StepTimes::BeforeUpdate(const updater::AbstractUpdater& /*updater*/) {
-  start_ = std::chrono::steady_clock::now();
+void StepTimes::BeforeUpdate(const updater::AbstractUpdater& updater, updater::StepNumber step) {
+  start_ = Now();
+  if (next_ != nullptr) next_->BeforeUpdate(updater, step);
 }
 
 void StepTimes::AfterUpdate(const updater::AbstractUpdater& updater, int result) {
-  const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start_;
-  steps_.push_back(
-      {TextOf(updater.GetFromVersion()), TextOf(updater.GetToVersion()), taken.count(), result < 0});
+  steps_.push_back({updater.GetFromVersion(), updater.GetToVersion(), start_, Now() - start_, result < 0});
+  if (next_ != nullptr) next_->AfterUpdate(updater, result);
+}
+
+void StepTimes::OnParts(const updater::Parts& parts) {
+  if (next_ != nullptr) next_->OnParts(parts);
+}
+
+void StepTimes::Begin() { origin_ = std::chrono::steady_clock::now(); }
+
+void StepTimes::Finish() {
+  total_ = Now();
+  if (!phases_.empty()) phases_.back().milliseconds = total_ - phases_.back().start;
+}
+
+double StepTimes::Now() const {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - origin_).count();
+}
+
+const char* NameOf(updater::Phase phase) {
+  switch (phase) {
+    case updater::Phase::kCopies:
+      return "copies";
+    case updater::Phase::kUpdaters:
+      return "updaters";
+    case updater::Phase::kPlacing:
+      return "placing";
+    case updater::Phase::kChecking:
+      break;
+  }
+  return "checking";
 }
 
 void PrintChain(const StepTimes& times, std::ostream& out) {
   if (times.steps().empty()) out << "  no updater ran\n";
   for (const StepTimes::Step& step : times.steps()) {
-    out << "  " << std::left << std::setw(16) << step.from << " -> " << std::setw(16) << step.to << std::right
-        << std::setw(9) << std::fixed << std::setprecision(1) << step.milliseconds << " ms"
-        << (step.failed ? "  FAILED" : "") << "\n";
+    out << "  " << std::left << std::setw(16) << TextOf(step.from) << " -> " << std::setw(16)
+        << TextOf(step.to) << std::right << std::setw(9) << std::fixed << std::setprecision(1)
+        << step.milliseconds << " ms" << (step.failed ? "  FAILED" : "") << "\n";
   }
 }
 
@@ -77,20 +108,27 @@ void PrintVolumes(const VolumeIdentity& own, const RecordedVolumes& recorded, st
 
 void PrintMadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
   using Kind = DatabaseSurvey::Kind;
-  const std::vector<std::string> views = Made(before, after, Kind::kView);
-  const std::vector<std::string> files = Made(before, after, Kind::kFile);
+  const std::vector<std::string> views = MadeDatabases(before, after, Kind::kView);
+  const std::vector<std::string> files = MadeDatabases(before, after, Kind::kFile);
   out << "  view databases: " << List(views) << "\n"
       << "  file databases: " << List(files) << "\n";
 }
 
-void PrintRemovedUsers(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
-  bool any = false;
+std::vector<std::string> RemovedUsers(const VolumeSurvey& before, const VolumeSurvey& after) {
+  std::vector<std::string> removed;
   for (const std::string& user : before.users) {
-    if (std::find(after.users.begin(), after.users.end(), user) != after.users.end()) continue;
-    out << "  removed " << user << ": its account or share is gone from this machine, and its view with it\n";
-    any = true;
+    if (std::find(after.users.begin(), after.users.end(), user) == after.users.end()) removed.push_back(user);
   }
-  if (!any) out << "  every user is still there\n";
+  return removed;
+}
+
+void PrintRemovedUsers(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
+  const std::vector<std::string> removed = RemovedUsers(before, after);
+  for (const std::string& user : removed) {
+    out << "  removed " << Printable(user)
+        << ": its account or share is gone from this machine, and its view with it\n";
+  }
+  if (removed.empty()) out << "  every user is still there\n";
 }
 
 }  // namespace ctl

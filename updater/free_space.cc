@@ -41,6 +41,7 @@ class FolderSizeCounter : public file_op::TraverseHandler {
   // What whole runs on sample volumes of every version took at most, and a little more: the databases grow by
   // up to a half, and the largest is rebuilt beside itself with temporary files of its own size.
   [[nodiscard]] unsigned long long Needed() const { return (6 * all_ + 9 * largest_) / 4; }
+  [[nodiscard]] unsigned long long all() const { return all_; }
 
  private:
   static unsigned long long SizeOf(const file_op::FilePlace& place) {
@@ -59,7 +60,7 @@ class FolderSizeCounter : public file_op::TraverseHandler {
 
 }  // namespace
 
-std::optional<Space> MeasureSpace(const package::VolumePaths& paths) {
+std::optional<Space> MeasureSpace(const package::VolumePaths& paths, const std::string& place) {
   const package::PackagePaths& live = paths.live;
   FolderSizeCounter counter;
   for (const std::string& database : {live.user, live.data, live.log, live.client})
@@ -69,16 +70,16 @@ std::optional<Space> MeasureSpace(const package::VolumePaths& paths) {
   for (const std::string& view : views) counter.AddDatabase(live.ViewDatabase(view));
   counter.AddFolder(live.file_folder);
   struct statvfs space {};
-  if (statvfs(live.sync_folder.c_str(), &space) != 0) return std::nullopt;
-  return Space{counter.Needed(), static_cast<unsigned long long>(space.f_bavail) * space.f_frsize};
+  if (statvfs(place.c_str(), &space) != 0) return std::nullopt;
+  return Space{.databases = counter.all(),
+               .needed = counter.Needed(),
+               .free = static_cast<unsigned long long>(space.f_bavail) * space.f_frsize};
 }
 
 void LogFreeSpace(const package::VolumePaths& paths) {
-  const std::optional<Space> space = MeasureSpace(paths);
-  if (!logger::CheckErrno(space ? 0 : -1, "cannot tell the free space of %s: %s (%d)\n",
-                          paths.live.sync_folder)) {
-    return;
-  }
+  const std::string& sync_folder = paths.live.sync_folder;
+  const std::optional<Space> space = MeasureSpace(paths, sync_folder);
+  if (!logger::CheckErrno(space ? 0 : -1, "cannot tell the free space of %s: %s (%d)\n", sync_folder)) return;
   logger::SystemLog("the upgrade needs about %llu bytes on the volume, %llu are free\n", space->needed,
                     space->free);
 }

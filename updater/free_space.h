@@ -2,20 +2,22 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "package/layout.h"
 
 namespace updater {
 
-// In bytes, on the volume of the sync folder.
+// In bytes.
 struct Space {
-  unsigned long long needed;
+  unsigned long long databases;  // what the live ones take
+  unsigned long long needed;     // about how much an upgrade needs beside them
   unsigned long long free;
 };
 
-// About how much an upgrade needs beside the live databases, and how much is free. Nothing, with errno, where
-// the file system does not tell.
-[[nodiscard]] std::optional<Space> MeasureSpace(const package::VolumePaths& paths);
+// How much of it is needed, and free on the file system of the folder `place`. Nothing, with errno, where the
+// file system does not tell. Databases that cannot be examined count as empty.
+[[nodiscard]] std::optional<Space> MeasureSpace(const package::VolumePaths& paths, const std::string& place);
 
 // Logs one line with about how many bytes an upgrade needs beside the live databases and how many are free,
 // so that whoever finds an upgrade failed on a full disk knows how much to make free. It changes no outcome:

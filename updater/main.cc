@@ -8,6 +8,7 @@
 #include "platform/host/host_platform.h"
 #include "updater/database_check.h"
 #include "updater/run_updater.h"
+#include "updater/terminal_progress.h"
 
 namespace {
 
@@ -29,11 +30,13 @@ int main(int argc, char** argv) {
   platform::host::HostPlatform host(paths);
   updater::legacy::LegacySteps legacy;
   updater::DatabaseCheck check(paths, host.platform());
+  updater::TerminalProgress progress(std::cout, std::cerr, STDERR_FILENO);
   const std::span<const char* const> arguments(argv + 1, argc > 0 ? static_cast<std::size_t>(argc) - 1 : 0);
   return updater::RunUpdater(arguments, {.paths = paths,
                                          .platform = host.platform(),
                                          .legacy = legacy,
                                          .check = check,
-                                         .out = std::cout,
-                                         .err = std::cerr});
+                                         .out = progress.out(),
+                                         .err = progress.err(),
+                                         .observer = progress.observer()});
 }

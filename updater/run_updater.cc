@@ -83,6 +83,7 @@ class Driver {
       case VolumeUpgrade::Result::kUpgraded:
         break;
     }
+    BeginPhase(Phase::kChecking);
     (void)status_.SetServiceStatus(status::kChecking);  // logged; see above
     const int result = dependencies_.check.Run(upgrade.paths());
     AcceptLiveChanges(upgrade.paths());
@@ -105,6 +106,7 @@ int RunUpdater(std::span<const char* const> arguments, const RunDependencies& de
     logger::SystemLog("updater: invalid arguments\n");
     return -1;
   }
+  const ScopedObserver watching(dependencies.observer);
   Driver(arguments, dependencies).Run();
   return 0;
 }

@@ -125,8 +125,12 @@ VolumeUpgrade::Result VolumeUpgrade::Run() {
   temporary_.MakeIfMissing();
   FileSystems file_systems;
   file_systems.Open(paths_);
-  if (!MakeWorkingCopies() || !RunChain() || PreparePlacement(paths_, file_systems) < 0)
-    return Result::kFailed;
+  BeginPhase(Phase::kCopies);
+  if (!MakeWorkingCopies()) return Result::kFailed;
+  BeginPhase(Phase::kUpdaters);
+  if (!RunChain()) return Result::kFailed;
+  BeginPhase(Phase::kPlacing);
+  if (PreparePlacement(paths_, file_systems) < 0) return Result::kFailed;
   PlaceWorkingCopies(paths_, file_systems);
   return Result::kUpgraded;
 }

@@ -15,6 +15,7 @@
 #include "file-op/file_op.h"
 #include "logger/log_sink.h"
 #include "package/layout.h"
+#include "updater/framework/run_observer.h"
 
 namespace updater {
 namespace {
@@ -218,8 +219,10 @@ int BackupViewFolder(const std::string& view_folder, const std::string& view_cop
     return -1;
   }
   WarnOfLinkedFolders(live);
+  PartCounter counter("view", views.size());
   for (const std::string& view : views) {
     if (!BackupView(live, copy, view)) return -1;
+    counter.Next();
   }
   return logger::ToResult(GiveOwnerAndMode(live, copy));
 }
@@ -238,7 +241,9 @@ int RestoreViewFolder(const std::string& view_copy, const std::string& view_fold
                   view_folder)) {
     return -1;
   }
+  PartCounter counter("view", views.size());
   for (const std::string& view : views) {
+    counter.Next();
     if (RestoreViewIn(copy, live, view) == 0) continue;
     const std::string source = ViewDatabaseIn(copy, view);
     const std::string target = ViewDatabaseIn(live, view);

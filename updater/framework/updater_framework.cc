@@ -27,10 +27,12 @@ int UpdaterFramework::Run(const Version& current, const Version& target) {
     last_error_ = "GraphError: " + graph.GetLastError();
     return -1;
   }
+  StepNumber step = {0, path.size()};
   for (AbstractUpdater* updater : path) {
+    ++step.number;
     if (updater == nullptr) return -1;
     updater->SetChain(current, target);
-    if (RunOne(*updater) < 0) {
+    if (RunOne(*updater, step) < 0) {
       last_error_ = "Error when updating from " + ToString(updater->GetFromVersion()) + " to " +
                     ToString(updater->GetToVersion()) + ": " + updater->GetLastError();
       return -2;
@@ -39,9 +41,9 @@ int UpdaterFramework::Run(const Version& current, const Version& target) {
   return 0;
 }
 
-int UpdaterFramework::RunOne(AbstractUpdater& updater) {
+int UpdaterFramework::RunOne(AbstractUpdater& updater, StepNumber step) {
   out_ << "updating from " << updater.GetFromVersion() << " to " << updater.GetToVersion() << std::endl;
-  if (observer_ != nullptr) observer_->BeforeUpdate(updater);
+  if (observer_ != nullptr) observer_->BeforeUpdate(updater, step);
   const int result = updater.Update();
   if (observer_ != nullptr) observer_->AfterUpdate(updater, result);
   return result;

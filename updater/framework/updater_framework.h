@@ -6,17 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "base/interface.h"
 #include "updater/framework/abstract_updater.h"
+#include "updater/framework/run_observer.h"
 
 namespace updater {
-
-// Told about every updater of a running chain. Borrowed by the framework.
-class RunObserver : public base::Interface {
- public:
-  virtual void BeforeUpdate(const AbstractUpdater& updater) = 0;
-  virtual void AfterUpdate(const AbstractUpdater& updater, int result) = 0;
-};
 
 class UpdaterFramework {
  public:
@@ -38,7 +31,7 @@ class UpdaterFramework {
   [[nodiscard]] const std::string& GetLastError() const { return last_error_; }
 
  private:
-  [[nodiscard]] int RunOne(AbstractUpdater& updater);
+  [[nodiscard]] int RunOne(AbstractUpdater& updater, StepNumber step);
 
   std::ostream& out_;
   RunObserver* observer_;

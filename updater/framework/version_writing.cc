@@ -3,6 +3,7 @@
 #include "file-op/file_op.h"
 #include "updater/framework/attached_database.h"
 #include "updater/framework/exec_sql.h"
+#include "updater/framework/run_observer.h"
 #include "updater/framework/updater_log.h"
 
 namespace updater {
@@ -55,12 +56,14 @@ bool ListVersionedFolders(const package::PackagePaths& paths, VersionedFolders& 
 
 bool WriteFolderVersions(sqlite3* db, const package::PackagePaths& paths, const VersionedFolders& folders,
                          const Version& version) {
+  PartCounter counter("database", folders.views.size() + folders.volumes.size());
   for (const std::string& view : folders.views) {
     const std::string path = paths.ViewDatabase(view);
     if (!Check(WriteVersion(db, "view_db", path, version),
                "Failed to update version and branch to view-db %s", path)) {
       return false;
     }
+    counter.Next();
   }
   for (const std::string& volume : folders.volumes) {
     const std::string path = paths.FileDatabase(volume);
@@ -68,6 +71,7 @@ bool WriteFolderVersions(sqlite3* db, const package::PackagePaths& paths, const 
                "Failed to update version and branch to file-db %s", path)) {
       return false;
     }
+    counter.Next();
   }
   return true;
 }

@@ -6,20 +6,25 @@
 #include "db-util/query.h"
 #include "file-op/file_op.h"
 #include "updater/framework/attached_database.h"
+#include "updater/framework/run_observer.h"
 #include "updater/framework/updater_log.h"
 
 namespace updater {
 namespace {
 
-bool ForEachIn(const PackagePaths& paths, const std::string& folder,
+bool ForEachIn(const PackagePaths& paths, const std::string& folder, const char* part,
                std::string (PackagePaths::*database)(const std::string&) const,
                const std::function<bool(const std::string&)>& work) {
   std::vector<std::string> names;
   const int listed = file_op::ListFolders(folder, names);
   if (listed < 0 && errno == ENOENT) return true;
-  return logger::CheckErrno(listed, "cannot list %s: %s (%d)\n", folder) &&
-         std::all_of(names.begin(), names.end(),
-                     [&](const std::string& name) { return work((paths.*database)(name)); });
+  if (!logger::CheckErrno(listed, "cannot list %s: %s (%d)\n", folder)) return false;
+  PartCounter counter(part, names.size());
+  return std::all_of(names.begin(), names.end(), [&](const std::string& name) {
+    const bool went_well = work((paths.*database)(name));
+    counter.Next();
+    return went_well;
+  });
 }
 
 }  // namespace
@@ -44,15 +49,17 @@ std::string DescribeUserQuery(const db_util::Status& failure) {
 bool ForEachView(sqlite3* db, const std::function<bool(ViewId)>& work) {
   std::vector<ViewId> views;
   if (!Check(ReadViewIds(db, views), "Failed to get all views\n")) return false;
+  PartCounter counter("view", views.size());
   for (const ViewId view : views) {
     if (!work(view)) return false;
+    counter.Next();
   }
   return true;
 }
 
 bool ForEachFolderDatabase(const PackagePaths& paths, const std::function<bool(const std::string&)>& work) {
-  return ForEachIn(paths, paths.view_folder, &PackagePaths::ViewDatabase, work) &&
-         ForEachIn(paths, paths.file_folder, &PackagePaths::FileDatabase, work);
+  return ForEachIn(paths, paths.view_folder, "view", &PackagePaths::ViewDatabase, work) &&
+         ForEachIn(paths, paths.file_folder, "volume", &PackagePaths::FileDatabase, work);
 }
 
 int ExecOnView(sqlite3* db, const PackagePaths& paths, ViewId view, const std::string& body) {

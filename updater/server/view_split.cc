@@ -49,39 +49,49 @@ bool ViewSplit::Run(const std::vector<ViewId>& views, std::size_t most) const {
   const auto caches = static_cast<std::size_t>(std::max(DataCacheKiB() / kLeastShareKiB, 1));
   const std::size_t shares = std::min({most, caches, views.size()});
   (void)malloc_trim(0);  // what the page caches of others held is for those of the threads
+  PartCounter counter("view", views.size(), 2);  // its rows, and its indexes
   const bool is_split = ForEachInBackground(shares, [&](std::size_t number) {
-    return SplitSome(Share(views, number, shares), DataCacheKiB() / static_cast<int>(shares));
+    return SplitSome(Share(views, number, shares), DataCacheKiB() / static_cast<int>(shares), counter);
   });
   lacks_memory_ = lacks_memory_ && !is_split && shares > 1;
   return is_split;
 }
 
-bool ViewSplit::SplitSome(const std::vector<ViewId>& views, int cache_kib) const {
+bool ViewSplit::SplitSome(const std::vector<ViewId>& views, int cache_kib, PartCounter& counter) const {
   db_util::Database db;
   if (!CheckView(OpenReader(paths_.data, cache_kib, db), views.front())) return false;
   ViewRows rows(cache_kib);
   rows.Begin(db.get(), views);
-  return FillViews(db.get(), rows, views) &&
-         std::all_of(views.begin(), views.end(), [&](ViewId view) { return FinishView(db.get(), view); });
+  return FillViews(db.get(), rows, views, counter) &&
+         std::all_of(views.begin(), views.end(), [&](ViewId view) {
+           const bool is_finished = FinishView(db.get(), view);
+           counter.Next();
+           return is_finished;
+         });
 }
 
-bool ViewSplit::FillViews(sqlite3* db, ViewRows& rows, const std::vector<ViewId>& views) const {
+bool ViewSplit::FillViews(sqlite3* db, ViewRows& rows, const std::vector<ViewId>& views,
+                          PartCounter& counter) const {
   for (int pass = 0; pass < rows.passes(); ++pass) {
-    if (!rows.BeginPass(db, pass).ok()) return FillAgain(db, views);
+    if (!rows.BeginPass(db, pass).ok()) return FillAgain(db, views, counter);
     for (const ViewId view : views) {
       if (!FillView(db, rows, view, pass)) return false;
+      if (pass + 1 == rows.passes()) counter.Next();
     }
   }
   return true;
 }
 
 // Rows that cannot be listed are looked up, so that a failure is that of the view which they belong to.
-bool ViewSplit::FillAgain(sqlite3* db, const std::vector<ViewId>& views) const {
+bool ViewSplit::FillAgain(sqlite3* db, const std::vector<ViewId>& views, PartCounter& counter) const {
   for (const ViewId view : views) {
     (void)file_op::FSRemoveTree(paths_.ViewFolder(std::to_string(view)), 0);  // it cannot be made if it stays
   }
   const ViewRows rows;
-  return std::all_of(views.begin(), views.end(), [&](ViewId view) { return FillView(db, rows, view, 0); });
+  return std::all_of(views.begin(), views.end(), [&](ViewId view) {
+    counter.Next();
+    return FillView(db, rows, view, 0);
+  });
 }
 
 bool ViewSplit::AttachView(sqlite3* db, ViewId view) const {

@@ -12,6 +12,7 @@
 
 #include "db-util/status.h"
 #include "package/layout.h"
+#include "updater/framework/run_observer.h"
 #include "updater/framework/views.h"
 #include "updater/server/sql/split.h"
 #include "updater/server/view_rows.h"
@@ -42,9 +43,10 @@ class ViewSplit {
   static Layout SplitLayout();
   static Layout RebuiltLayout();
 
-  [[nodiscard]] bool SplitSome(const std::vector<ViewId>& views, int cache_kib) const;
-  [[nodiscard]] bool FillViews(sqlite3* db, ViewRows& rows, const std::vector<ViewId>& views) const;
-  [[nodiscard]] bool FillAgain(sqlite3* db, const std::vector<ViewId>& views) const;
+  [[nodiscard]] bool SplitSome(const std::vector<ViewId>& views, int cache_kib, PartCounter& counter) const;
+  [[nodiscard]] bool FillViews(sqlite3* db, ViewRows& rows, const std::vector<ViewId>& views,
+                               PartCounter& counter) const;
+  [[nodiscard]] bool FillAgain(sqlite3* db, const std::vector<ViewId>& views, PartCounter& counter) const;
   [[nodiscard]] bool AttachView(sqlite3* db, ViewId view) const;
   [[nodiscard]] static bool DetachView(sqlite3* db, ViewId view);
   [[nodiscard]] bool FillView(sqlite3* db, const ViewRows& rows, ViewId view, int pass) const;
