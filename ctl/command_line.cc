@@ -25,6 +25,7 @@ constexpr std::array kCommands = {
     Command{"status", "Show what is on a volume: versions, logs, copies, a pending commit", DefineStatus},
     Command{"check", "Look before an upgrade what it would do and what would go wrong", DefineCheck},
     Command{"plan", "Show the version graph and the chain of updaters from a version", DefinePlan},
+    Command{"rehearse", "Try the upgrade on copies: will it succeed, how long, what changes", DefineRehearse},
     Command{"verify", "Look after an upgrade whether all databases are whole and new", DefineVerify},
     Command{"save", "Save all databases of a volume in one file, the way back", DefineSave},
     Command{"restore", "Put a save back, all of it or nothing", DefineRestore},

@@ -17,6 +17,7 @@ using Definition = Action (*)(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineStatus(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineCheck(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefinePlan(CLI::App& command, const Streams& streams);
+[[nodiscard]] Action DefineRehearse(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineVerify(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineSave(CLI::App& command, const Streams& streams);
 [[nodiscard]] Action DefineRestore(CLI::App& command, const Streams& streams);

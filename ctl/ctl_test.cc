@@ -4,9 +4,15 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <map>
+#include <mutex>
+#include <nlohmann/json.hpp>
 
 #include "ctl/command_line.h"
+#include "ctl/demo_platform.h"
+#include "ctl/demo_state.h"
 #include "ctl/demo_volumes.h"
+#include "ctl/driver_run.h"
 #include "ctl/failure_causes.h"
 #include "ctl/made_folders.h"
 #include "ctl/save_archive.h"
@@ -94,6 +100,78 @@ TEST_F(CtlTest, RecordedVolumesKeepTheirRecords) {
   EXPECT_EQ(platform::sdk::GetVolumeUuid(volumes, "/recorded", answer), 0);
   EXPECT_EQ(answer, uuid);
   EXPECT_EQ(platform::sdk::GetOldBtrfsUuid(volumes, "/recorded", answer), 0);
+}
+
+// The views are split by several threads.
+class Recorder : public updater::RunObserver {
+ public:
+  void BeginPhase(updater::Phase phase) override { journal += ctl::NameOf(phase) + std::string(" "); }
+  void BeforeUpdate(const updater::AbstractUpdater& /*updater*/, updater::StepNumber step) override {
+    journal += std::to_string(step.number) + "/" + std::to_string(step.of) + " ";
+  }
+  void AfterUpdate(const updater::AbstractUpdater& /*updater*/, int /*result*/) override {}
+  void OnParts(const updater::Parts& parts) override {
+    const std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_LE(parts.done, parts.of);
+    if (parts.of > 0 && parts.done == parts.of) ++completed[parts.name];
+    last = parts.of;
+  }
+  std::string journal;
+  std::map<std::string, int> completed;
+  std::size_t last = 1;
+  std::mutex mutex;
+};
+
+TEST_F(CtlTest, WhoeverWatchesARunIsToldHowFarItIs) {
+  ASSERT_EQ(Run({"sample", volume_, "--version", "3200", "--views", "40"}), 0);
+  Recorder recorder;
+  ctl::RunRecord record(&recorder);
+  ctl::DemoPlatform demo(paths_.live.user, ctl::MadeUpIdentity(), {});
+  ctl::MadeFolders made;
+  std::string error;
+  const platform::SystemPaths system = platform::SystemPaths::Under(folder_ / "state");
+  ASSERT_EQ(ctl::PrepareState(system, demo.platform().state_files, made, error), 0) << error;
+  ctl::RunDriver(volume_, false, system, demo.platform(), record);
+  EXPECT_TRUE(record.is_done);
+  EXPECT_EQ(recorder.journal, "copies updaters 1/7 2/7 3/7 4/7 5/7 6/7 7/7 placing checking ");
+  EXPECT_GE(recorder.completed["view"], 4);  // split, made larger, and looked at before they are placed
+  EXPECT_GE(recorder.completed["database"], 1);
+  EXPECT_EQ(recorder.last, 0U);
+}
+
+TEST_F(CtlTest, RehearsalShowsWhatComesFromDatabasesAsText) {
+  ASSERT_EQ(Run({"sample", volume_, "--version", "4100"}), 0);
+  const std::string table = "CREATE TABLE \"<b onclick='x'>&\033[31m\nq\" (a);";
+  tests::RunSql(paths_.live.ViewDatabase("4"), table);  // goes with its user
+  const auto before = tests::ReadTree(volume_);
+  const std::string page = folder_ / "page.html";
+  const std::string kept = folder_ / "kept";
+  ASSERT_EQ(Run({"rehearse", volume_, "--recorded", "--json", "--html", page, "--into", kept}), 0)
+      << err_.str();
+  EXPECT_EQ(tests::ReadTree(volume_), before);
+  const auto document = nlohmann::json::parse(out_.str());
+  EXPECT_EQ(document["after"][0]["version"], tests::kVersions.back());
+  EXPECT_EQ(document["users"]["removed"][0], "left.the.company");
+  EXPECT_EQ(Query(kept + "/@stratofolder/@sync/syncfolder-db.sqlite",
+                  "SELECT value FROM config_table WHERE key = 'version'"),
+            std::to_string(tests::kVersions.back()) + " ");
+  const std::string html = tests::ReadFile(page);
+  EXPECT_THAT(html, HasSubstr("view: &lt;b onclick=&#39;x&#39;&gt;&amp;\\x1B[31m\\x0Aq</td>"));
+  EXPECT_EQ(html.find("<b onclick"), std::string::npos);
+  ASSERT_EQ(Run({"rehearse", volume_, "--recorded"}), 0);
+  EXPECT_THAT(out_.str(), HasSubstr("<b onclick='x'>&\\x1B[31m\\x0Aq"));
+  EXPECT_EQ(tests::ReadTree(volume_), before);
+  for (const auto& [option, value, reason] :
+       {std::array{std::string("--into"), kept, std::string("is not empty")},
+        {"--into", paths_.live.sync_folder + "/new", "the package's own"},
+        {"--into", folder_ / "no/new", "cannot make the folder"},
+        {"--html", paths_.live.user, "the package's own"},
+        {"--html", folder_ / "no/page", "cannot write into"}}) {
+    err_.str("");
+    EXPECT_EQ(Run({"rehearse", volume_, "--recorded", option, value}), 2);
+    EXPECT_THAT(err_.str(), HasSubstr(reason));
+    EXPECT_EQ(tests::ReadTree(volume_), before);
+  }
 }
 
 TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {

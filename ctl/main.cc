@@ -9,5 +9,6 @@
 
 int main(int argc, char** argv) {
   const bool is_coloured = isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr;
-  return ctl::RunCommandLine(argc, argv, {std::cout, std::cerr, is_coloured});
+  const int err_terminal = isatty(STDERR_FILENO) == 1 ? STDERR_FILENO : -1;
+  return ctl::RunCommandLine(argc, argv, {std::cout, std::cerr, is_coloured, err_terminal});
 }

@@ -6,6 +6,8 @@
 #include <optional>
 #include <ostream>
 
+#include "ctl/output.h"
+
 namespace ctl {
 namespace {
 
@@ -59,7 +61,7 @@ std::string Number(const std::optional<long long>& rows) { return rows ? std::to
 
 void PrintChange(const char* database, const std::string& table, const Change& change, std::ostream& out) {
   const long long difference = change.after.value_or(0) - change.before.value_or(0);
-  out << "  " << std::left << std::setw(8) << database << std::setw(28) << table << std::right
+  out << "  " << std::left << std::setw(8) << database << std::setw(28) << Printable(table) << std::right
       << std::setw(11) << Number(change.before) << " -> " << std::left << std::setw(11)
       << Number(change.after) << std::right << std::setw(11)
       << (difference > 0 ? "+" : "") + std::to_string(difference) << "\n";

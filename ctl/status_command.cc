@@ -7,6 +7,7 @@
 #include "ctl/commands.h"
 #include "ctl/look_arguments.h"
 #include "ctl/package_state.h"
+#include "ctl/survey_json.h"
 #include "platform/host/host_state_files.h"
 
 namespace ctl {
@@ -80,11 +81,6 @@ void PrintStatus(const PackageState& state, bool lists_all, std::ostream& out) {
   if (state.survey.databases.empty()) out << "  none\n";
   if (!state.copies.empty()) out << "Working copies\n";
   for (const std::string& copy : state.copies) out << "  " << Printable(copy) << "\n";
-}
-
-const char* KindName(const DatabaseSurvey& database) {
-  if (database.kind == Kind::kShared) return database.name.c_str();
-  return database.kind == Kind::kView ? "view" : "file";
 }
 
 Json ToJson(const DatabaseSurvey& database) {

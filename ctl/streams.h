@@ -11,6 +11,7 @@ struct Streams {
   std::ostream& out;
   std::ostream& err;
   bool is_coloured = false;  // `out` is a terminal whose user wants colours
+  int err_terminal = -1;     // the descriptor behind `err` where that is a terminal
 };
 
 // Exit statuses besides 0: all is well.

@@ -1,15 +1,18 @@
 """The companion command on real volumes. What only looks must leave everything as it is, whatever it meets."""
 
+import contextlib
 import json
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
+import time
 
 import harness
 import namespace
-from harness import CTL, ENABLED, LAST, STATUS_FILE, change
+from harness import CTL, ENABLED, LAST, MARK, PROGRAM, STATUS_FILE, change, query
 
 WRITES = re.compile(r"open(?:at)?\([^)]*O_(?:RDWR|WRONLY|CREAT|TRUNC)(?!.*/dev/null)|"
                     r"(?:unlink|rename|mkdir|rmdir|link|symlink|chmod|chown|truncate|utimensat)\w*\(.*\) = 0|"
@@ -44,24 +47,26 @@ FAULTS = [
 ]
 
 
+def state_of(folder):
+    """Content and identity of everything in the folder."""
+    return {path: (os.lstat(path)[:7], os.lstat(path).st_mtime_ns, os.path.islink(path) or harness.identity_of(path))
+            for path in harness.Package(folder).everything()[1:]}
+
+
 class Looking(harness.SystemTest):
 
     def look(self, volume, command, *options, at=None):
         """The document that the command writes; to write it, nothing else is written."""
-        before, trace = self.state(volume), namespace.ROOM + "/trace"
+        before, trace = state_of(volume.path), namespace.ROOM + "/trace"
         # What is traced cannot be looked through for leaks.
         run = subprocess.run(["strace", "-f", "-o", trace, "-E", "ASAN_OPTIONS=detect_leaks=0", CTL, command,
                               at or volume.path, "--json", *options], capture_output=True, text=True)
         written = [line for line in namespace.read(trace).splitlines() if WRITES.search(line)]
-        self.assertEqual((written, self.state(volume), run.stderr), ([], before, ""))
+        self.assertEqual((written, state_of(volume.path), run.stderr), ([], before, ""))
         document = json.loads(run.stdout)
         problems = [one for one in document.get("findings", []) if one["severity"] == "problem"]
         self.assertEqual((document["schema"], run.returncode), ("updater-ctl." + command, int(bool(problems))))
         return document
-
-    @staticmethod
-    def state(volume):
-        return {path: (harness.identity_of(path), os.lstat(path).st_mtime_ns) for path in volume.everything()}
 
     def codes(self, volume):
         return {(one["code"], one["subject"], one["text"]) for one in self.look(volume, "check")["findings"]
@@ -98,3 +103,121 @@ class Looking(harness.SystemTest):
             with self.subTest(expected):
                 self.assertEqual({one[0] for one in self.codes(volume) - well}, expected)
             subprocess.run(["chattr", "-i", volume.user], check=True)
+
+
+def rehearse(volume, *arguments):
+    return subprocess.run([CTL, "rehearse", volume.path, *arguments], capture_output=True, text=True, check=False)
+
+
+class Rehearse(harness.SystemTest):
+    def test_it_tells_what_the_run_then_does_and_touches_nothing(self):
+        for fs, version, options in (("ext4", 3300, {}), ("btrfs", 3450, {"uuid_in_old_form": True}), ("btrfs", LAST, {})):
+            with self.subTest(fs=fs, version=version):
+                volume = self.new_volume(version, fs=fs, **options)
+                volume.leave_logs()
+                machine, before = state_of("/var/packages") | state_of("/usr/plat"), state_of(volume.path)
+                run = rehearse(volume, "--json", "--html", "/srv/page.html")
+                self.assertEqual((run.returncode, run.stderr), (0, ""), run.stdout)
+                self.assertEqual(state_of(volume.path), before)
+                self.assertEqual(state_of("/var/packages") | state_of("/usr/plat"), machine)
+                told = json.loads(run.stdout)
+                self.assertEqual(told["copies"]["share_blocks"], fs == "btrfs")
+                self.assertEqual([phase["name"] for phase in told["run"]["phases"]],
+                                 ["copies", "updaters", "placing", "checking"])
+                real = self.run_updater(volume.path)
+                self.assert_ended(real, "done")
+                self.assertEqual([line["text"].split(":")[-1] for line in told["log"] if "need" not in line["text"]
+                                  and "mark" not in line["text"]][-1:], [real.log[-1].split(":")[-1]])
+                paths = {"data": volume.data, "user": volume.user, "log": volume.log, "client": volume.client}
+                for database in told["after"]:
+                    path = paths.get(database["kind"]) or f"{volume.sync}/{database['kind']}/{database['name']}/" \
+                        f"{database['kind']}-db.sqlite"
+                    rows = {table: query(path, f'SELECT count(*) FROM "{table}"')[0][0] for table in database["rows"]}
+                    self.assertEqual((database["version"], database["rows"]), (LAST, rows), path)
+                self.assertEqual(len(told["after"]), len(volume.databases()))
+                self.assertEqual(told["users"]["after"], [name for name, in query(
+                    volume.user, "SELECT name FROM user_table ORDER BY view_id")])
+
+    def test_what_would_fail_or_cannot_be_tried(self):
+        def fill(volume):
+            with contextlib.suppress(OSError), open(volume.path + "/big", "wb", buffering=0) as file:
+                while True:
+                    file.write(bytes(1 << 16))
+        for name, prepare, status, text in (
+                ("newer", lambda v: change(v.data, "UPDATE config_table SET value = 9999 WHERE key = 'version'"), 1,
+                 'would end in "dbnewer"'),
+                ("no folder", lambda v: os.rename(v.sync + "/delta", v.sync + "/d"), 1, "failed to create empty file"),
+                ("linked marker", lambda v: os.symlink("/srv/outside", v.sync + "/repo/.0"), 1, "failed to create empty"),
+                ("mismatch", lambda v: change(v.client, "UPDATE config_table SET value = 9 WHERE key = 'version'"), 1,
+                 "database version mismatch"),
+                ("full", fill, 2, "too little room"),
+                ("running", lambda v: namespace.write(MARK, f"{os.getpid()}\n"), 2, "an upgrade is running"),
+                ("half done", lambda v: namespace.write(v.sync + "/.upgrade-commit", "x"), 2, "put databases in place"),
+                ("no access", lambda v: os.unlink(v.user) or os.mkdir(v.user), 2, "Is a directory")):
+            with self.subTest(name):
+                volume = self.new_volume(2577)
+                os.makedirs(volume.sync + "/repo", exist_ok=True)
+                os.makedirs(volume.sync + "/delta", exist_ok=True)
+                prepare(volume)
+                before = state_of(volume.path)
+                run = rehearse(volume)
+                self.assertEqual(run.returncode, status, run)
+                self.assertIn(text, run.stdout + run.stderr)
+                self.assertEqual(state_of(volume.path), before)
+                self.assertFalse(os.path.lexists("/srv/outside"))
+
+    def test_nothing_is_left_of_one_that_is_stopped(self):
+        volume = self.new_volume(2577, megabytes=512)
+        change(volume.data, "CREATE TABLE junk AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+               "LIMIT 60) SELECT zeroblob(1000000) FROM n")
+        def is_there():
+            return any("rehearsal" in name for name in os.listdir(volume.path))
+        before = state_of(volume.path)
+        for stop in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
+            for delay in (0, 0.05, 0.2):
+                with subprocess.Popen([CTL, "rehearse", volume.path], stdout=subprocess.DEVNULL) as process:
+                    while not is_there():
+                        time.sleep(0.001)
+                    time.sleep(delay)
+                    process.send_signal(stop)
+                self.assertEqual(process.returncode, -stop)
+                deadline = time.monotonic() + (10 if stop == signal.SIGKILL else 0)  # nobody waits for it then
+                while is_there() and time.monotonic() < deadline:
+                    time.sleep(0.01)
+                self.assertEqual(state_of(volume.path), before)
+
+
+class Progress(harness.SystemTest):
+    def run_on_terminal(self, program, *arguments):
+        """What it writes to the terminal behind its standard error, to its standard output, and its status."""
+        ours, theirs = os.openpty()
+        with subprocess.Popen([program, *arguments], stdout=subprocess.PIPE, stderr=theirs) as process:
+            os.close(theirs)
+            shown = b""
+            try:
+                while part := os.read(ours, 65536):
+                    shown += part
+            except OSError:
+                pass  # the other end is closed
+            os.close(ours)
+            return shown.decode(), process.stdout.read().decode(), process.wait()
+
+    def test_a_terminal_shows_a_line_and_nothing_else_does(self):
+        os.mkdir("/dev/pts")
+        namespace.mount("-t", "devpts", "-o", "newinstance,ptmxmode=0666", "devpts", "/dev/pts")
+        os.symlink("pts/ptmx", "/dev/ptmx")
+        quiet = self.new_volume(2577)
+        expected = self.run_updater(quiet.path)
+        self.assertEqual(expected.stderr, "")
+        volume = self.new_volume(2577, megabytes=512)
+        change(volume.data, "CREATE TABLE junk AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+               "LIMIT 60) SELECT zeroblob(1000000) FROM n")  # takes longer than the pause between two drawings
+        shown, out, status = self.run_on_terminal(PROGRAM, volume.path)
+        self.assertEqual((out, status), (expected.stdout, 0), shown)
+        lines = [line.rstrip() for line in shown.split("\r")]
+        self.assertRegex("\n".join(lines), r"(?m)^\[#*\.*\] (step \d of \d \(\d+ to \d+\)|making|putting).*, 0:0\d$")
+        self.assertEqual((lines[-1], lines[-2]), ("", ""))  # cleared
+        self.assertLess(max(map(len, lines)), 80)
+        shown, out, status = self.run_on_terminal(CTL, "rehearse", volume.path, "--json")
+        self.assertEqual((json.loads(out)["succeeds"], status), (True, 0))
+        self.assertRegex(shown, re.escape("\r[") + r"[#.]+\] ")
