@@ -17,6 +17,7 @@ using std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kTerminalPause(100);
 constexpr std::chrono::milliseconds kPause(5000);
 constexpr std::size_t kBarWidth = 20;
+constexpr std::size_t kLeastBarWidth = 5;
 constexpr std::size_t kUnknownColumns = 80;
 
 const char* NameOf(Phase phase) {
@@ -41,15 +42,20 @@ std::string Elapsed(steady_clock::time_point start) {
                         : std::to_string(seconds / 3600) + ":" + two_digits(seconds / 60 % 60) + ":" + rest;
 }
 
-std::string Bar(const StepNumber& step) {
-  const std::size_t full = step.of == 0 ? 0 : kBarWidth * (step.number - 1) / step.of;
-  return "[" + std::string(full, '#') + std::string(kBarWidth - full, '.') + "] ";
+// As wide as there is room for beside the text, and nothing where that is too little.
+std::string Bar(const StepNumber& step, std::size_t room) {
+  constexpr std::size_t kFrame = 3;  // "[", "] "
+  const std::size_t width = std::min(kBarWidth, room - std::min(room, kFrame));
+  if (width < kLeastBarWidth) return {};
+  const std::size_t full = step.of == 0 ? 0 : width * (step.number - 1) / step.of;
+  return "[" + std::string(full, '#') + std::string(width - full, '.') + "] ";
 }
 
-std::size_t ColumnsOf(int terminal) {
+// How much fits into a line: in its last column some terminals go on to the next one.
+std::size_t RoomIn(int terminal) {
   struct winsize size {};
-  if (ioctl(terminal, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUnknownColumns;
-  return size.ws_col;
+  if (ioctl(terminal, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUnknownColumns - 1;
+  return size.ws_col - 1U;
 }
 
 bool IsInBackground(int terminal) {
@@ -115,22 +121,24 @@ void ProgressLine::Show(std::string work) {
   work_ = std::move(work);
 }
 
-std::string ProgressLine::Text() const {
+std::string ProgressLine::Text(std::size_t room) const {
   const std::lock_guard<std::mutex> lock(state_);
-  if (work_.empty()) return {};
-  std::string text = (terminal_ == kNoTerminal ? head_ : Bar(step_)) + work_;
+  std::string text = work_;
   if (parts_.of > 0) {
     // The one that is worked on, or one of them where there are several threads.
     text += std::string(", ") + parts_.name + " " + std::to_string(std::min(parts_.done + 1, parts_.of)) +
             " of " + std::to_string(parts_.of);
   }
-  return text + ", " + Elapsed(start_);
+  text += ", " + Elapsed(start_);
+  if (terminal_ == kNoTerminal) return head_ + text;
+  return (Bar(step_, room - std::min(room, text.size())) + text).substr(0, room);
 }
 
 void ProgressLine::Tick() {
   const std::chrono::milliseconds pause = terminal_ == kNoTerminal ? kPause : kTerminalPause;
   std::unique_lock<std::mutex> lock(state_);
   while (!wake_.wait_for(lock, pause, [this] { return ends_; })) {
+    if (work_.empty()) continue;
     lock.unlock();
     Draw();
     lock.lock();
@@ -138,22 +146,23 @@ void ProgressLine::Tick() {
 }
 
 void ProgressLine::Draw() {
-  std::string text = Text();
   const std::lock_guard<std::mutex> lock(drawing_);
-  if (text.empty()) return;
   if (terminal_ == kNoTerminal) {
-    out_ << text << std::endl;
+    out_ << Text(0) << std::endl;
   } else if (!IsInBackground(terminal_)) {
-    // With nothing but blanks and carriage returns it works on every terminal.
-    text.resize(std::min(text.size(), ColumnsOf(terminal_) - 1));
-    out_ << "\r" << text << std::string(drawn_ > text.size() ? drawn_ - text.size() : 0, ' ') << std::flush;
+    // With nothing but blanks and carriage returns it works on every terminal. One that has become narrower
+    // keeps what it has wrapped: more blanks would only wrap, too.
+    const std::size_t room = RoomIn(terminal_);
+    const std::string text = Text(room);
+    const std::size_t end = std::min(drawn_, room);
+    out_ << "\r" << text << std::string(end - std::min(end, text.size()), ' ') << std::flush;
     drawn_ = text.size();
   }
 }
 
 void ProgressLine::Clear() {
   const std::lock_guard<std::mutex> lock(drawing_);
-  if (drawn_ > 0) out_ << "\r" << std::string(drawn_, ' ') << "\r" << std::flush;
+  if (drawn_ > 0) out_ << "\r" << std::string(std::min(drawn_, RoomIn(terminal_)), ' ') << "\r" << std::flush;
   drawn_ = 0;
 }
 

@@ -41,7 +41,7 @@ class ProgressLine : public RunObserver {
   void WriteBeside(std::ostream& target, const std::string& text);
 
  private:
-  [[nodiscard]] std::string Text() const;
+  [[nodiscard]] std::string Text(std::size_t room) const;
   void Tick();
   void Draw();
   void Clear();
