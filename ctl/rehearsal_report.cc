@@ -91,12 +91,6 @@ Json TimesOf(const StepTimes& times) {
   return json;
 }
 
-Json ContentsOf(const VolumeSurvey& survey) {
-  Json list = Json::array();
-  for (const DatabaseSurvey& database : survey.databases) list.push_back(ContentOf(database));
-  return list;
-}
-
 }  // namespace
 
 void PrintRehearsal(const RehearsalPlace& place, const Rehearsal& rehearsal, const std::string& folder,

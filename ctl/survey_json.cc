@@ -21,4 +21,10 @@ Json ContentOf(const DatabaseSurvey& database) {
   return json;
 }
 
+Json ContentsOf(const VolumeSurvey& survey) {
+  Json list = Json::array();
+  for (const DatabaseSurvey& database : survey.databases) list.push_back(ContentOf(database));
+  return list;
+}
+
 }  // namespace ctl

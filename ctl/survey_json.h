@@ -12,5 +12,7 @@ namespace ctl {
 // Kind, name, branch, version, error, bytes and the number of rows by table: what tells whether the content
 // of a database is still the same, wherever it lies.
 [[nodiscard]] Json ContentOf(const DatabaseSurvey& database);
+// That of each.
+[[nodiscard]] Json ContentsOf(const VolumeSurvey& survey);
 
 }  // namespace ctl

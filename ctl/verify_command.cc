@@ -6,6 +6,7 @@
 #include "ctl/inspection.h"
 #include "ctl/look_arguments.h"
 #include "ctl/package_state.h"
+#include "ctl/rehearsed_rows.h"
 #include "platform/host/host_platform.h"
 
 namespace ctl {
@@ -35,25 +36,42 @@ Findings InspectResult(const package::VolumePaths& paths, const platform::System
   return findings;
 }
 
-int Verify(const LookArguments& arguments, const Streams& streams) {
+struct VerifyArguments {
+  std::shared_ptr<LookArguments> look;
+  std::string rehearsal;
+};
+
+int Verify(const VerifyArguments& arguments, const Streams& streams) {
   std::string volume;
   std::string error;
-  if (FindPackage(arguments.volume, volume, error) < 0) return TellReason(streams, error, kRefused);
-  const Findings findings = InspectResult(package::VolumePaths(volume), SystemOf(arguments));
+  Json rehearsal;
+  const bool compares = !arguments.rehearsal.empty();
+  if (FindPackage(arguments.look->volume, volume, error) < 0 ||
+      (compares && ReadRehearsal(arguments.rehearsal, rehearsal, error) < 0)) {
+    return TellReason(streams, error, kRefused);
+  }
+  const package::VolumePaths paths(volume);
+  Findings findings = InspectResult(paths, SystemOf(*arguments.look));
+  if (compares)
+    Append(CompareRows(rehearsal, volume, SurveyVolume(paths.live, SurveyDepth::kRows)), findings);
   const bool is_good = !HasProblem(findings);
-  if (arguments.is_json) {
+  if (arguments.look->is_json) {
     Json json = NewDocument("verify");
     json["volume"] = volume;
+    json["rehearsal"] = compares ? rehearsal.at("started") : Json();
     json["good"] = is_good;
     json["findings"] = ToJson(findings);
     PrintJson(json, streams.out);
   } else {
     streams.out << "Volume    " << Printable(volume) << "\n";
+    if (compares)
+      streams.out << "Rehearsed " << Printable(rehearsal.at("started").get<std::string>()) << "\n";
     if (!findings.empty()) streams.out << "Findings\n";
     PrintFindings(findings, streams);
     streams.out << (is_good ? "All databases are whole and at version "
                             : "Not all databases are whole and at version ")
-                << package::kCurrentVersion << ".\n";
+                << package::kCurrentVersion
+                << (compares ? ",\nwith the rows that the rehearsal told of.\n" : ".\n");
   }
   return is_good ? 0 : kFailed;
 }
@@ -61,8 +79,13 @@ int Verify(const LookArguments& arguments, const Streams& streams) {
 }  // namespace
 
 Action DefineVerify(CLI::App& command, const Streams& streams) {
-  const auto arguments = AddLookArguments(command);
-  command.footer("Examples:\n  updater-ctl verify /volume1\n  updater-ctl verify /volume1 --json");
+  const auto arguments = std::make_shared<VerifyArguments>();
+  arguments->look = AddLookArguments(command);
+  command.add_option("--rehearsal", arguments->rehearsal,
+                     "Compare the rows with this report, which updater-ctl rehearse --json has written");
+  command.footer(
+      "Examples:\n  updater-ctl verify /volume1\n  updater-ctl verify /volume1 --json\n"
+      "  updater-ctl verify /volume1 --rehearsal rehearsal.json");
   return [arguments, streams] { return Verify(*arguments, streams); };
 }
 
