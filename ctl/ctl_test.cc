@@ -174,6 +174,40 @@ TEST_F(CtlTest, RehearsalShowsWhatComesFromDatabasesAsText) {
   }
 }
 
+TEST_F(CtlTest, VerifyComparesTheRowsWithThoseOfARehearsal) {
+  ASSERT_EQ(Run({"sample", volume_, "--version", "3300"}), 0);
+  ASSERT_EQ(Run({"rehearse", volume_, "--recorded", "--json"}), 0) << err_.str();
+  const std::string text = out_.str();
+  const std::string report = folder_.Write("rehearsal.json", text);
+  ASSERT_EQ(Run({"run", volume_}), 0);
+  EXPECT_EQ(Run({"verify", volume_, "--rehearsal", report}), 0) << out_.str();
+  tests::RunSql(paths_.live.ViewDatabase("2"), "CREATE TABLE more (a); DROP TABLE temp_table;");
+  tests::RunSql(paths_.live.user, "DELETE FROM user_table WHERE view_id = 1;");
+  fs::rename(paths_.live.ViewFolder("3"), paths_.live.ViewFolder("9"));
+  EXPECT_EQ(Run({"verify", volume_, "--rehearsal", report}), 1);
+  for (const char* part : {"view 3: was there after", "view 9: was not there", "has a table more, which",
+                           "has no table temp_table", "user_table has 4 rows, and had 5 rows"}) {
+    EXPECT_THAT(out_.str(), HasSubstr(part));
+  }
+  const auto altered = [&](const char* field, const nlohmann::json& value) {
+    nlohmann::json document = nlohmann::json::parse(text);
+    document[field] = value;
+    return document.dump();
+  };
+  for (const auto& [content, reason] :
+       {std::array{text.substr(0, text.size() / 2), std::string("is cut short")},
+        {altered("schema", "updater-ctl.status"), "is no report"},
+        {altered("after", {{{"kind", 1}}}), "is no report"},
+        {altered("after", nullptr), "is no report"},
+        {altered("schema_version", 2), "has version 2"},
+        {altered("succeeds", false), "has failed"},
+        {"[]", "is no report"}}) {
+    err_.str("");
+    EXPECT_EQ(Run({"verify", volume_, "--rehearsal", folder_.Write("rehearsal.json", content)}), 2);
+    EXPECT_THAT(err_.str(), HasSubstr(reason));
+  }
+}
+
 TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
   ASSERT_EQ(Run({"sample", volume_}), 0);
   for (const char* path : {"empty", "package/@stratofolder", "sync/@stratofolder/@sync", "linked",
