@@ -43,6 +43,11 @@ int RefuseArguments(const Streams& streams, const std::string& reason) {
   return TellReason(streams, reason + "\nRun with --help for more information.", kRefused);
 }
 
+// A report that is cut short must not look like a whole one.
+int Finish(int status, const Streams& streams) {
+  return streams.out.flush() ? status : TellReason(streams, "cannot write the report", kRefused);
+}
+
 // CLI11 would only say that the word was not expected.
 bool IsUnknownCommand(int argc, const char* const* argv) {
   if (argc < 2 || argv[1][0] == '-') return false;
@@ -69,7 +74,7 @@ int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
     return RefuseArguments(streams, error.what());
   }
   for (std::size_t i = 0; i < kCommands.size(); ++i) {
-    if (subcommands[i]->parsed()) return actions[i]();
+    if (subcommands[i]->parsed()) return Finish(actions[i](), streams);
   }
   return RefuseArguments(streams, "a command is required");
 }

@@ -30,7 +30,7 @@ platform::SystemPaths SystemOf(const LookArguments& arguments) {
 int FindPackage(const std::string& argument, std::string& volume, std::string& error) {
   std::error_code failure;
   volume = std::filesystem::canonical(argument, failure).string();
-  const package::VolumePaths paths(volume);
+  const package::VolumePaths paths(failure ? argument : volume);
   // Looking needs to list the folders.
   const bool can_look = !failure && access(paths.package_folder.c_str(), R_OK | X_OK) == 0 &&
                         access(paths.live.sync_folder.c_str(), R_OK | X_OK) == 0;

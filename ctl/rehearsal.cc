@@ -1,5 +1,6 @@
 #include "ctl/rehearsal.h"
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,8 +12,11 @@
 
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
+#include "ctl/log_runs.h"
 #include "ctl/rehearsal_machine.h"
 #include "db-util/database_files.h"
+#include "file-op/file_op.h"
+#include "updater/framework/views.h"
 
 namespace ctl {
 namespace {
@@ -20,16 +24,25 @@ namespace {
 // What changes when somebody writes to a file: inode, size, and both parts of the time.
 using FileMark = std::tuple<ino_t, off_t, time_t, long>;
 
-// Of each database with its companions. The index of a log is written by those who read, too.
-std::vector<FileMark> MarksOf(const VolumeSurvey& survey) {
-  std::vector<FileMark> marks;
-  for (const DatabaseSurvey& database : survey.databases) {
-    for (const std::string& file : db_util::DatabaseFiles(database.path)) {
-      struct stat status {};
-      if (file.ends_with("-shm") || stat(file.c_str(), &status) != 0) continue;
-      marks.emplace_back(status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec);
-    }
+void AddMarks(const std::string& database, std::vector<FileMark>& marks) {
+  for (const std::string& file : db_util::DatabaseFiles(database)) {
+    struct stat status {};
+    // The index of a log is written by those who read, too.
+    if (file.ends_with("-shm") || stat(file.c_str(), &status) != 0) continue;
+    marks.emplace_back(status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec);
   }
+}
+
+// Of each database with its companions.
+std::vector<FileMark> MarksOf(const package::PackagePaths& paths) {
+  std::vector<FileMark> marks;
+  for (const std::string& database : {paths.data, paths.user, paths.log, paths.client})
+    AddMarks(database, marks);
+  const auto add = [&marks](const std::string& database) {
+    AddMarks(database, marks);
+    return true;
+  };
+  (void)updater::ForEachFolderDatabase(paths, add);  // the copying fails at folders that cannot be listed
   return marks;
 }
 
@@ -48,38 +61,57 @@ std::string Replace(std::string text, const std::string& from, const std::string
   return text;
 }
 
-int CopyUnchanged(const package::VolumePaths& from, const package::VolumePaths& to, Rehearsal& rehearsal,
-                  std::string& error) {
+// Counts the rows and copies the databases, all as they are at one moment.
+int CopyUnchanged(const package::VolumePaths& from, const package::VolumePaths& to,
+                  updater::ProgressLine& progress, Rehearsal& rehearsal, std::string& error) {
+  constexpr int kClockTickMilliseconds = 20;
+  const std::vector<FileMark> marks = MarksOf(from.live);
+  // Times of files are as coarse as the clock of the kernel: what is written from now on has another one.
+  (void)poll(nullptr, 0, kClockTickMilliseconds);
+  progress.Show("counting rows");
+  rehearsal.before = SurveyVolume(from.live, SurveyDepth::kRows);
+  progress.Show("copying the databases");
   const auto start = std::chrono::steady_clock::now();
-  const std::vector<FileMark> marks = MarksOf(rehearsal.before);
   if (CopyPackage(from, to, rehearsal.findings, error) < 0) return -1;
   rehearsal.copy_milliseconds =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-  if (MarksOf(rehearsal.before) == marks) return 0;
+  if (MarksOf(from.live) == marks) return 0;
   error = "somebody has written to the databases while they were copied: stop the package's daemons";
   return -1;
 }
 
+// What the lines mean that a run writes, and the cause where it has failed.
 void AddLogFindings(const Rehearsal& rehearsal, Findings& findings) {
+  LogRuns logged(1);
   for (const auto& [priority, text] : rehearsal.log) {
-    const std::string line = text.substr(0, text.find('\n'));
-    if (line.starts_with("uuid changed for ")) {
-      findings.push_back({Severity::kWarning, "volume-changed", "", line,
-                          "the records of that volume would be removed: mount it before the upgrade"});
-    } else if (line.starts_with("warning: ")) {
-      findings.push_back({Severity::kWarning, "run-warning", "", line, ""});
-    }
+    LogLine line;
+    line.source = LogLine::Source::kUpdater;
+    line.text = text.substr(0, text.find('\n'));
+    logged.Add(line);
+  }
+  if (logged.runs().empty()) return;
+  LoggedRun run = logged.runs().back();
+  run.stored_status = rehearsal.run.status;
+  const SeenCause* const cause = ProbableCause(run);
+  if (cause != nullptr) findings.push_back(FindingOf(*cause, Severity::kProblem));
+  for (Finding& finding : FurtherFindings(run, cause)) {
+    // What an upgrade that succeeds would remove is no reason not to make it.
+    finding.severity = std::min(finding.severity, Severity::kWarning);
+    findings.push_back(std::move(finding));
   }
 }
 
-void AddFindings(const std::string& volume, Machine machine, Rehearsal& rehearsal) {
+void AddFindings(const package::VolumePaths& live, Machine machine, Rehearsal& rehearsal) {
   Findings& findings = rehearsal.findings;
   if (!rehearsal.run.is_done) {
-    std::string line = rehearsal.log.empty() ? "" : rehearsal.log.back().text;
-    line = line.substr(0, line.find('\n'));
-    findings.push_back({Severity::kProblem, "upgrade-would-fail", volume,
-                        "the upgrade would end in \"" + rehearsal.run.status + "\": " + line,
-                        "the log of the rehearsal tells the first failure; mend it and rehearse again"});
+    findings.push_back({Severity::kProblem, "upgrade-would-fail", "",
+                        "the upgrade would end in \"" + rehearsal.run.status + "\"",
+                        "mend the cause that is named next, and rehearse again"});
+  }
+  AddLogFindings(rehearsal, findings);
+  if (!file_op::FSExists(live.live.data)) {
+    findings.push_back({Severity::kNote, "no-data-database", live.live.data,
+                        "is not there: a run would end in \"done\" and do nothing", ""});
   }
   if (machine == Machine::kThis && geteuid() != 0) {
     findings.push_back({Severity::kWarning, "not-root", "",
@@ -99,7 +131,6 @@ void AddFindings(const std::string& volume, Machine machine, Rehearsal& rehearsa
          "somebody has it open" + (*database.user > 0 ? ", process " + std::to_string(*database.user) : ""),
          "stop the package's daemons before the upgrade"});
   }
-  AddLogFindings(rehearsal, findings);
 }
 
 void Run(const RehearsalPlace& place, const platform::SystemPaths& system, Machine machine,
@@ -125,10 +156,7 @@ int Rehearse(const RehearsalPlace& place, const platform::SystemPaths& system, M
   const package::VolumePaths copies(place.folder.path());
   const updater::ScopedObserver watching(&progress);  // of what is done before and after the run, too
   rehearsal.started = Now();
-  progress.Show("counting rows");
-  rehearsal.before = SurveyVolume(live.live, SurveyDepth::kRows);
-  progress.Show("copying the databases");
-  if (CopyUnchanged(live, copies, rehearsal, error) < 0) return -1;
+  if (CopyUnchanged(live, copies, progress, rehearsal, error) < 0) return -1;
   platform::host::HostStateFiles state_files;
   MadeFolders made;
   if (PrepareState(place.paths, state_files, made, error) < 0) return -1;
@@ -139,7 +167,7 @@ int Rehearse(const RehearsalPlace& place, const platform::SystemPaths& system, M
   for (const auto& [priority, text] : rehearsal.run.log.lines()) {
     rehearsal.log.push_back({priority, Replace(text, place.folder.path(), place.volume)});
   }
-  AddFindings(place.volume, machine, rehearsal);
+  AddFindings(live, machine, rehearsal);
   return 0;
 }
 

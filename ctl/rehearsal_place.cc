@@ -22,6 +22,8 @@ namespace {
 
 using package::PackagePaths;
 
+constexpr const char* kPrefix = "@updater-ctl-rehearsal-";
+
 int Refuse(std::string& error, std::string reason) {
   error = std::move(reason);
   return -1;
@@ -124,14 +126,14 @@ bool CopyDatabases(const PackagePaths& from, const PackagePaths& to) {
 
 }  // namespace
 
-int TakeRehearsalPlace(const std::string& volume, const std::string& into,
+int TakeRehearsalPlace(const std::string& volume, const std::optional<std::string>& into,
                        const platform::SystemPaths& system, RehearsalPlace& place, std::string& error) {
   if (FindPackage(volume, place.volume, error) < 0) return -1;
   const package::VolumePaths paths(place.volume);
   std::string target;
-  if (!into.empty() && FindStateFolder(into, place.volume, target, error) < 0) return -1;
+  if (into && FindStateFolder(*into, place.volume, target, error) < 0) return -1;
   if (LockFolder(place.volume, place.lock, error) < 0 || CheckNothingPends(paths, system, error) < 0 ||
-      (into.empty() ? place.folder.MakeIn(place.volume, error) : place.folder.Take(target, error)) < 0 ||
+      (into ? place.folder.Take(target, error) : place.folder.MakeIn(place.volume, kPrefix, error)) < 0 ||
       CheckRoom(paths, place.folder.path(), place.room, error) < 0) {
     return -1;
   }

@@ -1,6 +1,7 @@
 // Where a rehearsal is made, and the copies it is made on.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "base/file_descriptor.h"
@@ -30,11 +31,11 @@ struct RehearsalPlace {
   Room room;
 };
 
-// Finds the volume and makes the folder for its copies: `into` or, where that is empty, a new one on the
+// Finds the volume and makes the folder for its copies: `into` or, without that, a new one on the
 // volume. Refuses a volume on which a run is going on or has stopped in the middle of putting its copies in
 // place, and a folder on whose file system there is too little room. `system` has the paths of the real
 // machine. Returns 0, or -1 with the reason in `error`; nothing is left then.
-[[nodiscard]] int TakeRehearsalPlace(const std::string& volume, const std::string& into,
+[[nodiscard]] int TakeRehearsalPlace(const std::string& volume, const std::optional<std::string>& into,
                                      const platform::SystemPaths& system, RehearsalPlace& place,
                                      std::string& error);
 

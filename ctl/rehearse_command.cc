@@ -20,17 +20,17 @@ namespace {
 
 struct RehearseArguments {
   std::shared_ptr<LookArguments> look;
-  std::string into;
-  std::string html;
+  std::optional<std::string> into;
+  std::optional<std::string> html;
   bool is_recorded = false;
 };
 
 // The page is written when all is done, and never over the package's own. Returns 0, or -1 with the reason in
 // `error`.
-int CheckPage(const RehearsalPlace& place, std::string& page, std::string& error) {
-  if (page.empty()) return 0;
-  if (FindStateFolder(page, place.volume, page, error) < 0) return -1;
-  const std::string folder = base::FolderOf(page);
+int CheckPage(const RehearsalPlace& place, std::optional<std::string>& page, std::string& error) {
+  if (!page) return 0;
+  if (FindStateFolder(*page, place.volume, *page, error) < 0) return -1;
+  const std::string folder = base::FolderOf(*page);
   if (access(folder.c_str(), W_OK) == 0) return 0;
   error = "cannot write into " + folder + ": " + base::Errno::Last().Text();
   return -1;
@@ -58,7 +58,7 @@ int ShowRehearsal(RehearseArguments arguments, const Streams& streams) {
   const int result = Rehearse(place, system, machine, *progress, rehearsal, error);
   progress.reset();
   if (result < 0) return TellReason(streams, error, kRefused);
-  const bool is_kept = !arguments.into.empty();
+  const bool is_kept = arguments.into.has_value();
   const std::string folder = place.folder.path();
   if (is_kept) place.folder.Keep();
   if (!place.folder.Remove()) {
@@ -71,7 +71,7 @@ int ShowRehearsal(RehearseArguments arguments, const Streams& streams) {
   } else {
     PrintRehearsal(place, rehearsal, is_kept ? folder : "", streams);
   }
-  if (!arguments.html.empty() && WritePage(arguments.html, HtmlPageOf(document), streams) != 0) {
+  if (arguments.html && WritePage(*arguments.html, HtmlPageOf(document), streams) != 0) {
     return kRefused;
   }
   return rehearsal.run.is_done ? 0 : kFailed;

@@ -127,14 +127,25 @@ int ShortLivedFolder::Guard(bool with_folder, std::string& error) {
   return -1;
 }
 
-int ShortLivedFolder::MakeIn(const std::string& above, std::string& error) {
-  return Take(above + "/@updater-ctl-rehearsal-" + std::to_string(std::random_device()()), error);
+int ShortLivedFolder::MakeIn(const std::string& above, const std::string& prefix, std::string& error) {
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator(above, failure)) {
+    const std::string name = entry.path().filename().string();
+    const bool is_left = name.starts_with(prefix) &&
+                         name.find_first_not_of("0123456789", prefix.size()) == std::string::npos &&
+                         entry.is_directory(failure) && !entry.is_symlink(failure);
+    if (is_left) (void)file_op::FSRemoveTree(entry.path().string(), 0);  // what stays harms nobody
+  }
+  return Take(above + "/" + prefix + std::to_string(std::random_device()()), error);
 }
 
 int ShortLivedFolder::Take(const std::string& path, std::string& error) {
   const bool is_new = !file_op::FSExists(path);
   std::error_code failure;
-  if (!is_new && (!std::filesystem::is_empty(path, failure) || failure)) {
+  // To list what is no folder fails.
+  if (!is_new &&
+      (std::filesystem::directory_iterator(path, failure) != std::filesystem::directory_iterator() ||
+       failure)) {
     error = path + (failure ? " cannot be used: " + failure.message() : " is not empty");
     return -1;
   }

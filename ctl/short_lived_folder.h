@@ -16,9 +16,10 @@ class ShortLivedFolder {
   // Removes the folder, unless Keep() was called; of a folder that was there before, what is in it.
   ~ShortLivedFolder() { (void)Remove(); }
 
-  // Makes a new folder in `above` that only this process's user can enter. Returns 0, or -1 with the reason
-  // in `error`.
-  [[nodiscard]] int MakeIn(const std::string& above, std::string& error);
+  // Makes a new folder in `above` that only this process's user can enter; its name is `prefix` and a number.
+  // Removes others of such names before, which a crash of the machine has left: nobody else may be making one
+  // there. Returns 0, or -1 with the reason in `error`.
+  [[nodiscard]] int MakeIn(const std::string& above, const std::string& prefix, std::string& error);
   // Takes the folder `path`, which is made if it is missing and has to be empty. Results are the same.
   [[nodiscard]] int Take(const std::string& path, std::string& error);
 

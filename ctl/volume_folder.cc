@@ -84,7 +84,7 @@ int FindStateFolder(const std::string& argument, const std::string& volume, std:
   if (failure) return RefuseBecauseOf(error, path, base::Errno(failure.value()));
   if (resolved == "/" ||
       (resolved.string() + "/").starts_with(package::VolumePaths(volume).package_folder + "/")) {
-    return Refuse(error, path + " cannot be used for a run: that is the package's own");
+    return Refuse(error, path + " cannot be used for a run: that is the root folder or the package's own");
   }
   path = resolved.string();
   return 0;
