@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <vector>
 
 #include "ctl/html_text.h"
@@ -34,23 +35,25 @@ std::string Section(const std::string& title, const std::string& content) {
 }
 
 // One line of the time line: what, how long, and when.
-std::string TimeRow(const std::string& name, const Json& time, double all, const char* css_class) {
+std::string TimeRow(const std::string& name, const Json& time, double all, bool is_step,
+                    const char* css_class) {
   const auto start = time["start"].get<double>();
   const auto milliseconds = time["milliseconds"].get<double>();
-  return "<div class=\"step\"><span>" + Escaped(name) + "</span><span>" + Time(milliseconds) + "</span>" +
-         Bar(start / all, milliseconds / all, css_class) + "</div>\n";
+  return std::string("<div class=\"step") + (is_step ? " sub" : "") + "\"><span>" + Escaped(name) +
+         "</span><span>" + Time(milliseconds) + "</span>" + Bar(start / all, milliseconds / all, css_class) +
+         "</div>\n";
 }
 
 std::string TimeLine(const Json& run) {
   const double all = std::max(run["milliseconds"].get<double>(), 1.0);
   std::string rows;
   for (const Json& phase : run["phases"]) {
-    rows += TimeRow(Text(phase["name"]), phase, all, "phase");
+    rows += TimeRow(Text(phase["name"]), phase, all, false, "before");
     if (phase["name"] != "updaters") continue;
     for (const Json& step : run["steps"]) {
       const bool has_failed = step["failed"].get<bool>();
       rows += TimeRow(Version(step["from"]) + " → " + Version(step["to"]) + (has_failed ? " failed" : ""),
-                      step, all, has_failed ? "bad" : "after");
+                      step, all, true, has_failed ? "bad" : "after");
     }
   }
   return rows + "<p class=\"dim\">All: " + Time(run["milliseconds"].get<double>()) + "</p>\n";
@@ -122,7 +125,8 @@ std::string Databases(const std::vector<std::pair<std::string, Pair>>& pairs) {
   }
   std::string table =
       "<table class=\"wide\"><thead><tr><th>Database</th><th class=\"n\">Version</th>"
-      "<th class=\"n\">Size</th><th class=\"n\">Rows</th><th style=\"width:30%\">before, after</th></tr>"
+      "<th class=\"n\">Size</th><th class=\"n\">Rows</th><th style=\"width:25%\">"
+      "<span class=\"key before\"></span>before<span class=\"key after\"></span>after</th></tr>"
       "</thead><tbody>\n";
   for (std::size_t i = 0; i < std::min(pairs.size(), kMostListed); ++i) {
     table += DatabaseRow(pairs[i].first, pairs[i].second, largest);
@@ -133,6 +137,10 @@ std::string Databases(const std::vector<std::pair<std::string, Pair>>& pairs) {
              ", which the report of --json lists</p>\n";
   }
   return table;
+}
+
+std::string Signed(long long change) {
+  return change == 0 ? "" : (change > 0 ? "+" : "") + std::to_string(change);
 }
 
 // All views taken together, and all file databases.
@@ -151,11 +159,12 @@ std::string Tables(const Json& document) {
   AddTables(document["before"], 0, tables);
   AddTables(document["after"], 1, tables);
   std::string html =
-      "<table><thead><tr><th>Table</th><th class=\"n\">before</th><th class=\"n\">after</th></tr></thead>"
+      "<table><thead><tr><th>Table</th><th class=\"n\">before</th><th class=\"n\">after</th>"
+      "<th class=\"n\">change</th></tr></thead>"
       "<tbody>\n";
   for (const auto& [key, rows] : tables) {
     html += "<tr>" + Cell(key.first + ": " + key.second) + Cell(std::to_string(rows[0]), "n") +
-            Cell(std::to_string(rows[1]), "n") + "</tr>\n";
+            Cell(std::to_string(rows[1]), "n") + Cell(Signed(rows[1] - rows[0]), "n") + "</tr>\n";
   }
   return html + "</tbody></table>\n";
 }
@@ -174,21 +183,28 @@ std::string Findings(const Json& findings) {
   return list + "</ul>\n";
 }
 
-std::string Lines(std::string_view text) {
+std::string Lines(std::string text) {
+  std::replace(text.begin(), text.end(), '\t', ' ');  // of the statements in messages
   std::string lines;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    lines += Escaped(text.substr(0, end)) + "\n";
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines += Escaped(line) + "\n";
   return lines;
 }
 
 std::string Log(const Json& document) {
+  constexpr std::size_t kMostAtAnEnd = 1000;
+  const Json& log = document["log"];
+  const std::size_t left_out = log.size() - std::min(log.size(), 2 * kMostAtAnEnd);
   std::string lines;
-  for (const Json& line : document["log"]) lines += Lines(line["text"].get_ref<const std::string&>());
+  for (std::size_t i = 0; i < log.size(); ++i) {
+    if (left_out > 0 && i == kMostAtAnEnd) {
+      lines += "... and " + Count(left_out, "more line") + ", which the report of --json has\n";
+      i += left_out;
+    }
+    lines += Lines(log[i]["text"].get_ref<const std::string&>());
+  }
   const char* const is_open = document["succeeds"].get<bool>() ? "" : " open";
-  return std::string("<details") + is_open + "><summary>" + Count(document["log"].size(), "line") +
+  return std::string("<details") + is_open + "><summary>" + Count(log.size(), "line") +
          " of the system log</summary><pre>" + lines + "</pre></details>\n";
 }
 

@@ -12,6 +12,7 @@
 
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
+#include "ctl/log_line.h"
 #include "ctl/log_runs.h"
 #include "ctl/rehearsal_machine.h"
 #include "db-util/database_files.h"
@@ -84,9 +85,10 @@ int CopyUnchanged(const package::VolumePaths& from, const package::VolumePaths& 
 void AddLogFindings(const Rehearsal& rehearsal, Findings& findings) {
   LogRuns logged(1);
   for (const auto& [priority, text] : rehearsal.log) {
-    LogLine line;
+    std::string one_line = text.substr(0, text.find_last_not_of('\n') + 1);
+    for (const char blank : {'\n', '\t'}) std::replace(one_line.begin(), one_line.end(), blank, ' ');
+    LogLine line = ParseLogLine(one_line);
     line.source = LogLine::Source::kUpdater;
-    line.text = text.substr(0, text.find('\n'));
     logged.Add(line);
   }
   if (logged.runs().empty()) return;
@@ -95,6 +97,7 @@ void AddLogFindings(const Rehearsal& rehearsal, Findings& findings) {
   const SeenCause* const cause = ProbableCause(run);
   if (cause != nullptr) findings.push_back(FindingOf(*cause, Severity::kProblem));
   for (Finding& finding : FurtherFindings(run, cause)) {
+    if (finding.code == "user-removed") continue;  // is told of all of them at once
     // What an upgrade that succeeds would remove is no reason not to make it.
     finding.severity = std::min(finding.severity, Severity::kWarning);
     findings.push_back(std::move(finding));

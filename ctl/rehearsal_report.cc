@@ -64,7 +64,7 @@ void PrintSums(const Rehearsal& rehearsal, Kind kind, const char* label, std::os
 }
 
 void PrintTime(const std::string& name, double milliseconds, std::ostream& out) {
-  out << "  " << std::left << std::setw(35) << name << std::right << std::setw(11) << std::fixed
+  out << "  " << std::left << std::setw(34) << name << std::right << std::setw(11) << std::fixed
       << std::setprecision(1) << milliseconds << " ms\n";
 }
 
