@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -35,6 +37,32 @@ constexpr std::array kCommands = {
     Command{"report", "Read the log lines of a run: how it ended, why, and what to do", DefineReport},
 };
 
+// Breaks what is said of options and commands between words, so that it stays within 80 columns.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  std::string make_option_desc(const CLI::Option* option) const override {
+    return Broken(CLI::Formatter::make_option_desc(option));
+  }
+  std::string make_subcommand(const CLI::App* command) const override {
+    std::ostringstream out;
+    CLI::detail::format_help(out, command->get_name(), Broken(command->get_description()),
+                             get_column_width());
+    return out.str();
+  }
+
+ private:
+  [[nodiscard]] std::string Broken(std::string text) const {
+    const std::size_t room = 80 - get_column_width();
+    for (std::size_t begin = 0; text.size() - begin > room; ++begin) {
+      const std::size_t blank = text.rfind(' ', begin + room);
+      if (blank == std::string::npos || blank < begin) break;
+      text[blank] = '\n';
+      begin = blank;
+    }
+    return text;
+  }
+};
+
 std::string VersionText() {
   return "updater-ctl " + ProgramVersion() + ", upgrades to " + std::to_string(package::kCurrentVersion);
 }
@@ -56,8 +84,9 @@ bool IsUnknownCommand(int argc, const char* const* argv) {
 }
 
 int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
-  CLI::App app("Looks at the databases of a volume before, while and after updater-svr upgrades them.",
+  CLI::App app("Looks at the databases of a volume before, while and after updater-svr\nupgrades them.",
                "updater-ctl");
+  app.formatter(std::make_shared<HelpFormatter>());
   app.set_version_flag("--version", VersionText());
   app.require_subcommand(0, 1);  // none is refused below: CLI11 would do so before it looks at the options
   std::array<Action, kCommands.size()> actions;

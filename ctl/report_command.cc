@@ -243,7 +243,8 @@ Action DefineReport(CLI::App& command, const Streams& streams) {
       "Examples:\n  updater-ctl report /var/log/syslog\n"
       "  journalctl -t updater-svr -t kernel -o json | updater-ctl report\n"
       "  zcat /var/log/messages.*.gz | updater-ctl report --all --json\n"
-      "Exit status: 0 no problem, 1 the run failed or there is something to know, 2 no run was found.");
+      "Exit status: 0 no problem, 1 the run failed or there is something to know,\n"
+      "2 no run was found.");
   return [arguments, streams] { return Report(*arguments, streams); };
 }
 
