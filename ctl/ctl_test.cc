@@ -165,6 +165,9 @@ TEST_F(CtlTest, RehearsalShowsWhatComesFromDatabasesAsText) {
        {std::array{std::string("--into"), kept, std::string("is not empty")},
         {"--into", paths_.live.sync_folder + "/new", "the package's own"},
         {"--into", folder_ / "no/new", "cannot make the folder"},
+        {"--into", page, "Not a directory"},
+        {"--into", "", "is no path"},
+        {"--html", "", "is no path"},
         {"--html", paths_.live.user, "the package's own"},
         {"--html", folder_ / "no/page", "cannot write into"}}) {
     err_.str("");
@@ -254,6 +257,8 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
   EXPECT_TRUE(fs::exists(folder_ / "other"));
   EXPECT_EQ(Run({"--version"}), 0);
   EXPECT_THAT(out_.str(), HasSubstr("upgrades to " + std::to_string(tests::kVersions.back())));
+  out_.setstate(std::ios::badbit);  // a full disk
+  EXPECT_EQ(Run({"plan"}), 2);
 }
 
 TEST_F(CtlTest, ReportTellsEveryFormOfALogAndNamesTheCause) {

@@ -124,10 +124,9 @@ std::string Databases(const std::vector<std::pair<std::string, Pair>>& pairs) {
     largest = std::max(largest, static_cast<double>(std::max(BytesOf(pair.before), BytesOf(pair.after))));
   }
   std::string table =
+      "<p class=\"dim\">Size: <span class=\"key before\"></span>before <span class=\"key after\"></span>after</p>\n"
       "<table class=\"wide\"><thead><tr><th>Database</th><th class=\"n\">Version</th>"
-      "<th class=\"n\">Size</th><th class=\"n\">Rows</th><th style=\"width:25%\">"
-      "<span class=\"key before\"></span>before<span class=\"key after\"></span>after</th></tr>"
-      "</thead><tbody>\n";
+      "<th class=\"n\">Size</th><th class=\"n\">Rows</th><th style=\"width:25%\"></th></tr></thead><tbody>\n";
   for (std::size_t i = 0; i < std::min(pairs.size(), kMostListed); ++i) {
     table += DatabaseRow(pairs[i].first, pairs[i].second, largest);
   }

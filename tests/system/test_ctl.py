@@ -186,6 +186,8 @@ class Rehearse(harness.SystemTest):
                 while is_there() and time.monotonic() < deadline:
                     time.sleep(0.01)
                 self.assertEqual(state_of(volume.path), before)
+        os.makedirs(volume.path + "/@updater-ctl-rehearsal-1/of a crash")
+        self.assertEqual((rehearse(volume).returncode, state_of(volume.path)), (0, before))
 
 
 class Progress(harness.SystemTest):
