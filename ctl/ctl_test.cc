@@ -61,7 +61,7 @@ TEST_F(CtlTest, SampleHoldsThePromisedContentAndTouchesNothingThatIsThere) {
 TEST_F(CtlTest, RunShowsTheUpgradeOfEveryVersionOrItsFailure) {
   for (auto version = tests::kVersions.rbegin(); version != tests::kVersions.rend(); ++version) {
     fs::remove_all(volume_);
-    ASSERT_EQ(Run({"sample", volume_, "--version", std::to_string(*version)}), 0) << err_.str();
+    ASSERT_EQ(Run({"sample", volume_, "--from", std::to_string(*version)}), 0) << err_.str();
     ASSERT_EQ(Run({"run", volume_}), 0) << *version << out_.str();
   }
   for (const char* part :
@@ -80,7 +80,7 @@ TEST_F(CtlTest, RunShowsTheUpgradeOfEveryVersionOrItsFailure) {
 }
 
 TEST_F(CtlTest, RecordedVolumesKeepTheirRecords) {
-  ASSERT_EQ(Run({"sample", volume_, "--version", "4100", "--views", "1"}), 0) << err_.str();
+  ASSERT_EQ(Run({"sample", volume_, "--from", "4100", "--views", "1"}), 0) << err_.str();
   // As in a copy from another machine; two rows with one path, one of a volume that is not here.
   tests::RunSql(
       paths_.live.data,
@@ -123,7 +123,7 @@ class Recorder : public updater::RunObserver {
 };
 
 TEST_F(CtlTest, WhoeverWatchesARunIsToldHowFarItIs) {
-  ASSERT_EQ(Run({"sample", volume_, "--version", "3200", "--views", "40"}), 0);
+  ASSERT_EQ(Run({"sample", volume_, "--from", "3200", "--views", "40"}), 0);
   Recorder recorder;
   ctl::RunRecord record(&recorder);
   ctl::DemoPlatform demo(paths_.live.user, ctl::MadeUpIdentity(), {});
@@ -140,7 +140,7 @@ TEST_F(CtlTest, WhoeverWatchesARunIsToldHowFarItIs) {
 }
 
 TEST_F(CtlTest, RehearsalShowsWhatComesFromDatabasesAsText) {
-  ASSERT_EQ(Run({"sample", volume_, "--version", "4100"}), 0);
+  ASSERT_EQ(Run({"sample", volume_, "--from", "4100"}), 0);
   const std::string table = "CREATE TABLE \"<b onclick='x'>&\033[31m\nq\" (a);";
   tests::RunSql(paths_.live.ViewDatabase("4"), table);  // goes with its user
   const auto before = tests::ReadTree(volume_);
@@ -178,7 +178,7 @@ TEST_F(CtlTest, RehearsalShowsWhatComesFromDatabasesAsText) {
 }
 
 TEST_F(CtlTest, VerifyComparesTheRowsWithThoseOfARehearsal) {
-  ASSERT_EQ(Run({"sample", volume_, "--version", "3300"}), 0);
+  ASSERT_EQ(Run({"sample", volume_, "--from", "3300"}), 0);
   ASSERT_EQ(Run({"rehearse", volume_, "--recorded", "--json"}), 0) << err_.str();
   const std::string text = out_.str();
   const std::string report = folder_.Write("rehearsal.json", text);
@@ -243,7 +243,7 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
   refuse({"run", volume_, "--state", folder_ / "state"}, "cannot make the folder");
   refuse({"run", ""}, "'' is no path of a folder");
   refuse({"sample", ""}, "is no path");
-  refuse({"sample", folder_ / "new/a", "--version", "4200"}, "4200 not in");
+  refuse({"sample", folder_ / "new/a", "--from", "4200"}, "4200 not in");
   refuse({"frob", volume_}, "unknown command 'frob'");
   base::FileDescriptor lock;
   std::string error;
@@ -354,7 +354,7 @@ TEST_F(CtlTest, ASaveIsTheWayBackToEveryVersionAndForwardAgain) {
   const auto tree = [this] { return tests::ReadTree(paths_.package_folder); };
   for (const int version : tests::kVersions) {
     fs::remove_all(volume_), fs::remove(old_save);
-    ASSERT_EQ(Run({"sample", volume_, "--version", std::to_string(version)}), 0) << err_.str();
+    ASSERT_EQ(Run({"sample", volume_, "--from", std::to_string(version)}), 0) << err_.str();
     const fs::file_time_type time = fs::last_write_time(paths_.live.user) - std::chrono::hours(99);
     fs::last_write_time(paths_.live.user, time);
     fs::permissions(paths_.live.user, fs::perms::owner_all);
@@ -453,7 +453,7 @@ void WriteManifest(const std::string& path, const ctl::SaveManifest& manifest) {
 }
 
 TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
-  ASSERT_EQ(Run({"sample", volume_, "--version", "4150", "--nodes", "3000"}), 0);
+  ASSERT_EQ(Run({"sample", volume_, "--from", "4150", "--nodes", "3000"}), 0);
   const std::string good = folder_ / "good.tar.zst";
   const std::string bad = folder_ / "bad.tar.zst";
   ASSERT_EQ(Run({"save", volume_, good}), 0) << err_.str();

@@ -6,7 +6,7 @@
 #include <ostream>
 
 #include "ctl/row_report.h"
-#include "ctl/survey_json.h"
+#include "ctl/run_json.h"
 #include "ctl/version_graph.h"
 
 namespace ctl {
@@ -76,21 +76,6 @@ void PrintTimes(const Rehearsal& rehearsal, std::ostream& out) {
   PrintTime("all", rehearsal.run.times.total(), out);
 }
 
-Json TimesOf(const StepTimes& times) {
-  Json json = {{"milliseconds", times.total()}, {"phases", Json::array()}, {"steps", Json::array()}};
-  for (const auto& [phase, start, milliseconds] : times.phases()) {
-    json["phases"].push_back({{"name", NameOf(phase)}, {"start", start}, {"milliseconds", milliseconds}});
-  }
-  for (const auto& [from, to, start, milliseconds, failed] : times.steps()) {
-    json["steps"].push_back({{"from", ctl::ToJson(from)},
-                             {"to", ctl::ToJson(to)},
-                             {"start", start},
-                             {"milliseconds", milliseconds},
-                             {"failed", failed}});
-  }
-  return json;
-}
-
 }  // namespace
 
 void PrintRehearsal(const RehearsalPlace& place, const Rehearsal& rehearsal, const std::string& folder,
@@ -125,27 +110,14 @@ Json ToJson(const RehearsalPlace& place, const Rehearsal& rehearsal, const std::
   Json json = NewDocument("rehearse");
   json["volume"] = place.volume;
   json["started"] = rehearsal.started;
-  json["status"] = rehearsal.run.status;
-  json["succeeds"] = rehearsal.run.is_done;
   json["copies"] = {{"folder", folder.empty() ? Json() : Json(folder)},
                     {"milliseconds", rehearsal.copy_milliseconds},
                     {"share_blocks", place.room.shares_blocks}};
   json["room"] = {{"databases", place.room.space.databases},
                   {"upgrade", place.room.space.needed},
                   {"free", place.room.space.free}};
-  json["run"] = TimesOf(rehearsal.run.times);
-  json["before"] = ContentsOf(rehearsal.before);
-  json["after"] = ContentsOf(rehearsal.after);
-  json["users"] = {{"before", rehearsal.before.users},
-                   {"after", rehearsal.after.users},
-                   {"removed", RemovedUsers(rehearsal.before, rehearsal.after)},
-                   {"allowed", rehearsal.allowed}};
   json["findings"] = ctl::ToJson(rehearsal.findings);
-  json["output"] = rehearsal.run.output.str();
-  json["log"] = Json::array();
-  for (const auto& [priority, text] : rehearsal.log) {
-    json["log"].push_back({{"priority", priority}, {"text", text}});
-  }
+  AddRun(rehearsal.before, rehearsal.after, rehearsal.run, rehearsal.log, rehearsal.allowed, json);
   return json;
 }
 

@@ -1,4 +1,5 @@
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -7,9 +8,11 @@
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
 #include "ctl/driver_run.h"
+#include "ctl/look_arguments.h"
 #include "ctl/made_folders.h"
 #include "ctl/output.h"
 #include "ctl/row_report.h"
+#include "ctl/run_json.h"
 #include "ctl/run_report.h"
 #include "ctl/volume_folder.h"
 #include "platform/host/host_state_files.h"
@@ -22,6 +25,7 @@ struct RunArguments {
   std::optional<std::string> state;
   bool with_legacy_steps = false;
   bool show_log = false;
+  bool is_json = false;
 };
 
 void PrintUsersAllowed(const std::set<std::string>& allowed, std::ostream& out) {
@@ -63,6 +67,8 @@ int TakePlace(const RunArguments& arguments, RunPlace& place, std::string& error
 
 void PrintRun(const VolumeSurvey& before, const VolumeSurvey& after, const RunRecord& record,
               const std::set<std::string>& allowed, std::ostream& out) {
+  out << "\nBefore\n";
+  PrintSurvey(before, out);
   out << "\nStandard output of the run\n";
   PrintIndented(record.output.str(), out);
   out << "\nThe chain that ran\n";
@@ -88,16 +94,21 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
   DemoPlatform demo(live.user, own, recorded);
 
   const VolumeSurvey before = SurveyVolume(live, SurveyDepth::kRows);
-  streams.out << "Volumes\n";
-  PrintVolumes(own, recorded, streams.out);
-  streams.out << "\nBefore\n";
-  PrintSurvey(before, streams.out);
-
   RunRecord record;
   RunDriver(place.volume, arguments.with_legacy_steps, place.paths, demo.platform(), record);
-  PrintRun(before, SurveyVolume(live, SurveyDepth::kRows), record, demo.allowed(), streams.out);
-  if (arguments.show_log || !record.is_done) PrintLog(record.log.lines(), streams.out);
-  streams.out << "\nStatus: " << record.status << "\n";
+  const VolumeSurvey after = SurveyVolume(live, SurveyDepth::kRows);
+  if (arguments.is_json) {
+    Json json = NewDocument("run");
+    json["volume"] = place.volume;
+    AddRun(before, after, record, record.log.lines(), demo.allowed(), json);
+    PrintJson(json, streams.out);
+  } else {
+    streams.out << "Volumes\n";
+    PrintVolumes(own, recorded, streams.out);
+    PrintRun(before, after, record, demo.allowed(), streams.out);
+    if (arguments.show_log || !record.is_done) PrintLog(record.log.lines(), streams.out);
+    streams.out << "\nStatus: " << record.status << "\n";
+  }
   return record.is_done ? 0 : kFailed;
 }
 
@@ -113,6 +124,10 @@ Action DefineRun(CLI::App& command, const Streams& streams) {
                    "Run the first-generation steps too, as updater-svr does with this option");
   command.add_flag("--log", arguments->show_log,
                    "Show the system log of the run, which a failed run always shows");
+  AddJsonFlag(command, arguments->is_json);
+  command.footer(
+      "Examples:\n  updater-ctl sample /tmp/try --from 3300\n  updater-ctl run /tmp/try\n"
+      "  updater-ctl run /tmp/copy-of-volume1 --log");
   return [arguments, streams] { return RunVolume(*arguments, streams); };
 }
 

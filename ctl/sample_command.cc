@@ -1,10 +1,14 @@
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <ostream>
 
 #include "ctl/commands.h"
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
+#include "ctl/look_arguments.h"
+#include "ctl/output.h"
 #include "ctl/sample_volume.h"
+#include "ctl/survey_json.h"
 #include "ctl/volume_folder.h"
 #include "ctl/volume_survey.h"
 
@@ -17,6 +21,7 @@ struct SampleArguments {
   std::string folder;
   int version = 2577;
   SampleSize size;
+  bool is_json = false;
 };
 
 int LiftTo(int version, const std::string& volume, MadeFolders& made, std::string& error) {
@@ -38,8 +43,16 @@ int MakeSample(const SampleArguments& arguments, const Streams& streams) {
     return TellReason(streams, error, kFailed);
   }
   made.Keep();
-  streams.out << "Sample volume " << volume << "\n";
-  PrintSurvey(SurveyVolume(package::VolumePaths(volume).live, SurveyDepth::kRows), streams.out);
+  const VolumeSurvey made_volume = SurveyVolume(package::VolumePaths(volume).live, SurveyDepth::kRows);
+  if (arguments.is_json) {
+    Json json = NewDocument("sample");
+    json["volume"] = volume;
+    json["databases"] = ContentsOf(made_volume);
+    PrintJson(json, streams.out);
+    return 0;
+  }
+  streams.out << "Sample volume " << Printable(volume) << "\n";
+  PrintSurvey(made_volume, streams.out);
   return 0;
 }
 
@@ -49,7 +62,7 @@ Action DefineSample(CLI::App& command, const Streams& streams) {
   const auto arguments = std::make_shared<SampleArguments>();
   const CLI::Range count(1, kLargestSize);
   command.add_option("folder", arguments->folder, "Where the volume is made")->required();
-  command.add_option("--version", arguments->version, "The version of its databases")
+  command.add_option("--from", arguments->version, "The version of its databases")
       ->check(CLI::TypeValidator<int>(""))  // the next check gives no reason when the text is no number
       ->check(CLI::IsMember(SampleVersions()))
       ->capture_default_str();
@@ -65,8 +78,9 @@ Action DefineSample(CLI::App& command, const Streams& streams) {
   command.add_option("--seed", arguments->size.seed, "Another number gives other names, sizes and versions")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
+  AddJsonFlag(command, arguments->is_json);
   command.footer(
-      "Examples:\n  updater-ctl sample /tmp/try\n"
+      "Examples:\n  updater-ctl sample /tmp/try --from 3300\n"
       "  updater-ctl sample /tmp/large --nodes 1000000 --versions 2000000 --views 50 --seed 7");
   return [arguments, streams] { return MakeSample(*arguments, streams); };
 }
