@@ -68,7 +68,9 @@ std::string VersionText() {
 }
 
 int RefuseArguments(const Streams& streams, const std::string& reason) {
-  return TellReason(streams, reason + "\nRun with --help for more information.", kRefused);
+  const int status = TellReason(streams, reason, kRefused);
+  streams.err << "Run with --help for more information.\n";
+  return status;
 }
 
 // A report that is cut short must not look like a whole one.

@@ -8,6 +8,7 @@
 #include "ctl/diff_source.h"
 #include "ctl/look_arguments.h"
 #include "ctl/output.h"
+#include "ctl/stop_signals.h"
 #include "ctl/version_graph.h"
 
 namespace ctl {
@@ -148,7 +149,10 @@ Action DefineDiff(CLI::App& command, const Streams& streams) {
       "Exit status: 0 equal, 1 different, 2 could not be compared.\n\n"
       "Examples:\n  updater-ctl diff /mnt/usb/before-upgrade.tar.zst /volume1\n"
       "  updater-ctl diff a/user-db.sqlite b/user-db.sqlite --rows 20");
-  return [arguments, streams] { return Compare(*arguments, streams); };
+  return [arguments, streams] {
+    const StopSignals stop;
+    return Compare(*arguments, streams);
+  };
 }
 
 }  // namespace ctl

@@ -27,10 +27,14 @@ NewFile::~NewFile() {
 
 int NewFile::Make(const std::string& path, std::string& error) {
   path_ = path;
+  if (path.empty() || path.ends_with('/')) {
+    error = "'" + path + "' is no name of a file";
+    return -1;
+  }
   const int found = file_op::Find(file_op::At(path));
   if (found > 0) error = path + " is there already: a save is never written over something";
   if (found != 0) return found > 0 ? -1 : Fail(path, error);
-  std::string name = base::FolderOf(path) + "/." + base::NameOf(path) + ".XXXXXX";
+  std::string name = base::FolderOf(path) + "/.updater-ctl.XXXXXX";
   file_ = base::FileDescriptor(mkostemp(name.data(), O_CLOEXEC));
   if (!file_.is_open()) return Fail(path, error);
   temporary_ = std::move(name);

@@ -35,6 +35,10 @@ int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPa
     error = "the package is at work, its status is \"" + service.status + "\": stop it first";
     return -1;
   }
+  return CheckUnused(paths, error);
+}
+
+int CheckUnused(const package::VolumePaths& paths, std::string& error) {
   for (const std::string& database : {paths.live.data, paths.live.user, paths.live.log, paths.live.client}) {
     if (IsUsed(database, error)) return -1;
   }
@@ -42,6 +46,29 @@ int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPa
       paths.live, [&error](const std::string& database) { return !IsUsed(database, error); });
   if (!is_free && error.empty()) error = "cannot list the folders of " + paths.live.sync_folder;
   return is_free ? 0 : -1;
+}
+
+UpgradeWatch::UpgradeWatch(const platform::SystemPaths& system) : system_(system), before_(StatusFile()) {}
+
+struct stat UpgradeWatch::StatusFile() const {
+  struct stat status {};
+  if (stat(system_.service_status.c_str(), &status) < 0) status = {};  // a package that is disabled has none
+  return status;
+}
+
+bool UpgradeWatch::IsRunning() const {
+  platform::host::HostStateFiles state_files;
+  return ReadServiceState(system_, state_files).is_marker_alive;
+}
+
+int UpgradeWatch::Check(std::string& error) const {
+  const struct stat now = StatusFile();
+  const bool is_same = now.st_ino == before_.st_ino && now.st_size == before_.st_size &&
+                       now.st_mtim.tv_sec == before_.st_mtim.tv_sec &&
+                       now.st_mtim.tv_nsec == before_.st_mtim.tv_nsec;
+  if (is_same && !IsRunning()) return 0;
+  error = "meanwhile an upgrade was started, or the service status was changed";
+  return -1;
 }
 
 std::string ReadVolumeUuid(const std::string& volume) {

@@ -10,6 +10,7 @@
 #include "base/errno.h"
 #include "base/path.h"
 #include "ctl/output.h"
+#include "ctl/stop_signals.h"
 #include "ctl/working_copy_maker.h"
 #include "file-op/file_op.h"
 #include "logger/recording_sink.h"
@@ -103,6 +104,19 @@ void MakeMarker(const std::string& path, const SavedItem& item) {
   if (file.is_open()) (void)ApplyAttributes(file.get(), item);  // as above
 }
 
+// The folder around it may be a link by now, and the way to somebody else's.
+void RemoveEmpty(const std::string& path) {
+  file_op::Folder above;
+  std::string name;
+  struct stat status {};
+  if (file_op::OpenAround(path, above, name) < 0 ||
+      fstatat(above.fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0) {
+    return;
+  }
+  if (S_ISDIR(status.st_mode)) (void)unlinkat(above.fd(), name.c_str(), AT_REMOVEDIR);
+  if (S_ISREG(status.st_mode) && status.st_size == 0) (void)unlinkat(above.fd(), name.c_str(), 0);
+}
+
 }  // namespace
 
 int CheckSpace(const VolumePaths& paths, const SaveManifest& manifest, std::string& error) {
@@ -123,19 +137,29 @@ int CheckSpace(const VolumePaths& paths, const SaveManifest& manifest, std::stri
   return 0;
 }
 
-Restored Restore(const VolumePaths& paths, SaveReader& save, std::string& error) {
+Restored Restore(const VolumePaths& paths, SaveReader& save, const UpgradeWatch& watch, std::string& error) {
   logger::RecordingSink log;
   const logger::ScopedSink scope(log);
   updater::FileSystems file_systems;
+  if (watch.Check(error) < 0) return Restored::kNo;
   MakeClientFolder(paths, save.manifest());
   file_systems.Open(paths);
-  bool is_ready = updater::RemoveAllCopies(paths) == 0 && MakeCopies(paths, save, error) == 0;
+  bool is_ready = updater::RemoveAllCopies(paths) == 0 && MakeCopies(paths, save, error) == 0 &&
+                  CheckStop(error) == 0 && CheckUnused(paths, error) == 0;
+  // Copies may be of an upgrade by now, and in its hands.
+  if (watch.Check(error) < 0) return Restored::kNo;
   is_ready =
       is_ready && updater::PreparePlacement(paths, file_systems, updater::PlacementKind::kRestore) == 0;
   if (!is_ready && error.empty()) error = TextOf(log);
   if (error.starts_with("cannot fold ")) {
     error +=
         "; if it is damaged, move it and what lies beside it (-wal, -shm, -journal) away and restore again";
+  }
+  // One that is started later finds the intent.
+  if (watch.Check(error) < 0) {
+    if (watch.IsRunning()) return Restored::kCommitted;
+    updater::RemoveIntent(paths);
+    return Restored::kNo;
   }
   // An intent that could not be taken back counts.
   if (!is_ready && HasIntent(paths)) return Restored::kCommitted;
@@ -158,10 +182,7 @@ void RestoreMarkers(const VolumePaths& paths, const SaveManifest& manifest) {
   }
   // A folder comes before the file in it, so the other way round it is empty. What holds something stays.
   for (auto marker = is_saved.rbegin(); marker != is_saved.rend(); ++marker) {
-    struct stat status {};
-    if (marker->second || lstat(marker->first.c_str(), &status) < 0) continue;
-    if (S_ISDIR(status.st_mode)) (void)rmdir(marker->first.c_str());
-    if (S_ISREG(status.st_mode) && status.st_size == 0) (void)unlink(marker->first.c_str());
+    if (!marker->second) RemoveEmpty(marker->first);
   }
 }
 

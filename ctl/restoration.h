@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "ctl/quiet_package.h"
 #include "ctl/save_archive.h"
 #include "package/layout.h"
 
@@ -21,8 +22,10 @@ enum class Restored {
 };
 
 // Replaces everything live by what is in the save, all of it or nothing. The reader was read through
-// once, and is read again. `error` has the reason of anything but kYes.
-[[nodiscard]] Restored Restore(const package::VolumePaths& paths, SaveReader& save, std::string& error);
+// once, and is read again. Nobody was at work when `watch` was made; an upgrade that was started since is
+// left alone, with its working copies. `error` has the reason of anything but kYes.
+[[nodiscard]] Restored Restore(const package::VolumePaths& paths, SaveReader& save, const UpgradeWatch& watch,
+                               std::string& error);
 
 // Makes the empty files and folders that upgrades make beside the databases as they were: those that are
 // missing are made, those that the save does not have go if they are empty. Nothing depends on them alone, so

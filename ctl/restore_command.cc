@@ -6,6 +6,7 @@
 #include "ctl/output.h"
 #include "ctl/quiet_package.h"
 #include "ctl/restoration.h"
+#include "ctl/stop_signals.h"
 #include "ctl/version_graph.h"
 #include "ctl/volume_folder.h"
 #include "logger/recording_sink.h"
@@ -39,9 +40,9 @@ int CheckSave(const RestoreArguments& arguments, const std::string& volume, Save
   const package::VolumePaths paths(volume);
   return reader.Open(arguments.file, error) == 0 &&
                  CheckVolume(reader.manifest(), volume, arguments, error) == 0 &&
-                 reader.ReadThrough(nullptr, error) == 0 &&
+                 CheckSpace(paths, reader.manifest(), error) == 0 &&
                  CheckNobodyWorks(paths, SystemOf(*arguments.look), error) == 0 &&
-                 CheckSpace(paths, reader.manifest(), error) == 0
+                 reader.ReadThrough(nullptr, error) == 0
              ? 0
              : -1;
 }
@@ -83,13 +84,15 @@ int RestoreVolume(const RestoreArguments& arguments, const Streams& streams) {
   std::string error;
   base::FileDescriptor lock;
   SaveReader save;
+  const UpgradeWatch watch(SystemOf(*arguments.look));
   if (FindPackage(arguments.look->volume, volume, error) < 0 || LockFolder(volume, lock, error) < 0 ||
       CheckSave(arguments, volume, save, error) < 0) {
     return TellReason(streams, error, kRefused);
   }
   const package::VolumePaths paths(volume);
+  if (watch.Check(error) < 0) return TellReason(streams, error, kRefused);
   if (FinishFormer(paths, error) < 0) return TellReason(streams, error, kFailed);
-  switch (Restore(paths, save, error)) {
+  switch (Restore(paths, save, watch, error)) {
     case Restored::kYes:
       break;
     case Restored::kNo:
@@ -115,7 +118,10 @@ Action DefineRestore(CLI::App& command, const Streams& streams) {
                    "Restore a save of a volume with another uuid. The databases go on naming that volume: "
                    "the check after an upgrade removes the records of what this machine no longer has");
   command.footer("Examples:\n  updater-ctl restore /volume1 /mnt/usb/before-upgrade.tar.zst");
-  return [arguments, streams] { return RestoreVolume(*arguments, streams); };
+  return [arguments, streams] {
+    const StopSignals stop;
+    return RestoreVolume(*arguments, streams);
+  };
 }
 
 }  // namespace ctl

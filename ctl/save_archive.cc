@@ -11,12 +11,12 @@
 #include "base/escape.h"
 #include "base/retry.h"
 #include "ctl/sha256.h"
+#include "ctl/stop_signals.h"
 
 namespace ctl {
 namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 20;
-constexpr std::int64_t kLongestManifest = std::int64_t{64} << 20;
 constexpr const char* kDamaged = "it is cut off, or was altered since it was made";
 
 struct FreeEntry {
@@ -147,7 +147,7 @@ int SaveReader::NextEntry(const std::string& name, std::int64_t& bytes, std::str
 }
 
 int SaveReader::ReadText(std::int64_t bytes, std::string& text, std::string& error) {
-  if (bytes < 0 || bytes > kLongestManifest) return Refuse(kDamaged, error);
+  if (bytes < 0 || bytes > static_cast<std::int64_t>(kLongestManifest)) return Refuse(kDamaged, error);
   text.resize(static_cast<std::size_t>(bytes));
   return archive_read_data(archive_.get(), text.data(), text.size()) == bytes ? 0 : RefuseArchive(error);
 }
@@ -160,6 +160,7 @@ int SaveReader::ReadItem(const SavedItem& item, SaveTarget* target, std::string&
   std::vector<char> piece(kPiece);
   Sha256 digest;
   for (;;) {
+    if (CheckStop(error) < 0) return -1;
     const la_ssize_t length = archive_read_data(archive_.get(), piece.data(), piece.size());
     if (length < 0) return RefuseArchive(error);
     if (length == 0) break;

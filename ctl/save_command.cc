@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/errno.h"
+#include "base/path.h"
 #include "ctl/commands.h"
 #include "ctl/look_arguments.h"
 #include "ctl/new_file.h"
@@ -13,6 +14,7 @@
 #include "ctl/save_archive.h"
 #include "ctl/save_content.h"
 #include "ctl/sha256.h"
+#include "ctl/stop_signals.h"
 #include "ctl/version_graph.h"
 #include "ctl/volume_folder.h"
 #include "updater/intent_file.h"
@@ -112,12 +114,22 @@ void PrintSave(const SaveArguments& arguments, const SaveManifest& manifest, std
               << Printable(arguments.file) << "\n";
 }
 
+// Restores and upgrades remove what lies there.
+bool IsInPackage(const package::VolumePaths& paths, const std::string& file) {
+  std::error_code failure;
+  const std::string folder = std::filesystem::canonical(base::FolderOf(file), failure).string();
+  return !failure && (folder + "/").starts_with(paths.package_folder + "/");
+}
+
 int SaveVolume(const SaveArguments& arguments, const Streams& streams) {
   Source source;
   std::string error;
   if (TakeSource(arguments, source, error) < 0) return TellReason(streams, error, kRefused);
   const package::VolumePaths paths(source.volume);
   NewFile file;
+  if (IsInPackage(paths, arguments.file)) {
+    return TellReason(streams, arguments.file + " is in the folder that is to be saved", kRefused);
+  }
   if (file.Make(arguments.file, error) < 0) return TellReason(streams, error, kRefused);
   SaveManifest manifest = {.volume = source.volume,
                            .uuid = ReadVolumeUuid(source.volume),
@@ -152,7 +164,10 @@ Action DefineSave(CLI::App& command, const Streams& streams) {
   command.footer(
       "Examples:\n  updater-ctl save /volume1 /mnt/usb/before-upgrade.tar.zst\n"
       "  updater-ctl restore /volume1 /mnt/usb/before-upgrade.tar.zst");
-  return [arguments, streams] { return SaveVolume(*arguments, streams); };
+  return [arguments, streams] {
+    const StopSignals stop;
+    return SaveVolume(*arguments, streams);
+  };
 }
 
 }  // namespace ctl

@@ -11,6 +11,7 @@
 #include "base/path.h"
 #include "base/retry.h"
 #include "ctl/sha256.h"
+#include "ctl/stop_signals.h"
 #include "db-util/database_files.h"
 #include "db-util/guarded_files.h"
 #include "file-op/file_op.h"
@@ -59,11 +60,14 @@ class Lister {
 };
 
 int Lister::AddAt(Kind kind, const FilePlace& place) {
-  // Where its owner has put a database is his business.
-  const int flags = kind == Kind::kDatabase ? 0 : AT_SYMLINK_NOFOLLOW;
+  // Where its owner has put a database is his business, and upgrades follow a link to the views.
+  const bool is_followed = kind == Kind::kDatabase || place.path == paths_.live.view_folder;
+  const int flags = is_followed ? 0 : AT_SYMLINK_NOFOLLOW;
   struct stat status {};
   if (fstatat(place.at, place.name.c_str(), &status, flags) < 0) {
-    return errno == ENOENT || errno == ENOTDIR ? 0 : Fail(place.path);
+    if (errno != ENOENT && errno != ENOTDIR) return Fail(place.path);
+    if (file_op::Find(place) == 1) left_out_.push_back(place.path);  // a link to nowhere
+    return 0;
   }
   const mode_t type = status.st_mode & S_IFMT;
   const bool is_folder = kind == Kind::kFolder || kind == Kind::kMarkerFolder;
@@ -122,21 +126,13 @@ class FileLister : public file_op::TraverseHandler {
 
   int OnEntry(const FolderCursor& folder, const Entry& entry) override {
     const FilePlace place = folder.here().In(entry.name);
+    if (entry.type == Entry::Type::kFolder) return lister_.AddAt(Kind::kFolder, place);
     const std::string database = live_.FileDatabase(base::NameOf(folder.path()));
     if (place.path == database) return lister_.AddAt(Kind::kDatabase, place);
     const auto files = db_util::DatabaseFiles(database);
     if (std::find(files.begin(), files.end(), place.path) != files.end()) return 0;  // taken in
-    switch (entry.type) {
-      case Entry::Type::kFolder:
-        return lister_.AddAt(Kind::kFolder, place);
-      case Entry::Type::kFile:
-        return lister_.AddAt(Kind::kFile, place);
-      case Entry::Type::kLink:
-        return lister_.AddAt(Kind::kLink, place);
-      case Entry::Type::kOther:
-        break;
-    }
-    return 0;
+    // A pipe or socket is left out.
+    return lister_.AddAt(entry.type == Entry::Type::kLink ? Kind::kLink : Kind::kFile, place);
   }
 
  private:
@@ -209,6 +205,7 @@ std::optional<updater::Version> SavedContent::ReadVersion() const {
 int SavedContent::Read(const Use& use, std::string& error) const {
   std::vector<char> piece(kPiece);
   for (std::int64_t at = 0; at < size_;) {
+    if (CheckStop(error) < 0) return -1;
     const int length = static_cast<int>(std::min<std::int64_t>(kPiece, size_ - at));
     const bool is_read =
         is_database_ ? image_.Read(piece.data(), length, at)

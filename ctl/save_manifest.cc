@@ -164,6 +164,20 @@ SavedItem ParseItem(const Json& json) {
   return item;
 }
 
+// What a text of so many bytes makes is many times as large: nothing but brackets would take gigabytes.
+Json ParseBounded(const std::string& text) {
+  constexpr int kDeepest = 4;
+  constexpr std::size_t kBytesPerValue = 8;
+  std::size_t values = 0;
+  const auto check = [&](int depth, Json::parse_event_t event, const Json& /*value*/) {
+    if (event != Json::parse_event_t::key && ++values > text.size() / kBytesPerValue + 1)
+      depth = kDeepest + 1;
+    if (depth > kDeepest) throw std::invalid_argument("it is no manifest");
+    return true;
+  };
+  return Json::parse(text, check);
+}
+
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 
 void CheckItems(const SaveManifest& manifest) {
@@ -209,8 +223,12 @@ std::string FormatManifest(const SaveManifest& manifest) {
 }
 
 int ParseManifest(const std::string& text, SaveManifest& manifest, std::string& error) {
+  if (text.size() > kLongestManifest) {
+    error = "its manifest is too long: there are too many files and folders in it";
+    return -1;
+  }
   try {
-    const Json json = Json::parse(text);
+    const Json json = ParseBounded(text);
     if (json.at("schema").get<std::string>() != kSchema) throw std::invalid_argument("it is no manifest");
     if (json.at("schema_version").get<int>() != kSchemaVersion) {
       throw std::invalid_argument("a later program has made it");

@@ -20,6 +20,8 @@ namespace ctl {
 
 inline constexpr const char* kManifestName = "manifest.json";
 inline constexpr const char* kManifestDigestName = "manifest.sha256";
+// Of some 50,000 files and folders. A text that is longer is refused, also by who would write it.
+inline constexpr std::size_t kLongestManifest = std::size_t{16} << 20;
 
 // What upgrades make in the sync folder outside of the databases. The folders of views have a folder "sign"
 // with an empty file besides.

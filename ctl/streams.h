@@ -4,6 +4,8 @@
 #include <ostream>
 #include <string>
 
+#include "ctl/output.h"
+
 namespace ctl {
 
 // Where a command writes: its report, and why it failed.
@@ -21,7 +23,7 @@ inline constexpr int kRefused =
 
 // Tells why a command has not succeeded; returns `status`.
 [[nodiscard]] inline int TellReason(const Streams& streams, const std::string& reason, int status) {
-  streams.err << "updater-ctl: " << reason << "\n";
+  streams.err << "updater-ctl: " << Printable(reason) << "\n";
   return status;
 }
 

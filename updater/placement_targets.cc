@@ -72,6 +72,11 @@ bool CanReplaceTargets(const package::VolumePaths& paths, const Intent& intent) 
     if (!item.copy.exists() && !is_removal) continue;  // this part stays as it is
     const auto [copy, live] = PathsOf(paths, item);
     base::Errno error = CheckTarget(live, item.is_folder() && item.live.exists());
+    const bool is_file = item.copy.exists() && !item.is_folder() && !item.is_view();
+    struct stat status {};
+    if (error.ok() && is_file && lstat(live.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+      error = base::Errno(EISDIR);
+    }
     // A folder that goes is moved to where its working copy would be.
     const bool stays_there = is_removal && !item.is_folder();
     std::string around = base::FolderOf(live);
