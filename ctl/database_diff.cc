@@ -1,8 +1,11 @@
 #include "ctl/database_diff.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <map>
 
+#include "ctl/stop_signals.h"
 #include "ctl/table_walk.h"
 #include "db-util/look.h"
 #include "updater/framework/stored_version.h"
@@ -17,20 +20,39 @@ struct Side {
   std::map<std::string, std::string> schema;  // "table x" -> its statement, without blanks and quotes
 };
 
+// Within quotes blanks count.
 std::string Squeezed(const std::string& sql) {
+  constexpr std::string_view kBlanks = " \t\r\n";
   std::string text;
-  std::copy_if(sql.begin(), sql.end(), std::back_inserter(text), [](char character) {
-    return std::string_view(" \t\r\n\"").find(character) == std::string_view::npos;
-  });
+  char quote = '\0';
+  for (const char character : sql) {
+    const bool is_quote = character == '"' || character == '\'';
+    if (is_quote && (quote == '\0' || quote == character)) quote = quote == '\0' ? character : '\0';
+    const bool is_blank = quote == '\0' && kBlanks.find(character) != std::string_view::npos;
+    if (!is_blank && character != '"') text += character;
+  }
   return text;
+}
+
+// The rows of a walk come in the order of the bytes of their texts, so both have to have the same bytes.
+Status CheckEncoding(sqlite3* db) {
+  Status status;
+  const Status asked = db_util::ForEachRow(db, "PRAGMA encoding;", [&status](sqlite3_stmt* row) {
+    const std::string encoding = db_util::ColumnText(row, 0);
+    if (encoding != "UTF-8") status = {.code = SQLITE_ERROR, .message = "its texts are in " + encoding};
+    return true;
+  });
+  return asked.ok() ? status : asked;
 }
 
 std::optional<updater::Version> OpenSide(const std::string& path, Side& side, Status& status) {
   if (path.empty()) return std::nullopt;
   status = db_util::OpenToLook(path, side.db);
+  if (status.ok()) status = CheckEncoding(side.db.get());
   if (status.ok()) {
     status = db_util::ForEachRow(
-        side.db.get(), "SELECT type || ' ' || name, sql FROM sqlite_master WHERE name NOT LIKE 'sqlite_%';",
+        side.db.get(),
+        "SELECT type || ' ' || name, sql FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\';",
         [&side](sqlite3_stmt* row) {
           side.schema[db_util::ColumnText(row, 0)] = Squeezed(db_util::ColumnText(row, 1));
           return true;
@@ -73,7 +95,14 @@ Names CommonKey(const std::vector<TableColumn>& a, const std::vector<Names>& a_u
     const bool is_named = std::find(columns.begin(), columns.end(), "") == columns.end();
     if (is_named && std::find(b_unique.begin(), b_unique.end(), columns) != b_unique.end()) return columns;
   }
-  return {kRowId};
+  const auto is_free = [&](const std::string& name) {
+    const auto has_name = [&name](const TableColumn& column) {
+      return strcasecmp(column.name.c_str(), name.c_str()) == 0;
+    };
+    return std::none_of(a.begin(), a.end(), has_name) && std::none_of(b.begin(), b.end(), has_name);
+  };
+  const auto free = std::find_if(kRowIds.begin(), kRowIds.end(), is_free);
+  return free == kRowIds.end() ? Names{} : Names{*free};
 }
 
 class TableComparison {
@@ -118,6 +147,7 @@ Status TableComparison::Prepare(sqlite3* a, sqlite3* b) {
                                        [&](const TableColumn& other) { return other.name == column.name; });
     if (is_common && !is_key) columns_.push_back(column.name);
   }
+  if (key_.empty()) return {.code = SQLITE_ERROR, .message = "nothing tells its rows apart"};
   for (const std::string& name : key_) diff_.key += (diff_.key.empty() ? "" : ", ") + name;
   status = a_.Begin(a, diff_.table, key_, columns_);
   return status.ok() ? b_.Begin(b, diff_.table, key_, columns_) : status;
@@ -151,17 +181,18 @@ void TableComparison::AddOnly(const TableWalk& walk, long long& count,
   first.push_back(std::move(row));
 }
 
+// A key is the same as 5 and as 5.0, but the row is not.
 void TableComparison::AddChanged() {
   TableDiff::Row row;
   bool is_changed = false;
   const bool is_shown = diff_.first_changed.size() < rows_shown_;
-  for (int i = 0; i < CountOf(columns_); ++i) {
-    const int column = CountOf(key_) + i;
+  for (int column = 0; column < CountOf(key_) + CountOf(columns_); ++column) {
     if (AreEqual(a_, b_, column)) continue;
     is_changed = true;
     if (!is_shown) break;
-    row.columns.push_back(columns_[static_cast<std::size_t>(i)] + ": " + a_.Text(column) + " -> " +
-                          b_.Text(column));
+    const auto i = static_cast<std::size_t>(column);
+    const std::string& name = i < key_.size() ? key_[i] : columns_[i - key_.size()];
+    row.columns.push_back(name + ": " + a_.Text(column) + " -> " + b_.Text(column));
   }
   if (!is_changed) return;
   ++diff_.changed;
@@ -178,6 +209,7 @@ Status TableComparison::Run(sqlite3* a, sqlite3* b) {
     if (order == 0) AddChanged();
     if (order <= 0) status = a_.Next();
     if (order >= 0 && status.ok()) status = b_.Next();
+    if (status.ok() && CheckStop(status.message) < 0) status.code = SQLITE_INTERRUPT;
   }
   diff_.rows_a = a_.rows();
   diff_.rows_b = b_.rows();

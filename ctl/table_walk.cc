@@ -44,6 +44,14 @@ int CompareNumbers(Number a, Number b) {
   return a < b ? -1 : b < a ? 1 : 0;
 }
 
+// Exactly, as SQLite does: not every whole number is a floating one.
+int CompareMixed(sqlite3_int64 a, double b) {
+  constexpr double kEnd = 9223372036854775808.0;
+  if (b >= kEnd || b < -kEnd) return b < 0 ? 1 : -1;
+  const int order = CompareNumbers(a, static_cast<sqlite3_int64>(b));
+  return order != 0 ? order : CompareNumbers(static_cast<double>(a), b);
+}
+
 }  // namespace
 
 db_util::Status ReadColumns(sqlite3* db, const std::string& table, std::vector<TableColumn>& columns) {
@@ -81,7 +89,8 @@ db_util::Status TableWalk::Begin(sqlite3* db, const std::string& table, const st
   std::string order;
   for (const std::string& key : keys) {
     // In quotes it would be a text where a table has none.
-    const std::string name = key == kRowId ? key : Quoted(key);
+    const bool is_rowid = std::find(kRowIds.begin(), kRowIds.end(), key) != kRowIds.end();
+    const std::string name = is_rowid ? key : Quoted(key);
     values += (values.empty() ? "" : ", ") + name;
     order += (order.empty() ? "" : ", ") + name + " COLLATE BINARY";
   }
@@ -130,10 +139,13 @@ int CompareValues(const TableWalk& a, const TableWalk& b, int column) {
   if (rank != RankOf(b_type)) return CompareNumbers(rank, RankOf(b_type));
   if (rank == 0) return 0;
   if (rank > 1) return Compare(BytesOf(a.row(), column), BytesOf(b.row(), column));
-  if (a_type == SQLITE_INTEGER && b_type == SQLITE_INTEGER) {
-    return CompareNumbers(sqlite3_column_int64(a.row(), column), sqlite3_column_int64(b.row(), column));
-  }
-  return CompareNumbers(sqlite3_column_double(a.row(), column), sqlite3_column_double(b.row(), column));
+  const sqlite3_int64 a_whole = sqlite3_column_int64(a.row(), column);
+  const sqlite3_int64 b_whole = sqlite3_column_int64(b.row(), column);
+  const double a_real = sqlite3_column_double(a.row(), column);
+  const double b_real = sqlite3_column_double(b.row(), column);
+  if (a_type == b_type)
+    return a_type == SQLITE_INTEGER ? CompareNumbers(a_whole, b_whole) : CompareNumbers(a_real, b_real);
+  return a_type == SQLITE_INTEGER ? CompareMixed(a_whole, b_real) : -CompareMixed(b_whole, a_real);
 }
 
 bool AreEqual(const TableWalk& a, const TableWalk& b, int column) {

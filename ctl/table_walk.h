@@ -3,6 +3,7 @@
 
 #include <sqlite3.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,8 @@
 
 namespace ctl {
 
-// The key of a table that has none.
-inline constexpr const char* kRowId = "rowid";
+// The key of a table that has none, by each of its names: a column may have one of them.
+inline constexpr std::array kRowIds = {"rowid", "_rowid_", "oid"};
 
 struct TableColumn {
   std::string name;
