@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "ctl/command_line.h"
 #include "ctl/demo_platform.h"
@@ -19,6 +21,7 @@
 #include "ctl/volume_folder.h"
 #include "package/layout.h"
 #include "platform/sdk/volume_uuid.h"
+#include "platform/system_paths.h"
 #include "platform/uuid_text.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/logged_test.h"
@@ -412,6 +415,21 @@ TEST_F(CtlTest, DiffTellsWhatIsInOneOfBothOrChanged) {
   EXPECT_EQ(Run({"diff", a, folder_ / "none"}), 2);
   EXPECT_EQ(Run({"diff", folder_.Write("c", "no database"), a}), 2);
   EXPECT_THAT(out_.str(), HasSubstr("cannot be compared: A: file is not a database"));
+  const std::string key = "CREATE TABLE t (k PRIMARY KEY); INSERT INTO t VALUES ";
+  const std::string row = "CREATE TABLE t (rowid, v); INSERT INTO t VALUES (2, 'a'), (1, ";
+  using Case = std::array<std::string, 3>;  // in A, in B, and what is told
+  for (const auto& [in_a, in_b, told] :
+       {Case{key + "(5);", key + "(5.0);", "k: 5 -> 5.0"},
+        Case{key + "(9007199254740993);", key + "(9007199254740992.0);", "k = 9007199254740993"},
+        Case{"CREATE TABLE sqlitex (v);", "CREATE TABLE y (v);", "table sqlitex: only in A"},
+        Case{"CREATE TABLE t (v DEFAULT 'x y');", "CREATE TABLE t (v DEFAULT 'xy');", "table t: differs"},
+        Case{row + "'b');", row + "'c');", "_rowid_ = 2\n        v: 'b'"},
+        Case{"PRAGMA encoding = 'UTF-16le'; CREATE TABLE t (v);", key + "(1);", "texts are in UTF-16le"}}) {
+    fs::remove(a), fs::remove(b);
+    tests::RunSql(a, in_a, db_util::OpenMode::kCreate), tests::RunSql(b, in_b, db_util::OpenMode::kCreate);
+    EXPECT_NE(Run({"diff", a, b}), 0);
+    EXPECT_THAT(out_.str(), HasSubstr(told));
+  }
 }
 
 // A process that has the database locked, as one in a transaction does.
@@ -475,7 +493,9 @@ TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
     std::string altered = bytes;
     altered[at] = static_cast<char>(altered[at] ^ 1);
     (void)folder_.Write("bad.tar.zst", altered);
-    refuse_bad("is no save to restore");
+    const auto before = tests::ReadTree(volume_);
+    EXPECT_NE(Run({"restore", volume_, bad}), 1);  // a byte between two entries is nobody's
+    EXPECT_EQ(tests::ReadTree(volume_), before) << at;
   }
   ctl::SaveReader reader;
   std::string error;
@@ -500,15 +520,21 @@ TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
   refuse_bad("cut off");
   manifest.items.front().bytes = std::int64_t{1} << 47;
   WriteManifest(bad, manifest);
-  refuse_bad("cut off");
-  manifest.uuid = "another";
+  refuse_bad("the restore needs 128");
+  manifest.uuid = "another\n";
   WriteManifest(bad, manifest);
-  refuse_bad("is a save of another volume");
-  refuse({"restore", volume_, bad, "--force-other-volume"}, "cut off");
+  refuse_bad("is a save of another volume: of " + volume_ + " with another\\x0A");
+  refuse({"restore", volume_, bad, "--force-other-volume"}, "the restore needs 128");
+  EXPECT_LT(ctl::ParseManifest(std::string(9, '['), manifest, error), 0);
+  EXPECT_THAT(error, HasSubstr("it is no manifest"));
+  EXPECT_LT(ctl::ParseManifest(std::string(ctl::kLongestManifest + 1, ' '), manifest, error), 0);
+  EXPECT_THAT(error, HasSubstr("too long"));
   refuse({"restore", volume_, folder_ / "none"}, "none: No such file or directory");
   refuse({"restore", volume_, folder_.path()}, "it is no file");
   refuse({"save", volume_, good}, "is there already");
   refuse({"save", volume_, folder_ / "none/x"}, "x: No such file or directory");
+  refuse({"save", volume_, ""}, "'' is no name of a file");
+  refuse({"save", volume_, paths_.live.user + "-wal"}, "is in the folder that is to be saved");
 
   const std::string pid = std::to_string(getpid());
   (void)folder_.Write("state/usr/plat/etc/packages/StratoFolder/stfd_upgrading_mark", pid);
@@ -529,6 +555,32 @@ TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
   refuse({"save", volume_, bad + "2"}, "File too large", 1);
   refuse({"restore", volume_, good}, "nothing was restored: cannot write ", 1);
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  const std::string database = tests::ReadFile(paths_.live.user);
+  fs::remove(paths_.live.user), fs::create_directory(paths_.live.user);
+  refuse({"restore", volume_, good}, "nothing was restored: cannot replace " + paths_.live.user, 1);
+  fs::remove(paths_.live.user), tests::WriteFile(paths_.live.user, database);
+  const std::string big = paths_.live.file_folder + "/big";
+  const std::string status = platform::SystemPaths::Under(folder_ / "state2").service_status;
+  ASSERT_EQ(mkfifo((paths_.live.file_folder + "/pipe").c_str(), 0600), 0);
+  fs::rename(paths_.live.view_folder, folder_ / "views");
+  fs::create_symlink(folder_ / "views", paths_.live.view_folder);
+  tests::WriteFile(big, ""), fs::resize_file(big, 1 << 28);
+  const auto save_until_stopped = [&] {
+    std::thread([] { (void)(usleep(50000), kill(getpid(), SIGTERM)); }).detach();
+    exit(Run({"save", volume_, bad + "2"}));
+  };
+  EXPECT_EXIT(save_until_stopped(), testing::KilledBySignal(SIGTERM), "");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 5);
+  ASSERT_EQ(Run({"save", volume_, bad + "2"}), 0) << err_.str();
+  EXPECT_THAT(out_.str(), HasSubstr("pipe, a link or no database"));
+  std::thread upgrade([&] {
+    for (int i = 0; i < 5000 && !fs::exists(paths_.copies.data); ++i) (void)usleep(1000);
+    fs::create_directories(fs::path(status).parent_path()), tests::WriteFile(status, "");
+  });
+  EXPECT_EQ(Run({"restore", volume_, bad + "2", "--state", folder_ / "state2"}), 1);
+  EXPECT_THAT(err_.str(), HasSubstr("meanwhile an upgrade was started"));
+  upgrade.join();
+  fs::remove(big), fs::remove(paths_.live.file_folder + "/pipe");
   fs::resize_file(paths_.live.user, 5000), fs::remove(bad);
   refuse({"save", volume_, bad}, "user-db.sqlite: database disk image is malformed");
   (void)folder_.Write("volume/@stratofolder/@sync/.upgrade-commit", "x");
