@@ -95,20 +95,25 @@ inline constexpr const char* kVersionKey = "version";
 inline constexpr const char* kVersionValue = "'2577'";
 
 // A counter may hold the last number that was given away or the next one: one above the largest in use is
-// right for both. A missing serial stays unknown, which is what the default of the column says.
+// right for both; what has reached the largest number of all stays there. A missing serial stays unknown,
+// which is what the default of the column says.
 inline constexpr std::array kConfigRows = {
-    ConfigRow{4, Database::kUser, "view_id",
-              "coalesce((SELECT max(CAST(view_id AS INTEGER)) + 1 FROM user_db.user_table), 1)"},
-    ConfigRow{5, Database::kData, "sync_id",
-              "coalesce((SELECT max(id) + 1 FROM (SELECT max(CAST(sync_id AS INTEGER)) AS id FROM "
-              "data_db.version_table UNION ALL SELECT max(CAST(sync_id AS INTEGER)) FROM data_db.node_table "
-              "UNION ALL SELECT max(CAST(max_id AS INTEGER)) FROM data_db.node_table)), 0)"},
-    ConfigRow{6, Database::kData, "file_id",
-              "coalesce((SELECT max(id) + 1 FROM (SELECT max(CAST(file_id AS INTEGER)) AS id FROM "
-              "data_db.file_table UNION ALL SELECT max(CAST(file_id AS INTEGER)) FROM "
-              "data_db.version_table)), 0)"},
-    ConfigRow{6, Database::kData, "delta_file_id",
-              "coalesce((SELECT max(CAST(delta_file_id AS INTEGER)) + 1 FROM data_db.delta_table), 0)"},
+    ConfigRow{
+        4, Database::kUser, "view_id",
+        "coalesce((SELECT CAST(max(CAST(view_id AS INTEGER)) + 1 AS INTEGER) FROM user_db.user_table), 1)"},
+    ConfigRow{
+        5, Database::kData, "sync_id",
+        "coalesce((SELECT CAST(max(id) + 1 AS INTEGER) FROM (SELECT max(CAST(sync_id AS INTEGER)) AS id FROM "
+        "data_db.version_table UNION ALL SELECT max(CAST(sync_id AS INTEGER)) FROM data_db.node_table "
+        "UNION ALL SELECT max(CAST(max_id AS INTEGER)) FROM data_db.node_table)), 0)"},
+    ConfigRow{
+        6, Database::kData, "file_id",
+        "coalesce((SELECT CAST(max(id) + 1 AS INTEGER) FROM (SELECT max(CAST(file_id AS INTEGER)) AS id FROM "
+        "data_db.file_table UNION ALL SELECT max(CAST(file_id AS INTEGER)) FROM "
+        "data_db.version_table)), 0)"},
+    ConfigRow{
+        6, Database::kData, "delta_file_id",
+        "coalesce((SELECT CAST(max(CAST(delta_file_id AS INTEGER)) + 1 AS INTEGER) FROM data_db.delta_table), 0)"},
     ConfigRow{6, Database::kData, "rotate_cnt", "'32'"},
     ConfigRow{6, Database::kData, "rotate_span", "'15552000'"},
     ConfigRow{10, Database::kData, "row1", "'1'"},
