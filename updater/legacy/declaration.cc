@@ -48,6 +48,8 @@ std::size_t NextLength(std::string_view text) {
   return std::max<std::size_t>(length, 1);
 }
 
+bool IsComment(std::string_view token) { return token.starts_with("--") || token.starts_with("/*"); }
+
 bool IsNameInQuotes(std::string_view token) {
   return std::string_view("\"`[").find(token.front()) != std::string_view::npos;
 }
@@ -64,7 +66,7 @@ Tokens TokensOf(std::string_view text) {
   Tokens tokens;
   for (; !text.empty(); text.remove_prefix(NextLength(text))) {
     std::string token(text.substr(0, NextLength(text)));
-    if (IsBlank(token.front()) || token.starts_with("--") || token.starts_with("/*")) continue;
+    if (IsBlank(token.front()) || IsComment(token)) continue;
     if (IsNameInQuotes(token)) token.front() = token.back() = '"';
     tokens.push_back(token.front() == '\'' ? token : InSmallLetters(token));
   }
@@ -97,6 +99,19 @@ std::string WithoutStyle(std::string_view create_index) {
   Tokens tokens = TokensOf(create_index);
   for (std::string& token : tokens) token = WithoutQuotes(token);
   return Join(tokens.begin(), tokens.end());
+}
+
+std::string OneStatement(std::string_view text) {
+  std::string statement;
+  bool has_ended = false;
+  for (; !text.empty(); text.remove_prefix(NextLength(text))) {
+    const std::string_view token = text.substr(0, NextLength(text));
+    const bool is_empty = IsBlank(token.front()) || IsComment(token);
+    if (has_ended && !is_empty) return {};
+    has_ended |= token == ";" || token.front() == '\0';  // where SQLite stops
+    if (!has_ended) statement += is_empty ? " " : token;
+  }
+  return statement;
 }
 
 Declaration ReadDeclaration(std::string_view create_table) {

@@ -11,6 +11,10 @@ namespace updater::legacy {
 // texts) and a last semicolon.
 [[nodiscard]] std::string WithoutStyle(std::string_view create_index);
 
+// A statement without comments and without the semicolon at its end, so that another one can follow it. Empty
+// where something follows already.
+[[nodiscard]] std::string OneStatement(std::string_view text);
+
 struct Column {
   std::string name;         // in small letters, without quotes
   std::string declaration;  // its type and constraints, in the same way; a last "DEFAULT NULL" says nothing

@@ -16,6 +16,8 @@ namespace {
 using logger::CutInTheMiddle;
 
 constexpr const char* kConfigTable = "config_table";
+constexpr const char* kUserTable = "user_table";
+constexpr const char* kNodeTable = "node_table";
 constexpr std::string_view kCreateIndex = "CREATE INDEX ";  // how SQLite writes it down
 constexpr const char* kForeign = " is not of the layout";
 
@@ -43,6 +45,9 @@ bool HasDefault(const Column& column) {
   return !Has(declaration, "primary key") && !Has(declaration, "unique") &&
          (!Has(declaration, "not null") || Has(declaration, "default"));
 }
+
+// A row that does not tell whose it is gets lost on the way to the databases of the views.
+bool TellsWhose(const Column& column) { return column.name == "view_id" || column.name == "node_id"; }
 
 // ALTER TABLE takes only a constant.
 bool CanBeAdded(const Column& column) { return HasDefault(column) && !Has(column.declaration, "default ("); }
@@ -81,7 +86,11 @@ class Judging {
       : db_(db), schema_(schema), target_(SchemaOf(database)), database_(database), step_(step) {}
 
   Judgement Judge() {
-    if (ReadObjects() && ReadVersion() && judgement_.IsBelow()) {
+    if (!ReadObjects() || !ReadVersion()) return Take();
+    judgement_.lacks_users = Find("table", kUserTable) == nullptr;
+    if (judgement_.version <= kLayoutVersion && Find("table", kNodeTable) != nullptr)
+      (void)FindRow(kNodeTable, judgement_.has_nodes);  // damage is found by those who need the rows
+    if (judgement_.IsBelow()) {
       for (const Object& object : objects_) JudgeObject(object);
       ForEachPart(kTables, [this](const Table& table) { JudgeTable(table); });
       ForEachPart(kIndexes, [this](const Index& index) { JudgeIndex(index); });
@@ -126,6 +135,11 @@ class Judging {
     return found == objects_.end() ? nullptr : &*found;
   }
 
+  db_util::Status FindRow(const std::string& from, bool& found) {
+    const std::string query = "SELECT 1 FROM " + schema_ + "." + from + " LIMIT 1;";
+    return db_util::ForEachRow(db_, query, [&found](sqlite3_stmt*) { return !(found = true); });
+  }
+
   bool ReadObjects() {
     return CheckStatus(
         db_util::ForEachRow(db_, "SELECT type, name, tbl_name, sql FROM " + schema_ + ".sqlite_master;",
@@ -167,7 +181,7 @@ class Judging {
     if (is_internal && (is_table || object.type == "index")) return;
     const bool is_known = (is_table && FindPart(kTables, database_, object.name) != nullptr) ||
                           (object.type == "index" && FindPart(kTables, database_, object.name) == nullptr &&
-                           object.sql.starts_with(kCreateIndex) && !Has(WithoutStyle(object.sql), ";"));
+                           object.sql.starts_with(kCreateIndex) && !OneStatement(object.sql).empty());
     if (!is_known) Refuse(object.type + " " + Shown(object.name) + kForeign);
   }
 
@@ -201,9 +215,7 @@ class Judging {
   void JudgeMissingColumns(const Table& table, const Declaration& expected, const Declaration& declared) {
     if (std::ranges::equal(expected.columns, declared.columns, {}, &Column::name, &Column::name)) return;
     bool has_rows = false;
-    const auto find_row = [&has_rows](sqlite3_stmt*) { return !(has_rows = true); };
-    const std::string query = "SELECT 1 FROM " + schema_ + "." + table.name + " LIMIT 1;";
-    if (!CheckStatus(db_util::ForEachRow(db_, query, find_row))) return;
+    if (!CheckStatus(FindRow(table.name, has_rows))) return;
     const std::vector<std::string> texts = ColumnTexts(table);
     std::string common;
     std::string added;
@@ -218,7 +230,7 @@ class Judging {
       }
       missing = std::string("column ") + table.name + "." + column.name;
       // A configuration is nothing without its keys or its values.
-      if (has_rows && (!HasDefault(column) || IsSameName(table.name, kConfigTable))) {
+      if (has_rows && (!HasDefault(column) || TellsWhose(column) || IsSameName(table.name, kConfigTable))) {
         Refuse(missing + " is missing and cannot be given a default");
         return;
       }
@@ -243,7 +255,8 @@ class Judging {
               " RENAME TO " + table.name + ";";
     for (const Object& index : objects_) {
       if (index.type != "index" || !IsSameName(index.table, table.name) || index.sql.empty()) continue;
-      script += std::string(kCreateIndex) + target_ + "." + index.sql.substr(kCreateIndex.size()) + ";";
+      script += std::string(kCreateIndex) + target_ + "." +
+                OneStatement(index.sql).substr(kCreateIndex.size()) + ";";
     }
     return script;
   }
@@ -265,10 +278,8 @@ class Judging {
           "INSERT OR REPLACE " + insert + "DELETE FROM " + target_ + ".config_table WHERE key = 'branch';");
     }
     bool found = false;
-    const auto find_row = [&found](sqlite3_stmt*) { return !(found = true); };
-    const std::string query =
-        "SELECT 1 FROM " + schema_ + ".config_table WHERE key = '" + row.key + "' LIMIT 1;";
-    if (HasConfigValues() && !CheckStatus(db_util::ForEachRow(db_, query, find_row))) return;
+    const std::string from = std::string(kConfigTable) + " WHERE key = '" + row.key + "'";
+    if (HasConfigValues() && !CheckStatus(FindRow(from, found))) return;
     if (!found) Need(row.step, std::string("configuration row ") + row.key, "INSERT " + insert);
   }
 
@@ -283,6 +294,11 @@ class Judging {
 };
 
 }  // namespace
+
+std::string RefusalOfBoth(const Judgement& data, const Judgement& user) {
+  const bool is_owner_lost = user.IsBelow() && user.lacks_users && data.has_nodes;
+  return is_owner_lost ? std::string("table ") + kUserTable + " is missing beside a data_db with nodes" : "";
+}
 
 Judgement Judge(sqlite3* db, const std::string& schema, Database database, int step) {
   return Judging(db, schema, database, step).Judge();

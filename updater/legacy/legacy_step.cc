@@ -54,8 +54,9 @@ bool LegacyStep::Accept(const PackagePaths& copies, const Judgements& judgements
   const auto below =
       std::ranges::find_if(judgements, [](const auto& found) { return found.second.IsBelow(); });
   for (const auto& [database, judgement] : judgements) {
-    const std::string& path = PathOf(copies, database);
-    if (!judgement.refusal.empty()) return Refuse(path, judgement.refusal);
+    if (!judgement.refusal.empty()) return Refuse(PathOf(copies, database), judgement.refusal);
+  }
+  for (const auto& [database, judgement] : judgements) {
     if (below != judgements.end() && judgement.version > kLayoutVersion) {
       return Refuse(PathOf(copies, below->first),
                     "it is at version " + std::to_string(below->second.version) + " beside a " +
@@ -66,7 +67,11 @@ bool LegacyStep::Accept(const PackagePaths& copies, const Judgements& judgements
     if (below == judgements.end() || !row_.Gets(database) || judgements.contains(database)) continue;
     return Refuse(PathOf(copies, database), "there is no such file");
   }
-  return true;
+  const auto data = judgements.find(Database::kData);
+  const auto user = judgements.find(Database::kUser);
+  if (data == judgements.end() || user == judgements.end()) return true;
+  const std::string reason = RefusalOfBoth(data->second, user->second);
+  return reason.empty() || Refuse(copies.user, reason);
 }
 
 bool LegacyStep::Change(const PackagePaths& copies, const Judgements& judgements) const {
