@@ -1,10 +1,14 @@
+#include <algorithm>
+#include <array>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <utility>
 
 #include "ctl/commands.h"
 #include "ctl/inspection.h"
 #include "ctl/look_arguments.h"
+#include "ctl/output.h"
 #include "ctl/package_state.h"
 #include "ctl/place_inspection.h"
 #include "ctl/version_graph.h"
@@ -15,21 +19,24 @@
 namespace ctl {
 namespace {
 
+namespace legacy = updater::legacy;
+
 struct Outlook {
   std::optional<updater::Version> version;  // of the data database
   std::vector<Edge> chain;
   Findings findings;
 };
 
-const DatabaseSurvey* FindShared(const VolumeSurvey& survey, const std::string& name) {
-  for (const DatabaseSurvey& database : survey.databases) {
+template <typename Survey>
+auto FindShared(Survey& survey, const std::string& name) -> decltype(survey.databases.data()) {
+  for (auto& database : survey.databases) {
     if (database.kind == DatabaseSurvey::Kind::kShared && database.name == name) return &database;
   }
   return nullptr;
 }
 
 bool IsOld(const DatabaseSurvey& database) {
-  return database.version && database.version->number < updater::legacy::kLayoutVersion;
+  return database.version && database.version->number < legacy::kLayoutVersion;
 }
 
 void InspectChain(const DatabaseSurvey& data, Outlook& outlook) {
@@ -42,8 +49,7 @@ void InspectChain(const DatabaseSurvey& data, Outlook& outlook) {
     return;
   }
   std::string error;
-  const updater::Version begin =
-      IsOld(data) ? updater::Version{"", updater::legacy::kLayoutVersion} : *data.version;
+  const updater::Version begin = IsOld(data) ? updater::Version{"", legacy::kLayoutVersion} : *data.version;
   std::optional<std::vector<Edge>> chain = ChainFrom(begin, error);
   if (chain) outlook.chain = *std::move(chain);
   if (!error.empty()) {
@@ -54,29 +60,68 @@ void InspectChain(const DatabaseSurvey& data, Outlook& outlook) {
   }
 }
 
+// The databases that the first-generation steps look at.
+constexpr std::array<std::pair<const char*, legacy::Database>, 3> kOldKinds = {
+    {{"data", legacy::Database::kData},
+     {"user", legacy::Database::kUser},
+     {"client", legacy::Database::kClient}}};
+
+bool IsAnyLater(const VolumeSurvey& survey) {
+  return std::ranges::any_of(kOldKinds, [&survey](const auto& kind) {
+    const DatabaseSurvey* const database = FindShared(survey, kind.first);
+    return database != nullptr && database->version && database->version->number > legacy::kLayoutVersion;
+  });
+}
+
+// One without a version is not unreadable where a run takes it for an old one.
+void CountAsOld(VolumeSurvey& survey) {
+  if (FindShared(survey, "data") == nullptr || IsAnyLater(survey)) return;
+  for (const auto& [name, kind] : kOldKinds) {
+    DatabaseSurvey* const database = FindShared(survey, name);
+    if (database == nullptr || database->version) continue;
+    const legacy::Judgement judgement = legacy::JudgeFile(database->path, kind, 0);
+    if (!judgement.refusal.empty() || !judgement.IsBelow()) continue;
+    database->version = updater::Version{"", static_cast<int>(judgement.version)};
+    database->error.clear();
+  }
+}
+
 // What runs of the first-generation steps would do to those below 2577. They leave the client database as it
 // was.
 void InspectOldDatabases(const VolumeSurvey& survey, Findings& findings) {
-  using updater::legacy::Database;
-  for (const auto& [name, kind] :
-       {std::pair("data", Database::kData), {"user", Database::kUser}, {"client", Database::kClient}}) {
+  if (IsAnyLater(survey)) return;  // told of as mixed
+  legacy::Judgement data;
+  for (const auto& [name, kind] : kOldKinds) {
     const DatabaseSurvey* const database = FindShared(survey, name);
-    if (database == nullptr || !IsOld(*database)) continue;
-    const std::string reason = updater::legacy::JudgeFile(database->path, kind, 0).refusal;
-    if (kind == Database::kClient) {
+    if (database == nullptr || !database->version) continue;
+    const legacy::Judgement judgement = legacy::JudgeFile(database->path, kind, 0);
+    if (kind == legacy::Database::kData) data = judgement;
+    if (!IsOld(*database)) continue;
+    const std::string what = database->version->number == 0
+                                 ? "has no version, so it counts as older than 2577"
+                                 : "is older than 2577";
+    std::string reason = judgement.refusal;
+    if (reason.empty() && kind == legacy::Database::kUser) reason = legacy::RefusalOfBoth(data, judgement);
+    if (kind == legacy::Database::kClient) {
       findings.push_back({Severity::kProblem, "old-client", database->path,
-                          "is older than 2577, and no run upgrades a client database as old as that",
+                          what + ", and no run upgrades a client database as old as that",
                           "restore all databases of the package from one backup"});
     } else if (!reason.empty()) {
       findings.push_back({Severity::kProblem, "not-understood", database->path,
-                          "is older than 2577 and would be refused also with --dont-skip: " + reason,
+                          Join({what, " and would be refused also with --dont-skip: ", reason}),
                           "docs/legacy.md tells which older databases are upgraded"});
     } else {
       findings.push_back({Severity::kProblem, "needs-dont-skip", database->path,
-                          "is older than 2577: only a run with --dont-skip upgrades it",
+                          what + ": only a run with --dont-skip upgrades it",
                           "start updater-svr with --dont-skip behind the volume"});
     }
   }
+}
+
+// The first-generation steps bring old ones to their layout, or refuse them, which is told above.
+Findings InspectLaterLayouts(VolumeSurvey survey, int version) {
+  std::erase_if(survey.databases, IsOld);
+  return InspectLayouts(survey, version);
 }
 
 // Attaching makes a missing database, and the updaters then miss its tables.
@@ -94,7 +139,8 @@ void InspectParts(const VolumeSurvey& survey, const package::PackagePaths& live,
 Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths& system, bool reads_all) {
   platform::host::HostPlatform host(system);
   const platform::Platform& platform = host.platform();
-  const PackageState state = ReadPackageState(paths, system, platform.state_files);
+  PackageState state = ReadPackageState(paths, system, platform.state_files);
+  CountAsOld(state.survey);
   Outlook outlook = {.version = {}, .chain = {}, .findings = FindingsOf(state, paths)};
   Findings& findings = outlook.findings;
   Append(InspectStart(state.service, paths, system, platform), findings);
@@ -109,11 +155,11 @@ Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths
   Append(InspectSpace(paths), findings);
   if (reads_all) Append(InspectIntegrity(state.survey, Integrity::kQuick), findings);
   if (!data->version || data->version->number > package::kCurrentVersion) return outlook;
-  const int version = data->version->number;
+  const int version = std::max(data->version->number, legacy::kLayoutVersion);
   InspectParts(state.survey, paths.live, version, findings);
   Append(InspectFolders(state.survey, paths, version, platform), findings);
   InspectOldDatabases(state.survey, findings);
-  if (!IsOld(*data)) Append(InspectLayouts(state.survey, version), findings);
+  Append(InspectLaterLayouts(state.survey, version), findings);
   if (version >= updater::kSplitVersion) Append(InspectVolumes(paths.live, version, platform), findings);
   const DatabaseSurvey* const users = FindShared(state.survey, "user");
   if (users == nullptr || !users->version) return outlook;  // told of already, or by the mismatch
