@@ -116,8 +116,10 @@ std::string SampleContent::NameAt(int view, int position) const {
   if (position == 0) return "";
   if (position % 8 == 5) {
     const std::vector<std::string>& names = AwkwardNames();
-    const auto at = static_cast<std::size_t>(position / 8 + view);
-    return names[(at + Shift(position * size_.views + view, names.size())) % names.size()];
+    const auto place = static_cast<std::size_t>(position) / 8;
+    return names[(place + static_cast<std::size_t>(view) +
+                  Shift(position * size_.views + view, names.size())) %
+                 names.size()];
   }
   const bool is_folder = (AttributeAt(position * size_.views + view) & kFolder) != 0;
   return (is_folder ? "Ordner für Pläne " : "document ") + std::to_string(position);

@@ -95,7 +95,7 @@ void Lister::LeaveLinksOut(const std::string& folder) {
   file_op::Folder opened;
   std::vector<std::string> links;
   if (opened.Open(file_op::At(folder), 0) < 0 || file_op::ListLinkedFolders(opened, links) < 0) return;
-  for (const std::string& name : links) left_out_.push_back(folder + "/" + name);
+  for (const std::string& name : links) left_out_.emplace_back(folder).append("/").append(name);
 }
 
 int Lister::AddView(const std::string& view) {
