@@ -345,8 +345,8 @@ TEST(FailureCauses, StandInTheRunbookWordForWord) {
   const std::string runbook = tests::ReadFile(UPDATER_RUNBOOK);
   for (const ctl::FailureCause& row : ctl::AllFailureCauses()) {
     EXPECT_EQ(ctl::FindFailureCause(row.pattern, row.writer), &row) << "another row is tried before it";
-    const std::string line = "| `" + std::string(row.pattern) + "` | " + std::string(row.cause) + " | " +
-                             std::string(row.advice) + " |\n";
+    const std::string line = "| `" + std::string(row.pattern) + "` | `" + std::string(row.code) + "` | " +
+                             std::string(row.cause) + " | " + std::string(row.advice) + " |\n";
     EXPECT_THAT(runbook, HasSubstr(line));
   }
 }
