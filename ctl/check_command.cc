@@ -27,14 +27,6 @@ struct Outlook {
   Findings findings;
 };
 
-template <typename Survey>
-auto FindShared(Survey& survey, const std::string& name) -> decltype(survey.databases.data()) {
-  for (auto& database : survey.databases) {
-    if (database.kind == DatabaseSurvey::Kind::kShared && database.name == name) return &database;
-  }
-  return nullptr;
-}
-
 bool IsOld(const DatabaseSurvey& database) {
   return database.version && database.version->number < legacy::kLayoutVersion;
 }
@@ -77,8 +69,10 @@ bool IsAnyLater(const VolumeSurvey& survey) {
 void CountAsOld(VolumeSurvey& survey) {
   if (FindShared(survey, "data") == nullptr || IsAnyLater(survey)) return;
   for (const auto& [name, kind] : kOldKinds) {
-    DatabaseSurvey* const database = FindShared(survey, name);
-    if (database == nullptr || database->version) continue;
+    const auto database = std::ranges::find_if(survey.databases, [name](const DatabaseSurvey& one) {
+      return one.kind == DatabaseSurvey::Kind::kShared && one.name == name;
+    });
+    if (database == survey.databases.end() || database->version) continue;
     const legacy::Judgement judgement = legacy::JudgeFile(database->path, kind, 0);
     if (!judgement.refusal.empty() || !judgement.IsBelow()) continue;
     database->version = updater::Version{"", static_cast<int>(judgement.version)};
@@ -124,22 +118,8 @@ Findings InspectLaterLayouts(VolumeSurvey survey, int version) {
   return InspectLayouts(survey, version);
 }
 
-// Attaching makes a missing database, and the updaters then miss its tables.
-void InspectParts(const VolumeSurvey& survey, const package::PackagePaths& live, int version,
-                  Findings& findings) {
-  for (const auto& [name, path, since] : {std::tuple("user", live.user, 0),
-                                          {"client", live.client, 0},
-                                          {"log", live.log, updater::kLogVersion}}) {
-    if (version < since || FindShared(survey, name) != nullptr) continue;
-    findings.push_back({Severity::kProblem, "missing-database", path, "is missing: the upgrade would fail",
-                        "restore all databases of the package from one backup"});
-  }
-}
-
-Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths& system, bool reads_all) {
-  platform::host::HostPlatform host(system);
-  const platform::Platform& platform = host.platform();
-  PackageState state = ReadPackageState(paths, system, platform.state_files);
+Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths& system,
+                  const platform::Platform& platform, PackageState state, bool reads_all) {
   CountAsOld(state.survey);
   Outlook outlook = {.version = {}, .chain = {}, .findings = FindingsOf(state, paths)};
   Findings& findings = outlook.findings;
@@ -156,7 +136,7 @@ Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths
   if (reads_all) Append(InspectIntegrity(state.survey, Integrity::kQuick), findings);
   if (!data->version || data->version->number > package::kCurrentVersion) return outlook;
   const int version = std::max(data->version->number, legacy::kLayoutVersion);
-  InspectParts(state.survey, paths.live, version, findings);
+  Append(InspectParts(state.survey, paths.live, version), findings);
   Append(InspectFolders(state.survey, paths, version, platform), findings);
   InspectOldDatabases(state.survey, findings);
   Append(InspectLaterLayouts(state.survey, version), findings);
@@ -170,7 +150,7 @@ Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths
 
 void PrintOutlook(const Outlook& outlook, const Streams& streams) {
   std::ostream& out = streams.out;
-  out << "Version   " << (outlook.version ? updater::ToString(*outlook.version) : "?") << "\n"
+  out << "Version   " << Printable(TextOf(outlook.version)) << "\n"
       << "Upgrade   ";
   if (outlook.chain.empty()) out << (outlook.version ? "nothing to do" : "cannot be told");
   for (const Edge& edge : outlook.chain)
@@ -196,7 +176,13 @@ int Check(const LookArguments& arguments, bool reads_all, const Streams& streams
   std::string volume;
   std::string error;
   if (FindPackage(arguments.volume, volume, error) < 0) return TellReason(streams, error, kRefused);
-  const Outlook outlook = LookAhead(package::VolumePaths(volume), SystemOf(arguments), reads_all);
+  const package::VolumePaths paths(volume);
+  const platform::SystemPaths system = SystemOf(arguments);
+  platform::host::HostPlatform host(system);
+  PackageState state = ReadPackageState(paths, system, host.platform().state_files);
+  error = NoAccessTo(state.survey);
+  if (!error.empty()) return TellReason(streams, error, kRefused);
+  const Outlook outlook = LookAhead(paths, system, host.platform(), std::move(state), reads_all);
   if (arguments.is_json) {
     PrintJson(ToJson(volume, outlook), streams.out);
   } else {

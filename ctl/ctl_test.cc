@@ -214,6 +214,55 @@ TEST_F(CtlTest, VerifyComparesTheRowsWithThoseOfARehearsal) {
   }
 }
 
+// A process that has the database locked, as one in a transaction does.
+class UsedByAnother {
+ public:
+  explicit UsedByAnother(const std::string& database) {
+    std::array<int, 2> ready{};
+    if (pipe(ready.data()) != 0 || (child_ = fork()) < 0) throw std::runtime_error("no process");
+    char byte = 0;
+    if (child_ == 0) {
+      struct flock lock = {
+          .l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = 0x40000000, .l_len = 512, .l_pid = 0};
+      const int file = open(database.c_str(), O_RDWR | O_CLOEXEC);
+      if (fcntl(file, F_SETLK, &lock) == 0 && write(ready[1], &byte, 1) == 1) (void)pause();
+      _exit(1);
+    }
+    EXPECT_EQ(read(ready[0], &byte, 1), 1);
+    for (const int end : ready) EXPECT_EQ(close(end), 0);
+  }
+  UsedByAnother(const UsedByAnother&) = delete;
+  UsedByAnother& operator=(const UsedByAnother&) = delete;
+  ~UsedByAnother() {
+    EXPECT_EQ(kill(child_, SIGKILL), 0);
+    EXPECT_EQ(waitpid(child_, nullptr, 0), child_);
+  }
+
+ private:
+  pid_t child_ = -1;
+};
+
+TEST_F(CtlTest, WhatIsLockedMissingOrOldIsNotCalledDamaged) {
+  ASSERT_EQ(Run({"sample", volume_, "--from", "3300"}), 0);
+  EXPECT_EQ(Run({"verify", volume_}), 1);
+  EXPECT_THAT(out_.str(),
+              AllOf(HasSubstr("has version (master,"), Not(HasSubstr("warning")), Not(HasSubstr("missing"))));
+  {
+    const UsedByAnother used(paths_.live.user);
+    for (const char* command : {"status", "check", "verify"}) {
+      EXPECT_EQ(Run({command, volume_}), 1);
+      EXPECT_THAT(out_.str(), AllOf(HasSubstr("somebody has locked"), Not(HasSubstr("from a backup"))));
+    }
+    EXPECT_EQ(Run({"run", volume_}), 2);
+    EXPECT_THAT(err_.str(), HasSubstr("user-db.sqlite is in use by process "));
+  }
+  ASSERT_EQ(Run({"run", volume_}), 0);
+  EXPECT_EQ(Run({"verify", volume_}), 0) << out_.str();
+  fs::remove(paths_.live.log), fs::remove(paths_.live.client);
+  EXPECT_EQ(Run({"verify", volume_, "--json"}), 1);
+  EXPECT_THAT(out_.str(), AllOf(HasSubstr(paths_.live.log), HasSubstr(paths_.live.client)));
+}
+
 TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
   ASSERT_EQ(Run({"sample", volume_}), 0);
   for (const char* path : {"empty", "package/@stratofolder", "sync/@stratofolder/@sync", "linked",
@@ -431,34 +480,6 @@ TEST_F(CtlTest, DiffTellsWhatIsInOneOfBothOrChanged) {
     EXPECT_THAT(out_.str(), HasSubstr(told));
   }
 }
-
-// A process that has the database locked, as one in a transaction does.
-class UsedByAnother {
- public:
-  explicit UsedByAnother(const std::string& database) {
-    std::array<int, 2> ready{};
-    if (pipe(ready.data()) != 0 || (child_ = fork()) < 0) throw std::runtime_error("no process");
-    char byte = 0;
-    if (child_ == 0) {
-      struct flock lock = {
-          .l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = 0x40000001, .l_len = 1, .l_pid = 0};
-      const int file = open(database.c_str(), O_RDWR | O_CLOEXEC);
-      if (fcntl(file, F_SETLK, &lock) == 0 && write(ready[1], &byte, 1) == 1) (void)pause();
-      _exit(1);
-    }
-    EXPECT_EQ(read(ready[0], &byte, 1), 1);
-    for (const int end : ready) EXPECT_EQ(close(end), 0);
-  }
-  UsedByAnother(const UsedByAnother&) = delete;
-  UsedByAnother& operator=(const UsedByAnother&) = delete;
-  ~UsedByAnother() {
-    EXPECT_EQ(kill(child_, SIGKILL), 0);
-    EXPECT_EQ(waitpid(child_, nullptr, 0), child_);
-  }
-
- private:
-  pid_t child_ = -1;
-};
 
 // A save that has nothing but this manifest.
 void WriteManifest(const std::string& path, const ctl::SaveManifest& manifest) {

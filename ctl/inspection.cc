@@ -4,6 +4,7 @@
 #include <list>
 #include <map>
 #include <set>
+#include <tuple>
 
 #include "ctl/grouped_findings.h"
 #include "db-util/execute.h"
@@ -11,6 +12,7 @@
 #include "db-util/query.h"
 #include "logger/recording_sink.h"
 #include "platform/sdk/volume_uuid.h"
+#include "updater/framework/server_updater.h"
 #include "user-mgr/user_manager.h"
 
 namespace ctl {
@@ -43,16 +45,32 @@ db_util::Status ReadUsers(const std::string& path, std::vector<UserRow>& users) 
       });
 }
 
-Finding Unreadable(const std::string& path, const std::string& reason) {
-  return {Severity::kProblem, "unreadable-database", path, reason, kRestore};
+// Nothing of one that is locked: the survey tells of it.
+Findings Unreadable(const std::string& path, const db_util::Status& status) {
+  if (status.IsBusy()) return {};
+  return {{Severity::kProblem, "unreadable-database", path, status.message, kRestore}};
 }
 
 }  // namespace
+
+Findings InspectParts(const VolumeSurvey& survey, const package::PackagePaths& paths, int version) {
+  Findings findings;
+  for (const auto& [name, path, since] : {std::tuple("data", paths.data, 0),
+                                          {"user", paths.user, 0},
+                                          {"client", paths.client, 0},
+                                          {"log", paths.log, updater::kLogVersion}}) {
+    if (version < since || FindShared(survey, name) != nullptr) continue;
+    findings.push_back({Severity::kProblem, "missing-database", path, "is missing: an upgrade would fail",
+                        "restore all databases of the package from one backup"});
+  }
+  return findings;
+}
 
 Findings InspectIntegrity(const VolumeSurvey& survey, Integrity integrity) {
   constexpr const char* kAdvice = "restore it from a backup, or rebuild it from what can still be read";
   Grouped findings;
   for (const DatabaseSurvey& database : survey.databases) {
+    if (database.obstacle != DatabaseSurvey::Obstacle::kNone) continue;  // which tells of no damage
     db_util::Database db;
     std::string result;
     db_util::Status status = db_util::OpenToLook(database.path, db);
@@ -75,7 +93,7 @@ Findings InspectViews(const VolumeSurvey& survey, const package::PackagePaths& p
   Findings findings;
   std::vector<UserRow> users;
   const db_util::Status status = ReadUsers(paths.user, users);
-  if (!status.ok()) return {Unreadable(paths.user, status.message)};
+  if (!status.ok()) return Unreadable(paths.user, status);
   std::set<std::string> views;
   for (const DatabaseSurvey& database : survey.databases) {
     if (database.kind == Kind::kView) views.insert(database.name);
@@ -112,7 +130,7 @@ Findings InspectUsers(const package::PackagePaths& paths, const platform::Platfo
   // The real check, on a database that forgets what is written to it.
   db_util::Database db;
   const db_util::Status status = db_util::OpenToLook(paths.user, db);
-  if (!status.ok()) return {Unreadable(paths.user, status.message)};
+  if (!status.ok()) return Unreadable(paths.user, status);
   (void)db_util::Execute(db.get(), kUpdateProfiles);  // needed from 3200 to 3400 only
   logger::RecordingSink log;
   const logger::ScopedSink scope(log);
@@ -152,7 +170,7 @@ Findings InspectVolumes(const package::PackagePaths& paths, int version, const p
                                    return true;
                                  });
   }
-  if (!status.ok()) return {Unreadable(paths.data, status.message)};
+  if (!status.ok()) return Unreadable(paths.data, status);
   db.reset();
   for (const auto& [recorded, path] : volumes) {
     std::string present;

@@ -94,7 +94,11 @@ bool IsShared(const DatabaseSurvey& database) { return database.kind == Database
 void AddDatabaseFindings(const VolumeSurvey& survey, Findings& findings) {
   const DatabaseSurvey* first = nullptr;
   for (const DatabaseSurvey& database : survey.databases) {
-    if (!database.error.empty()) {
+    if (database.obstacle == DatabaseSurvey::Obstacle::kLocked) {
+      findings.push_back({Severity::kProblem, "locked", database.path,
+                          "somebody has locked it, so nobody can look into it",
+                          "stop the package's daemons, or whoever works on it, and look again"});
+    } else if (!database.error.empty()) {
       findings.push_back({Severity::kProblem, "unreadable-database", database.path, database.error,
                           "restore it from a backup, or move it away if the package can do without it"});
     }

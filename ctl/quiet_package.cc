@@ -10,17 +10,14 @@
 #include "updater/service_status.h"
 
 namespace ctl {
-namespace {
 
-bool IsUsed(const std::string& database, std::string& error) {
+bool IsInUse(const std::string& database, std::string& error) {
   const std::optional<pid_t> user = db_util::FindUser(database);
   if (!user) return false;
   error = database + " is in use" + (*user > 0 ? " by process " + std::to_string(*user) : "") +
           ": stop the package's daemons first";
   return true;
 }
-
-}  // namespace
 
 int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPaths& system,
                      std::string& error) {
@@ -40,10 +37,10 @@ int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPa
 
 int CheckUnused(const package::VolumePaths& paths, std::string& error) {
   for (const std::string& database : {paths.live.data, paths.live.user, paths.live.log, paths.live.client}) {
-    if (IsUsed(database, error)) return -1;
+    if (IsInUse(database, error)) return -1;
   }
   const bool is_free = updater::ForEachFolderDatabase(
-      paths.live, [&error](const std::string& database) { return !IsUsed(database, error); });
+      paths.live, [&error](const std::string& database) { return !IsInUse(database, error); });
   if (!is_free && error.empty()) error = "cannot list the folders of " + paths.live.sync_folder;
   return is_free ? 0 : -1;
 }

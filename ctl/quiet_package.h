@@ -15,7 +15,10 @@ namespace ctl {
 [[nodiscard]] int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPaths& system,
                                    std::string& error);
 
-// The same, of the databases alone.
+// Whether somebody has this database in use, told in `error`. Only looks.
+[[nodiscard]] bool IsInUse(const std::string& database, std::string& error);
+
+// The same as the first, of the databases alone.
 [[nodiscard]] int CheckUnused(const package::VolumePaths& paths, std::string& error);
 
 // Tells whether an upgrade was started, or has run, since: before it looks at anything it makes its mark and

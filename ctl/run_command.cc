@@ -8,9 +8,11 @@
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
 #include "ctl/driver_run.h"
+#include "ctl/finding.h"
 #include "ctl/look_arguments.h"
 #include "ctl/made_folders.h"
 #include "ctl/output.h"
+#include "ctl/quiet_package.h"
 #include "ctl/row_report.h"
 #include "ctl/run_json.h"
 #include "ctl/run_report.h"
@@ -30,13 +32,10 @@ struct RunArguments {
 
 void PrintUsersAllowed(const std::set<std::string>& allowed, std::ostream& out) {
   if (allowed.empty()) return;
-  out << "  allowed to use the application:";
-  const char* separator = " ";
-  for (const std::string& user : allowed) {
-    out << separator << Printable(user);
-    separator = ", ";
-  }
-  out << "\n";
+  std::string names;
+  for (const std::string& user : allowed) names += (names.empty() ? " " : ", ") + Printable(user);
+  out << "  ";
+  PrintWrapped(2, "    ", "allowed to use the application:" + names, out);
 }
 
 // What a run works on. Nobody else works on it, or keeps a run's state in its state folder, while this lives.
@@ -56,6 +55,8 @@ int TakePlace(const RunArguments& arguments, RunPlace& place, std::string& error
   platform::host::HostStateFiles state_files;
   if (FindStateFolder(argument, place.volume, state, error) < 0) return -1;
   place.paths = platform::SystemPaths::Under(state);
+  // Of a locked database nothing would be known, and all its users would count as gone.
+  if (IsInUse(package::VolumePaths(place.volume).live.user, error)) return -1;
   if (LockFolder(place.volume, place.volume_lock, error) < 0 ||
       made.MakeLocked(state, place.state_lock, error) < 0 ||
       PrepareState(place.paths, state_files, made, error) < 0) {
@@ -80,7 +81,7 @@ void PrintRun(const VolumeSurvey& before, const VolumeSurvey& after, const RunRe
   PrintRemovedUsers(before, after, out);
   out << "\nAfter\n";
   PrintSurvey(after, out);
-  out << "\nRows, in all tables and where their number has changed (content: data, views and files)\n";
+  out << "\nRows that come or go (content: data, views and files)\n";
   PrintRowChanges(before, after, out);
 }
 

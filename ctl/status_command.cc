@@ -128,6 +128,8 @@ int ShowStatus(const LookArguments& arguments, bool lists_all, const Streams& st
   const package::VolumePaths paths(volume);
   platform::host::HostStateFiles state_files;
   const PackageState state = ReadPackageState(paths, SystemOf(arguments), state_files);
+  if (const std::string reason = NoAccessTo(state.survey); !reason.empty())
+    return TellReason(streams, reason, kRefused);
   const Findings findings = FindingsOf(state, paths);
   if (arguments.is_json) {
     PrintJson(ToJson(volume, state, findings), streams.out);

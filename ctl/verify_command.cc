@@ -1,6 +1,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <vector>
 
 #include "ctl/commands.h"
 #include "ctl/inspection.h"
@@ -12,11 +13,14 @@
 namespace ctl {
 namespace {
 
+bool IsCurrent(const DatabaseSurvey& database) {
+  return database.version == updater::Version{package::kCurrentBranch, package::kCurrentVersion};
+}
+
 Findings InspectVersions(const VolumeSurvey& survey) {
-  const updater::Version current = {package::kCurrentBranch, package::kCurrentVersion};
   Findings findings;
   for (const DatabaseSurvey& database : survey.databases) {
-    if (!database.version || *database.version == current) continue;
+    if (!database.version || IsCurrent(database)) continue;
     findings.push_back({Severity::kProblem, "not-upgraded", database.path,
                         "has version " + VersionText(database),
                         "updater-ctl report tells from the system log why the run did not upgrade it"});
@@ -24,15 +28,19 @@ Findings InspectVersions(const VolumeSurvey& survey) {
   return findings;
 }
 
-Findings InspectResult(const package::VolumePaths& paths, const platform::SystemPaths& system) {
-  platform::host::HostPlatform host(system);
-  const PackageState state = ReadPackageState(paths, system, host.platform().state_files);
+// What has another version has another layout, too, and is told of for its version.
+Findings InspectResult(const package::VolumePaths& paths, const PackageState& state,
+                       const platform::Platform& platform) {
   Findings findings = FindingsOf(state, paths);
   Append(InspectVersions(state.survey), findings);
+  Append(InspectParts(state.survey, paths.live, package::kCurrentVersion), findings);
   Append(InspectIntegrity(state.survey, Integrity::kFull), findings);
-  Append(InspectLayouts(state.survey, package::kCurrentVersion), findings);
-  Append(InspectViews(state.survey, paths.live), findings);
-  Append(InspectVolumes(paths.live, package::kCurrentVersion, host.platform()), findings);
+  VolumeSurvey upgraded = state.survey;
+  std::erase_if(upgraded.databases, [](const DatabaseSurvey& database) { return !IsCurrent(database); });
+  Append(InspectLayouts(upgraded, package::kCurrentVersion), findings);
+  if (FindShared(upgraded, "user") != nullptr) Append(InspectViews(state.survey, paths.live), findings);
+  if (FindShared(upgraded, "data") != nullptr)
+    Append(InspectVolumes(paths.live, package::kCurrentVersion, platform), findings);
   return findings;
 }
 
@@ -51,7 +59,12 @@ int Verify(const VerifyArguments& arguments, const Streams& streams) {
     return TellReason(streams, error, kRefused);
   }
   const package::VolumePaths paths(volume);
-  Findings findings = InspectResult(paths, SystemOf(*arguments.look));
+  const platform::SystemPaths system = SystemOf(*arguments.look);
+  platform::host::HostPlatform host(system);
+  const PackageState state = ReadPackageState(paths, system, host.platform().state_files);
+  error = NoAccessTo(state.survey);
+  if (!error.empty()) return TellReason(streams, error, kRefused);
+  Findings findings = InspectResult(paths, state, host.platform());
   if (compares)
     Append(CompareRows(rehearsal, volume, SurveyVolume(paths.live, SurveyDepth::kRows)), findings);
   const bool is_good = !HasProblem(findings);

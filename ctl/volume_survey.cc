@@ -1,11 +1,14 @@
 #include "ctl/volume_survey.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <iomanip>
 #include <ostream>
 
+#include "ctl/output.h"
 #include "ctl/version_graph.h"
 #include "db-util/database.h"
 #include "db-util/database_files.h"
@@ -46,13 +49,22 @@ std::optional<updater::Version> ReadVersion(sqlite3* db, std::string& error) {
   return error.empty() ? std::optional(version) : std::nullopt;
 }
 
+DatabaseSurvey::Obstacle ObstacleTo(const std::string& path, const db_util::Status& status) {
+  using enum DatabaseSurvey::Obstacle;
+  if (access(path.c_str(), R_OK) != 0 && errno == EACCES) return kNoAccess;
+  return status.IsBusy() ? kLocked : kNone;
+}
+
 void LookInto(DatabaseSurvey& database, SurveyDepth depth) {
   db_util::Database db;
   db_util::Status status = db_util::OpenToLook(database.path, db);
   if (status.ok()) {
     database.version = ReadVersion(db.get(), database.error);
+    if (!database.version)
+      database.obstacle = ObstacleTo(database.path, db_util::StatusOf(sqlite3_errcode(db.get())));
     if (depth == SurveyDepth::kRows) status = CountRows(db.get(), database.tables);
   }
+  if (!db) database.obstacle = ObstacleTo(database.path, status);
   if (database.error.empty()) database.error = status.message;
 }
 
@@ -83,14 +95,26 @@ std::vector<std::string> SortedFolders(const std::string& folder) {
 }
 
 void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
-  out << "  " << std::left << std::setw(15) << Label(database) << std::setw(16) << VersionText(database)
-      << std::right << std::setw(9) << (database.bytes + 1023) / 1024 << " KiB  ";
-  const char* separator = "";
+  constexpr std::size_t kColumns = 80;
+  constexpr std::size_t kFirstColumn = 45;  // of the rows
+  out << "  " << std::left << std::setw(15) << Printable(Label(database)) << std::setw(16)
+      << VersionText(database) << std::right << std::setw(10) << Bytes(database.bytes) << "  ";
+  std::size_t column = kFirstColumn;
   for (const DatabaseSurvey::TableRows& table : database.tables) {
     std::string name = table.table;
     if (name.ends_with(kTableSuffix)) name.resize(name.size() - kTableSuffix.size());
-    out << separator << name << " " << table.rows;
-    separator = ", ";
+    const bool is_last = &table == &database.tables.back();
+    const std::string entry = Printable(name) + " " + std::to_string(table.rows) + (is_last ? "" : ",");
+    const bool is_first = column == kFirstColumn;
+    if (!is_first && column + 1 + entry.size() > kColumns) {
+      out << "\n" << std::string(kFirstColumn, ' ');
+      column = kFirstColumn;
+    } else if (!is_first) {
+      out << " ";
+      ++column;
+    }
+    out << entry;
+    column += entry.size();
   }
   out << "\n";
 }
@@ -110,6 +134,21 @@ std::string Label(const DatabaseSurvey& database) {
 }
 
 std::string VersionText(const DatabaseSurvey& database) { return TextOf(database.version); }
+
+const DatabaseSurvey* FindShared(const VolumeSurvey& survey, const std::string& name) {
+  for (const DatabaseSurvey& database : survey.databases) {
+    if (database.kind == DatabaseSurvey::Kind::kShared && database.name == name) return &database;
+  }
+  return nullptr;
+}
+
+std::string NoAccessTo(const VolumeSurvey& survey) {
+  for (const DatabaseSurvey& database : survey.databases) {
+    if (database.obstacle == DatabaseSurvey::Obstacle::kNoAccess)
+      return "cannot read " + database.path + ": Permission denied";
+  }
+  return {};
+}
 
 std::optional<updater::Version> ReadVersionOf(const std::string& path, std::string& error) {
   db_util::Database db;

@@ -21,6 +21,9 @@ struct DatabaseSurvey {
     long long rows;
   };
 
+  // What keeps this process from reading it, and tells nothing of its content.
+  enum class Obstacle { kNone, kLocked, kNoAccess };
+
   struct Companion {
     std::string suffix;  // "-wal"
     long long bytes;
@@ -31,6 +34,7 @@ struct DatabaseSurvey {
   std::string path;
   std::optional<updater::Version> version = {};
   std::string error = {};  // why it has no version, or not all rows could be counted
+  Obstacle obstacle = Obstacle::kNone;
   long long bytes = 0;
   std::vector<Companion> companions = {};
   std::optional<pid_t> user = {};      // who has it locked or its log open; 0 where nobody knows the number
@@ -47,6 +51,13 @@ struct VolumeSurvey {
   std::vector<std::string> users;         // names, by view id; with the rows only
 };
 
+// The "data", "log", "user" or "client" database; null where there is none.
+[[nodiscard]] const DatabaseSurvey* FindShared(const VolumeSurvey& survey, const std::string& name);
+
+// "cannot read PATH: Permission denied" for the first database that this process may not read; empty without
+// one.
+[[nodiscard]] std::string NoAccessTo(const VolumeSurvey& survey);
+
 enum class SurveyDepth { kVersions, kRows };
 
 // The version of one database; nothing, with the reason in `error`, where it has none.
@@ -55,7 +66,7 @@ enum class SurveyDepth { kVersions, kRows };
 // Looks at the live databases, and changes nothing.
 [[nodiscard]] VolumeSurvey SurveyVolume(const package::PackagePaths& paths, SurveyDepth depth);
 
-// One line a database; of many view databases only the first few, and how many more there are.
+// Versions, sizes and rows; of many view databases only the first few, and how many more there are.
 void PrintSurvey(const VolumeSurvey& survey, std::ostream& out);
 
 }  // namespace ctl

@@ -16,6 +16,8 @@ struct [[nodiscard]] Status {
   std::string database = {};  // of a script: what the failing statement works on, "data_db (/path)"
 
   [[nodiscard]] bool ok() const { return code == SQLITE_OK; }
+  // Somebody else has a lock. Extended codes tell more in their upper bytes.
+  [[nodiscard]] bool IsBusy() const { return (static_cast<unsigned>(code) & 0xFFU) == SQLITE_BUSY; }
   // "sqlite3_prepare_v2" or "sqlite3_step", for messages about queries.
   [[nodiscard]] const char* FailedCall() const {
     return call == Call::kPrepare ? "sqlite3_prepare_v2" : "sqlite3_step";
