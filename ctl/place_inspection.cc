@@ -95,8 +95,9 @@ Findings InspectStart(const ServiceState& service, const package::VolumePaths& p
   Findings findings;
   platform::VolumeInfo info;
   if (platform.volumes.PLATMountVolInfoGet(paths.volume, info) < 0) {
-    findings.push_back({Severity::kProblem, "not-mounted", paths.volume, "is not a mounted volume",
-                        "give the mount point itself; updater-ctl rehearse and run take any folder"});
+    findings.push_back(
+        {Severity::kProblem, "not-mounted", paths.volume, "is not a mounted volume",
+         "give the mount point itself; updater-ctl rehearse --recorded and run take any folder"});
   }
   if (!service.is_enabled) {
     findings.push_back({Severity::kProblem, "not-enabled", system.package_enabled,

@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
 #include "ctl/commands.h"
+#include "ctl/finding.h"
 #include "ctl/look_arguments.h"
 #include "ctl/output.h"
 #include "ctl/version_graph.h"
@@ -50,7 +52,10 @@ void PrintPlan(const Plan& plan, std::ostream& out) {
   if (!plan.start) return;
   out << "The chain from " << Printable(TextOf(plan.start)) << "\n";
   for (const Edge& edge : plan.chain) out << "  " << TextOf(edge.from) << " -> " << TextOf(edge.to) << "\n";
-  if (!plan.error.empty()) out << "  none: " << Printable(plan.error) << "\n";
+  if (!plan.error.empty()) {
+    out << "  ";
+    PrintWrapped(2, "    ", "none: " + Printable(plan.error), out);
+  }
   if (plan.error.empty() && plan.chain.empty()) out << "  nothing to do\n";
 }
 
@@ -101,7 +106,7 @@ Action DefinePlan(CLI::App& command, const Streams& streams) {
   CLI::Option* const volume =
       command.add_option("volume", arguments->volume, "The volume whose data database is to be upgraded");
   command.add_option("--from", arguments->from, "A version to begin with instead")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(1, std::numeric_limits<int>::max()))
       ->excludes(volume);
   CLI::Option* const dot = command.add_flag("--dot", arguments->is_dot, "Write the graph for Graphviz");
   AddJsonFlag(command, arguments->is_json)->excludes(dot);

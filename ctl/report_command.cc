@@ -240,11 +240,11 @@ Action DefineReport(CLI::App& command, const Streams& streams) {
   command.add_flag("--all", arguments->is_all, "Report every run in the log, not only the last one");
   AddJsonFlag(command, arguments->is_json);
   command.footer(
+      "Exit status: 0 no problem, 1 the run failed or there is something to know,\n"
+      "2 no run was found.\n\n"
       "Examples:\n  updater-ctl report /var/log/syslog\n"
       "  journalctl -t updater-svr -t kernel -o json | updater-ctl report\n"
-      "  zcat /var/log/messages.*.gz | updater-ctl report --all --json\n"
-      "Exit status: 0 no problem, 1 the run failed or there is something to know,\n"
-      "2 no run was found.");
+      "  zcat /var/log/messages.*.gz | updater-ctl report --all --json");
   return [arguments, streams] { return Report(*arguments, streams); };
 }
 

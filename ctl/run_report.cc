@@ -5,6 +5,7 @@
 #include <ostream>
 #include <set>
 
+#include "ctl/finding.h"
 #include "ctl/output.h"
 #include "ctl/version_graph.h"
 
@@ -90,19 +91,23 @@ void PrintChain(const StepTimes& times, std::ostream& out) {
 void PrintVolumes(const VolumeIdentity& own, const RecordedVolumes& recorded, std::ostream& out) {
   const bool made_up = own.uuid == MadeUpIdentity().uuid;
   if (recorded.empty()) {
-    out << "  none is recorded; the uuid " << own.uuid << " is taken, "
-        << (made_up ? "which is made up" : "that of the file system the folder is on") << "\n";
+    out << "  ";
+    PrintWrapped(2, "  ",
+                 Join({"none is recorded; the uuid ", own.uuid, " is taken, ",
+                       made_up ? "which is made up" : "that of the file system the folder is on"}),
+                 out);
     return;
   }
   std::set<std::string> paths;
   bool shared_path = false;
   for (const auto& [uuid, path] : recorded) {
-    out << "  " << uuid << "  " << path << "\n";
+    out << "  " << Printable(uuid) << "  " << Printable(path) << "\n";
     shared_path = !paths.insert(path).second || shared_path;
   }
-  out << "  They are taken for what is recorded of them. What a run on their own machine does besides is not\n"
-         "  shown: it removes the records of a volume that is gone or has another uuid by then, and below 4000\n"
-         "  gives the uuid of a btrfs volume its new form (shown for the volume that this folder is on).\n";
+  out << "  They are taken for what is recorded of them. What a run on their own machine\n"
+         "  does besides is not shown: it removes the records of a volume that is gone or\n"
+         "  has another uuid by then, and below 4000 gives the uuid of a btrfs volume its\n"
+         "  new form (shown for the volume that this folder is on).\n";
   if (shared_path) out << "  Some have the same path: all but one of them will count as gone there.\n";
 }
 
@@ -125,8 +130,11 @@ std::vector<std::string> RemovedUsers(const VolumeSurvey& before, const VolumeSu
 void PrintRemovedUsers(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
   const std::vector<std::string> removed = RemovedUsers(before, after);
   for (const std::string& user : removed) {
-    out << "  removed " << Printable(user)
-        << ": its account or share is gone from this machine, and its view with it\n";
+    out << "  ";
+    PrintWrapped(2, "    ",
+                 Join({"removed ", Printable(user),
+                       ": its account or share is gone from this machine, and its view with it"}),
+                 out);
   }
   if (removed.empty()) out << "  every user is still there\n";
 }

@@ -1,3 +1,4 @@
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -76,12 +77,12 @@ Action DefineSample(CLI::App& command, const Streams& streams) {
       ->check(count)
       ->capture_default_str();
   command.add_option("--seed", arguments->size.seed, "Another number gives other names, sizes and versions")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(std::numeric_limits<int>::max()))
       ->capture_default_str();
   AddJsonFlag(command, arguments->is_json);
   command.footer(
       "Examples:\n  updater-ctl sample /tmp/try --from 3300\n"
-      "  updater-ctl sample /tmp/large --nodes 1000000 --versions 2000000 --views 50 --seed 7");
+      "  updater-ctl sample /tmp/large --nodes 1000000 --views 50 --seed 7");
   return [arguments, streams] { return MakeSample(*arguments, streams); };
 }
 
