@@ -83,6 +83,7 @@ Findings InspectIntegrity(const VolumeSurvey& survey, Integrity integrity) {
           });
     }
     if (!status.ok()) result = status.message;
+    std::replace(result.begin(), result.end(), '\n', ' ');  // its heading stands on a line of its own
     if (result != "ok")
       findings.Add(Severity::kProblem, "damaged", "is damaged: " + result, kAdvice, database);
   }

@@ -100,7 +100,9 @@ void AddDatabaseFindings(const VolumeSurvey& survey, Findings& findings) {
                           "stop the package's daemons, or whoever works on it, and look again"});
     } else if (!database.error.empty()) {
       findings.push_back({Severity::kProblem, "unreadable-database", database.path, database.error,
-                          "restore it from a backup, or move it away if the package can do without it"});
+                          IsShared(database)
+                              ? "restore all databases of the package from one backup"
+                              : "restore it from a backup, or move its folder away if it is nobody's"});
     }
     if (!database.version) continue;
     if (first == nullptr) first = &database;
