@@ -69,9 +69,10 @@ bool IsAnyLater(const VolumeSurvey& survey) {
 void CountAsOld(VolumeSurvey& survey) {
   if (FindShared(survey, "data") == nullptr || IsAnyLater(survey)) return;
   for (const auto& [name, kind] : kOldKinds) {
-    const auto database = std::ranges::find_if(survey.databases, [name](const DatabaseSurvey& one) {
-      return one.kind == DatabaseSurvey::Kind::kShared && one.name == name;
-    });
+    const auto database =
+        std::ranges::find_if(survey.databases, [wanted = std::string(name)](const DatabaseSurvey& one) {
+          return one.kind == DatabaseSurvey::Kind::kShared && one.name == wanted;
+        });
     if (database == survey.databases.end() || database->version) continue;
     const legacy::Judgement judgement = legacy::JudgeFile(database->path, kind, 0);
     if (!judgement.refusal.empty() || !judgement.IsBelow()) continue;
