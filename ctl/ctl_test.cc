@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 #include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -602,6 +603,11 @@ TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
   EXPECT_THAT(err_.str(), HasSubstr("meanwhile an upgrade was started"));
   upgrade.join();
   fs::remove(big), fs::remove(paths_.live.file_folder + "/pipe");
+  // A page in its middle is damaged: it is saved as it is, and that is told.
+  std::fstream(paths_.live.log, std::ios::in | std::ios::out).seekp(2 * 4096) << std::string(4096, '\xFF');
+  fs::remove(bad);
+  EXPECT_EQ(Run({"save", volume_, bad}), 1);
+  EXPECT_THAT(out_.str(), HasSubstr("is damaged"));
   fs::resize_file(paths_.live.user, 5000), fs::remove(bad);
   refuse({"save", volume_, bad}, "user-db.sqlite: database disk image is malformed");
   (void)folder_.Write("volume/@stratofolder/@sync/.upgrade-commit", "x");

@@ -191,8 +191,8 @@ Findings InspectVolumes(const package::PackagePaths& paths, int version, const p
       findings.push_back({Severity::kWarning, "volume-changed", path,
                           "is recorded as " + recorded +
                               (result < 0 ? ", but is gone" : ", but is " + present) +
-                              ": its records would be removed",
-                          "mount the volume that is meant before the upgrade"});
+                              ": the check after an upgrade removes its records",
+                          "mount the volume that is meant before the next upgrade"});
     }
   }
   return findings;

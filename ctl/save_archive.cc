@@ -123,7 +123,7 @@ int SaveReader::Begin(std::string& error) {
   if (reader == nullptr || archive_read_support_filter_zstd(reader) != ARCHIVE_OK ||
       archive_read_support_format_tar(reader) != ARCHIVE_OK ||
       archive_read_open_fd(reader, file_.get(), kPiece) != ARCHIVE_OK) {
-    return Refuse("it is no archive of updater-ctl", error);
+    return Refuse("it is cut off, or no archive of updater-ctl", error);
   }
   std::string text;
   std::string reason;

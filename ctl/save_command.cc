@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <ctime>
 #include <filesystem>
 #include <memory>
@@ -6,6 +8,7 @@
 #include "base/errno.h"
 #include "base/path.h"
 #include "ctl/commands.h"
+#include "ctl/inspection.h"
 #include "ctl/look_arguments.h"
 #include "ctl/new_file.h"
 #include "ctl/output.h"
@@ -87,7 +90,7 @@ int WriteSave(const package::VolumePaths& paths, const SaveManifest& manifest, i
 }
 
 void PrintSave(const SaveArguments& arguments, const SaveManifest& manifest, std::int64_t file_bytes,
-               const std::vector<std::string>& left_out, const Streams& streams) {
+               const std::vector<std::string>& left_out, const Findings& findings, const Streams& streams) {
   std::size_t databases = 0;
   for (const SavedItem& item : manifest.items) databases += item.kind == SavedItem::Kind::kDatabase ? 1 : 0;
   if (arguments.look->is_json) {
@@ -100,6 +103,7 @@ void PrintSave(const SaveArguments& arguments, const SaveManifest& manifest, std
     json["databases"] = databases;
     json["bytes"] = manifest.bytes();
     json["left_out"] = left_out;
+    json["findings"] = ToJson(findings);
     PrintJson(json, streams.out);
     return;
   }
@@ -110,6 +114,7 @@ void PrintSave(const SaveArguments& arguments, const SaveManifest& manifest, std
   for (const std::string& path : left_out) {
     streams.out << "Left out  " << Printable(path) << ", a link or no database\n";
   }
+  PrintFindings(findings, streams);
   streams.out << "Back with updater-ctl restore " << Printable(manifest.volume) << " "
               << Printable(arguments.file) << "\n";
 }
@@ -126,6 +131,10 @@ int SaveVolume(const SaveArguments& arguments, const Streams& streams) {
   std::string error;
   if (TakeSource(arguments, source, error) < 0) return TellReason(streams, error, kRefused);
   const package::VolumePaths paths(source.volume);
+  if (access(paths.live.data.c_str(), F_OK) < 0) {
+    return TellReason(streams, paths.live.data + ": " + base::Errno::Last().Text() + ", so nothing is saved",
+                      kRefused);
+  }
   NewFile file;
   if (IsInPackage(paths, arguments.file)) {
     return TellReason(streams, arguments.file + " is in the folder that is to be saved", kRefused);
@@ -150,8 +159,11 @@ int SaveVolume(const SaveArguments& arguments, const Streams& streams) {
   }
   const off_t bytes = lseek(file.file(), 0, SEEK_END);
   if (file.Publish(error) < 0) return TellReason(streams, error, kFailed);
-  PrintSave(arguments, manifest, bytes, left_out, streams);
-  return 0;
+  // It is saved as it is, for nobody may have a better one.
+  const Findings findings =
+      InspectIntegrity(SurveyVolume(paths.live, SurveyDepth::kVersions), Integrity::kQuick);
+  PrintSave(arguments, manifest, bytes, left_out, findings, streams);
+  return HasProblem(findings) ? kFailed : 0;
 }
 
 }  // namespace
