@@ -256,6 +256,8 @@ TEST_F(CtlTest, WhatIsLockedMissingOrOldIsNotCalledDamaged) {
     }
     EXPECT_EQ(Run({"run", volume_}), 2);
     EXPECT_THAT(err_.str(), HasSubstr("user-db.sqlite is in use by process "));
+    EXPECT_EQ(Run({"rehearse", volume_, "--recorded"}), 2);
+    EXPECT_THAT(err_.str(), HasSubstr("user-db.sqlite is locked"));
   }
   ASSERT_EQ(Run({"run", volume_}), 0);
   EXPECT_EQ(Run({"verify", volume_}), 0) << out_.str();

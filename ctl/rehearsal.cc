@@ -71,6 +71,14 @@ int CopyUnchanged(const package::VolumePaths& from, const package::VolumePaths& 
   (void)poll(nullptr, 0, kClockTickMilliseconds);
   progress.Show("counting rows");
   rehearsal.before = SurveyVolume(from.live, SurveyDepth::kRows);
+  for (const DatabaseSurvey& database : rehearsal.before.databases) {
+    // Copied under the lock it would lack what is not committed yet, and its rows cannot be counted.
+    if (database.obstacle == DatabaseSurvey::Obstacle::kLocked) {
+      error = database.path + " is locked: stop the package's daemons, or whoever works on it";
+    }
+  }
+  if (error.empty()) error = NoAccessTo(rehearsal.before);
+  if (!error.empty()) return -1;
   progress.Show("copying the databases");
   const auto start = std::chrono::steady_clock::now();
   if (CopyPackage(from, to, rehearsal.findings, error) < 0) return -1;

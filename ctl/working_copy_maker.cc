@@ -46,7 +46,7 @@ int MakeNewFolder(const std::string& path, Folder& folder) {
 }
 
 std::string WorkingCopyMaker::CopyOf(const SavedItem& item) const {
-  const std::string path = paths_.package_folder + "/" + item.path;
+  std::string path = paths_.package_folder + "/" + item.path;
   const package::PackagePaths& live = paths_.live;
   const package::PackagePaths& copies = paths_.copies;
   for (const auto& [from, to] : {std::pair(&live.data, &copies.data),
