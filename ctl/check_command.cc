@@ -195,11 +195,12 @@ int Check(const LookArguments& arguments, bool reads_all, const Streams& streams
 
 }  // namespace
 
-Action DefineCheck(CLI::App& command, const Streams& streams) {
+Action DefineCheck(Arguments& command, const Streams& streams) {
   const auto arguments = AddLookArguments(command);
   const auto is_short = std::make_shared<bool>(false);
-  command.add_flag("--no-pages", *is_short, "Leave out the look at every page of every database");
-  command.footer("Examples:\n  updater-ctl check /volume1\n  updater-ctl check /volume1 --no-pages --json");
+  command.AddFlag("--no-pages", *is_short, "Leave out the look at every page of every database");
+  command.SetFooter(
+      "Examples:\n  updater-ctl check /volume1\n  updater-ctl check /volume1 --no-pages --json");
   return [arguments, is_short, streams] { return Check(*arguments, !*is_short, streams); };
 }
 

@@ -1,5 +1,6 @@
 #include "ctl/command_line.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <exception>
@@ -95,7 +96,8 @@ int ParseAndRun(int argc, const char* const* argv, const Streams& streams) {
   std::array<CLI::App*, kCommands.size()> subcommands = {};
   for (std::size_t i = 0; i < kCommands.size(); ++i) {
     subcommands[i] = app.add_subcommand(kCommands[i].name, kCommands[i].help);
-    actions[i] = kCommands[i].define(*subcommands[i], streams);
+    Arguments arguments(*subcommands[i]);
+    actions[i] = kCommands[i].define(arguments, streams);
   }
   try {
     app.parse(argc, argv);

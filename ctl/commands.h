@@ -1,9 +1,9 @@
 // The commands of updater-ctl, each defined in a file of its own.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 
+#include "ctl/arguments.h"
 #include "ctl/streams.h"
 
 namespace ctl {
@@ -12,18 +12,18 @@ namespace ctl {
 using Action = std::function<int()>;
 
 // A command's definition: adds its arguments to `command` and returns what it does with them.
-using Definition = Action (*)(CLI::App& command, const Streams& streams);
+using Definition = Action (*)(Arguments& command, const Streams& streams);
 
-[[nodiscard]] Action DefineStatus(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineCheck(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefinePlan(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineRehearse(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineVerify(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineSave(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineRestore(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineDiff(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineSample(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineRun(CLI::App& command, const Streams& streams);
-[[nodiscard]] Action DefineReport(CLI::App& command, const Streams& streams);
+[[nodiscard]] Action DefineStatus(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineCheck(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefinePlan(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineRehearse(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineVerify(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineSave(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineRestore(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineDiff(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineSample(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineRun(Arguments& command, const Streams& streams);
+[[nodiscard]] Action DefineReport(Arguments& command, const Streams& streams);
 
 }  // namespace ctl

@@ -17,7 +17,7 @@ namespace {
 struct DiffArguments {
   std::string a;
   std::string b;
-  std::size_t rows = 5;
+  int rows = 5;
   bool is_json = false;
 };
 
@@ -108,7 +108,8 @@ int Report(const DiffArguments& arguments, const DiffSource& a, const DiffSource
   std::size_t equal = 0;
   bool is_compared = true;
   for (const std::string& name : names) {
-    const DatabaseDiff diff = CompareDatabases(name, PathIn(a, name), PathIn(b, name), arguments.rows);
+    const DatabaseDiff diff =
+        CompareDatabases(name, PathIn(a, name), PathIn(b, name), static_cast<std::size_t>(arguments.rows));
     if (diff.is_equal()) ++equal;
     is_compared = is_compared && diff.errors.empty();
     if (arguments.is_json) json["databases"].push_back(ToJson(diff));
@@ -135,17 +136,17 @@ int Compare(const DiffArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineDiff(CLI::App& command, const Streams& streams) {
-  constexpr std::size_t kMostRows = 100000;
+Action DefineDiff(Arguments& command, const Streams& streams) {
+  constexpr int kMostRows = 100000;
   const auto arguments = std::make_shared<DiffArguments>();
-  command.add_option("a", arguments->a, "A volume, a save or a database")->required();
-  command.add_option("b", arguments->b, "What it is compared with")->required();
+  command.AddText("a", arguments->a, "A volume, a save or a database").Require();
+  command.AddText("b", arguments->b, "What it is compared with").Require();
   command
-      .add_option("--rows", arguments->rows, "How many rows are shown of each kind of difference in a table")
-      ->check(CLI::Range(kMostRows))
-      ->capture_default_str();
-  AddJsonFlag(command, arguments->is_json);
-  command.footer(
+      .AddNumber("--rows", arguments->rows, 0, kMostRows,
+                 "How many rows are shown of each kind of difference in a table")
+      .ShowDefault();
+  command.AddJsonFlag(arguments->is_json);
+  command.SetFooter(
       "Exit status: 0 equal, 1 different, 2 could not be compared.\n\n"
       "Examples:\n  updater-ctl diff /mnt/usb/before-upgrade.tar.zst /volume1\n"
       "  updater-ctl diff a/user-db.sqlite b/user-db.sqlite --rows 20");

@@ -9,18 +9,13 @@
 
 namespace ctl {
 
-std::shared_ptr<LookArguments> AddLookArguments(CLI::App& command) {
+std::shared_ptr<LookArguments> AddLookArguments(Arguments& command) {
   auto arguments = std::make_shared<LookArguments>();
-  command.add_option("volume", arguments->volume, "The volume: the folder that holds @stratofolder")
-      ->required();
-  command.add_option("--state", arguments->state,
-                     "The folder of the package's state files (default: those of this machine)");
-  AddJsonFlag(command, arguments->is_json);
+  command.AddText("volume", arguments->volume, "The volume: the folder that holds @stratofolder").Require();
+  command.AddText("--state", arguments->state,
+                  "The folder of the package's state files (default: those of this machine)");
+  command.AddJsonFlag(arguments->is_json);
   return arguments;
-}
-
-CLI::Option* AddJsonFlag(CLI::App& command, bool& is_json) {
-  return command.add_flag("--json", is_json, "Write one JSON document instead of text");
 }
 
 platform::SystemPaths SystemOf(const LookArguments& arguments) {

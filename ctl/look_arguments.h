@@ -1,10 +1,10 @@
 // What all commands that look at a volume are told.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 
+#include "ctl/arguments.h"
 #include "platform/system_paths.h"
 
 namespace ctl {
@@ -16,9 +16,7 @@ struct LookArguments {
 };
 
 // Adds them to a command, which fills them in.
-[[nodiscard]] std::shared_ptr<LookArguments> AddLookArguments(CLI::App& command);
-
-CLI::Option* AddJsonFlag(CLI::App& command, bool& is_json);
+[[nodiscard]] std::shared_ptr<LookArguments> AddLookArguments(Arguments& command);
 
 [[nodiscard]] platform::SystemPaths SystemOf(const LookArguments& arguments);
 

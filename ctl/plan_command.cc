@@ -101,16 +101,17 @@ int ShowPlan(const PlanArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefinePlan(CLI::App& command, const Streams& streams) {
+Action DefinePlan(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<PlanArguments>();
-  CLI::Option* const volume =
-      command.add_option("volume", arguments->volume, "The volume whose data database is to be upgraded");
-  command.add_option("--from", arguments->from, "A version to begin with instead")
-      ->check(CLI::Range(1, std::numeric_limits<int>::max()))
-      ->excludes(volume);
-  CLI::Option* const dot = command.add_flag("--dot", arguments->is_dot, "Write the graph for Graphviz");
-  AddJsonFlag(command, arguments->is_json)->excludes(dot);
-  command.footer(
+  const Argument volume =
+      command.AddText("volume", arguments->volume, "The volume whose data database is to be upgraded");
+  command
+      .AddNumber("--from", arguments->from, 1, std::numeric_limits<int>::max(),
+                 "A version to begin with instead")
+      .Exclude(volume);
+  const Argument dot = command.AddFlag("--dot", arguments->is_dot, "Write the graph for Graphviz");
+  command.AddJsonFlag(arguments->is_json).Exclude(dot);
+  command.SetFooter(
       "Examples:\n  updater-ctl plan\n  updater-ctl plan /volume1\n"
       "  updater-ctl plan --from 3300 --dot | dot -Tsvg > plan.svg");
   return [arguments, streams] { return ShowPlan(*arguments, streams); };

@@ -79,17 +79,17 @@ int ShowRehearsal(RehearseArguments arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineRehearse(CLI::App& command, const Streams& streams) {
+Action DefineRehearse(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<RehearseArguments>();
   arguments->look = AddLookArguments(command);
-  command.add_option("--into", arguments->into,
-                     "Make the copies in this new or empty folder and keep them (default: a folder on the "
-                     "volume, removed again)");
-  command.add_flag("--recorded", arguments->is_recorded,
-                   "Take accounts, shares and volumes for what the databases record: for samples and for "
-                   "data of another machine");
-  command.add_option("--html", arguments->html, "Write a page with the result to this file, too");
-  command.footer(
+  command.AddText("--into", arguments->into,
+                  "Make the copies in this new or empty folder and keep them (default: a folder on the "
+                  "volume, removed again)");
+  command.AddFlag("--recorded", arguments->is_recorded,
+                  "Take accounts, shares and volumes for what the databases record: for samples and for "
+                  "data of another machine");
+  command.AddText("--html", arguments->html, "Write a page with the result to this file, too");
+  command.SetFooter(
       "Examples:\n  updater-ctl rehearse /volume1\n  updater-ctl rehearse /volume1 --html page.html\n"
       "  updater-ctl rehearse /volume1 --json > rehearsal.json\n"
       "  updater-ctl rehearse /tmp/sample --recorded --into /tmp/copies");

@@ -234,12 +234,12 @@ int Report(const ReportArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineReport(CLI::App& command, const Streams& streams) {
+Action DefineReport(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<ReportArguments>();
-  command.add_option("file", arguments->file, "The log; standard input where it is absent or -");
-  command.add_flag("--all", arguments->is_all, "Report every run in the log, not only the last one");
-  AddJsonFlag(command, arguments->is_json);
-  command.footer(
+  command.AddText("file", arguments->file, "The log; standard input where it is absent or -");
+  command.AddFlag("--all", arguments->is_all, "Report every run in the log, not only the last one");
+  command.AddJsonFlag(arguments->is_json);
+  command.SetFooter(
       "Exit status: 0 no problem, 1 the run failed or there is something to know,\n"
       "2 no run was found.\n\n"
       "Examples:\n  updater-ctl report /var/log/syslog\n"

@@ -110,14 +110,14 @@ int RestoreVolume(const RestoreArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineRestore(CLI::App& command, const Streams& streams) {
+Action DefineRestore(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<RestoreArguments>();
   arguments->look = AddLookArguments(command);
-  command.add_option("file", arguments->file, "The save, made by updater-ctl save")->required();
-  command.add_flag("--force-other-volume", arguments->may_be_other_volume,
-                   "Restore a save of a volume with another uuid. The databases go on naming that volume: "
-                   "the check after an upgrade removes the records of what this machine no longer has");
-  command.footer("Examples:\n  updater-ctl restore /volume1 /mnt/usb/before-upgrade.tar.zst");
+  command.AddText("file", arguments->file, "The save, made by updater-ctl save").Require();
+  command.AddFlag("--force-other-volume", arguments->may_be_other_volume,
+                  "Restore a save of a volume with another uuid. The databases go on naming that volume: "
+                  "the check after an upgrade removes the records of what this machine no longer has");
+  command.SetFooter("Examples:\n  updater-ctl restore /volume1 /mnt/usb/before-upgrade.tar.zst");
   return [arguments, streams] {
     const StopSignals stop;
     return RestoreVolume(*arguments, streams);

@@ -115,18 +115,17 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineRun(CLI::App& command, const Streams& streams) {
+Action DefineRun(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<RunArguments>();
-  command.add_option("folder", arguments->folder, "The volume: a folder that holds @stratofolder")
-      ->required();
-  command.add_option("--state", arguments->state,
-                     "Where the package's state files are kept (default: @updater-ctl in the volume)");
-  command.add_flag("--dont-skip", arguments->with_legacy_steps,
-                   "Run the first-generation steps too, as updater-svr does with this option");
-  command.add_flag("--log", arguments->show_log,
-                   "Show the system log of the run, which a failed run always shows");
-  AddJsonFlag(command, arguments->is_json);
-  command.footer(
+  command.AddText("folder", arguments->folder, "The volume: a folder that holds @stratofolder").Require();
+  command.AddText("--state", arguments->state,
+                  "Where the package's state files are kept (default: @updater-ctl in the volume)");
+  command.AddFlag("--dont-skip", arguments->with_legacy_steps,
+                  "Run the first-generation steps too, as updater-svr does with this option");
+  command.AddFlag("--log", arguments->show_log,
+                  "Show the system log of the run, which a failed run always shows");
+  command.AddJsonFlag(arguments->is_json);
+  command.SetFooter(
       "Examples:\n  updater-ctl sample /tmp/try --from 3300\n  updater-ctl run /tmp/try\n"
       "  updater-ctl run /tmp/copy-of-volume1 --log");
   return [arguments, streams] { return RunVolume(*arguments, streams); };

@@ -59,28 +59,22 @@ int MakeSample(const SampleArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineSample(CLI::App& command, const Streams& streams) {
+Action DefineSample(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<SampleArguments>();
-  const CLI::Range count(1, kLargestSize);
-  command.add_option("folder", arguments->folder, "Where the volume is made")->required();
-  command.add_option("--from", arguments->version, "The version of its databases")
-      ->check(CLI::TypeValidator<int>(""))  // the next check gives no reason when the text is no number
-      ->check(CLI::IsMember(SampleVersions()))
-      ->capture_default_str();
-  command.add_option("--nodes", arguments->size.nodes, "Files and folders in all views")
-      ->check(count)
-      ->capture_default_str();
-  command.add_option("--versions", arguments->size.versions, "Versions of these files")
-      ->check(CLI::Range(kLargestSize))
-      ->capture_default_str();
-  command.add_option("--views", arguments->size.views, "Views, each with a user of its own")
-      ->check(count)
-      ->capture_default_str();
-  command.add_option("--seed", arguments->size.seed, "Another number gives other names, sizes and versions")
-      ->check(CLI::Range(std::numeric_limits<int>::max()))
-      ->capture_default_str();
-  AddJsonFlag(command, arguments->is_json);
-  command.footer(
+  SampleSize& size = arguments->size;
+  command.AddText("folder", arguments->folder, "Where the volume is made").Require();
+  command.AddChoice("--from", arguments->version, SampleVersions(), "The version of its databases")
+      .ShowDefault();
+  command.AddNumber("--nodes", size.nodes, 1, kLargestSize, "Files and folders in all views").ShowDefault();
+  command.AddNumber("--versions", size.versions, 0, kLargestSize, "Versions of these files").ShowDefault();
+  command.AddNumber("--views", size.views, 1, kLargestSize, "Views, each with a user of its own")
+      .ShowDefault();
+  command
+      .AddNumber("--seed", size.seed, 0, std::numeric_limits<int>::max(),
+                 "Another number gives other names, sizes and versions")
+      .ShowDefault();
+  command.AddJsonFlag(arguments->is_json);
+  command.SetFooter(
       "Examples:\n  updater-ctl sample /tmp/try --from 3300\n"
       "  updater-ctl sample /tmp/large --nodes 1000000 --views 50 --seed 7");
   return [arguments, streams] { return MakeSample(*arguments, streams); };

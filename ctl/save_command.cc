@@ -168,12 +168,11 @@ int SaveVolume(const SaveArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineSave(CLI::App& command, const Streams& streams) {
+Action DefineSave(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<SaveArguments>();
   arguments->look = AddLookArguments(command);
-  command.add_option("file", arguments->file, "Where the save is written; nothing may be there yet")
-      ->required();
-  command.footer(
+  command.AddText("file", arguments->file, "Where the save is written; nothing may be there yet").Require();
+  command.SetFooter(
       "Examples:\n  updater-ctl save /volume1 /mnt/usb/before-upgrade.tar.zst\n"
       "  updater-ctl restore /volume1 /mnt/usb/before-upgrade.tar.zst");
   return [arguments, streams] {

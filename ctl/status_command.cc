@@ -144,11 +144,11 @@ int ShowStatus(const LookArguments& arguments, bool lists_all, const Streams& st
 
 }  // namespace
 
-Action DefineStatus(CLI::App& command, const Streams& streams) {
+Action DefineStatus(Arguments& command, const Streams& streams) {
   const auto arguments = AddLookArguments(command);
   const auto lists_all = std::make_shared<bool>(false);
-  command.add_flag("--all", *lists_all, "A line for every view and file database, however many there are");
-  command.footer("Examples:\n  updater-ctl status /volume1\n  updater-ctl status /volume1 --json");
+  command.AddFlag("--all", *lists_all, "A line for every view and file database, however many there are");
+  command.SetFooter("Examples:\n  updater-ctl status /volume1\n  updater-ctl status /volume1 --json");
   return [arguments, lists_all, streams] { return ShowStatus(*arguments, *lists_all, streams); };
 }
 

@@ -91,12 +91,12 @@ int Verify(const VerifyArguments& arguments, const Streams& streams) {
 
 }  // namespace
 
-Action DefineVerify(CLI::App& command, const Streams& streams) {
+Action DefineVerify(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<VerifyArguments>();
   arguments->look = AddLookArguments(command);
-  command.add_option("--rehearsal", arguments->rehearsal,
-                     "Compare the rows with this report, which updater-ctl rehearse --json has written");
-  command.footer(
+  command.AddText("--rehearsal", arguments->rehearsal,
+                  "Compare the rows with this report, which updater-ctl rehearse --json has written");
+  command.SetFooter(
       "Examples:\n  updater-ctl verify /volume1\n  updater-ctl verify /volume1 --json\n"
       "  updater-ctl verify /volume1 --rehearsal rehearsal.json");
   return [arguments, streams] { return Verify(*arguments, streams); };
