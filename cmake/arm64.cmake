@@ -1,9 +1,6 @@
-# A toolchain file: from any Debian to its architecture arm64, with the libraries of its multiarch packages.
+# A toolchain file.
 
-set(CMAKE_SYSTEM_NAME Linux)
+set(triplet aarch64-linux-gnu)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
-set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
-set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
-set(PKG_CONFIG_EXECUTABLE aarch64-linux-gnu-pkg-config)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static)
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)

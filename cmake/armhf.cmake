@@ -1,10 +1,7 @@
-# A toolchain file: from any Debian to its architecture armhf, with the libraries of its multiarch packages.
+# A toolchain file.
 
-set(CMAKE_SYSTEM_NAME Linux)
+set(triplet arm-linux-gnueabihf)
 set(CMAKE_SYSTEM_PROCESSOR arm)
-set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
-set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
-set(PKG_CONFIG_EXECUTABLE arm-linux-gnueabihf-pkg-config)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static)
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # all is compiled by one compiler, so that notes about older ones are noise
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)
