@@ -126,11 +126,7 @@ Outlook LookAhead(const package::VolumePaths& paths, const platform::SystemPaths
   Findings& findings = outlook.findings;
   Append(InspectStart(state.service, paths, system, platform), findings);
   const DatabaseSurvey* const data = FindShared(state.survey, "data");
-  if (data == nullptr) {
-    findings.push_back({Severity::kNote, "no-data-database", paths.live.data,
-                        "is not there: a run would end in \"done\" and do nothing", ""});
-    return outlook;
-  }
+  if (data == nullptr) return outlook;  // told of already
   InspectChain(*data, outlook);
   Append(InspectUse(state.survey, system), findings);
   Append(InspectSpace(paths), findings);

@@ -53,10 +53,17 @@ Findings Unreadable(const std::string& path, const db_util::Status& status) {
 
 }  // namespace
 
+Findings InspectData(const VolumeSurvey& survey, const package::PackagePaths& paths) {
+  if (FindShared(survey, "data") != nullptr) return {};
+  constexpr const char* kMissing = "is not there: a run would end in \"done\" and do nothing";
+  if (survey.databases.empty()) return {{Severity::kNote, "no-data-database", paths.data, kMissing, ""}};
+  return {{Severity::kProblem, "no-data-database", paths.data, kMissing,
+           "others are there: restore all databases of the package from one backup"}};
+}
+
 Findings InspectParts(const VolumeSurvey& survey, const package::PackagePaths& paths, int version) {
   Findings findings;
-  for (const auto& [name, path, since] : {std::tuple("data", paths.data, 0),
-                                          {"user", paths.user, 0},
+  for (const auto& [name, path, since] : {std::tuple("user", paths.user, 0),
                                           {"client", paths.client, 0},
                                           {"log", paths.log, updater::kLogVersion}}) {
     if (version < since || FindShared(survey, name) != nullptr) continue;

@@ -13,8 +13,11 @@ enum class Integrity {
   kFull,   // PRAGMA integrity_check, which reads every index, too
 };
 
-// The databases that there is one of, and that updaters need at a version: attaching makes a missing one, and
-// they then miss its tables.
+// Nothing where there is a data database: without it a run ends well and does nothing.
+[[nodiscard]] Findings InspectData(const VolumeSurvey& survey, const package::PackagePaths& paths);
+
+// The other databases that there is one of, and that updaters need at a version: attaching makes a missing
+// one, and they then miss its tables.
 [[nodiscard]] Findings InspectParts(const VolumeSurvey& survey, const package::PackagePaths& paths,
                                     int version);
 

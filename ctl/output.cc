@@ -55,6 +55,10 @@ void PrintJson(const Json& document, std::ostream& out) {
   out << document.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
 }
 
+std::string WithoutLineEnd(const std::string& message) {
+  return message.substr(0, message.find_last_not_of('\n') + 1);
+}
+
 std::string Join(std::initializer_list<std::string_view> parts) {
   std::string text;
   for (const std::string_view part : parts) text += part;

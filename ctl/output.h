@@ -22,6 +22,9 @@ using Json = nlohmann::ordered_json;
 // Bytes that are no UTF-8 are replaced.
 void PrintJson(const Json& document, std::ostream& out);
 
+// A message of the system log as part of a sentence.
+[[nodiscard]] std::string WithoutLineEnd(const std::string& message);
+
 // One text of several.
 [[nodiscard]] std::string Join(std::initializer_list<std::string_view> parts);
 

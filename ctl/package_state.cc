@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "ctl/inspection.h"
 #include "file-op/file_op.h"
 #include "updater/intent_file.h"
 #include "updater/legacy/layout.h"
@@ -151,7 +152,10 @@ Findings FindingsOf(const PackageState& state, const package::VolumePaths& paths
   AddServiceFindings(state.service, findings);
   if (state.commit) AddCommitFindings(*state.commit, paths.intent, findings);
   // In the middle of a commit they are not equal, and that is told already.
-  if (!state.commit) AddDatabaseFindings(state.survey, findings);
+  if (!state.commit) {
+    Append(InspectData(state.survey, paths.live), findings);
+    AddDatabaseFindings(state.survey, findings);
+  }
   if (!state.copies.empty() && !state.commit && !state.service.is_marker_alive) {
     findings.push_back({Severity::kNote, "copies-left", state.copies.front(),
                         "a run that failed or was killed has left working copies",

@@ -33,28 +33,10 @@ bool IsLink(const std::string& path) {
 
 void NeedFolder(const std::string& path, Findings& findings) {
   if (IsFolder(path)) return;
-  findings.push_back({Severity::kProblem, "missing-folder", path,
-                      "this folder is missing: the upgrade would fail",
-                      "make it, with the owner and mode of the folder around it"});
-}
-
-void InspectNeededFolders(const package::PackagePaths& live, int version, Findings& findings) {
-  if (version <= kLastWithoutMarkers) {
-    NeedFolder(live.sync_folder + package::kFilesFolder, findings);
-    NeedFolder(live.sync_folder + package::kDeltasFolder, findings);
-  }
-  if (version >= updater::kSplitVersion) {
-    NeedFolder(live.view_folder, findings);
-    NeedFolder(live.file_folder, findings);
-    return;
-  }
-  NeedFolder(live.sync_folder + package::kRemovalFolder, findings);
-  if (file_op::FSExists(live.view_folder)) {
-    findings.push_back(
-        {Severity::kProblem, "early-view-folder", live.view_folder,
-         "stands there before any updater makes one: views that have no folder in it would be lost",
-         "move it away before the upgrade"});
-  }
+  findings.push_back(
+      {Severity::kProblem, "missing-folder", path, "this folder is missing: an upgrade would fail",
+       "restore it from a backup; where nothing was in it, make it, with the owner and mode of "
+       "the folder around it"});
 }
 
 void InspectMounts(const package::VolumePaths& paths, const platform::Platform& platform,
@@ -112,10 +94,30 @@ Findings InspectStart(const ServiceState& service, const package::VolumePaths& p
   return findings;
 }
 
+Findings InspectNeededFolders(const package::PackagePaths& live, int version) {
+  Findings findings;
+  if (version <= kLastWithoutMarkers) {
+    NeedFolder(live.sync_folder + package::kFilesFolder, findings);
+    NeedFolder(live.sync_folder + package::kDeltasFolder, findings);
+  }
+  if (version >= updater::kSplitVersion) {
+    NeedFolder(live.view_folder, findings);
+    NeedFolder(live.file_folder, findings);
+  } else {
+    NeedFolder(live.sync_folder + package::kRemovalFolder, findings);
+  }
+  return findings;
+}
+
 Findings InspectFolders(const VolumeSurvey& survey, const package::VolumePaths& paths, int version,
                         const platform::Platform& platform) {
-  Findings findings;
-  InspectNeededFolders(paths.live, version, findings);
+  Findings findings = InspectNeededFolders(paths.live, version);
+  if (version < updater::kSplitVersion && file_op::FSExists(paths.live.view_folder)) {
+    findings.push_back(
+        {Severity::kProblem, "early-view-folder", paths.live.view_folder,
+         "stands there before any updater makes one: views that have no folder in it would be lost",
+         "move it away before the upgrade"});
+  }
   InspectMounts(paths, platform, findings);
   struct statvfs space {};
   if (statvfs(paths.live.sync_folder.c_str(), &space) == 0 && (space.f_flag & ST_RDONLY) != 0) {

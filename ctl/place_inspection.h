@@ -14,7 +14,10 @@ namespace ctl {
 [[nodiscard]] Findings InspectStart(const ServiceState& service, const package::VolumePaths& paths,
                                     const platform::SystemPaths& system, const platform::Platform& platform);
 
-// Folders that the updaters from `version` on need, links, mount points, and what cannot be replaced.
+// Folders that a package of `version` has, and that the updaters from there on need.
+[[nodiscard]] Findings InspectNeededFolders(const package::PackagePaths& live, int version);
+
+// The same, and links, mount points, and what cannot be replaced or is there too early.
 [[nodiscard]] Findings InspectFolders(const VolumeSurvey& survey, const package::VolumePaths& paths,
                                       int version, const platform::Platform& platform);
 

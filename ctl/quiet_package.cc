@@ -1,15 +1,25 @@
 #include "ctl/quiet_package.h"
 
 #include "ctl/package_state.h"
+#include "ctl/refuse.h"
 #include "db-util/look.h"
 #include "logger/recording_sink.h"
 #include "platform/host/host_state_files.h"
 #include "platform/host/host_volumes.h"
 #include "platform/sdk/volume_uuid.h"
 #include "updater/framework/views.h"
+#include "updater/intent_file.h"
 #include "updater/service_status.h"
 
 namespace ctl {
+namespace {
+
+ServiceState ReadState(const platform::SystemPaths& system) {
+  platform::host::HostStateFiles state_files;
+  return ReadServiceState(system, state_files);
+}
+
+}  // namespace
 
 bool IsInUse(const std::string& database, std::string& error) {
   const std::optional<pid_t> user = db_util::FindUser(database);
@@ -19,18 +29,28 @@ bool IsInUse(const std::string& database, std::string& error) {
   return true;
 }
 
+int CheckNoUpgrade(const platform::SystemPaths& system, std::string& error) {
+  const ServiceState service = ReadState(system);
+  if (!service.is_marker_alive) return 0;
+  return Refuse(
+      error, "an upgrade is running, process " + std::to_string(*service.marked_by) + ": wait for its end");
+}
+
+int CheckNoCommit(const package::VolumePaths& paths, std::string& error) {
+  updater::Intent intent;
+  updater::IntentFound found{};
+  if (updater::ReadIntent(paths, found, intent) && found == updater::IntentFound::kNone) return 0;
+  return Refuse(error, "a run was stopped while it put databases in place (" + paths.intent +
+                           "): let updater-svr finish it first; updater-ctl status tells more");
+}
+
 int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPaths& system,
                      std::string& error) {
-  platform::host::HostStateFiles state_files;
-  const ServiceState service = ReadServiceState(system, state_files);
-  if (service.is_marker_alive) {
-    error = "an upgrade is running, process " + std::to_string(*service.marked_by) + ": wait for its end";
-    return -1;
-  }
+  if (CheckNoUpgrade(system, error) < 0) return -1;
+  const std::string status = ReadState(system).status;
   // These words count only while a process stands behind them.
-  if (service.status == updater::status::kEnabled || service.status == updater::status::kMovingDb) {
-    error = "the package is at work, its status is \"" + service.status + "\": stop it first";
-    return -1;
+  if (status == updater::status::kEnabled || status == updater::status::kMovingDb) {
+    return Refuse(error, "the package is at work, its status is \"" + status + "\": stop it first");
   }
   return CheckUnused(paths, error);
 }
@@ -53,10 +73,7 @@ struct stat UpgradeWatch::StatusFile() const {
   return status;
 }
 
-bool UpgradeWatch::IsRunning() const {
-  platform::host::HostStateFiles state_files;
-  return ReadServiceState(system_, state_files).is_marker_alive;
-}
+bool UpgradeWatch::IsRunning() const { return ReadState(system_).is_marker_alive; }
 
 int UpgradeWatch::Check(std::string& error) const {
   const struct stat now = StatusFile();

@@ -10,6 +10,13 @@
 
 namespace ctl {
 
+// Returns 0, or -1 with the reason in `error`: an upgrade runs. Only looks.
+[[nodiscard]] int CheckNoUpgrade(const platform::SystemPaths& system, std::string& error);
+
+// Returns 0, or -1 with the reason in `error`: what is there is no set, as a run was stopped while it put
+// databases in place, or it cannot be told whether. Only looks.
+[[nodiscard]] int CheckNoCommit(const package::VolumePaths& paths, std::string& error);
+
 // Returns 0, or -1 with the reason in `error`: an upgrade runs, the package's daemons do, or somebody has a
 // database in use. Only looks.
 [[nodiscard]] int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPaths& system,

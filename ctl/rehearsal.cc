@@ -12,8 +12,10 @@
 
 #include "ctl/demo_platform.h"
 #include "ctl/demo_state.h"
+#include "ctl/inspection.h"
 #include "ctl/log_line.h"
 #include "ctl/log_runs.h"
+#include "ctl/output.h"
 #include "ctl/rehearsal_machine.h"
 #include "db-util/database_files.h"
 #include "file-op/file_op.h"
@@ -93,7 +95,7 @@ int CopyUnchanged(const package::VolumePaths& from, const package::VolumePaths& 
 void AddLogFindings(const Rehearsal& rehearsal, Findings& findings) {
   LogRuns logged(1);
   for (const auto& [priority, text] : rehearsal.log) {
-    std::string one_line = text.substr(0, text.find_last_not_of('\n') + 1);
+    std::string one_line = WithoutLineEnd(text);
     for (const char blank : {'\n', '\t'}) std::replace(one_line.begin(), one_line.end(), blank, ' ');
     LogLine line = ParseLogLine(one_line);
     line.source = LogLine::Source::kUpdater;
@@ -120,10 +122,7 @@ void AddFindings(const package::VolumePaths& live, Machine machine, Rehearsal& r
                         "mend the cause that is named next, and rehearse again"});
   }
   AddLogFindings(rehearsal, findings);
-  if (!file_op::FSExists(live.live.data)) {
-    findings.push_back({Severity::kNote, "no-data-database", live.live.data,
-                        "is not there: a run would end in \"done\" and do nothing", ""});
-  }
+  Append(InspectData(rehearsal.before, live.live), findings);
   if (machine == Machine::kThis && geteuid() != 0) {
     findings.push_back({Severity::kWarning, "not-root", "",
                         "what only root may read counts as a failure or as not there",

@@ -10,11 +10,11 @@
 #include "base/errno.h"
 #include "base/path.h"
 #include "ctl/look_arguments.h"
-#include "ctl/package_state.h"
+#include "ctl/quiet_package.h"
+#include "ctl/refuse.h"
 #include "ctl/volume_folder.h"
 #include "file-op/file_op.h"
 #include "logger/recording_sink.h"
-#include "platform/host/host_state_files.h"
 #include "updater/working_copies.h"
 
 namespace ctl {
@@ -23,27 +23,6 @@ namespace {
 using package::PackagePaths;
 
 constexpr const char* kPrefix = "@updater-ctl-rehearsal-";
-
-int Refuse(std::string& error, std::string reason) {
-  error = std::move(reason);
-  return -1;
-}
-
-// A hot run changes under one's hands what is copied, and half a commit is no state to begin from.
-int CheckNothingPends(const package::VolumePaths& paths, const platform::SystemPaths& system,
-                      std::string& error) {
-  platform::host::HostStateFiles state_files;
-  const PackageState state = ReadPackageState(paths, system, state_files);
-  if (state.service.is_marker_alive) {
-    return Refuse(error, "an upgrade is running, process " + std::to_string(*state.service.marked_by) +
-                             ": wait for it");
-  }
-  if (state.commit) {
-    return Refuse(error, "a run was stopped while it put databases in place (" + paths.intent +
-                             "): updater-svr has to finish that first; updater-ctl status tells more");
-  }
-  return 0;
-}
 
 bool SharesBlocks(const std::string& file, const std::string& folder) {
   const base::FileDescriptor source(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -132,7 +111,8 @@ int TakeRehearsalPlace(const std::string& volume, const std::optional<std::strin
   const package::VolumePaths paths(place.volume);
   std::string target;
   if (into && FindStateFolder(*into, place.volume, target, error) < 0) return -1;
-  if (LockFolder(place.volume, place.lock, error) < 0 || CheckNothingPends(paths, system, error) < 0 ||
+  if (LockFolder(place.volume, place.lock, error) < 0 || CheckNoUpgrade(system, error) < 0 ||
+      CheckNoCommit(paths, error) < 0 ||
       (into ? place.folder.Take(target, error) : place.folder.MakeIn(place.volume, kPrefix, error)) < 0 ||
       CheckRoom(paths, place.folder.path(), place.room, error) < 0) {
     return -1;

@@ -9,6 +9,7 @@
 
 #include "base/errno.h"
 #include "ctl/grouped_findings.h"
+#include "ctl/refuse.h"
 #include "ctl/survey_json.h"
 
 namespace ctl {
@@ -17,11 +18,6 @@ namespace {
 constexpr const char* kLost =
     "if nobody has worked with the package since the rehearsal, restore the databases and upgrade again; "
     "otherwise see that this is that work";
-
-int Refuse(std::string& error, std::string reason) {
-  error = std::move(reason);
-  return -1;
-}
 
 using Rows = std::map<std::string, long long>;  // by table
 

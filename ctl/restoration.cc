@@ -61,7 +61,7 @@ int AddUpNeeds(const VolumePaths& paths, const SaveManifest& manifest, std::map<
 std::string TextOf(const logger::RecordingSink& sink) {
   std::string text;
   for (const logger::RecordingSink::Line& line : sink.lines()) {
-    text += (text.empty() ? "" : "; ") + line.text.substr(0, line.text.find_last_not_of('\n') + 1);
+    text += (text.empty() ? "" : "; ") + WithoutLineEnd(line.text);
   }
   return text;
 }

@@ -57,9 +57,8 @@ int FinishFormer(const package::VolumePaths& paths, std::string& error) {
   if (updater::FinishFormerPlacement(paths) == 0) return 0;
   if (updater::ReadIntent(paths, found, intent) && found == updater::IntentFound::kNone) return 0;
   const std::string reason = log.lines().empty() ? "" : log.lines().front().text;
-  error = "what a stopped run was putting in place cannot be finished: " +
-          reason.substr(0, reason.find_last_not_of('\n') + 1) + "; delete " + paths.intent +
-          " to have everything replaced by the save";
+  error = "what a stopped run was putting in place cannot be finished: " + WithoutLineEnd(reason) +
+          "; delete " + paths.intent + " to have everything replaced by the save";
   return -1;
 }
 

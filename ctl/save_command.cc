@@ -20,7 +20,6 @@
 #include "ctl/stop_signals.h"
 #include "ctl/version_graph.h"
 #include "ctl/volume_folder.h"
-#include "updater/intent_file.h"
 
 namespace ctl {
 namespace {
@@ -43,13 +42,7 @@ int TakeSource(const SaveArguments& arguments, Source& source, std::string& erro
   }
   const package::VolumePaths paths(source.volume);
   if (CheckNobodyWorks(paths, SystemOf(*arguments.look), error) < 0) return -1;
-  updater::Intent intent;
-  updater::IntentFound found{};
-  const bool is_read = updater::ReadIntent(paths, found, intent);
-  if (is_read && found == updater::IntentFound::kNone) return 0;
-  error = "a run was stopped while it put databases in place (" + paths.intent +
-          "): what is there now is no set; let updater-svr finish it first";
-  return -1;
+  return CheckNoCommit(paths, error);
 }
 
 // Every byte is read a second time and compared with the first, so all of them are of the one moment between.

@@ -7,6 +7,7 @@
 #include "ctl/inspection.h"
 #include "ctl/look_arguments.h"
 #include "ctl/package_state.h"
+#include "ctl/place_inspection.h"
 #include "ctl/rehearsed_rows.h"
 #include "platform/host/host_platform.h"
 
@@ -39,8 +40,10 @@ Findings InspectResult(const package::VolumePaths& paths, const PackageState& st
   std::erase_if(upgraded.databases, [](const DatabaseSurvey& database) { return !IsCurrent(database); });
   Append(InspectLayouts(upgraded, package::kCurrentVersion), findings);
   if (FindShared(upgraded, "user") != nullptr) Append(InspectViews(state.survey, paths.live), findings);
-  if (FindShared(upgraded, "data") != nullptr)
+  if (FindShared(upgraded, "data") != nullptr) {
+    Append(InspectNeededFolders(paths.live, package::kCurrentVersion), findings);
     Append(InspectVolumes(paths.live, package::kCurrentVersion, platform), findings);
+  }
   return findings;
 }
 

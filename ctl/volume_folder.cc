@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "base/errno.h"
+#include "ctl/refuse.h"
 #include "logger/check.h"
 #include "package/layout.h"
 
@@ -15,11 +16,6 @@ namespace ctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-int Refuse(std::string& error, std::string reason) {
-  error = std::move(reason);
-  return -1;
-}
 
 int RefuseBecauseOf(std::string& error, const std::string& path, base::Errno reason) {
   return Refuse(error, "cannot use " + path + ": " + reason.Text());

@@ -35,6 +35,7 @@ FAULTS = [
     (3450, lambda v: change(v.user, SET.format(3400)), {"mixed-versions"}),
     (3450, lambda v: change(v.data, SET.format(3456)), {"no-chain", "mixed-versions"}),
     (3450, lambda v: os.unlink(v.client), {"missing-database"}),
+    (3450, lambda v: os.unlink(v.data), {"no-data-database"}),
     (3450, lambda v: shutil.rmtree(v.sync + "/view/5"), {"user-without-view"}),
     (3450, lambda v: change(v.user, "UPDATE user_table SET view_id = 'x' WHERE view_id = 17"),
      {"damaged-view-id", "view-without-user", "user-would-change"}),
@@ -98,6 +99,8 @@ class Looking(harness.SystemTest):
                             "updater-svr: Strato Folder Updater(9): Upgrade to '(master, 4150) ' successfully\n")
             self.look(volume, "report", at=volume.path + "/log")
             self.assertEqual(self.look(volume, "verify")["good"], version == LAST)
+        shutil.rmtree(volume.sync + "/file")
+        self.assertIn("missing-folder", {one["code"] for one in self.look(volume, "verify")["findings"]})
 
     def test_check_finds_what_would_go_wrong(self):
         for version, do, expected in FAULTS:
