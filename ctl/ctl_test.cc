@@ -264,6 +264,8 @@ TEST_F(CtlTest, WhatIsLockedMissingOrOldIsNotCalledDamaged) {
   fs::remove(paths_.live.log), fs::remove(paths_.live.client);
   EXPECT_EQ(Run({"verify", volume_, "--json"}), 1);
   EXPECT_THAT(out_.str(), AllOf(HasSubstr(paths_.live.log), HasSubstr(paths_.live.client)));
+  fs::remove(paths_.live.data);
+  EXPECT_EQ(Run({"rehearse", volume_, "--recorded"}), 1) << out_.str();  // it would end in "done"
 }
 
 TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {

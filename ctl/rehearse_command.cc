@@ -74,7 +74,7 @@ int ShowRehearsal(RehearseArguments arguments, const Streams& streams) {
   if (arguments.html && WritePage(*arguments.html, HtmlPageOf(document), streams) != 0) {
     return kRefused;
   }
-  return rehearsal.run.is_done ? 0 : kFailed;
+  return HasProblem(rehearsal.findings) ? kFailed : 0;
 }
 
 }  // namespace
