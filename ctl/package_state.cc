@@ -150,9 +150,9 @@ PackageState ReadPackageState(const package::VolumePaths& paths, const platform:
 Findings FindingsOf(const PackageState& state, const package::VolumePaths& paths) {
   Findings findings;
   AddServiceFindings(state.service, findings);
-  if (state.commit) AddCommitFindings(*state.commit, paths.intent, findings);
-  // In the middle of a commit they are not equal, and that is told already.
-  if (!state.commit) {
+  if (state.commit) {
+    AddCommitFindings(*state.commit, paths.intent, findings);
+  } else {  // in the middle of a commit they are not equal, and that is told already
     Append(InspectData(state.survey, paths.live), findings);
     AddDatabaseFindings(state.survey, findings);
   }

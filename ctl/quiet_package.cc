@@ -19,6 +19,12 @@ ServiceState ReadState(const platform::SystemPaths& system) {
   return ReadServiceState(system, state_files);
 }
 
+int CheckNoUpgrade(const ServiceState& service, std::string& error) {
+  if (!service.is_marker_alive) return 0;
+  return Refuse(
+      error, "an upgrade is running, process " + std::to_string(*service.marked_by) + ": wait for its end");
+}
+
 }  // namespace
 
 bool IsInUse(const std::string& database, std::string& error) {
@@ -30,10 +36,7 @@ bool IsInUse(const std::string& database, std::string& error) {
 }
 
 int CheckNoUpgrade(const platform::SystemPaths& system, std::string& error) {
-  const ServiceState service = ReadState(system);
-  if (!service.is_marker_alive) return 0;
-  return Refuse(
-      error, "an upgrade is running, process " + std::to_string(*service.marked_by) + ": wait for its end");
+  return CheckNoUpgrade(ReadState(system), error);
 }
 
 int CheckNoCommit(const package::VolumePaths& paths, std::string& error) {
@@ -46,11 +49,11 @@ int CheckNoCommit(const package::VolumePaths& paths, std::string& error) {
 
 int CheckNobodyWorks(const package::VolumePaths& paths, const platform::SystemPaths& system,
                      std::string& error) {
-  if (CheckNoUpgrade(system, error) < 0) return -1;
-  const std::string status = ReadState(system).status;
+  const ServiceState service = ReadState(system);
+  if (CheckNoUpgrade(service, error) < 0) return -1;
   // These words count only while a process stands behind them.
-  if (status == updater::status::kEnabled || status == updater::status::kMovingDb) {
-    return Refuse(error, "the package is at work, its status is \"" + status + "\": stop it first");
+  if (service.status == updater::status::kEnabled || service.status == updater::status::kMovingDb) {
+    return Refuse(error, "the package is at work, its status is \"" + service.status + "\": stop it first");
   }
   return CheckUnused(paths, error);
 }
