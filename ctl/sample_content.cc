@@ -93,7 +93,8 @@ SampleContent::SampleContent(const SampleSize& size)
 
 std::size_t SampleContent::Shift(int index, std::size_t end) const {
   if (size_.seed == 0) return 0;
-  return base::Fnv1a(std::to_string(size_.seed) + "/" + std::to_string(index)) % end;
+  return static_cast<std::size_t>(base::Fnv1a(std::to_string(size_.seed) + "/" + std::to_string(index)) %
+                                  end);
 }
 
 int SampleContent::CountInView(int view) const {
