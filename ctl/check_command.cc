@@ -159,13 +159,13 @@ void PrintOutlook(const Outlook& outlook, const Streams& streams) {
                                        : "Nothing speaks against an upgrade.\n");
 }
 
-Json ToJson(const std::string& volume, const Outlook& outlook) {
+Json DocumentOf(const std::string& volume, const Outlook& outlook) {
   Json json = NewDocument("check");
   json["volume"] = volume;
-  json["version"] = outlook.version ? ctl::ToJson(*outlook.version) : Json();
-  json["chain"] = ctl::ToJson(outlook.chain);
+  json["version"] = outlook.version ? ToJson(*outlook.version) : Json();
+  json["chain"] = ToJson(outlook.chain);
   json["ready"] = !HasProblem(outlook.findings);
-  json["findings"] = ctl::ToJson(outlook.findings);
+  json["findings"] = ToJson(outlook.findings);
   return json;
 }
 
@@ -181,7 +181,7 @@ int Check(const LookArguments& arguments, bool reads_all, const Streams& streams
   if (!error.empty()) return TellReason(streams, error, kRefused);
   const Outlook outlook = LookAhead(paths, system, host.platform(), std::move(state), reads_all);
   if (arguments.is_json) {
-    PrintJson(ToJson(volume, outlook), streams.out);
+    PrintJson(DocumentOf(volume, outlook), streams.out);
   } else {
     streams.out << "Volume    " << Printable(volume) << "\n";
     PrintOutlook(outlook, streams);

@@ -56,19 +56,19 @@ void PrintDatabase(const DatabaseDiff& diff, std::ostream& out) {
   for (const TableDiff& table : diff.tables) PrintTable(table, out);
 }
 
-Json ToJson(const std::vector<TableDiff::Row>& rows) {
+Json RowJson(const std::vector<TableDiff::Row>& rows) {
   Json list = Json::array();
   for (const TableDiff::Row& row : rows) list.push_back({{"key", row.key}, {"columns", row.columns}});
   return list;
 }
 
-Json ToJson(const DatabaseDiff& diff) {
+Json DatabaseJson(const DatabaseDiff& diff) {
   Json json = {{"name", diff.name},
                {"equal", diff.is_equal()},
                {"in_a", diff.is_in_a},
                {"in_b", diff.is_in_b},
-               {"version_a", ctl::ToJson(diff.version_a)},
-               {"version_b", ctl::ToJson(diff.version_b)},
+               {"version_a", ToJson(diff.version_a)},
+               {"version_b", ToJson(diff.version_b)},
                {"schema", diff.schema},
                {"errors", diff.errors},
                {"tables", Json::array()}};
@@ -80,9 +80,9 @@ Json ToJson(const DatabaseDiff& diff) {
                               {"only_a", table.only_a},
                               {"only_b", table.only_b},
                               {"changed", table.changed},
-                              {"first_only_a", ToJson(table.first_only_a)},
-                              {"first_only_b", ToJson(table.first_only_b)},
-                              {"first_changed", ToJson(table.first_changed)}});
+                              {"first_only_a", RowJson(table.first_only_a)},
+                              {"first_only_b", RowJson(table.first_only_b)},
+                              {"first_changed", RowJson(table.first_changed)}});
   }
   return json;
 }
@@ -112,7 +112,7 @@ int Report(const DiffArguments& arguments, const DiffSource& a, const DiffSource
         CompareDatabases(name, PathIn(a, name), PathIn(b, name), static_cast<std::size_t>(arguments.rows));
     if (diff.is_equal()) ++equal;
     is_compared = is_compared && diff.errors.empty();
-    if (arguments.is_json) json["databases"].push_back(ToJson(diff));
+    if (arguments.is_json) json["databases"].push_back(DatabaseJson(diff));
     if (!arguments.is_json) PrintDatabase(diff, streams.out);
   }
   if (arguments.is_json) PrintJson(json, streams.out);

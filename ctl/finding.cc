@@ -11,7 +11,6 @@
 namespace ctl {
 namespace {
 
-constexpr std::size_t kColumns = 80;
 constexpr std::array kSeverities = {Severity::kProblem, Severity::kWarning, Severity::kNote};
 
 struct Look {
@@ -51,7 +50,7 @@ void PrintWrapped(std::size_t column, const std::string& indent, std::string_vie
   while (!text.empty()) {
     const std::string_view word = text.substr(0, text.find(' '));
     text.remove_prefix(std::min(word.size() + 1, text.size()));
-    if (!is_begin && column + 1 + word.size() > kColumns) {
+    if (!is_begin && column + 1 + word.size() > kLineWidth) {
       out << "\n" << indent;
       column = indent.size();
       is_begin = true;

@@ -168,7 +168,7 @@ std::string Tables(const Json& document) {
   return html + "</tbody></table>\n";
 }
 
-std::string Findings(const Json& findings) {
+std::string FindingList(const Json& findings) {
   if (findings.empty()) return "<p class=\"good\">Nothing was found that a person should know of.</p>\n";
   std::string list = "<ul>\n";
   for (const Json& finding : findings) {
@@ -225,7 +225,7 @@ std::string HtmlPageOf(const Json& document) {
          "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
          "'unsafe-inline'\">\n<title>" +
          title + "</title>\n<style>" + kHtmlStyle + "</style>\n</head>\n<body>\n" + Head(document) +
-         Section("Findings", Findings(document["findings"])) + Section("Time", TimeLine(document["run"])) +
+         Section("Findings", FindingList(document["findings"])) + Section("Time", TimeLine(document["run"])) +
          Section("Databases", Databases(PairsOf(document))) + Section("Rows by table", Tables(document)) +
          Section("Log", Log(document)) + "</body>\n</html>\n";
 }

@@ -11,6 +11,9 @@ namespace ctl {
 
 using Json = nlohmann::ordered_json;
 
+// Longer lines of text are wrapped.
+inline constexpr std::size_t kLineWidth = 80;
+
 // The text for a terminal: what is no printable UTF-8 is shown as \xHH, so that a name in a database can
 // neither move the cursor nor break a line.
 [[nodiscard]] std::string Printable(std::string_view text);

@@ -59,11 +59,11 @@ void PrintPlan(const Plan& plan, std::ostream& out) {
   if (plan.error.empty() && plan.chain.empty()) out << "  nothing to do\n";
 }
 
-Json ToJson(const Plan& plan) {
+Json DocumentOf(const Plan& plan) {
   Json json = NewDocument("plan");
-  json["start"] = plan.start ? ctl::ToJson(*plan.start) : Json();
-  json["edges"] = ctl::ToJson(plan.edges);
-  json["chain"] = plan.start && plan.error.empty() ? ctl::ToJson(plan.chain) : Json();
+  json["start"] = plan.start ? ToJson(*plan.start) : Json();
+  json["edges"] = ToJson(plan.edges);
+  json["chain"] = plan.start && plan.error.empty() ? ToJson(plan.chain) : Json();
   json["error"] = plan.error.empty() ? Json() : Json(plan.error);
   return json;
 }
@@ -92,7 +92,7 @@ int ShowPlan(const PlanArguments& arguments, const Streams& streams) {
   if (arguments.is_dot) {
     PrintDot(plan, streams.out);
   } else if (arguments.is_json) {
-    PrintJson(ToJson(plan), streams.out);
+    PrintJson(DocumentOf(plan), streams.out);
   } else {
     PrintPlan(plan, streams.out);
   }

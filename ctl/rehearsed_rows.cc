@@ -15,6 +15,8 @@
 namespace ctl {
 namespace {
 
+using Kind = DatabaseSurvey::Kind;
+
 constexpr const char* kLost =
     "if nobody has worked with the package since the rehearsal, restore the databases and upgrade again; "
     "otherwise see that this is that work";
@@ -34,7 +36,6 @@ Contents ContentsIn(const Json& databases) {
   for (const Json& json : databases.get_ref<const Json::array_t&>()) {
     const std::string kind = json.at("kind");
     const std::string name = json.at("name");
-    using Kind = DatabaseSurvey::Kind;
     const Kind of_survey = kind == "view" ? Kind::kView : kind == "file" ? Kind::kFile : Kind::kShared;
     contents.insert_or_assign({kind, name}, Content{.database = {.kind = of_survey, .name = name, .path = {}},
                                                     .rows = json.at("rows").get<Rows>(),

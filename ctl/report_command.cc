@@ -27,13 +27,13 @@ struct ReportArguments {
   bool is_json = false;
 };
 
-struct OutcomeText {
+struct OutcomeWords {
   const char* name;    // as in JSON
   const char* status;  // the word that the run leaves, as far as its lines tell
   const char* text;
 };
 
-OutcomeText TextOf(Outcome outcome) {
+OutcomeWords WordsOf(Outcome outcome) {
   switch (outcome) {
     case Outcome::kDone:
       return {"done", "done", "The upgrade has succeeded."};
@@ -73,7 +73,7 @@ Findings FindingsOf(const LoggedRun& run) {
     findings.push_back(
         {outcome == Outcome::kUntold || outcome == Outcome::kStopped ? Severity::kWarning
                                                                      : Severity::kProblem,
-         "no-end-in-log", "", TextOf(outcome).text,
+         "no-end-in-log", "", WordsOf(outcome).text,
          "See the status word and the versions: updater-ctl status VOLUME. If no updater-svr lives "
          "and the word is \"error\", set the status back and start again."});
   }
@@ -103,7 +103,7 @@ void PrintStep(const LoggedStep& step, std::ostream& out) {
 }
 
 void PrintHead(const LoggedRun& run, std::ostream& out) {
-  const OutcomeText outcome = TextOf(OutcomeOf(run));
+  const OutcomeWords outcome = WordsOf(OutcomeOf(run));
   out << "Volume    " << (run.volume.empty() ? "not told" : Printable(run.volume)) << "\n";
   if (!run.first.time.empty()) {
     out << "Time      " << Printable(run.first.time) << " to " << Printable(run.last_time);
@@ -159,7 +159,7 @@ Json StepJson(const LoggedStep& step) {
 }
 
 Json RunJson(const LoggedRun& run) {
-  const OutcomeText outcome = TextOf(OutcomeOf(run));
+  const OutcomeWords outcome = WordsOf(OutcomeOf(run));
   const SeenCause* const cause = ProbableCause(run);
   Json json = {
       {"outcome", outcome.name}, {"status", run.stored_status.empty() ? outcome.status : run.stored_status},

@@ -112,9 +112,8 @@ void PrintVolumes(const VolumeIdentity& own, const RecordedVolumes& recorded, st
 }
 
 void PrintMadeDatabases(const VolumeSurvey& before, const VolumeSurvey& after, std::ostream& out) {
-  using Kind = DatabaseSurvey::Kind;
-  const std::vector<std::string> views = MadeDatabases(before, after, Kind::kView);
-  const std::vector<std::string> files = MadeDatabases(before, after, Kind::kFile);
+  const std::vector<std::string> views = MadeDatabases(before, after, DatabaseSurvey::Kind::kView);
+  const std::vector<std::string> files = MadeDatabases(before, after, DatabaseSurvey::Kind::kFile);
   out << "  view databases: " << List(views) << "\n"
       << "  file databases: " << List(files) << "\n";
 }

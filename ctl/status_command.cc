@@ -83,7 +83,7 @@ void PrintStatus(const PackageState& state, bool lists_all, std::ostream& out) {
   for (const std::string& copy : state.copies) out << "  " << Printable(copy) << "\n";
 }
 
-Json ToJson(const DatabaseSurvey& database) {
+Json DatabaseJson(const DatabaseSurvey& database) {
   Json companions = Json::object();
   for (const auto& [suffix, bytes] : database.companions) companions[suffix] = bytes;
   Json json = {{"kind", KindName(database)}, {"name", database.name},    {"path", database.path},
@@ -98,7 +98,7 @@ Json ToJson(const DatabaseSurvey& database) {
   return json;
 }
 
-Json ToJson(const PendingCommit& commit) {
+Json CommitJson(const PendingCommit& commit) {
   using State = PendingCommit::State;
   const char* const state = commit.state == State::kValid     ? "pending"
                             : commit.state == State::kDamaged ? "damaged"
@@ -106,18 +106,19 @@ Json ToJson(const PendingCommit& commit) {
   return {{"state", state}, {"parts", commit.parts}, {"placed", commit.placed}, {"changed", commit.changed}};
 }
 
-Json ToJson(const std::string& volume, const PackageState& state, const Findings& findings) {
+Json DocumentOf(const std::string& volume, const PackageState& state, const Findings& findings) {
   Json json = NewDocument("status");
   json["volume"] = volume;
   const ServiceState& service = state.service;
   json["service"] = {{"status", service.status}, {"stored", service.stored}, {"enabled", service.is_enabled}};
   json["mark"] = nullptr;
   if (service.marked_by) json["mark"] = {{"process", *service.marked_by}, {"alive", service.is_marker_alive}};
-  json["commit"] = state.commit ? ToJson(*state.commit) : Json();
+  json["commit"] = state.commit ? CommitJson(*state.commit) : Json();
   json["databases"] = Json::array();
-  for (const DatabaseSurvey& database : state.survey.databases) json["databases"].push_back(ToJson(database));
+  for (const DatabaseSurvey& database : state.survey.databases)
+    json["databases"].push_back(DatabaseJson(database));
   json["copies"] = state.copies;
-  json["findings"] = ctl::ToJson(findings);
+  json["findings"] = ToJson(findings);
   return json;
 }
 
@@ -132,7 +133,7 @@ int ShowStatus(const LookArguments& arguments, bool lists_all, const Streams& st
     return TellReason(streams, reason, kRefused);
   const Findings findings = FindingsOf(state, paths);
   if (arguments.is_json) {
-    PrintJson(ToJson(volume, state, findings), streams.out);
+    PrintJson(DocumentOf(volume, state, findings), streams.out);
   } else {
     streams.out << "Volume    " << Printable(volume) << "\n";
     PrintStatus(state, lists_all, streams.out);

@@ -21,6 +21,8 @@
 namespace ctl {
 namespace {
 
+using Kind = DatabaseSurvey::Kind;
+
 constexpr std::size_t kViewsShown = 8;
 constexpr std::string_view kTableSuffix = "_table";
 
@@ -94,8 +96,7 @@ std::vector<std::string> SortedFolders(const std::string& folder) {
   return names;
 }
 
-void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
-  constexpr std::size_t kColumns = 80;
+void PrintRowCounts(const DatabaseSurvey& database, std::ostream& out) {
   constexpr std::size_t kFirstColumn = 45;  // of the rows
   out << "  " << std::left << std::setw(15) << Printable(Label(database)) << std::setw(16)
       << VersionText(database) << std::right << std::setw(10) << Bytes(database.bytes) << "  ";
@@ -106,7 +107,7 @@ void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
     const bool is_last = &table == &database.tables.back();
     const std::string entry = Printable(name) + " " + std::to_string(table.rows) + (is_last ? "" : ",");
     const bool is_first = column == kFirstColumn;
-    if (!is_first && column + 1 + entry.size() > kColumns) {
+    if (!is_first && column + 1 + entry.size() > kLineWidth) {
       out << "\n" << std::string(kFirstColumn, ' ');
       column = kFirstColumn;
     } else if (!is_first) {
@@ -123,11 +124,11 @@ void PrintDatabase(const DatabaseSurvey& database, std::ostream& out) {
 
 std::string Label(const DatabaseSurvey& database) {
   switch (database.kind) {
-    case DatabaseSurvey::Kind::kView:
+    case Kind::kView:
       return "view " + database.name;
-    case DatabaseSurvey::Kind::kFile:
+    case Kind::kFile:
       return "file " + database.name.substr(0, 8);  // the first group of the uuid
-    case DatabaseSurvey::Kind::kShared:
+    case Kind::kShared:
       break;
   }
   return database.name;
@@ -137,7 +138,7 @@ std::string VersionText(const DatabaseSurvey& database) { return TextOf(database
 
 const DatabaseSurvey* FindShared(const VolumeSurvey& survey, const std::string& name) {
   for (const DatabaseSurvey& database : survey.databases) {
-    if (database.kind == DatabaseSurvey::Kind::kShared && database.name == name) return &database;
+    if (database.kind == Kind::kShared && database.name == name) return &database;
   }
   return nullptr;
 }
@@ -158,7 +159,6 @@ std::optional<updater::Version> ReadVersionOf(const std::string& path, std::stri
 }
 
 VolumeSurvey SurveyVolume(const package::PackagePaths& paths, SurveyDepth depth) {
-  using Kind = DatabaseSurvey::Kind;
   VolumeSurvey survey;
   AddDatabase(survey, depth, Kind::kShared, "data", paths.data);
   AddDatabase(survey, depth, Kind::kShared, "log", paths.log);
@@ -184,7 +184,7 @@ VolumeSurvey SurveyVolume(const package::PackagePaths& paths, SurveyDepth depth)
 void PrintSurvey(const VolumeSurvey& survey, std::ostream& out) {
   std::size_t views = 0;
   for (const DatabaseSurvey& database : survey.databases) {
-    if (database.kind != DatabaseSurvey::Kind::kView || ++views <= kViewsShown) PrintDatabase(database, out);
+    if (database.kind != Kind::kView || ++views <= kViewsShown) PrintRowCounts(database, out);
   }
   if (views > kViewsShown) out << "  ... and " << views - kViewsShown << " more view databases\n";
   if (survey.databases.empty()) out << "  no databases\n";
