@@ -600,7 +600,7 @@ TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
   ASSERT_EQ(Run({"save", volume_, bad + "2"}), 0) << err_.str();
   EXPECT_THAT(out_.str(), HasSubstr("pipe, a link or no database"));
   std::thread upgrade([&] {
-    for (int i = 0; i < 5000 && !fs::exists(paths_.copies.data); ++i) (void)usleep(1000);
+    for (int i = 0; i < 100000 && !fs::exists(paths_.copies.data); ++i) (void)usleep(1000);
     fs::create_directories(fs::path(status).parent_path()), tests::WriteFile(status, "");
   });
   EXPECT_EQ(Run({"restore", volume_, bad + "2", "--state", folder_ / "state2"}), 1);
