@@ -175,10 +175,11 @@ class Sweep(harness.SystemTest):
             self.run_with(kind="kill", at=first)
             self.run_with(kind="kill")
             seen = collections.Counter()
-            for number, line in enumerate(self.trace[:self.trace.index("unlink " + self.intent) + 1]):
+            for number, line in enumerate(self.trace[:self.trace.index("unlink " + self.intent) + 1], first // 8):
                 seen[name := line.split()[0]] += 1
                 kind, ever = ERRORS[number % len(ERRORS)]
-                yield [{"kind": "kill", "at": first}, {"kind": kind, "ever": ever, "only": name, "at": seen[name]}]
+                if number % min(stride, 4) == 0:
+                    yield [{"kind": "kill", "at": first}, {"kind": kind, "ever": ever, "only": name, "at": seen[name]}]
 
     def error(self, stride):
         # Around the commit each call with every error if all calls are tried, else each with one of them. There no
@@ -277,10 +278,15 @@ class RestoreSweep(Sweep):
         return run.stdout.startswith("Volume")
 
     def restore_kill(self, stride):
-        return itertools.product((fault for [fault] in self.kill(stride)), (False, True))
+        return self.followed(self.kill(stride), stride)
 
     def restore_error(self, stride):
-        return itertools.product((fault for [fault] in self.error(stride)), (False, True))
+        return self.followed(self.error(stride), stride)
+
+    def followed(self, faults, stride):
+        # By a restore and by an upgrade, or with a stride by one of them in turn.
+        for number, [fault] in enumerate(faults):
+            yield from ((fault, is_upgrade) for is_upgrade in (False, True) if stride == 1 or number // 2 % 2 == is_upgrade)
 
     def trial(self, fault, is_upgrade):
         self.restore()
