@@ -9,9 +9,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # none: the first is off, the second left to clang.
   list(APPEND UPDATER_WARNINGS -Wsuggest-override -Wduplicated-cond -Wduplicated-branches -Wlogical-op
                                -Wno-restrict)
-  if(UPDATER_PRECOMPILE) # g++ forgets which headers are the system's, whose own it would keep to itself
-    list(APPEND UPDATER_WARNINGS -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
-  endif()
 else()
   list(APPEND UPDATER_WARNINGS -Winconsistent-missing-override -Wnull-dereference)
 endif()
@@ -41,27 +38,15 @@ if(UPDATER_HARDENED)
   target_link_options(updater-flags INTERFACE -pie -Wl,-z,relro,-z,now)
 endif()
 
-# The headers of the standard library take most of the time of most files. clang-tidy reads each file without this,
-# and so notices who has forgotten to include one.
-if(UPDATER_PRECOMPILE)
-  file(CONFIGURE OUTPUT precompiled.cc CONTENT "")
-  add_library(updater-precompiled OBJECT ${CMAKE_CURRENT_BINARY_DIR}/precompiled.cc)
-  target_link_libraries(updater-precompiled PRIVATE updater-flags)
-  target_precompile_headers(updater-precompiled PRIVATE
-    <algorithm> <array> <filesystem> <functional> <map> <memory> <optional> <set> <sstream> <string> <vector>)
-endif()
-function(updater_precompiled name)
-  if(UPDATER_PRECOMPILE)
-    target_precompile_headers(${name} REUSE_FROM updater-precompiled)
-  endif()
-endfunction()
-
-# updater_library(<name> SOURCES <file>... [LINK <target>...])
+# updater_library(<name> SOURCES <file>... [ALONE <file>...] [LINK <target>...])
+#
+# The headers take most of the time of most files. Where CMAKE_UNITY_BUILD is set, many files of a library are therefore
+# compiled as one, but for those ALONE, which use names of their own in other ways than other files do.
 function(updater_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;ALONE;LINK" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
+  set_source_files_properties(${ARG_ALONE} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
   target_link_libraries(${name} PUBLIC updater-flags ${ARG_LINK})
-  updater_precompiled(${name})
 endfunction()
 
 # updater_program(<name> SOURCES <file>... [LINK <target>...])
@@ -69,13 +54,12 @@ function(updater_program name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE updater-flags ${ARG_LINK})
-  updater_precompiled(${name})
 endfunction()
 
 # updater_not_optimised(<file>...): for what only tests use. To optimise their matchers takes longer than to build all
 # that they test.
 function(updater_not_optimised)
-  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-O0;-U_FORTIFY_SOURCE" SKIP_PRECOMPILE_HEADERS ON)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-O0;-U_FORTIFY_SOURCE" SKIP_UNITY_BUILD_INCLUSION ON)
 endfunction()
 
 # updater_test(<name> SOURCES <file>... [LINK <target>...]): a GoogleTest program, one ctest entry a case. Nothing
