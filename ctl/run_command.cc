@@ -43,7 +43,7 @@ struct RunPlace {
   std::string volume;
   platform::SystemPaths paths;
   base::FileDescriptor volume_lock;
-  base::FileDescriptor state_lock;
+  base::FileDescriptor state_lock;  // closed where that folder is the volume
 };
 
 // Returns 0, or -1 with the reason in `error`; nothing that was not there before is left then.
@@ -58,7 +58,7 @@ int TakePlace(const RunArguments& arguments, RunPlace& place, std::string& error
   // Of a locked database nothing would be known, and all its users would count as gone.
   if (IsInUse(package::VolumePaths(place.volume).live.user, error)) return -1;
   if (LockFolder(place.volume, place.volume_lock, error) < 0 ||
-      made.MakeLocked(state, place.state_lock, error) < 0 ||
+      (state != place.volume && made.MakeLocked(state, place.state_lock, error) < 0) ||
       PrepareState(place.paths, state_files, made, error) < 0) {
     return -1;
   }
