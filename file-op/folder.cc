@@ -51,6 +51,14 @@ int Folder::Open(const FilePlace& place, int flags) {
   return 0;
 }
 
+int Folder::OpenReal(const std::string& path) {
+  base::RealFolder real;
+  const base::Errno error = base::OpenRealFolder(path + "/.", real);
+  if (error.ok()) return Open({real.folder.get(), ".", path});
+  errno = error.number();
+  return -1;
+}
+
 int Folder::Make(const FilePlace& place) {
   if (mkdirat(place.at, place.name.c_str(), S_IRWXU) < 0 || Open(place) < 0) return -1;
   struct stat status {};

@@ -35,6 +35,10 @@ class Folder {
   // Opens a folder, with `flags` added; without O_NOFOLLOW among them a link in its place is followed.
   [[nodiscard]] int Open(const FilePlace& place, int flags = O_NOFOLLOW);
 
+  // Opens a folder that may be reached through links of root and of this process's user (see
+  // base::OpenRealFolder); ELOOP at a link of somebody else.
+  [[nodiscard]] int OpenReal(const std::string& path);
+
   // Makes a folder that must not be there and that nobody else can look into (mode 0700), and opens it.
   // ESTALE when somebody else's folder stands there by then.
   [[nodiscard]] int Make(const FilePlace& place);

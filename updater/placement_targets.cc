@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <set>
 #include <utility>
 
@@ -41,13 +42,21 @@ base::Errno CheckTarget(const std::string& target, bool is_folder) {
   return base::Errno::Of(result);
 }
 
+// Nothing goes away from such a folder again, not even a probe.
+bool IsAppendOnly(const Folder& folder) {
+  struct statx status {};
+  return statx(folder.fd(), "", AT_EMPTY_PATH, STATX_TYPE, &status) == 0 &&
+         (status.stx_attributes & STATX_ATTR_APPEND) != 0;
+}
+
 // Renames a new file from one folder to the other.
-base::Errno TryRename(const std::string& from, const std::string& to, int flags) {
+base::Errno TryRename(const std::string& from, const std::string& to, bool may_be_link) {
   Folder source;
   Folder target;
-  if (source.Open(file_op::At(from), 0) < 0 || target.Open(file_op::At(to), flags) < 0) {
+  if (source.OpenReal(from) < 0 || (may_be_link ? target.OpenReal(to) : target.Open(file_op::At(to))) < 0) {
     return base::Errno::Last();
   }
+  if (IsAppendOnly(source) || IsAppendOnly(target)) return base::Errno(EPERM);
   // A killed run may have left one. Whatever else has the name must not be in the way for ever.
   if (file_op::RemoveTree(source.In(kProbe)) < 0 || file_op::RemoveTree(target.In(kProbe)) < 0) {
     return base::Errno::Last();
@@ -58,8 +67,8 @@ base::Errno TryRename(const std::string& from, const std::string& to, int flags)
   }));
   base::Errno error;
   if (!made.is_open() || renameat(source.fd(), kProbe, target.fd(), kProbe) < 0) error = base::Errno::Last();
-  (void)unlinkat(source.fd(), kProbe, 0);
-  (void)unlinkat(target.fd(), kProbe, 0);
+  if (unlinkat(target.fd(), kProbe, 0) < 0 && error.ok()) error = base::Errno::Last();
+  (void)unlinkat(source.fd(), kProbe, 0);  // is there only if the error is known already
   return error;
 }
 
@@ -86,7 +95,7 @@ bool CanReplaceTargets(const package::VolumePaths& paths, const Intent& intent) 
     const bool may_be_link = !is_in_view || around == paths.live.view_folder;
     const auto folders = std::pair(stays_there ? around : base::FolderOf(copy), around);
     if (error.ok() && tried.insert(folders).second) {
-      error = TryRename(folders.first, folders.second, may_be_link ? 0 : O_NOFOLLOW);
+      error = TryRename(folders.first, folders.second, may_be_link);
     }
     if (!logger::CheckOrLog(error, "cannot replace %s: %s (%d)\n", live, error.Text(), error.number())) {
       return false;

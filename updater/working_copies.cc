@@ -110,7 +110,7 @@ std::string ViewDatabaseIn(const Folder& folder, const std::string& view) {
 }
 
 bool OpenViews(const std::string& view_folder, Folder& folder, std::vector<std::string>& views) {
-  return folder.Open(file_op::At(view_folder), 0) == 0 && file_op::ListFolders(folder, views) == 0;
+  return folder.OpenReal(view_folder) == 0 && file_op::ListFolders(folder, views) == 0;
 }
 
 bool BackupView(const Folder& live, const Folder& copy, const std::string& view) {
@@ -126,9 +126,8 @@ bool BackupView(const Folder& live, const Folder& copy, const std::string& view)
          GiveOwnerAndMode(from, to);
 }
 
-// Makes a folder again that somebody has removed since. Returns 0, or -1 with errno set.
-int OpenOrMake(const FilePlace& place, int flags, const Folder& like, Folder& folder) {
-  if (folder.Open(place, flags) == 0) return 0;
+// Makes a folder again that somebody has removed since, which errno tells. Returns 0, or -1 with errno set.
+int MakeAgain(const FilePlace& place, const Folder& like, Folder& folder) {
   return errno == ENOENT && folder.Make(place) == 0 ? folder.TakeOwnerAndMode(like) : -1;
 }
 
@@ -138,7 +137,7 @@ int RestoreViewIn(const Folder& copy, const Folder& live, const std::string& vie
   Folder to;
   const bool has_folder = from.Open(copy.In(view)) == 0;
   if (!has_folder && errno != ENOENT) return -1;
-  if ((has_folder ? OpenOrMake(live.In(view), O_NOFOLLOW, from, to) : to.Open(live.In(view))) < 0) return -1;
+  if (to.Open(live.In(view)) < 0 && (!has_folder || MakeAgain(live.In(view), from, to) < 0)) return -1;
   const FilePlace target = to.In(package::kViewDatabase);
   const int found = has_folder ? file_op::Find(from.In(package::kViewDatabase)) : 0;
   if (found < 0) return -1;
@@ -269,7 +268,8 @@ int BackupFileFolder(const std::string& file_folder, const std::string& file_cop
 int RestoreView(const std::string& view_copy, const std::string& view_folder, const std::string& view) {
   Folder copy;
   Folder live;
-  if (copy.Open(file_op::At(view_copy)) == 0 && OpenOrMake(file_op::At(view_folder), 0, copy, live) == 0 &&
+  if (copy.Open(file_op::At(view_copy)) == 0 &&
+      (live.OpenReal(view_folder) == 0 || MakeAgain(file_op::At(view_folder), copy, live) == 0) &&
       RestoreViewIn(copy, live, view) == 0) {
     return 0;
   }

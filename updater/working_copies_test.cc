@@ -60,6 +60,20 @@ TEST_F(WorkingCopiesTest, DatabaseBehindALinkIsCopiedWithTheCompanionsItHasAndRe
   EXPECT_EQ(sink_.Texts(), std::vector{Skipped(live_.file_folder + "/link")});
 }
 
+TEST_F(WorkingCopiesTest, ALinkToTheViewsIsFollowedOnlyIfRootMadeIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a link to another user";
+  const std::string views = paths_.volume + "/outside";
+  WriteFile(views + "/7/view-db.sqlite", "old");
+  fs::remove_all(live_.view_folder), fs::create_symlink(views, live_.view_folder);
+  ASSERT_EQ(BackupViewFolder(live_.view_folder, copies_.view_folder), 0);
+  WriteFile(copies_.view_folder + "/7/view-db.sqlite", "new");
+  ASSERT_EQ(lchown(live_.view_folder.c_str(), 1234, 1234), 0);
+  EXPECT_EQ(RestoreView(copies_.view_folder, live_.view_folder, "7"), -1);
+  EXPECT_EQ(RestoreViewFolder(copies_.view_folder, live_.view_folder), -1);
+  EXPECT_EQ(tests::ReadFile(views + "/7/view-db.sqlite"), "old");
+  EXPECT_EQ(BackupViewFolder(live_.view_folder, copies_.view_folder), -1);
+}
+
 TEST_F(WorkingCopiesTest, ViewsOfTheLiveFolderAreRestoredAndOthersDropped) {
   for (const char* name :
        {"/7/view-db.sqlite", "/7/view-db.sqlite-wal", "/7/sign/.0", "/name/view-db.sqlite", "/file"}) {

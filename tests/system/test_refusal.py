@@ -163,6 +163,7 @@ class Content(RefusalTest):
             ("database immutable", fixed("+i", "/user-db.sqlite"), "/user-db.sqlite", no),
             ("view append-only", fixed("+a", view), view, no),
             ("view folder immutable", fixed("+i", "/view/5"), view, no),
+            ("view folder append-only", fixed("+a", "/view/5"), view, no),
             ("file in volume immutable", lambda v: fixed("+i", f"/file/{v.uuid}/file-db.sqlite")(v), "/file", no))})
 
 
