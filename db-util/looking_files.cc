@@ -229,6 +229,21 @@ int OpenShared(sqlite3_vfs* /*shared*/, sqlite3_filename name, sqlite3_file* fil
   return guarded->xOpen(guarded, name, file, flags, opened);
 }
 
+// As root, SQLite gives every log that it opens to the owner of its database; one that it only reads stays
+// whose it is.
+int ChownWhatIsWritten(int file, uid_t owner, gid_t group) {
+  const int flags = fcntl(file, F_GETFL);
+  return flags >= 0 && (flags & O_ACCMODE) == O_RDONLY ? 0 : fchown(file, owner, group);
+}
+
+bool RegisterShared(sqlite3_vfs& files) {
+  sqlite3_vfs* const disk = sqlite3_vfs_find("unix");
+  return disk != nullptr &&
+         disk->xSetSystemCall(disk, "fchown", reinterpret_cast<sqlite3_syscall_ptr>(ChownWhatIsWritten)) ==
+             SQLITE_OK &&
+         sqlite3_vfs_register(&files, 0) == SQLITE_OK;
+}
+
 sqlite3_vfs Make(const char* name, int size, decltype(sqlite3_vfs::xOpen) open) {
   sqlite3_vfs made = *sqlite3_vfs_find(GuardedFiles());
   made.zName = name;
@@ -250,7 +265,7 @@ const char* LookingFiles() {
 
 const char* SharedLookingFiles() {
   static sqlite3_vfs files = Make(kSharedName, 0, OpenShared);
-  static const bool ready = sqlite3_vfs_register(&files, 0) == SQLITE_OK;
+  static const bool ready = RegisterShared(files);
   (void)ready;  // as above
   return kSharedName;
 }

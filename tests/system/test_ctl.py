@@ -2,6 +2,7 @@
 
 import contextlib
 import glob
+import glob
 import json
 import os
 import re
@@ -89,6 +90,8 @@ class Looking(harness.SystemTest):
                                        volume.data], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
             self.addCleanup(daemon.communicate)
             daemon.stdout.readline()
+            for log in glob.glob(volume.data + "-[sw]*"):
+                os.chown(log, 1234, 1234)
             databases = self.look(volume, "status", "--all")["databases"]
             self.assertEqual({one["version"] for one in databases}, {version})
             self.assertEqual([one["in_use_by"] for one in databases if one["in_use_by"]], [daemon.pid])
