@@ -3,6 +3,12 @@
 #include <CLI/CLI.hpp>
 
 namespace ctl {
+namespace {
+
+// What a script gives whose variable is not set.
+std::string RefuseEmpty(const std::string& text) { return text.empty() ? "'' is no path" : ""; }
+
+}  // namespace
 
 Argument& Argument::Require() {
   option_->required();
@@ -11,6 +17,11 @@ Argument& Argument::Require() {
 
 Argument& Argument::ShowDefault() {
   option_->capture_default_str();
+  return *this;
+}
+
+Argument& Argument::RequireFolder() {
+  option_->check(CLI::ExistingDirectory);
   return *this;
 }
 
@@ -23,12 +34,12 @@ Argument Arguments::AddFlag(const char* name, bool& value, const char* help) {
   return Argument(*command_->add_flag(name, value, help));
 }
 
-Argument Arguments::AddText(const char* name, std::string& value, const char* help) {
-  return Argument(*command_->add_option(name, value, help));
+Argument Arguments::AddPath(const char* name, std::string& value, const char* help) {
+  return Argument(*command_->add_option(name, value, help)->check(RefuseEmpty));
 }
 
-Argument Arguments::AddText(const char* name, std::optional<std::string>& value, const char* help) {
-  return Argument(*command_->add_option(name, value, help));
+Argument Arguments::AddPath(const char* name, std::optional<std::string>& value, const char* help) {
+  return Argument(*command_->add_option(name, value, help)->check(RefuseEmpty));
 }
 
 Argument Arguments::AddNumber(const char* name, int& value, int least, int most, const char* help) {

@@ -19,6 +19,7 @@ class Argument {
   explicit Argument(CLI::Option& option) : option_(&option) {}
 
   Argument& Require();
+  Argument& RequireFolder();                 // that is there
   Argument& ShowDefault();                   // in the help
   Argument& Exclude(const Argument& other);  // the two are refused together
 
@@ -33,8 +34,9 @@ class Arguments {
   explicit Arguments(CLI::App& command) : command_(&command) {}
 
   Argument AddFlag(const char* name, bool& value, const char* help);
-  Argument AddText(const char* name, std::string& value, const char* help);
-  Argument AddText(const char* name, std::optional<std::string>& value, const char* help);  // none: not given
+  // A path, which is refused where it is empty.
+  Argument AddPath(const char* name, std::string& value, const char* help);
+  Argument AddPath(const char* name, std::optional<std::string>& value, const char* help);  // none: not given
   Argument AddNumber(const char* name, int& value, int least, int most, const char* help);
   Argument AddChoice(const char* name, int& value, const std::vector<int>& choices, const char* help);
   Argument AddJsonFlag(bool& value);

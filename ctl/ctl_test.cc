@@ -172,6 +172,9 @@ TEST_F(CtlTest, RehearsalShowsWhatComesFromDatabasesAsText) {
         {"--into", page, "Not a directory"},
         {"--into", "", "is no path"},
         {"--html", "", "is no path"},
+        {"--html", folder_.Write("no page", "text"), "is not written over"},
+        {"--state", "", "is no path"},
+        {"--state", folder_ / "none", "does not exist"},
         {"--html", paths_.live.user, "the package's own"},
         {"--html", folder_ / "no/page", "cannot write into"}}) {
     err_.str("");
@@ -298,7 +301,7 @@ TEST_F(CtlTest, RefusalsSayWhyAndLeaveNothing) {
     refuse({"run", volume_, "--state", state}, state.empty() ? "is no path" : "the package's own");
   }
   refuse({"run", volume_, "--state", folder_ / "state"}, "cannot make the folder");
-  refuse({"run", ""}, "'' is no path of a folder");
+  refuse({"run", ""}, "'' is no path");
   refuse({"sample", ""}, "is no path");
   refuse({"sample", folder_ / "new/a", "--from", "4200"}, "4200 not in");
   refuse({"frob", volume_}, "unknown command 'frob'");
@@ -559,7 +562,7 @@ TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
   refuse({"restore", volume_, folder_.path()}, "it is no file");
   refuse({"save", volume_, good}, "is there already");
   refuse({"save", volume_, folder_ / "none/x"}, "x: No such file or directory");
-  refuse({"save", volume_, ""}, "'' is no name of a file");
+  refuse({"save", volume_, ""}, "'' is no path");
   refuse({"save", volume_, paths_.live.user + "-wal"}, "is in the folder that is to be saved");
 
   const std::string pid = std::to_string(getpid());
@@ -599,6 +602,7 @@ TEST_F(CtlTest, SavesAndRestoresAreRefusedWithoutATrace) {
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 5);
   ASSERT_EQ(Run({"save", volume_, bad + "2"}), 0) << err_.str();
   EXPECT_THAT(out_.str(), HasSubstr("pipe, a link or no database"));
+  fs::create_directory(folder_ / "state2");
   std::thread upgrade([&] {
     for (int i = 0; i < 100000 && !fs::exists(paths_.copies.data); ++i) (void)usleep(1000);
     fs::create_directories(fs::path(status).parent_path()), tests::WriteFile(status, "");

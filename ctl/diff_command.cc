@@ -139,8 +139,8 @@ int Compare(const DiffArguments& arguments, const Streams& streams) {
 Action DefineDiff(Arguments& command, const Streams& streams) {
   constexpr int kMostRows = 100000;
   const auto arguments = std::make_shared<DiffArguments>();
-  command.AddText("a", arguments->a, "A volume, a save or a database").Require();
-  command.AddText("b", arguments->b, "What it is compared with").Require();
+  command.AddPath("a", arguments->a, "A volume, a save or a database").Require();
+  command.AddPath("b", arguments->b, "What it is compared with").Require();
   command
       .AddNumber("--rows", arguments->rows, 0, kMostRows,
                  "How many rows are shown of each kind of difference in a table")

@@ -99,8 +99,13 @@ int DiffSource::OpenVolume(const std::string& path, std::string& error) {
 
 int DiffSource::OpenSave(const std::string& path, std::string& error) {
   std::error_code failure;
-  std::string folder = std::filesystem::temp_directory_path(failure).string() + "/updater-ctl.XXXXXX";
-  if (failure || mkdtemp(folder.data()) == nullptr) {
+  std::string folder = std::filesystem::temp_directory_path(failure).string();
+  if (failure) {
+    error = "TMPDIR, where a save is unpacked, is no folder: " + base::Errno(failure.value()).Text();
+    return -1;
+  }
+  folder += "/updater-ctl.XXXXXX";
+  if (mkdtemp(folder.data()) == nullptr) {
     error = "cannot make the folder " + folder + ": " + base::Errno::Last().Text();
     return -1;
   }

@@ -220,7 +220,8 @@ std::string Head(const Json& document) {
 
 std::string HtmlPageOf(const Json& document) {
   const std::string title = Escaped("Rehearsal of " + Text(document["volume"]));
-  return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+  return std::string(kPageBegin) +
+         "<head>\n<meta charset=\"utf-8\">\n"
          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
          "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
          "'unsafe-inline'\">\n<title>" +

@@ -11,9 +11,11 @@ namespace ctl {
 
 std::shared_ptr<LookArguments> AddLookArguments(Arguments& command) {
   auto arguments = std::make_shared<LookArguments>();
-  command.AddText("volume", arguments->volume, "The volume: the folder that holds @stratofolder").Require();
-  command.AddText("--state", arguments->state,
-                  "The folder of the package's state files (default: those of this machine)");
+  command.AddPath("volume", arguments->volume, "The volume: the folder that holds @stratofolder").Require();
+  command
+      .AddPath("--state", arguments->state,
+               "The folder of the package's state files (default: those of this machine)")
+      .RequireFolder();
   command.AddJsonFlag(arguments->is_json);
   return arguments;
 }

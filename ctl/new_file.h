@@ -16,15 +16,20 @@ class NewFile {
   NewFile& operator=(const NewFile&) = delete;
   ~NewFile();
 
-  // Nothing may be at `path` yet. Nobody but this process's user can read the file.
-  [[nodiscard]] int Make(const std::string& path, std::string& error);
+  // Nothing may be at `path` yet, but for a file that begins with `replaceable`, if that is not empty. Nobody
+  // but this process's user can read the file.
+  [[nodiscard]] int Make(const std::string& path, std::string& error, const std::string& replaceable = "");
+
+  // Whether Make() would find nothing in its way. Only looks.
+  [[nodiscard]] static int Check(const std::string& path, const std::string& replaceable, std::string& error);
   [[nodiscard]] int file() const { return file_.get(); }
-  // Nobody has made something of that name since.
+  // Nobody has made something of that name since, unless it may be replaced.
   [[nodiscard]] int Publish(std::string& error);
 
  private:
   std::string path_;
   std::string temporary_;  // empty: there is none
+  bool may_replace_ = false;
   base::FileDescriptor file_;
 };
 

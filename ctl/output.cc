@@ -52,11 +52,19 @@ Json NewDocument(const std::string& command) {
 }
 
 void PrintJson(const Json& document, std::ostream& out) {
-  out << document.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
+  out << document.dump(2, ' ', true, Json::error_handler_t::replace) << "\n";
 }
 
 std::string WithoutLineEnd(const std::string& message) {
   return message.substr(0, message.find_last_not_of('\n') + 1);
+}
+
+std::string TextOf(const logger::RecordingSink& sink) {
+  std::string text;
+  for (const logger::RecordingSink::Line& line : sink.lines()) {
+    text += (text.empty() ? "" : "; ") + WithoutLineEnd(line.text);
+  }
+  return text;
 }
 
 std::string Join(std::initializer_list<std::string_view> parts) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "logger/recording_sink.h"
+
 namespace ctl {
 
 using Json = nlohmann::ordered_json;
@@ -22,11 +24,14 @@ inline constexpr std::size_t kLineWidth = 80;
 // grows when a field changes its meaning or goes, and the program's version.
 [[nodiscard]] Json NewDocument(const std::string& command);
 
-// Bytes that are no UTF-8 are replaced.
+// In ASCII, so that no name can steer a terminal; bytes that are no UTF-8 are replaced.
 void PrintJson(const Json& document, std::ostream& out);
 
 // A message of the system log as part of a sentence.
 [[nodiscard]] std::string WithoutLineEnd(const std::string& message);
+
+// All of its messages in one sentence.
+[[nodiscard]] std::string TextOf(const logger::RecordingSink& sink);
 
 // One text of several.
 [[nodiscard]] std::string Join(std::initializer_list<std::string_view> parts);

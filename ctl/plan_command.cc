@@ -104,7 +104,7 @@ int ShowPlan(const PlanArguments& arguments, const Streams& streams) {
 Action DefinePlan(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<PlanArguments>();
   const Argument volume =
-      command.AddText("volume", arguments->volume, "The volume whose data database is to be upgraded");
+      command.AddPath("volume", arguments->volume, "The volume whose data database is to be upgraded");
   command
       .AddNumber("--from", arguments->from, 1, std::numeric_limits<int>::max(),
                  "A version to begin with instead")

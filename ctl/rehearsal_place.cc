@@ -133,8 +133,7 @@ int CopyPackage(const package::VolumePaths& from, const package::VolumePaths& to
     return -1;
   }
   if (!CopyDatabases(from.live, to.live)) {
-    error = "the databases cannot be copied";
-    for (const auto& [priority, text] : log.lines()) error += "\n  " + text.substr(0, text.find('\n'));
+    error = "the databases cannot be copied: " + TextOf(log);
     return -1;
   }
   // What is passed over here would be by an upgrade.

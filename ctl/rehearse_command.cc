@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -8,9 +7,11 @@
 
 #include "base/errno.h"
 #include "base/path.h"
+#include "base/write_all.h"
 #include "ctl/commands.h"
 #include "ctl/html_page.h"
 #include "ctl/look_arguments.h"
+#include "ctl/new_file.h"
 #include "ctl/rehearsal.h"
 #include "ctl/rehearsal_report.h"
 #include "ctl/volume_folder.h"
@@ -25,21 +26,24 @@ struct RehearseArguments {
   bool is_recorded = false;
 };
 
-// The page is written when all is done, and never over the package's own. Returns 0, or -1 with the reason in
-// `error`.
+// The page is written when all is done, never over the package's own, and over nothing else but a page.
+// Returns 0, or -1 with the reason in `error`.
 int CheckPage(const RehearsalPlace& place, std::optional<std::string>& page, std::string& error) {
   if (!page) return 0;
   if (FindStateFolder(*page, place.volume, *page, error) < 0) return -1;
   const std::string folder = base::FolderOf(*page);
-  if (access(folder.c_str(), W_OK) == 0) return 0;
+  if (access(folder.c_str(), W_OK) == 0) return NewFile::Check(*page, kPageBegin, error);
   error = "cannot write into " + folder + ": " + base::Errno::Last().Text();
   return -1;
 }
 
 int WritePage(const std::string& path, const std::string& page, const Streams& streams) {
-  std::ofstream file(path, std::ios::binary);
-  file << page << std::flush;
-  return file ? 0 : TellReason(streams, "cannot write " + path, kRefused);
+  NewFile file;
+  std::string error;
+  if (file.Make(path, error, kPageBegin) < 0) return TellReason(streams, error, kRefused);
+  const base::Errno written = base::WriteAll(file.file(), page);
+  if (!written.ok()) return TellReason(streams, "cannot write " + path + ": " + written.Text(), kRefused);
+  return file.Publish(error) < 0 ? TellReason(streams, error, kRefused) : 0;
 }
 
 int ShowRehearsal(RehearseArguments arguments, const Streams& streams) {
@@ -82,13 +86,13 @@ int ShowRehearsal(RehearseArguments arguments, const Streams& streams) {
 Action DefineRehearse(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<RehearseArguments>();
   arguments->look = AddLookArguments(command);
-  command.AddText("--into", arguments->into,
+  command.AddPath("--into", arguments->into,
                   "Make the copies in this new or empty folder and keep them (default: a folder on the "
                   "volume, removed again)");
   command.AddFlag("--recorded", arguments->is_recorded,
                   "Take accounts, shares and volumes for what the databases record: for samples and for "
                   "data of another machine");
-  command.AddText("--html", arguments->html, "Write a page with the result to this file, too");
+  command.AddPath("--html", arguments->html, "Write a page with the result to this file, too");
   command.SetFooter(
       "Examples:\n  updater-ctl rehearse /volume1\n  updater-ctl rehearse /volume1 --html page.html\n"
       "  updater-ctl rehearse /volume1 --json > rehearsal.json\n"

@@ -236,7 +236,7 @@ int Report(const ReportArguments& arguments, const Streams& streams) {
 
 Action DefineReport(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<ReportArguments>();
-  command.AddText("file", arguments->file, "The log; standard input where it is absent or -");
+  command.AddPath("file", arguments->file, "The log; standard input where it is absent or -");
   command.AddFlag("--all", arguments->is_all, "Report every run in the log, not only the last one");
   command.AddJsonFlag(arguments->is_json);
   command.SetFooter(

@@ -58,14 +58,6 @@ int AddUpNeeds(const VolumePaths& paths, const SaveManifest& manifest, std::map<
   return 0;
 }
 
-std::string TextOf(const logger::RecordingSink& sink) {
-  std::string text;
-  for (const logger::RecordingSink::Line& line : sink.lines()) {
-    text += (text.empty() ? "" : "; ") + WithoutLineEnd(line.text);
-  }
-  return text;
-}
-
 bool HasIntent(const VolumePaths& paths) {
   updater::Intent intent;
   updater::IntentFound found{};

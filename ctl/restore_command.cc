@@ -112,7 +112,7 @@ int RestoreVolume(const RestoreArguments& arguments, const Streams& streams) {
 Action DefineRestore(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<RestoreArguments>();
   arguments->look = AddLookArguments(command);
-  command.AddText("file", arguments->file, "The save, made by updater-ctl save").Require();
+  command.AddPath("file", arguments->file, "The save, made by updater-ctl save").Require();
   command.AddFlag("--force-other-volume", arguments->may_be_other_volume,
                   "Restore a save of a volume with another uuid. The databases go on naming that volume: "
                   "the check after an upgrade removes the records of what this machine no longer has");

@@ -117,8 +117,8 @@ int RunVolume(const RunArguments& arguments, const Streams& streams) {
 
 Action DefineRun(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<RunArguments>();
-  command.AddText("folder", arguments->folder, "The volume: a folder that holds @stratofolder").Require();
-  command.AddText("--state", arguments->state,
+  command.AddPath("folder", arguments->folder, "The volume: a folder that holds @stratofolder").Require();
+  command.AddPath("--state", arguments->state,
                   "Where the package's state files are kept (default: @updater-ctl in the volume)");
   command.AddFlag("--dont-skip", arguments->with_legacy_steps,
                   "Run the first-generation steps too, as updater-svr does with this option");

@@ -62,7 +62,7 @@ int MakeSample(const SampleArguments& arguments, const Streams& streams) {
 Action DefineSample(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<SampleArguments>();
   SampleSize& size = arguments->size;
-  command.AddText("folder", arguments->folder, "Where the volume is made").Require();
+  command.AddPath("folder", arguments->folder, "Where the volume is made").Require();
   command.AddChoice("--from", arguments->version, SampleVersions(), "The version of its databases")
       .ShowDefault();
   command.AddNumber("--nodes", size.nodes, 1, kLargestSize, "Files and folders in all views").ShowDefault();

@@ -153,8 +153,13 @@ int SaveVolume(const SaveArguments& arguments, const Streams& streams) {
   const off_t bytes = lseek(file.file(), 0, SEEK_END);
   if (file.Publish(error) < 0) return TellReason(streams, error, kFailed);
   // It is saved as it is, for nobody may have a better one.
-  const Findings findings =
-      InspectIntegrity(SurveyVolume(paths.live, SurveyDepth::kVersions), Integrity::kQuick);
+  const VolumeSurvey survey = SurveyVolume(paths.live, SurveyDepth::kVersions);
+  Findings findings = InspectIntegrity(survey, Integrity::kQuick);
+  for (const DatabaseSurvey& database : survey.databases) {
+    if (database.bytes > 0) continue;  // for SQLite, an empty file is a whole database
+    findings.push_back({Severity::kProblem, "unreadable-database", database.path, database.error,
+                        "restore it from a backup, if there is one"});
+  }
   PrintSave(arguments, manifest, bytes, left_out, findings, streams);
   return HasProblem(findings) ? kFailed : 0;
 }
@@ -164,7 +169,7 @@ int SaveVolume(const SaveArguments& arguments, const Streams& streams) {
 Action DefineSave(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<SaveArguments>();
   arguments->look = AddLookArguments(command);
-  command.AddText("file", arguments->file, "Where the save is written; nothing may be there yet").Require();
+  command.AddPath("file", arguments->file, "Where the save is written; nothing may be there yet").Require();
   command.SetFooter(
       "Examples:\n  updater-ctl save /volume1 /mnt/usb/before-upgrade.tar.zst\n"
       "  updater-ctl restore /volume1 /mnt/usb/before-upgrade.tar.zst");

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -129,6 +130,15 @@ Json ToJson(const SavedItem& item) {
   return json;
 }
 
+// Of an owner or a group; the last number is none, but leaves a file to whom it belongs.
+std::uint32_t ParseId(const Json& json) {
+  const auto id = json.get<std::int64_t>();
+  if (id < 0 || id >= std::numeric_limits<std::uint32_t>::max()) {
+    throw std::invalid_argument("an owner or group is damaged");
+  }
+  return static_cast<std::uint32_t>(id);
+}
+
 std::uint32_t ParseMode(const std::string& text) {
   std::uint32_t mode = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), mode, 8);
@@ -157,8 +167,8 @@ SavedItem ParseItem(const Json& json) {
   }
   if (item.kind == Kind::kLink) item.target = ParsePath(json, "target");
   item.mode = ParseMode(json.at("mode").get<std::string>());
-  item.owner = json.at("owner").get<std::uint32_t>();
-  item.group = json.at("group").get<std::uint32_t>();
+  item.owner = ParseId(json.at("owner"));
+  item.group = ParseId(json.at("group"));
   item.modified = json.at("modified").get<std::int64_t>();
   item.modified_ns = json.at("modified_ns").get<std::int64_t>();
   return item;

@@ -19,7 +19,7 @@ class StopSignals {
   ~StopSignals();
 
  private:
-  static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
+  static constexpr std::array kSignals = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
   std::array<struct sigaction, kSignals.size()> former_{};
 };
 

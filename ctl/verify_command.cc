@@ -97,7 +97,7 @@ int Verify(const VerifyArguments& arguments, const Streams& streams) {
 Action DefineVerify(Arguments& command, const Streams& streams) {
   const auto arguments = std::make_shared<VerifyArguments>();
   arguments->look = AddLookArguments(command);
-  command.AddText("--rehearsal", arguments->rehearsal,
+  command.AddPath("--rehearsal", arguments->rehearsal,
                   "Compare the rows with this report, which updater-ctl rehearse --json has written");
   command.SetFooter(
       "Examples:\n  updater-ctl verify /volume1\n  updater-ctl verify /volume1 --json\n"
