@@ -478,6 +478,13 @@ TEST_F(CtlTest, DiffTellsWhatIsInOneOfBothOrChanged) {
   for (const auto& [in_a, in_b, told] :
        {Case{key + "(5);", key + "(5.0);", "k: 5 -> 5.0"},
         Case{key + "(9007199254740993);", key + "(9007199254740992.0);", "k = 9007199254740993"},
+        Case{"CREATE TABLE t (a b);", "CREATE TABLE t (ab);", "table t: differs"},
+        Case{"CREATE TABLE t (a DEFAULT '\"');", "CREATE TABLE t (a DEFAULT '');", "table t: differs"},
+        Case{"CREATE TABLE t ([a b]);", "CREATE TABLE t ([ab]);", "table t: differs"},
+        Case{"CREATE TABLE t (a  INTEGER PRIMARY KEY AUTOINCREMENT); INSERT INTO t VALUES (1);",
+             "CREATE TABLE \"t\" (a INTEGER PRIMARY KEY AUTOINCREMENT); INSERT INTO t VALUES (1);"
+             "UPDATE sqlite_sequence SET seq = 7;",
+             "seq: 1 -> 7"},
         Case{"CREATE TABLE sqlitex (v);", "CREATE TABLE y (v);", "table sqlitex: only in A"},
         Case{"CREATE TABLE t (v DEFAULT 'x y');", "CREATE TABLE t (v DEFAULT 'xy');", "table t: differs"},
         Case{row + "'b');", row + "'c');", "_rowid_ = 2\n        v: 'b'"},

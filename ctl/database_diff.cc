@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <map>
 
 #include "ctl/stop_signals.h"
@@ -20,16 +21,38 @@ struct Side {
   std::map<std::string, std::string> schema;  // "table x" -> its statement, without blanks and quotes
 };
 
-// Within quotes blanks count.
+bool IsPartOfWord(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' ||
+         static_cast<unsigned char>(c) >= 0x80;
+}
+
+// The end of what is quoted from `begin` on, in which a quote is written twice.
+std::size_t EndOfQuoted(const std::string& sql, std::size_t begin) {
+  const char quote = sql[begin] == '[' ? ']' : sql[begin];
+  std::size_t end = sql.find(quote, begin + 1);
+  while (end != std::string::npos && quote != ']' && end + 1 < sql.size() && sql[end + 1] == quote) {
+    end = sql.find(quote, end + 2);
+  }
+  return end == std::string::npos ? sql.size() : end + 1;
+}
+
+// The statement without what does not count: blanks, but where they part two words, and the quotes that a
+// change of a name puts around it.
 std::string Squeezed(const std::string& sql) {
   constexpr std::string_view kBlanks = " \t\r\n";
+  constexpr std::string_view kQuotes = "'\"`[";
   std::string text;
-  char quote = '\0';
-  for (const char character : sql) {
-    const bool is_quote = character == '"' || character == '\'';
-    if (is_quote && (quote == '\0' || quote == character)) quote = quote == '\0' ? character : '\0';
-    const bool is_blank = quote == '\0' && kBlanks.find(character) != std::string_view::npos;
-    if (!is_blank && character != '"') text += character;
+  for (std::size_t at = 0, end = 0; at < sql.size(); at = end) {
+    end = kQuotes.find(sql[at]) == std::string_view::npos ? at + 1 : EndOfQuoted(sql, at);
+    if (kBlanks.find(sql[at]) != std::string_view::npos) continue;
+    std::string part = sql.substr(at, end - at);
+    const bool is_name =
+        part.size() > 2 && part.front() == '"' && std::all_of(part.begin() + 1, part.end() - 1, IsPartOfWord);
+    if (is_name) part = part.substr(1, part.size() - 2);
+    const bool is_parted = is_name || (at > 0 && kBlanks.find(sql[at - 1]) != std::string_view::npos) ||
+                           (at > 0 && sql[at - 1] == '"');
+    if (is_parted && !text.empty() && IsPartOfWord(text.back()) && IsPartOfWord(part.front())) text += ' ';
+    text += part;
   }
   return text;
 }
@@ -50,13 +73,14 @@ std::optional<updater::Version> OpenSide(const std::string& path, Side& side, St
   status = db_util::OpenToLook(path, side.db);
   if (status.ok()) status = CheckEncoding(side.db.get());
   if (status.ok()) {
-    status = db_util::ForEachRow(
-        side.db.get(),
-        "SELECT type || ' ' || name, sql FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\';",
-        [&side](sqlite3_stmt* row) {
-          side.schema[db_util::ColumnText(row, 0)] = Squeezed(db_util::ColumnText(row, 1));
-          return true;
-        });
+    status = db_util::ForEachRow(side.db.get(),
+                                 "SELECT type || ' ' || name, sql FROM sqlite_master "
+                                 "WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\' OR name = 'sqlite_sequence';",
+                                 [&side](sqlite3_stmt* row) {
+                                   side.schema[db_util::ColumnText(row, 0)] =
+                                       Squeezed(db_util::ColumnText(row, 1));
+                                   return true;
+                                 });
   }
   updater::Version version;
   if (!status.ok() || !updater::ReadVersionFrom(side.db.get(), version).empty()) return std::nullopt;
@@ -141,6 +165,7 @@ Status TableComparison::Prepare(sqlite3* a, sqlite3* b) {
   if (status.ok()) status = ReadUniqueColumns(b, diff_.table, b_unique);
   if (!status.ok()) return status;
   key_ = CommonKey(a_columns, a_unique, b_columns, b_unique);
+  if (diff_.table == "sqlite_sequence") key_ = {"name"};  // which SQLite keeps apart without a key
   for (const TableColumn& column : a_columns) {
     const bool is_key = std::find(key_.begin(), key_.end(), column.name) != key_.end();
     const bool is_common = std::any_of(b_columns.begin(), b_columns.end(),
