@@ -182,6 +182,10 @@ TEST_F(CtlTest, RehearsalShowsWhatComesFromDatabasesAsText) {
     EXPECT_THAT(err_.str(), HasSubstr(reason));
     EXPECT_EQ(tests::ReadTree(volume_), before);
   }
+  // The upgrade would end in "done" and leave a view as verify would not have it.
+  tests::RunSql(paths_.live.ViewDatabase("1"), "DROP TABLE temp_table");
+  ASSERT_EQ(Run({"rehearse", volume_, "--recorded"}), 1);
+  EXPECT_THAT(out_.str(), AllOf(HasSubstr("temp_table is missing"), HasSubstr("in \"done\"")));
 }
 
 TEST_F(CtlTest, VerifyComparesTheRowsWithThoseOfARehearsal) {

@@ -132,6 +132,8 @@ Findings InspectViews(const VolumeSurvey& survey, const package::PackagePaths& p
   return findings;
 }
 
+bool AreMost(std::size_t removed, std::size_t users) { return 2 * removed > users; }
+
 Findings InspectUsers(const package::PackagePaths& paths, const platform::Platform& platform) {
   constexpr std::string_view kWarning = "[WARNING] ";
   constexpr std::string_view kCheck = "UserManager::SelfCheck: ";
@@ -140,6 +142,11 @@ Findings InspectUsers(const package::PackagePaths& paths, const platform::Platfo
   const db_util::Status status = db_util::OpenToLook(paths.user, db);
   if (!status.ok()) return Unreadable(paths.user, status);
   (void)db_util::Execute(db.get(), kUpdateProfiles);  // needed from 3200 to 3400 only
+  std::size_t users = 0;
+  (void)db_util::ForEachRow(db.get(), "SELECT 1 FROM user_table;", [&users](sqlite3_stmt*) {
+    ++users;
+    return true;
+  });  // what cannot be read is told of below
   logger::RecordingSink log;
   const logger::ScopedSink scope(log);
   user_mgr::UserManager::Configure(platform, "");
@@ -148,13 +155,21 @@ Findings InspectUsers(const package::PackagePaths& paths, const platform::Platfo
                        user_mgr::UserManager::SelfCheck(gone) == 0;
   user_mgr::UserManager::Destroy();
   Findings findings;
+  std::size_t removed = 0;
   for (const logger::RecordingSink::Line& line : log.lines()) {
     const std::size_t begin = line.text.find(kCheck);
     if (begin == std::string::npos || !line.text.starts_with(kWarning)) continue;
     const std::string said = line.text.substr(begin + kCheck.size());
+    if (said.starts_with("removed user ")) ++removed;
     findings.push_back({Severity::kWarning, "user-would-change", "",
                         "the check after an upgrade: " + said.substr(0, said.find('\n')),
                         "see that the account, share or directory is there before the upgrade"});
+  }
+  if (AreMost(removed, users)) {
+    findings.push_back({Severity::kProblem, "most-users-removed", paths.user,
+                        "the check after an upgrade would remove " + std::to_string(removed) + " of " +
+                            Count(users, "user") + " with their views",
+                        "see that this machine has its accounts and shares back before the upgrade"});
   }
   if (!checked) {
     const std::string reason = log.lines().empty() ? "" : ": " + log.lines().back().text;

@@ -28,8 +28,18 @@ enum class Integrity {
 // finding tells.
 [[nodiscard]] Findings InspectLayouts(const VolumeSurvey& survey, int version);
 
+// Whether it has the latest version.
+[[nodiscard]] bool IsCurrent(const DatabaseSurvey& database);
+
+// After an upgrade: the databases that do not have the latest version, and the layouts of the others. What
+// has another version has another layout, too, and is told of for its version.
+[[nodiscard]] Findings InspectUpgraded(const VolumeSurvey& survey);
+
 // The views that users have, and the databases that there are; from 3400 on.
 [[nodiscard]] Findings InspectViews(const VolumeSurvey& survey, const package::PackagePaths& paths);
+
+// Whether so many users are removed that rather the machine lacks its accounts than that they are gone.
+[[nodiscard]] bool AreMost(std::size_t removed, std::size_t users);
 
 // The users that the check after an upgrade would remove on this machine.
 [[nodiscard]] Findings InspectUsers(const package::PackagePaths& paths, const platform::Platform& platform);

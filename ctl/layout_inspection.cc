@@ -107,4 +107,22 @@ Findings InspectLayouts(const VolumeSurvey& survey, int version) {
   return findings.Get();
 }
 
+bool IsCurrent(const DatabaseSurvey& database) {
+  return database.version == updater::Version{package::kCurrentBranch, package::kCurrentVersion};
+}
+
+Findings InspectUpgraded(const VolumeSurvey& survey) {
+  Findings findings;
+  for (const DatabaseSurvey& database : survey.databases) {
+    if (!database.version || IsCurrent(database)) continue;
+    findings.push_back({Severity::kProblem, "not-upgraded", database.path,
+                        "has version " + VersionText(database),
+                        "updater-ctl report tells from the system log why the run did not upgrade it"});
+  }
+  VolumeSurvey upgraded = survey;
+  std::erase_if(upgraded.databases, [](const DatabaseSurvey& database) { return !IsCurrent(database); });
+  Append(InspectLayouts(upgraded, package::kCurrentVersion), findings);
+  return findings;
+}
+
 }  // namespace ctl

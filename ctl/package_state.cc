@@ -7,6 +7,7 @@
 
 #include "ctl/inspection.h"
 #include "file-op/file_op.h"
+#include "updater/framework/server_updater.h"
 #include "updater/intent_file.h"
 #include "updater/legacy/layout.h"
 #include "updater/placement_items.h"
@@ -107,11 +108,12 @@ void AddDatabaseFindings(const VolumeSurvey& survey, Findings& findings) {
     }
     if (!database.version) continue;
     if (first == nullptr) first = &database;
-    const bool is_last = first->version->number == package::kCurrentVersion;
+    // The views and files that the split makes have a version of their own until the next step.
+    const bool is_split = first->version->number > updater::kSplitVersion;
     // Up to 2577 one may be brought to the other, which updater-ctl check looks at.
     constexpr int kOld = updater::legacy::kLayoutVersion;
     if (first->version->number <= kOld && database.version->number <= kOld) continue;
-    if ((IsShared(database) || is_last) && database.version != first->version) {
+    if ((IsShared(database) || is_split) && database.version != first->version) {
       findings.push_back({Severity::kProblem, "mixed-versions", database.path,
                           "its version is " + VersionText(database) + ", that of " + first->name + " is " +
                               VersionText(*first),

@@ -1,9 +1,11 @@
 #include "ctl/place_inspection.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/vfs.h>
 
 #include <cerrno>
 
@@ -68,6 +70,13 @@ void InspectReplaceable(const std::string& path, Findings& findings) {
 bool IsHeld(const std::string& lock) {
   const base::FileDescriptor file(open(lock.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   return file.is_open() && flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+// Where copies need no room of their own at first.
+bool CanShareBlocks(const std::string& folder) {
+  struct statfs status {};
+  return statfs(folder.c_str(), &status) == 0 &&
+         (status.f_type == BTRFS_SUPER_MAGIC || status.f_type == XFS_SUPER_MAGIC);
 }
 
 }  // namespace
@@ -174,7 +183,8 @@ Findings InspectSpace(const package::VolumePaths& paths) {
   const std::string text = "an upgrade needs about " + Bytes(static_cast<long long>(space->needed)) + ", " +
                            Bytes(static_cast<long long>(space->free)) + " are free";
   if (space->free >= space->needed) return {{Severity::kNote, "space", "", text, ""}};
-  return {{Severity::kWarning, "little-space", paths.volume, text,
+  const bool has_no_room = space->free < space->databases && !CanShareBlocks(paths.live.sync_folder);
+  return {{has_no_room ? Severity::kProblem : Severity::kWarning, "little-space", paths.volume, text,
            "make space; on btrfs the copies share their blocks, so that less may do"}};
 }
 

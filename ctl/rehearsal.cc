@@ -130,7 +130,8 @@ void AddFindings(const package::VolumePaths& live, Machine machine, Rehearsal& r
   }
   const std::vector<std::string> removed = RemovedUsers(rehearsal.before, rehearsal.after);
   if (!removed.empty()) {
-    findings.push_back({Severity::kWarning, "users-removed", "",
+    const bool is_most = AreMost(removed.size(), rehearsal.before.users.size());
+    findings.push_back({is_most ? Severity::kProblem : Severity::kWarning, "users-removed", "",
                         "these users would be removed with their views: " + List(removed),
                         "if they are not gone, see to it that this machine knows their accounts and shares"});
   }
@@ -178,6 +179,12 @@ int Rehearse(const RehearsalPlace& place, const platform::SystemPaths& system, M
     rehearsal.log.push_back({priority, Replace(text, place.folder.path(), place.volume)});
   }
   AddFindings(live, machine, rehearsal);
+  if (!rehearsal.run.is_done) return 0;
+  for (Finding& finding : InspectUpgraded(rehearsal.after)) {
+    finding.subject = Replace(finding.subject, place.folder.path(), place.volume);
+    finding.text = Replace(finding.text, place.folder.path(), place.volume);
+    rehearsal.findings.push_back(std::move(finding));
+  }
   return 0;
 }
 

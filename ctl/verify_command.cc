@@ -14,33 +14,19 @@
 namespace ctl {
 namespace {
 
-bool IsCurrent(const DatabaseSurvey& database) {
-  return database.version == updater::Version{package::kCurrentBranch, package::kCurrentVersion};
+bool IsUpgraded(const VolumeSurvey& survey, const char* name) {
+  const DatabaseSurvey* const database = FindShared(survey, name);
+  return database != nullptr && IsCurrent(*database);
 }
 
-Findings InspectVersions(const VolumeSurvey& survey) {
-  Findings findings;
-  for (const DatabaseSurvey& database : survey.databases) {
-    if (!database.version || IsCurrent(database)) continue;
-    findings.push_back({Severity::kProblem, "not-upgraded", database.path,
-                        "has version " + VersionText(database),
-                        "updater-ctl report tells from the system log why the run did not upgrade it"});
-  }
-  return findings;
-}
-
-// What has another version has another layout, too, and is told of for its version.
 Findings InspectResult(const package::VolumePaths& paths, const PackageState& state,
                        const platform::Platform& platform) {
   Findings findings = FindingsOf(state, paths);
-  Append(InspectVersions(state.survey), findings);
+  Append(InspectUpgraded(state.survey), findings);
   Append(InspectParts(state.survey, paths.live, package::kCurrentVersion), findings);
   Append(InspectIntegrity(state.survey, Integrity::kFull), findings);
-  VolumeSurvey upgraded = state.survey;
-  std::erase_if(upgraded.databases, [](const DatabaseSurvey& database) { return !IsCurrent(database); });
-  Append(InspectLayouts(upgraded, package::kCurrentVersion), findings);
-  if (FindShared(upgraded, "user") != nullptr) Append(InspectViews(state.survey, paths.live), findings);
-  if (FindShared(upgraded, "data") != nullptr) {
+  if (IsUpgraded(state.survey, "user")) Append(InspectViews(state.survey, paths.live), findings);
+  if (IsUpgraded(state.survey, "data")) {
     Append(InspectNeededFolders(paths.live, package::kCurrentVersion), findings);
     Append(InspectVolumes(paths.live, package::kCurrentVersion, platform), findings);
   }

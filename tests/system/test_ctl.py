@@ -34,6 +34,7 @@ FAULTS = [
     (3450, lambda v: namespace.write(v.user, "no database at all"), {"damaged", "unreadable-database"}),
     (3450, lambda v: change(v.data, SET.format(9999)), {"newer", "mixed-versions"}),
     (3450, lambda v: change(v.user, SET.format(3400)), {"mixed-versions"}),
+    (4000, lambda v: change(v.sync + "/view/5/view-db.sqlite", SET.format(3450)), {"mixed-versions"}),
     (3450, lambda v: change(v.data, SET.format(3456)), {"no-chain", "mixed-versions"}),
     (3450, lambda v: os.unlink(v.client), {"missing-database"}),
     (3450, lambda v: os.unlink(v.data), {"no-data-database"}),
