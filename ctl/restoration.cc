@@ -86,7 +86,7 @@ void MakeMarker(const std::string& path, const SavedItem& item) {
   file_op::Folder above;
   std::string name;
   if (file_op::Find(file_op::At(path)) != 0 || file_op::OpenAround(path, above, name) < 0) return;
-  if (item.kind == Kind::kMarkerFolder) {
+  if (item.kind != Kind::kMarker) {
     file_op::Folder folder;
     if (folder.Make(above.In(name)) == 0) (void)ApplyAttributes(folder.fd(), item);  // best effort
     return;
@@ -94,6 +94,30 @@ void MakeMarker(const std::string& path, const SavedItem& item) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   const base::FileDescriptor file(openat(above.fd(), name.c_str(), kFlags, S_IRUSR | S_IWUSR));
   if (file.is_open()) (void)ApplyAttributes(file.get(), item);  // as above
+}
+
+bool IsMarker(const SavedItem& item) {
+  return item.kind == Kind::kMarker || item.kind == Kind::kMarkerFolder;
+}
+
+// The view folder as a whole may be put in place, with what is in it.
+void MakeMarkersInCopies(const VolumePaths& paths, const SaveManifest& manifest) {
+  for (const SavedItem& item : manifest.items) {
+    const std::string live = LiveOf(paths, item);
+    if (!IsMarker(item) || !live.starts_with(paths.live.view_folder + "/")) continue;
+    MakeMarker(paths.copies.view_folder + live.substr(paths.live.view_folder.size()), item);
+  }
+}
+
+// From the commit on the save is finished also by those who do not know it, but they know no markers: so
+// these are made first. Before the commit, the folder of a view without its database would be in the way of
+// every upgrade.
+void MakeMarkers(const VolumePaths& paths, const SaveManifest& manifest) {
+  for (const SavedItem& item : manifest.items) {
+    const std::string live = LiveOf(paths, item);
+    const bool is_view = item.kind == Kind::kFolder && live.starts_with(paths.live.view_folder + "/");
+    if (IsMarker(item) || is_view) MakeMarker(live, item);
+  }
 }
 
 // The folder around it may be a link by now, and the way to somebody else's.
@@ -138,6 +162,7 @@ Restored Restore(const VolumePaths& paths, SaveReader& save, const UpgradeWatch&
   file_systems.Open(paths);
   bool is_ready = updater::RemoveAllCopies(paths) == 0 && MakeCopies(paths, save, error) == 0 &&
                   CheckStop(error) == 0 && CheckUnused(paths, error) == 0;
+  if (is_ready) MakeMarkersInCopies(paths, save.manifest());
   // Copies may be of an upgrade by now, and in its hands.
   if (watch.Check(error) < 0) return Restored::kNo;
   is_ready =
@@ -155,6 +180,7 @@ Restored Restore(const VolumePaths& paths, SaveReader& save, const UpgradeWatch&
   }
   // An intent that could not be taken back counts.
   if (!is_ready && HasIntent(paths)) return Restored::kCommitted;
+  if (is_ready) MakeMarkers(paths, save.manifest());
   if (is_ready && updater::FinishFormerPlacement(paths) < 0) {
     error = TextOf(log);
     return Restored::kCommitted;
@@ -168,7 +194,7 @@ void RestoreMarkers(const VolumePaths& paths, const SaveManifest& manifest) {
   for (const char* folder : kMarkerFolders) is_saved[paths.live.sync_folder + folder] = false;
   for (const char* file : kMarkers) is_saved[paths.live.sync_folder + file] = false;
   for (const SavedItem& item : manifest.items) {
-    if (item.kind != Kind::kMarker && item.kind != Kind::kMarkerFolder) continue;
+    if (!IsMarker(item)) continue;
     MakeMarker(LiveOf(paths, item), item);
     is_saved[LiveOf(paths, item)] = true;
   }
