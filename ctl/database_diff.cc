@@ -42,17 +42,19 @@ std::string Squeezed(const std::string& sql) {
   constexpr std::string_view kBlanks = " \t\r\n";
   constexpr std::string_view kQuotes = "'\"`[";
   std::string text;
+  bool is_apart = false;  // from what was before
   for (std::size_t at = 0, end = 0; at < sql.size(); at = end) {
     end = kQuotes.find(sql[at]) == std::string_view::npos ? at + 1 : EndOfQuoted(sql, at);
-    if (kBlanks.find(sql[at]) != std::string_view::npos) continue;
+    const bool is_blank = kBlanks.find(sql[at]) != std::string_view::npos;
     std::string part = sql.substr(at, end - at);
     const bool is_name =
         part.size() > 2 && part.front() == '"' && std::all_of(part.begin() + 1, part.end() - 1, IsPartOfWord);
     if (is_name) part = part.substr(1, part.size() - 2);
-    const bool is_parted = is_name || (at > 0 && kBlanks.find(sql[at - 1]) != std::string_view::npos) ||
-                           (at > 0 && sql[at - 1] == '"');
-    if (is_parted && !text.empty() && IsPartOfWord(text.back()) && IsPartOfWord(part.front())) text += ' ';
-    text += part;
+    if ((is_apart || is_name) && !text.empty() && IsPartOfWord(text.back()) && IsPartOfWord(part.front())) {
+      text += ' ';
+    }
+    if (!is_blank) text += part;
+    is_apart = is_blank || is_name;
   }
   return text;
 }

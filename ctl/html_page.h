@@ -7,9 +7,11 @@
 
 namespace ctl {
 
+// How every page begins.
+inline constexpr const char* kPageBegin = "<!DOCTYPE html>\n<html lang=\"en\">\n";
+
 // The page for a document "updater-ctl.rehearse". It runs no script, and whatever comes from databases, paths
 // or logs stands in it as text.
-inline constexpr const char* kPageBegin = "<!DOCTYPE html>\n<html lang=\"en\">\n";
 [[nodiscard]] std::string HtmlPageOf(const Json& document);
 
 }  // namespace ctl

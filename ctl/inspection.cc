@@ -143,8 +143,8 @@ Findings InspectUsers(const package::PackagePaths& paths, const platform::Platfo
   if (!status.ok()) return Unreadable(paths.user, status);
   (void)db_util::Execute(db.get(), kUpdateProfiles);  // needed from 3200 to 3400 only
   std::size_t users = 0;
-  (void)db_util::ForEachRow(db.get(), "SELECT 1 FROM user_table;", [&users](sqlite3_stmt*) {
-    ++users;
+  (void)db_util::ForEachRow(db.get(), "SELECT count(*) FROM user_table;", [&users](sqlite3_stmt* row) {
+    users = static_cast<std::size_t>(sqlite3_column_int64(row, 0));
     return true;
   });  // what cannot be read is told of below
   logger::RecordingSink log;

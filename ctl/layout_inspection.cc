@@ -113,15 +113,18 @@ bool IsCurrent(const DatabaseSurvey& database) {
 
 Findings InspectUpgraded(const VolumeSurvey& survey) {
   Findings findings;
+  Grouped layouts;
   for (const DatabaseSurvey& database : survey.databases) {
-    if (!database.version || IsCurrent(database)) continue;
+    if (!database.version) continue;
+    if (IsCurrent(database)) {
+      InspectLayout(database, package::kCurrentVersion, layouts);
+      continue;
+    }
     findings.push_back({Severity::kProblem, "not-upgraded", database.path,
                         "has version " + VersionText(database),
                         "updater-ctl report tells from the system log why the run did not upgrade it"});
   }
-  VolumeSurvey upgraded = survey;
-  std::erase_if(upgraded.databases, [](const DatabaseSurvey& database) { return !IsCurrent(database); });
-  Append(InspectLayouts(upgraded, package::kCurrentVersion), findings);
+  Append(layouts.Get(), findings);
   return findings;
 }
 

@@ -72,7 +72,7 @@ bool IsHeld(const std::string& lock) {
   return file.is_open() && flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
-// Where copies need no room of their own at first.
+// Where copies need no room of their own at first. To try it, as a rehearsal does, is to write.
 bool CanShareBlocks(const std::string& folder) {
   struct statfs status {};
   return statfs(folder.c_str(), &status) == 0 &&

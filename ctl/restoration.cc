@@ -100,11 +100,15 @@ bool IsMarker(const SavedItem& item) {
   return item.kind == Kind::kMarker || item.kind == Kind::kMarkerFolder;
 }
 
+bool IsInViews(const VolumePaths& paths, const std::string& path) {
+  return path.starts_with(paths.live.view_folder + "/");
+}
+
 // The view folder as a whole may be put in place, with what is in it.
 void MakeMarkersInCopies(const VolumePaths& paths, const SaveManifest& manifest) {
   for (const SavedItem& item : manifest.items) {
     const std::string live = LiveOf(paths, item);
-    if (!IsMarker(item) || !live.starts_with(paths.live.view_folder + "/")) continue;
+    if (!IsMarker(item) || !IsInViews(paths, live)) continue;
     MakeMarker(paths.copies.view_folder + live.substr(paths.live.view_folder.size()), item);
   }
 }
@@ -115,7 +119,7 @@ void MakeMarkersInCopies(const VolumePaths& paths, const SaveManifest& manifest)
 void MakeMarkers(const VolumePaths& paths, const SaveManifest& manifest) {
   for (const SavedItem& item : manifest.items) {
     const std::string live = LiveOf(paths, item);
-    const bool is_view = item.kind == Kind::kFolder && live.starts_with(paths.live.view_folder + "/");
+    const bool is_view = item.kind == Kind::kFolder && IsInViews(paths, live);
     if (IsMarker(item) || is_view) MakeMarker(live, item);
   }
 }
@@ -162,9 +166,9 @@ Restored Restore(const VolumePaths& paths, SaveReader& save, const UpgradeWatch&
   file_systems.Open(paths);
   bool is_ready = updater::RemoveAllCopies(paths) == 0 && MakeCopies(paths, save, error) == 0 &&
                   CheckStop(error) == 0 && CheckUnused(paths, error) == 0;
-  if (is_ready) MakeMarkersInCopies(paths, save.manifest());
   // Copies may be of an upgrade by now, and in its hands.
   if (watch.Check(error) < 0) return Restored::kNo;
+  if (is_ready) MakeMarkersInCopies(paths, save.manifest());
   is_ready =
       is_ready && updater::PreparePlacement(paths, file_systems, updater::PlacementKind::kRestore) == 0;
   if (!is_ready && error.empty()) error = TextOf(log);
